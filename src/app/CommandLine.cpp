@@ -1,0 +1,138 @@
+#include "app/CommandLine.hpp"
+
+#include <unistd.h>
+
+#include <functional>
+#include <ostream>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "app/AppInfo.hpp"
+#include "app/Commands.hpp"
+#include "app/PathHelpers.hpp"
+
+namespace quorvane {
+
+namespace {
+
+constexpr const char* kAbout = R"(Quorvane keeps a local record of your daily Git work.
+
+It reads the Git repositories you track (read-only: it never changes a
+repository) and tells you, for each, what is uncommitted, what is not yet
+pushed or pulled, and what you committed today. Everything it keeps lives in
+your data folder: $XDG_DATA_HOME/Quorvane, by default ~/.local/share/Quorvane.)";
+
+constexpr const char* kExamples = R"(
+Examples:
+  quorvane repos add ~/code/project    track one repository
+  quorvane folders add ~/code          remember a folder that holds repositories
+  quorvane scan                        read every tracked repository now
+  quorvane scan --json                 the same, as JSON snapshots
+
+Run 'quorvane COMMAND --help' for the details of a command.)";
+
+}  // namespace
+
+int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                   const ProcessRunner& runner, const Clock& clock) {
+    CLI::App app(kAbout, "quorvane");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", fmt::format("quorvane {}", AppInfo::version()),
+                         "Print the version and exit");
+
+    // --data-dir is accepted by every command, before or after its name, and shown in its help.
+    std::string dataDir;
+    auto addDataDir = [&dataDir](CLI::App* command) {
+        command
+            ->add_option("--data-dir", dataDir,
+                         "Keep configuration and data in DIR instead of the default data folder")
+            ->type_name("DIR");
+    };
+    addDataDir(&app);
+
+    std::function<int(CommandContext&)> action;
+
+    // repos
+    CLI::App* repos = app.add_subcommand("repos", "Track, list and stop tracking repositories");
+    repos->require_subcommand(1);
+    repos->footer("\nA repository is identified by its canonical path (symbolic links resolved).");
+
+    std::vector<std::string> addPaths;
+    CLI::App* reposAdd = repos->add_subcommand(
+        "add",
+        "Track the Git repositories at PATH...\n"
+        "A path inside a repository tracks the whole repository. A path that is not in a\n"
+        "Git working tree is refused, and then nothing is added.");
+    reposAdd->add_option("PATH", addPaths, "Repository folders")->required();
+    reposAdd->callback([&] { action = [&](CommandContext& c) { return Commands::reposAdd(c, addPaths); }; });
+
+    bool listJson = false;
+    CLI::App* reposList = repos->add_subcommand("list", "List the tracked repositories");
+    reposList->add_flag("--json", listJson, "Print the repository configurations as JSON");
+    reposList->callback([&] { action = [&](CommandContext& c) { return Commands::reposList(c, listJson); }; });
+
+    std::string removeTarget;
+    CLI::App* reposRemove = repos->add_subcommand(
+        "remove",
+        "Stop tracking a repository, given by its id or path\n"
+        "It is also remembered as ignored, so a scan folder does not enrol it again;\n"
+        "'quorvane repos add' tracks it again. Nothing in the repository is touched.");
+    reposRemove->add_option("ID|PATH", removeTarget, "Repository id or path")->required();
+    reposRemove->callback([&] { action = [&](CommandContext& c) { return Commands::reposRemove(c, removeTarget); }; });
+
+    // folders
+    CLI::App* folders = app.add_subcommand(
+        "folders", "Manage the scan folders: folders whose repositories are tracked automatically");
+    folders->require_subcommand(1);
+
+    std::vector<std::string> folderPaths;
+    CLI::App* foldersAdd = folders->add_subcommand("add", "Add folders to scan for repositories");
+    foldersAdd->add_option("PATH", folderPaths, "Folders")->required();
+    foldersAdd->callback([&] { action = [&](CommandContext& c) { return Commands::foldersAdd(c, folderPaths); }; });
+
+    CLI::App* foldersRemove = folders->add_subcommand(
+        "remove", "Remove scan folders (repositories already tracked stay tracked)");
+    foldersRemove->add_option("PATH", folderPaths, "Folders")->required();
+    foldersRemove->callback([&] { action = [&](CommandContext& c) { return Commands::foldersRemove(c, folderPaths); }; });
+
+    CLI::App* foldersList = folders->add_subcommand("list", "List the scan folders");
+    foldersList->callback([&] { action = [](CommandContext& c) { return Commands::foldersList(c); }; });
+
+    // scan
+    bool scanJson = false;
+    CLI::App* scan = app.add_subcommand(
+        "scan",
+        "Read every tracked repository now and print its state\n"
+        "One line per repository, in the order they were added: branch, uncommitted\n"
+        "changes, standing against the upstream branch, and today's commits. Up to 8\n"
+        "repositories are read at once, with read-only git commands that take no locks.");
+    scan->add_flag("--json", scanJson, "Print the snapshots as a JSON array");
+    scan->callback([&] { action = [&](CommandContext& c) { return Commands::scan(c, scanJson); }; });
+
+    for (CLI::App* group : {repos, folders}) {
+        addDataDir(group);
+        for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
+    }
+    addDataDir(scan);
+    app.footer(kExamples);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        int code = app.exit(error, out, err);
+        return code == static_cast<int>(CLI::ExitCodes::Success) ? 0 : 2;
+    }
+    if (!action) return 0;
+
+    std::filesystem::path dir =
+        dataDir.empty() ? PathHelpers::appSupportDir() : std::filesystem::path(PathHelpers::canonicalPath(dataDir));
+    if (!PathHelpers::ensurePrivateDirectory(dir)) {
+        err << fmt::format("quorvane: cannot use the data folder {}\n", dir.string());
+        return 1;
+    }
+    CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};
+    return action(context);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <iosfwd>
+
+#include "platform/Clock.hpp"
+#include "platform/ProcessRunner.hpp"
+
+namespace quorvane {
+
+// Parses the command line, runs the chosen command and returns the exit status:
+// 0 done, 1 the command failed, 2 the command line was wrong.
+int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                   const ProcessRunner& runner, const Clock& clock);
+
+}  // namespace quorvane

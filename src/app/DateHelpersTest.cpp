@@ -1,0 +1,60 @@
+#include "app/DateHelpers.hpp"
+
+#include <stdlib.h>
+#include <time.h>
+
+#include <gtest/gtest.h>
+
+namespace quorvane {
+namespace {
+
+// Sets TZ for one test and restores UTC afterwards.
+class ZoneScope {
+public:
+    explicit ZoneScope(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~ZoneScope() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+};
+
+Date at(const char* iso) { return *DateHelpers::parseISO(iso); }
+
+TEST(DateHelpersTest, IsoTextRoundTripsInUtcWithWholeSeconds) {
+    Date date = at("2026-11-21T18:58:03.999-05:30");
+    EXPECT_EQ(DateHelpers::isoString(date), "2026-11-22T00:28:03Z");
+    EXPECT_EQ(DateHelpers::parseISO(DateHelpers::isoString(date)), date);
+    EXPECT_EQ(DateHelpers::isoString(Date{}), "1970-01-01T00:00:00Z");
+    for (const char* bad : {"", "2026-11-21", "2026-11-21T18:58Z", "2026-13-01T00:00:00Z",
+                            "2026-11-21T25:00:00Z", "2026-11-21T18:58:03+0100",
+                            "2026-11-21T18:58:03Zjunk", "2026-11-21T18:58:03."}) {
+        EXPECT_FALSE(DateHelpers::parseISO(bad).has_value()) << bad;
+    }
+}
+
+TEST(DateHelpersTest, DayKeysAndMidnightFollowTheLocalZone) {
+    ZoneScope zone("America/New_York");
+    Date lateEvening = at("2026-11-22T03:30:00Z");  // 22:30 on the 21st in New York
+    EXPECT_EQ(DateHelpers::dateKey(lateEvening), "2026-11-21");
+    EXPECT_EQ(DateHelpers::weekday(lateEvening), "Sat");
+    EXPECT_EQ(DateHelpers::isoString(DateHelpers::startOfDay(lateEvening)),
+              "2026-11-21T05:00:00Z");
+    // The day daylight saving ends is 25 hours long; midnight is still its start.
+    Date afterChange = at("2026-11-01T20:00:00Z");
+    EXPECT_EQ(DateHelpers::isoString(DateHelpers::startOfDay(afterChange)),
+              "2026-11-01T04:00:00Z");
+}
+
+TEST(DateHelpersTest, WeekKeysUseTheIsoWeekAcrossTheNewYear) {
+    EXPECT_EQ(DateHelpers::weekKey(at("2026-11-21T12:00:00Z")), "2026-W47");
+    // Thursday 31 December 2026 and Friday 1 January 2027 are in one week.
+    EXPECT_EQ(DateHelpers::weekKey(at("2026-12-31T12:00:00Z")), "2026-W53");
+    EXPECT_EQ(DateHelpers::weekKey(at("2027-01-01T12:00:00Z")), "2026-W53");
+    EXPECT_EQ(DateHelpers::weekKey(at("2027-01-04T12:00:00Z")), "2027-W01");
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace quorvane::PathHelpers {
+
+// The user's home folder: $HOME when it is an absolute path, else the password
+// database's entry, else "/".
+std::filesystem::path homeDirectory();
+
+// Replaces a leading "~" or "~/" with the home folder; anything else is returned as is.
+std::string expandTilde(std::string_view path);
+
+// The identity of a folder on disk: tilde expanded, made absolute, symbolic links
+// resolved. A path that does not exist is only made absolute and normalised.
+std::string canonicalPath(std::string_view path);
+
+// The data folder: $XDG_DATA_HOME/Quorvane, or ~/.local/share/Quorvane. It is
+// created (mode 0700) on every call; a failure to create it is ignored here and
+// surfaces when a file in it is written.
+std::filesystem::path appSupportDir();
+
+// Creates `dir` and its parents, giving the folder itself mode 0700. Returns false
+// when it does not exist as a folder afterwards.
+bool ensurePrivateDirectory(const std::filesystem::path& dir);
+
+}  // namespace quorvane::PathHelpers

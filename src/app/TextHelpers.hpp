@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quorvane::Text {
+
+// Drops leading and trailing spaces, tabs and line ends.
+std::string_view trim(std::string_view text);
+
+// Splits on "\n" (a "\r" before it is dropped too), leaving out empty lines.
+std::vector<std::string_view> nonEmptyLines(std::string_view text);
+
+// Splits on any run of spaces and tabs, leaving out empty pieces.
+std::vector<std::string_view> words(std::string_view text);
+
+// Returns `bytes` as valid UTF-8: each invalid or truncated sequence becomes U+FFFD.
+std::string repairUtf8(std::string_view bytes);
+
+// Reads an optional sign followed by decimal digits and nothing else.
+bool parseInt(std::string_view text, long long& value);
+
+}  // namespace quorvane::Text

@@ -1,0 +1,101 @@
+#include "git/GitParsing.hpp"
+
+#include <gtest/gtest.h>
+
+namespace quorvane {
+namespace {
+
+using GitParsing::AheadBehind;
+
+GitFileCounts counts(int modified, int staged, int untracked, int deleted, int renamed) {
+    return GitFileCounts{modified, staged, untracked, deleted, renamed};
+}
+
+TEST(GitParsingTest, FileCountsFollowTheStatusLetters) {
+    EXPECT_EQ(GitParsing::fileCounts(" M a\n", false), counts(1, 0, 0, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts("M  a\n", false), counts(0, 1, 0, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts("MM a\n", false), counts(1, 1, 0, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts(" T a\n", false), counts(1, 0, 0, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts("A  a\n", false), counts(0, 1, 0, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts(" D a\n", false), counts(0, 0, 0, 1, 0));
+    EXPECT_EQ(GitParsing::fileCounts("D  a\n", false), counts(0, 1, 0, 1, 0));
+    EXPECT_EQ(GitParsing::fileCounts("R  a -> b\n", false), counts(0, 1, 0, 0, 1));
+    EXPECT_EQ(GitParsing::fileCounts("C  a -> b\n", false), counts(0, 1, 0, 0, 1));
+    EXPECT_EQ(GitParsing::fileCounts("RM a -> b\n", false), counts(1, 1, 0, 0, 1));
+    EXPECT_EQ(GitParsing::fileCounts("UU a\n", false), counts(0, 1, 0, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts("!! ignored\n", false), counts(0, 0, 0, 0, 0));
+}
+
+TEST(GitParsingTest, FileCountsSkipShortLinesAndHonourIgnoreUntracked) {
+    std::string text = "?? new\n\nX\n M changed\r\n?? other\n";
+    EXPECT_EQ(GitParsing::fileCounts(text, false), counts(1, 0, 2, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts(text, true), counts(1, 0, 0, 0, 0));
+    EXPECT_EQ(GitParsing::fileCounts("", false).total(), 0);
+}
+
+TEST(GitParsingTest, AheadBehindReadsBehindFirst) {
+    EXPECT_EQ(GitParsing::aheadBehind("2\t3\n"), (AheadBehind{3, 2}));
+    EXPECT_EQ(GitParsing::aheadBehind("  +4   0 "), (AheadBehind{0, 4}));
+    EXPECT_EQ(GitParsing::aheadBehind(""), (AheadBehind{0, 0}));
+    EXPECT_EQ(GitParsing::aheadBehind("seven eight"), (AheadBehind{0, 0}));
+    EXPECT_EQ(GitParsing::aheadBehind("5"), (AheadBehind{0, 0}));
+    EXPECT_EQ(GitParsing::aheadBehind("1 x"), (AheadBehind{0, 0}));
+}
+
+TEST(GitParsingTest, SplitFirstKeepsLaterSeparatorsInTheLastPart) {
+    using Parts = std::vector<std::string>;
+    EXPECT_EQ(GitParsing::splitFirst("a|b|c|d", '|', 3), (Parts{"a", "b", "c|d"}));
+    EXPECT_EQ(GitParsing::splitFirst("a||", '|', 6), (Parts{"a", "", ""}));
+    EXPECT_EQ(GitParsing::splitFirst("a|b", '|', 1), (Parts{"a|b"}));
+    EXPECT_EQ(GitParsing::splitFirst("", '|', 3), (Parts{""}));
+}
+
+TEST(GitParsingTest, CommitsKeepPipesInSubjectsAndDropMalformedLines) {
+    std::string log =
+        "abc123|abc|Ada Lovelace|ada@example.org|2026-11-21T10:15:00+01:00|Fix a|b parsing\n"
+        "\n"
+        "|short|no hash|x@y|2026-11-21T10:00:00Z|dropped\n"
+        "only|four|parts|here\n"
+        "def456|def|Bob|bob@example.org|not a date|Keep me\n";
+    std::vector<CommitRecord> records = GitParsing::commits(log, "/repo", "feature");
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].sha, "abc123");
+    EXPECT_EQ(records[0].shortSha, "abc");
+    EXPECT_EQ(records[0].authorName, "Ada Lovelace");
+    EXPECT_EQ(records[0].authorEmail, "ada@example.org");
+    EXPECT_EQ(records[0].message, "Fix a|b parsing");
+    EXPECT_EQ(DateHelpers::isoString(records[0].committedAt), "2026-11-21T09:15:00Z");
+    EXPECT_EQ(records[0].id(), "/repo:abc123");
+    EXPECT_EQ(records[0].branch, "feature");
+    EXPECT_FALSE(records[0].isLocalOnly);
+    EXPECT_FALSE(records[0].insertions.has_value());
+    // An unreadable date keeps the commit, at the epoch.
+    EXPECT_EQ(records[1].message, "Keep me");
+    EXPECT_EQ(records[1].committedAt.time_since_epoch().count(), 0);
+}
+
+TEST(GitParsingTest, ChangedPathsTakeTheNewNameAndStripQuotes) {
+    std::string status =
+        " M src/main.cpp\n"
+        "R  old name.txt -> new name.txt\n"
+        "?? \"with space \\303\\251.txt\"\n"
+        "?? ab\n"
+        " M\n";
+    std::vector<std::string> paths = GitParsing::changedPaths(status);
+    EXPECT_EQ(paths, (std::vector<std::string>{"src/main.cpp", "new name.txt",
+                                               "with space \\303\\251.txt", "ab"}));
+}
+
+TEST(GitParsingTest, ParseISODateAcceptsZonesAndFractions) {
+    EXPECT_EQ(GitParsing::parseISODate(" 2026-11-21T18:58:03Z\n"),
+              DateHelpers::parseISO("2026-11-21T18:58:03Z"));
+    EXPECT_EQ(GitParsing::parseISODate("2026-11-21T19:58:03.250+01:00"),
+              DateHelpers::parseISO("2026-11-21T18:58:03Z"));
+    EXPECT_FALSE(GitParsing::parseISODate("").has_value());
+    EXPECT_FALSE(GitParsing::parseISODate("2026-11-21 18:58:03").has_value());
+    EXPECT_FALSE(GitParsing::parseISODate("2026-11-21T18:58:03").has_value());
+    EXPECT_FALSE(GitParsing::parseISODate("2026-02-30T18:58:03Z").has_value());
+}
+
+}  // namespace
+}  // namespace quorvane

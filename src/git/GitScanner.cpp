@@ -1,0 +1,195 @@
+#include "git/GitScanner.hpp"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "app/PathHelpers.hpp"
+#include "app/TextHelpers.hpp"
+#include "app/Uuid.hpp"
+#include "git/GitCommand.hpp"
+#include "git/GitParsing.hpp"
+
+namespace quorvane {
+
+namespace {
+
+constexpr size_t kMaxErrorLength = 200;
+constexpr std::string_view kNotAWorkTree = "Not a git working tree";
+
+// Cuts to at most `limit` characters without splitting a UTF-8 sequence.
+std::string firstCharacters(std::string_view text, size_t limit) {
+    size_t count = 0, pos = 0;
+    while (pos < text.size() && count < limit) {
+        unsigned char lead = static_cast<unsigned char>(text[pos]);
+        size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+        pos += length;
+        ++count;
+    }
+    return std::string(text.substr(0, std::min(pos, text.size())));
+}
+
+std::optional<std::string> unlessEmpty(const std::string& text) {
+    return text.empty() ? std::nullopt : std::optional<std::string>(text);
+}
+
+RepoSnapshot failureSnapshot(std::string repoID, Date now, std::string error) {
+    RepoSnapshot snapshot;
+    snapshot.id = newUUID();
+    snapshot.repoID = std::move(repoID);
+    snapshot.capturedAt = now;
+    snapshot.error = std::move(error);
+    return snapshot;
+}
+
+}  // namespace
+
+ShellResult GitScanner::git(const std::string& path, std::vector<std::string> arguments,
+                            double timeout) const {
+    return runner_.run(GitCommand::request(path, std::move(arguments), timeout));
+}
+
+std::string GitScanner::startOfDayArgument(Date now) {
+    return DateHelpers::isoString(DateHelpers::startOfDay(now));
+}
+
+RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) const {
+    std::string repoID = PathHelpers::canonicalPath(path);
+    Date now = clock_.now();
+
+    ShellResult inside = git(path, {"rev-parse", "--is-inside-work-tree"}, 15);
+    if (!inside.succeeded()) {
+        std::string text = firstCharacters(Text::trim(inside.stdErr), kMaxErrorLength);
+        return failureSnapshot(repoID, now, text.empty() ? std::string(kNotAWorkTree) : text);
+    }
+    if (Text::trim(inside.stdOut) != "true") {
+        return failureSnapshot(repoID, now, std::string(kNotAWorkTree));
+    }
+
+    RepoSnapshot snapshot;
+    snapshot.id = newUUID();
+    snapshot.repoID = repoID;
+    snapshot.capturedAt = now;
+
+    ShellResult branch = git(path, {"branch", "--show-current"}, 15);
+    if (branch.succeeded()) snapshot.branch = std::string(Text::trim(branch.stdOut));
+
+    ShellResult remote = git(path, {"remote", "get-url", "origin"}, 15);
+    if (remote.succeeded() && !Text::trim(remote.stdOut).empty()) {
+        snapshot.remoteURL = std::string(Text::trim(remote.stdOut));
+    }
+
+    snapshot.hasUpstream =
+        git(path, {"rev-parse", "--abbrev-ref", "--symbolic-full-name", "@{u}"}, 15).succeeded();
+
+    std::vector<std::string> statusArguments = {"status", "--porcelain=v1"};
+    if (ignoreUntracked) statusArguments.emplace_back("--untracked-files=no");
+    ShellResult status = git(path, statusArguments, 30);
+    if (status.succeeded()) {
+        snapshot.files = GitParsing::fileCounts(status.stdOut, ignoreUntracked);
+        snapshot.lastWorkingTreeChangeAt = newestChangeTime(status.stdOut, path, now);
+    }
+
+    if (snapshot.hasUpstream) {
+        ShellResult counts = git(path, {"rev-list", "--left-right", "--count", "@{u}...HEAD"}, 20);
+        if (counts.succeeded()) {
+            GitParsing::AheadBehind standing = GitParsing::aheadBehind(counts.stdOut);
+            snapshot.ahead = standing.ahead;
+            snapshot.behind = standing.behind;
+        }
+    }
+
+    ShellResult today = git(path, {"log", "--since=" + startOfDayArgument(now), "--pretty=%H"}, 20);
+    if (today.succeeded()) {
+        snapshot.commitsToday = static_cast<int>(Text::nonEmptyLines(today.stdOut).size());
+    }
+
+    ShellResult last = git(path, {"log", "-1", "--pretty=%H|%aI|%s"}, 15);
+    std::string_view lastLine = Text::trim(last.stdOut);
+    if (last.succeeded() && !lastLine.empty()) {
+        std::vector<std::string> parts = GitParsing::splitFirst(lastLine, '|', 3);
+        if (parts.size() == 3 && !parts[0].empty()) {
+            snapshot.lastCommitSha = parts[0];
+            snapshot.lastCommitAt = GitParsing::parseISODate(parts[1]);
+            snapshot.lastCommitMessage = parts[2];
+        }
+    }
+
+    snapshot.isDetachedHead = snapshot.branch.empty();
+    return snapshot;
+}
+
+std::optional<Date> GitScanner::newestChangeTime(std::string_view porcelain,
+                                                 const std::string& path, Date now) const {
+    std::filesystem::path root(PathHelpers::expandTilde(path));
+    std::optional<Date> newest;
+    for (const std::string& relative : GitParsing::changedPaths(porcelain)) {
+        std::filesystem::path file = root / relative;
+        struct stat info {};
+        if (::lstat(file.c_str(), &info) != 0) continue;  // deleted, or an escaped name
+        Date modified{std::chrono::seconds(info.st_mtim.tv_sec)};
+        if (modified > now) continue;  // a clock skew or a file from the future says nothing
+        if (!newest || modified > *newest) newest = modified;
+    }
+    return newest;
+}
+
+std::vector<CommitRecord> GitScanner::logCommits(const std::string& path,
+                                                 const std::string& sinceArg,
+                                                 const std::optional<std::string>& branch) const {
+    std::string repoID = PathHelpers::canonicalPath(path);
+    std::string branchName = branch.value_or("");
+    std::vector<std::string> arguments = {"log", "--since=" + sinceArg,
+                                          "--pretty=%H|%h|%an|%ae|%aI|%s"};
+    if (!branchName.empty()) arguments.push_back(branchName);
+    ShellResult log = git(path, arguments, 30);
+    if (!log.succeeded()) return {};
+
+    std::vector<CommitRecord> records = GitParsing::commits(log.stdOut, repoID, branchName);
+    if (records.empty() || records.size() > kMaxContainsChecks) return records;
+    for (CommitRecord& record : records) {
+        ShellResult contains = git(path, {"branch", "-r", "--contains", record.sha}, 10);
+        if (contains.succeeded()) record.isLocalOnly = Text::trim(contains.stdOut).empty();
+    }
+    return records;
+}
+
+std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) const {
+    ShellResult listing = git(path,
+                              {"for-each-ref",
+                               "--format=%(refname:short)%00%(upstream:short)%00%(objectname)%00%("
+                               "committerdate:iso-strict)",
+                               "refs/heads"},
+                              20);
+    if (!listing.succeeded()) return {};
+
+    std::vector<LocalBranchInfo> branches;
+    for (std::string_view line : Text::nonEmptyLines(listing.stdOut)) {
+        std::vector<std::string> fields;
+        size_t start = 0;
+        while (true) {
+            size_t end = line.find('\0', start);
+            fields.emplace_back(line.substr(start, end == std::string_view::npos ? end : end - start));
+            if (end == std::string_view::npos) break;
+            start = end + 1;
+        }
+        if (fields.size() != 4) continue;
+
+        const std::string& upstream = fields[1];
+        LocalBranchInfo info{fields[0], unlessEmpty(upstream), 0, 0, unlessEmpty(fields[2]),
+                             GitParsing::parseISODate(fields[3])};
+        if (!upstream.empty()) {
+            ShellResult counts =
+                git(path, {"rev-list", "--left-right", "--count", upstream + "..." + info.name}, 15);
+            if (counts.succeeded()) {
+                GitParsing::AheadBehind standing = GitParsing::aheadBehind(counts.stdOut);
+                info.ahead = standing.ahead;
+                info.behind = standing.behind;
+            }
+        }
+        branches.push_back(std::move(info));
+    }
+    return branches;
+}
+
+}  // namespace quorvane

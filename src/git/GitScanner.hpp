@@ -1,0 +1,59 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "git/CommitRecord.hpp"
+#include "git/RepoSnapshot.hpp"
+#include "platform/Clock.hpp"
+#include "platform/ProcessRunner.hpp"
+
+namespace quorvane {
+
+// One local branch with its standing against its upstream. Not persisted.
+struct LocalBranchInfo {
+    std::string name;
+    std::optional<std::string> upstream;
+    int ahead = 0;   // 0 without an upstream
+    int behind = 0;  // 0 without an upstream
+    std::optional<std::string> lastSha;
+    std::optional<Date> lastDate;  // committer date of the tip
+
+    bool operator==(const LocalBranchInfo&) const = default;
+};
+
+// Reads one working tree through a fixed series of read-only git commands. It
+// never writes to a repository and never fails: a repository it cannot read gives
+// a snapshot whose `error` says why. Safe to use for many repositories at once.
+class GitScanner {
+public:
+    GitScanner(const ProcessRunner& runner, const Clock& clock) : runner_(runner), clock_(clock) {}
+
+    RepoSnapshot scan(const std::string& path, bool ignoreUntracked) const;
+
+    // Commits reachable from HEAD (or `branch`) since `sinceArg`, newest first.
+    // When there are 1 to 50, each is checked against the remote-tracking branches
+    // to set `isLocalOnly`; with more, none is checked, to bound the children a scan starts.
+    std::vector<CommitRecord> logCommits(const std::string& path, const std::string& sinceArg,
+                                         const std::optional<std::string>& branch) const;
+
+    // The local branches in the order git lists them, with ahead and behind counts.
+    std::vector<LocalBranchInfo> localBranches(const std::string& path) const;
+
+    // The `--since` argument for the local midnight before `now`, in UTC.
+    static std::string startOfDayArgument(Date now);
+
+    static constexpr size_t kMaxContainsChecks = 50;
+
+private:
+    ShellResult git(const std::string& path, std::vector<std::string> arguments,
+                    double timeout) const;
+    std::optional<Date> newestChangeTime(std::string_view porcelain, const std::string& path,
+                                         Date now) const;
+
+    const ProcessRunner& runner_;
+    const Clock& clock_;
+};
+
+}  // namespace quorvane

@@ -1,0 +1,215 @@
+#include "git/GitScanner.hpp"
+
+#include <sys/stat.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "git/GitCommand.hpp"
+#include "platform/Shell.hpp"
+#include "testing/FakeClock.hpp"
+#include "testing/FakeProcessRunner.hpp"
+#include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
+
+namespace quorvane {
+namespace {
+
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::Pair;
+using testing::FakeProcessRunner;
+using testing::TestRepo;
+
+ShellResult ok(std::string out) { return ShellResult{std::move(out), "", 0}; }
+
+// Answers like a repository on branch "main" with an upstream, one staged file and
+// two commits today; `branchAnswer` replaces the answer to "branch --show-current".
+ShellResult healthyRepo(const ProcessRequest& request, std::optional<ShellResult> branchAnswer = {}) {
+    const auto& a = request.arguments;
+    if (a[0] == "rev-parse" && a[1] == "--is-inside-work-tree") return ok("true\n");
+    if (a[0] == "branch") return branchAnswer.value_or(ok("main\n"));
+    if (a[0] == "remote") return ok("git@example.org:me/app.git\n");
+    if (a[0] == "rev-parse") return ok("origin/main\n");
+    if (a[0] == "status") return ok("A  new.txt\n");
+    if (a[0] == "rev-list") return ok("1\t2\n");
+    if (a[0] == "log" && a[1] == "-1") return ok("abc|2026-11-21T09:00:00Z|Subject | with pipe\n");
+    if (a[0] == "log") return ok("abc\ndef\n");
+    return ShellResult{"", "unexpected", 1};
+}
+
+class GitScannerTest : public ::testing::Test {
+protected:
+    testing::FakeClock clock_{*DateHelpers::parseISO("2026-11-21T12:00:00Z")};
+    Shell shell_;
+};
+
+TEST_F(GitScannerTest, EveryChildIsAReadOnlyGitThatCannotPromptOrLock) {
+    FakeProcessRunner runner([](const ProcessRequest& r) { return healthyRepo(r); });
+    RepoSnapshot snapshot = GitScanner(runner, clock_).scan("/work/app", true);
+
+    EXPECT_EQ(snapshot.branch, "main");
+    EXPECT_EQ(snapshot.remoteURL, "git@example.org:me/app.git");
+    EXPECT_TRUE(snapshot.hasUpstream);
+    EXPECT_EQ(snapshot.files.staged, 1);
+    EXPECT_EQ(snapshot.ahead, 2);
+    EXPECT_EQ(snapshot.behind, 1);
+    EXPECT_EQ(snapshot.commitsToday, 2);
+    EXPECT_EQ(snapshot.lastCommitMessage, "Subject | with pipe");
+    EXPECT_EQ(snapshot.capturedAt, clock_.now());
+    EXPECT_FALSE(snapshot.error.has_value());
+
+    std::vector<ProcessRequest> requests = runner.requests();
+    ASSERT_EQ(requests.size(), 8u);
+    for (const ProcessRequest& request : requests) {
+        EXPECT_EQ(request.executable, "/usr/bin/git");
+        EXPECT_EQ(request.cwd, "/work/app");
+        EXPECT_FALSE(request.standardInput.has_value());
+        EXPECT_THAT(request.environment, Contains(Pair("GIT_OPTIONAL_LOCKS", "0")));
+        EXPECT_THAT(request.environment, Contains(Pair("GIT_TERMINAL_PROMPT", "0")));
+    }
+    EXPECT_THAT(runner.commandLines(), Contains("status --porcelain=v1 --untracked-files=no"));
+    EXPECT_THAT(runner.commandLines(), Contains("log --since=2026-11-21T00:00:00Z --pretty=%H"));
+}
+
+TEST_F(GitScannerTest, AFailedBranchReadCountsAsDetachedAndSkipsNothingElse) {
+    FakeProcessRunner runner([](const ProcessRequest& r) {
+        return healthyRepo(r, ShellResult{"", "fatal: boom", 128});
+    });
+    RepoSnapshot snapshot = GitScanner(runner, clock_).scan("/work/app", false);
+    EXPECT_EQ(snapshot.branch, "");
+    EXPECT_TRUE(snapshot.isDetachedHead);
+    EXPECT_FALSE(snapshot.error.has_value());
+    EXPECT_EQ(runner.requests().size(), 8u);
+}
+
+TEST_F(GitScannerTest, TheWorkTreeCheckAloneEndsAScanWithAnErrorText) {
+    auto scanWith = [&](ShellResult answer) {
+        FakeProcessRunner runner([answer](const ProcessRequest&) { return answer; });
+        RepoSnapshot snapshot = GitScanner(runner, clock_).scan("/work/app", false);
+        EXPECT_EQ(runner.requests().size(), 1u);
+        EXPECT_EQ(snapshot.branch, "");
+        EXPECT_FALSE(snapshot.isDetachedHead);
+        EXPECT_FALSE(snapshot.lastCommitSha.has_value());
+        return snapshot.error.value_or("<none>");
+    };
+    EXPECT_EQ(scanWith(ShellResult{"", "  fatal: not a git repository\n", 128}),
+              "fatal: not a git repository");
+    EXPECT_EQ(scanWith(ShellResult{"", " \n", 128}), "Not a git working tree");
+    EXPECT_EQ(scanWith(ok("false\n")), "Not a git working tree");
+    std::string longText = "é" + std::string(300, 'x');
+    EXPECT_EQ(scanWith(ShellResult{"", longText, 1}), "é" + std::string(199, 'x'));
+}
+
+TEST_F(GitScannerTest, LogCommitsMarksWhatNoRemoteBranchContains) {
+    testing::TempDir dir;
+    TestRepo origin(dir / "origin.git", TestRepo::Kind::bare);
+    TestRepo seed = TestRepo::cloneOf(origin, dir / "seed");
+    seed.commitFile("a.txt", "a", "pushed");
+    seed.git({"push", "-q", "origin", "main"});
+    TestRepo repo = TestRepo::cloneOf(origin, dir / "work");
+    std::string local = repo.commitFile("b.txt", "b", "local | only");
+
+    std::vector<CommitRecord> commits =
+        GitScanner(shell_, clock_).logCommits(repo.path(), "2000-01-01T00:00:00Z", std::nullopt);
+    ASSERT_EQ(commits.size(), 2u);
+    EXPECT_EQ(commits[0].sha, local);
+    EXPECT_EQ(commits[0].message, "local | only");
+    EXPECT_TRUE(commits[0].isLocalOnly);
+    EXPECT_EQ(commits[0].repoID, repo.path().string());
+    EXPECT_EQ(commits[0].branch, "");
+    EXPECT_EQ(commits[1].message, "pushed");
+    EXPECT_FALSE(commits[1].isLocalOnly);
+
+    std::vector<CommitRecord> onBranch =
+        GitScanner(shell_, clock_).logCommits(repo.path(), "2000-01-01T00:00:00Z", "origin/main");
+    ASSERT_EQ(onBranch.size(), 1u);
+    EXPECT_EQ(onBranch[0].branch, "origin/main");
+
+    EXPECT_TRUE(GitScanner(shell_, clock_)
+                    .logCommits((dir / "missing").string(), "2000-01-01T00:00:00Z", std::nullopt)
+                    .empty());
+}
+
+TEST_F(GitScannerTest, MoreThanFiftyCommitsAreNotCheckedOneByOne) {
+    auto logOf = [](int count) {
+        std::string text;
+        for (int i = 0; i < count; ++i) {
+            text += "sha" + std::to_string(i) + "|s|A|a@x|2026-11-21T09:00:00Z|c\n";
+        }
+        return text;
+    };
+    for (int count : {50, 51}) {
+        FakeProcessRunner runner([&](const ProcessRequest& r) {
+            return r.arguments[0] == "log" ? ok(logOf(count)) : ok("");
+        });
+        auto commits = GitScanner(runner, clock_).logCommits("/r", "2026-11-21T00:00:00Z", {});
+        ASSERT_EQ(commits.size(), static_cast<size_t>(count));
+        bool checked = count <= 50;
+        EXPECT_EQ(runner.requests().size(), checked ? 51u : 1u) << count;
+        EXPECT_EQ(commits.back().isLocalOnly, checked) << count;
+    }
+}
+
+TEST_F(GitScannerTest, LocalBranchesReportTheirStandingAgainstTheirUpstream) {
+    testing::TempDir dir;
+    TestRepo origin(dir / "origin.git", TestRepo::Kind::bare);
+    TestRepo seed = TestRepo::cloneOf(origin, dir / "seed");
+    seed.commitFile("a.txt", "a", "first");
+    seed.git({"push", "-q", "origin", "main"});
+    TestRepo repo = TestRepo::cloneOf(origin, dir / "work");
+    seed.commitFile("a.txt", "b", "second");
+    seed.git({"push", "-q", "origin", "main"});
+    repo.git({"fetch", "-q"});
+    repo.commitFile("c.txt", "c", "mine");
+    repo.commitFile("d.txt", "d", "mine too");
+    repo.git({"branch", "topic"});
+
+    std::vector<LocalBranchInfo> branches = GitScanner(shell_, clock_).localBranches(repo.path());
+    ASSERT_EQ(branches.size(), 2u);
+    EXPECT_EQ(branches[0].name, "main");
+    EXPECT_EQ(branches[0].upstream, "origin/main");
+    EXPECT_EQ(branches[0].ahead, 2);
+    EXPECT_EQ(branches[0].behind, 1);
+    EXPECT_EQ(branches[0].lastSha, repo.gitLine({"rev-parse", "main"}));
+    EXPECT_EQ(branches[0].lastDate,
+              DateHelpers::parseISO(repo.gitLine({"log", "-1", "--format=%cI", "main"})));
+    EXPECT_EQ(branches[1].name, "topic");
+    EXPECT_FALSE(branches[1].upstream.has_value());
+    EXPECT_EQ(branches[1].ahead, 0);
+    EXPECT_TRUE(GitScanner(shell_, clock_).localBranches((dir / "none").string()).empty());
+}
+
+TEST_F(GitScannerTest, AScanNeverRewritesTheIndexNorLeavesALock) {
+    testing::TempDir dir;
+    TestRepo repo(dir / "repo");
+    repo.commitFile("a.txt", "same", "first");
+    auto indexIdentity = [&] {
+        struct stat info {};
+        ::stat((repo.path() / ".git/index").c_str(), &info);
+        return std::pair(info.st_ino, info.st_mtim.tv_nsec + info.st_mtim.tv_sec * 1000000000L);
+    };
+    // Touching a file makes its cached stat data stale, which a plain `git status`
+    // repairs by rewriting the index under index.lock.
+    auto touch = [&] {
+        std::filesystem::last_write_time(repo.path() / "a.txt",
+                                         std::filesystem::file_time_type::clock::now());
+    };
+    touch();
+    auto before = indexIdentity();
+    repo.git({"status", "--porcelain"});
+    ASSERT_NE(indexIdentity(), before) << "git no longer refreshes the index; the test proves nothing";
+
+    touch();
+    before = indexIdentity();
+    testing::FakeClock clock(DateHelpers::parseISO("2030-01-01T00:00:00Z").value());
+    RepoSnapshot snapshot = GitScanner(shell_, clock).scan(repo.path(), false);
+    EXPECT_FALSE(snapshot.error.has_value());
+    EXPECT_EQ(snapshot.files.total(), 0);
+    EXPECT_EQ(indexIdentity(), before);
+    EXPECT_FALSE(std::filesystem::exists(repo.path() / ".git/index.lock"));
+}
+
+}  // namespace
+}  // namespace quorvane

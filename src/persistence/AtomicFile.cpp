@@ -1,0 +1,110 @@
+#include "persistence/AtomicFile.hpp"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include <fmt/format.h>
+
+namespace quorvane::AtomicFile {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string failure(std::string_view call, const fs::path& path) {
+    return fmt::format("{} {}: {}", call, path.string(), std::strerror(errno));
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        bytes.remove_prefix(static_cast<size_t>(n));
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<std::string> write(const fs::path& path, std::string_view bytes, unsigned mode) {
+    static std::atomic<unsigned> counter{0};
+    fs::path folder = path.parent_path().empty() ? fs::path(".") : path.parent_path();
+    fs::path temporary = folder / fmt::format(".{}.tmp-{}-{}", path.filename().string(), ::getpid(),
+                                              counter.fetch_add(1));
+
+    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                    static_cast<mode_t>(mode));
+    if (fd < 0) return failure("open", temporary);
+    // The mode given to open is reduced by the umask; these files must be exactly private.
+    bool ok = ::fchmod(fd, static_cast<mode_t>(mode)) == 0;
+    std::optional<std::string> error;
+    if (!ok) error = failure("fchmod", temporary);
+    if (ok && !writeAll(fd, bytes)) {
+        error = failure("write", temporary);
+        ok = false;
+    }
+    if (ok && ::fsync(fd) != 0) {
+        error = failure("fsync", temporary);
+        ok = false;
+    }
+    if (::close(fd) != 0 && ok) {
+        error = failure("close", temporary);
+        ok = false;
+    }
+    if (ok && ::rename(temporary.c_str(), path.c_str()) != 0) {
+        error = failure("rename", path);
+        ok = false;
+    }
+    if (!ok) {
+        ::unlink(temporary.c_str());
+        return error;
+    }
+    // The rename is durable only once the folder's entry is on disk.
+    int dirFd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0) return failure("open", folder);
+    int synced = ::fsync(dirFd);
+    ::close(dirFd);
+    if (synced != 0) return failure("fsync", folder);
+    return std::nullopt;
+}
+
+ReadResult read(const fs::path& path) {
+    ReadResult result;
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        result.missing = errno == ENOENT;
+        result.error = failure("open", path);
+        return result;
+    }
+    std::string bytes;
+    char buffer[65536];
+    while (true) {
+        ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            result.error = failure("read", path);
+            ::close(fd);
+            return result;
+        }
+        if (n == 0) break;
+        bytes.append(buffer, static_cast<size_t>(n));
+    }
+    ::close(fd);
+    result.bytes = std::move(bytes);
+    return result;
+}
+
+bool quarantine(const fs::path& path, Date now) {
+    fs::path target = path;
+    target += fmt::format(".corrupt-{}", now.time_since_epoch().count());
+    return ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0;
+}
+
+}  // namespace quorvane::AtomicFile

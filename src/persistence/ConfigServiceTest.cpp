@@ -1,0 +1,192 @@
+#include "persistence/ConfigService.hpp"
+
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "testing/FakeClock.hpp"
+#include "testing/LogCapture.hpp"
+#include "testing/TempDir.hpp"
+
+namespace quorvane {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr const char* kRepo = R"({"id": "/r", "name": "r", "localPath": "/r",
+                                  "addedAt": "2026-11-21T10:00:00Z"})";
+
+std::string readAll(const std::filesystem::path& path) {
+    std::ifstream stream(path);
+    std::stringstream buffer;
+    buffer << stream.rdbuf();
+    return buffer.str();
+}
+
+class ConfigServiceTest : public ::testing::Test {
+protected:
+    std::filesystem::path file() const { return dir_ / "config.json"; }
+    std::filesystem::path quarantined() const { return dir_ / "config.json.corrupt-1795000000"; }
+
+    AppConfig loadText(const std::string& text) {
+        testing::writeFile(file(), text);
+        return service_.load();
+    }
+
+    // Loads `text` and reports whether it was refused as unreadable.
+    bool refused(const std::string& text) {
+        std::error_code ec;
+        std::filesystem::remove(quarantined(), ec);
+        loadText(text);
+        return std::filesystem::exists(quarantined());
+    }
+
+    testing::TempDir dir_;
+    testing::FakeClock clock_{Date(std::chrono::seconds(1795000000))};
+    ConfigService service_{dir_ / "config.json", clock_};
+};
+
+TEST_F(ConfigServiceTest, AMissingFileGivesDefaultsAndWritesThem) {
+    AppConfig config = service_.load();
+    EXPECT_EQ(config, AppConfig{});
+    ASSERT_TRUE(std::filesystem::exists(file()));
+    struct stat info {};
+    ASSERT_EQ(::stat(file().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(ConfigService::decode(readAll(file())), AppConfig{});
+}
+
+TEST_F(ConfigServiceTest, RootAndTolerantRecordsFillWhatIsAbsentOrNull) {
+    EXPECT_EQ(loadText("{}"), AppConfig{});
+    EXPECT_FALSE(loadText("{}").didOnboard);
+    EXPECT_EQ(loadText(R"({"scanIntervalMinutes": null, "reminders": null, "agent": {}})"),
+              AppConfig{});
+
+    AppConfig config = loadText(std::string(R"({"scanIntervalMinutes": 5, "repositories": [)") +
+                                kRepo + R"(], "agent": {"maxScanDepth": 2}})");
+    EXPECT_EQ(config.scanIntervalMinutes, 5);
+    ASSERT_EQ(config.repositories.size(), 1u);
+    const RepoConfig& repo = config.repositories[0];
+    EXPECT_EQ(repo.defaultBranch, "main");
+    EXPECT_TRUE(repo.trackingEnabled);
+    EXPECT_FALSE(repo.ignoreUntracked);
+    EXPECT_EQ(repo.priority, RepoConfig::Priority::normal);
+    EXPECT_FALSE(repo.remoteURL.has_value());
+    EXPECT_TRUE(repo.aliases.empty());
+    EXPECT_EQ(config.agent.maxScanDepth, 2);
+    EXPECT_TRUE(config.agent.enabled);
+    EXPECT_EQ(config.agent.permissionLevel, AgentPermissionLevel::applySettings);
+    EXPECT_FALSE(config.agent.autoApproveConfidenceThreshold.has_value());
+    EXPECT_FALSE(std::filesystem::exists(quarantined()));
+}
+
+TEST_F(ConfigServiceTest, PresentButWrongValuesMakeTheFileUnreadable) {
+    EXPECT_TRUE(refused(R"({"scanIntervalMinutes": "10"})"));
+    EXPECT_TRUE(refused(R"({"scanFolders": "~/code"})"));
+    EXPECT_TRUE(refused(R"({"theme": "blue"})"));
+    EXPECT_TRUE(refused(R"({"agent": {"permissionLevel": "everything"}})"));
+    EXPECT_TRUE(refused(R"({"agent": {"enabled": "yes"}})"));
+    EXPECT_TRUE(refused(R"({"repositories": [{"id": "/r", "name": "r", "localPath": "/r"}]})"));
+    EXPECT_TRUE(refused(R"({"repositories": [{"id": "/r", "name": "r", "localPath": "/r",
+                                               "addedAt": "yesterday"}]})"));
+    EXPECT_TRUE(refused("[]"));
+    EXPECT_TRUE(refused("{\"scanFolders\": ["));
+    EXPECT_FALSE(refused(R"({"scanIntervalMinutes": 10.0})"));
+}
+
+TEST_F(ConfigServiceTest, PreferenceRecordsAreStrictEvenWhereTheKeyCouldBeLeftOut) {
+    EXPECT_TRUE(refused(R"({"reminders": {"needsPush": true}})"));
+    EXPECT_TRUE(refused(R"({"sync": {"interval": "m30"}})"));
+    EXPECT_TRUE(refused(R"({"ai": {"provider": "anthropic"}})"));
+    EXPECT_TRUE(refused(R"({"mapping": {"autoMapByURL": true}})"));
+    Json sync = toJson(SyncPrefs{});
+    sync["interval"] = "weekly";
+    EXPECT_TRUE(refused(Json{{"sync", sync}}.dump()));
+    EXPECT_TRUE(refused(R"({"accounts": [{"id": "a", "displayName": "A", "username": "a",
+                           "authType": "pat", "keychainRef": "", "syncEnabled": true}]})"));
+    EXPECT_FALSE(refused(Json{{"sync", toJson(SyncPrefs{})}}.dump()));
+}
+
+TEST_F(ConfigServiceTest, AnUnreadableFileIsMovedAsideLoggedAndNotOverwritten) {
+    testing::LogCapture log;
+    const std::string broken = R"({"theme": "blue"})";
+    EXPECT_EQ(loadText(broken), AppConfig{});
+
+    EXPECT_FALSE(std::filesystem::exists(file()));  // nothing saved until the next save
+    EXPECT_EQ(readAll(quarantined()), broken);
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].level, LogLevel::error);
+    EXPECT_EQ(log.lines()[0].category, "app");
+    EXPECT_THAT(log.lines()[0].message,
+                StartsWith("config.json unreadable — quarantined, running on defaults: "));
+    EXPECT_THAT(log.lines()[0].message, HasSubstr("theme"));
+
+    // A second bad file in the same second cannot take the name: it stays where it is.
+    loadText("not json");
+    EXPECT_EQ(readAll(quarantined()), broken);
+    EXPECT_EQ(readAll(file()), "not json");
+}
+
+TEST_F(ConfigServiceTest, AFileThatCannotBeReadIsKeptRatherThanReplaced) {
+    std::filesystem::create_directories(file());  // reading a folder fails
+    testing::writeFile(file() / "inside", "kept");
+    EXPECT_EQ(service_.load(), AppConfig{});
+    EXPECT_EQ(readAll(quarantined() / "inside"), "kept");
+}
+
+TEST_F(ConfigServiceTest, SaveAndLoadGiveEqualRecordsWithSortedKeys) {
+    AppConfig config;
+    config.scanFolders = {"/home/u/code"};
+    config.theme = AppConfig::ThemePref::dark;
+    config.reminders.pushAfterMinutes = 45;
+    config.sync.interval = SyncPrefs::Interval::h1;
+    config.ai.provider = AIPrefs::Provider::ollama;
+    config.mapping.defaultCloneFolder = "~/src";
+    config.agent.autoApproveConfidenceThreshold = 0;
+    config.agent.permissionLevel = AgentPermissionLevel::safeGit;
+    RepoConfig repo;
+    repo.id = repo.localPath = "/home/u/code/app";
+    repo.name = "app";
+    repo.displayName = "App";
+    repo.priority = RepoConfig::Priority::high;
+    repo.staleDaysThreshold = 7;
+    repo.aliases = {"the-app"};
+    repo.addedAt = *DateHelpers::parseISO("2026-11-21T18:58:03Z");
+    config.repositories.push_back(repo);
+    GitHubAccount account;
+    account.id = "4B1A";
+    account.displayName = "Work";
+    account.username = "someone";
+    account.authType = GitHubAccount::AuthType::ghCLI;
+    account.status = GitHubAccount::Status::tokenInvalid;
+    account.lastSyncAt = repo.addedAt;
+    config.accounts.push_back(account);
+
+    service_.save(config);
+    EXPECT_EQ(service_.load(), config);
+
+    std::string text = readAll(file());
+    EXPECT_LT(text.find("\"accounts\""), text.find("\"agent\""));
+    EXPECT_LT(text.find("\"agent\""), text.find("\"ai\""));
+    EXPECT_LT(text.find("\"ai\""), text.find("\"autoTrackNewRepos\""));
+    EXPECT_NE(text.find("\"addedAt\": \"2026-11-21T18:58:03Z\""), std::string::npos);
+    EXPECT_NE(text.find("\"autoApproveConfidenceThreshold\": 0"), std::string::npos);
+}
+
+TEST_F(ConfigServiceTest, AFailedSaveIsLoggedAndLeavesTheOldFile) {
+    service_.save(AppConfig{});
+    testing::LogCapture log;
+    ConfigService blocked(dir_ / "config.json" / "nested.json", clock_);
+    blocked.save(AppConfig{});
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0].message, StartsWith("config.json write failed: "));
+    EXPECT_EQ(ConfigService::decode(readAll(file())), AppConfig{});
+}
+
+}  // namespace
+}  // namespace quorvane

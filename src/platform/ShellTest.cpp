@@ -1,0 +1,160 @@
+#include "platform/Shell.hpp"
+
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "testing/TempDir.hpp"
+
+namespace quorvane {
+namespace {
+
+using ::testing::HasSubstr;
+
+ShellResult sh(const std::string& script, double timeout = 10,
+               std::optional<std::string> input = std::nullopt,
+               std::optional<std::string> cwd = std::nullopt) {
+    ProcessRequest request;
+    request.executable = "/bin/sh";
+    request.arguments = {"-c", script};
+    request.timeout = timeout;
+    request.standardInput = std::move(input);
+    request.cwd = std::move(cwd);
+    return Shell().run(request);
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST(ShellTest, CollectsBothStreamsAndTheExitStatus) {
+    ShellResult result = sh("printf 'out\\n'; printf 'err' >&2; exit 3");
+    EXPECT_EQ(result.stdOut, "out\n");
+    EXPECT_EQ(result.stdErr, "err");
+    EXPECT_EQ(result.exitCode, 3);
+
+    EXPECT_EQ(sh("cat", 10, "fed through stdin").stdOut, "fed through stdin");
+    // Without input the child reads an empty /dev/null rather than waiting on ours.
+    EXPECT_EQ(sh("cat").stdOut, "");
+    // Large output on both streams at once must not deadlock on a full pipe.
+    ShellResult big = sh("head -c 3000000 /dev/zero | tr '\\0' a; head -c 3000000 /dev/zero >&2");
+    EXPECT_EQ(big.stdOut.size(), 3000000u);
+    EXPECT_EQ(big.stdErr.size(), 3000000u);
+}
+
+TEST(ShellTest, RunsInTheWorkingFolderWithATildeExpanded) {
+    testing::TempDir dir;
+    EXPECT_EQ(sh("pwd", 10, std::nullopt, dir.path().string()).stdOut, dir.path().string() + "\n");
+    EXPECT_EQ(sh("pwd", 10, std::nullopt, "~").stdOut, std::string(getenv("HOME")) + "\n");
+}
+
+TEST(ShellTest, ALaunchThatCannotHappenGivesMinusOneWithAReason) {
+    ProcessRequest missing;
+    missing.executable = "/nonexistent/tool";
+    ShellResult result = Shell().run(missing);
+    EXPECT_EQ(result.exitCode, -1);
+    EXPECT_EQ(result.stdOut, "");
+    EXPECT_THAT(result.stdErr, HasSubstr("No such file or directory"));
+
+    ShellResult noFolder = sh("true", 10, std::nullopt, "/nonexistent/folder");
+    EXPECT_EQ(noFolder.exitCode, -1);
+    EXPECT_THAT(noFolder.stdErr, HasSubstr("/nonexistent/folder"));
+}
+
+TEST(ShellTest, InvalidUtf8IsRepairedNotRejected) {
+    ShellResult result = sh("printf 'a\\377b\\303'");
+    EXPECT_EQ(result.stdOut, "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+    EXPECT_EQ(result.exitCode, 0);
+}
+
+TEST(ShellTest, ATimedOutChildGetsSigtermAndKeepsItsOutput) {
+    auto start = std::chrono::steady_clock::now();
+    ShellResult result = sh("echo started; exec sleep 30", 0.5);
+    EXPECT_LT(secondsSince(start), 2.5);
+    EXPECT_EQ(result.exitCode, 15);
+    EXPECT_EQ(result.stdOut, "started\n");
+}
+
+TEST(ShellTest, AChildIgnoringSigtermIsKilledThreeSecondsLater) {
+    auto start = std::chrono::steady_clock::now();
+    ShellResult result = sh("trap '' TERM; echo waiting; while :; do sleep 0.1; done", 0.5);
+    double elapsed = secondsSince(start);
+    EXPECT_EQ(result.exitCode, 9);
+    EXPECT_EQ(result.stdOut, "waiting\n");
+    EXPECT_GE(elapsed, 0.5 + Shell::kKillGraceSeconds - 0.1);
+    EXPECT_LT(elapsed, 0.5 + Shell::kKillGraceSeconds + 3.0);
+}
+
+TEST(ShellTest, AGrandchildHoldingThePipeDoesNotHoldTheCallerPastTheTimeout) {
+    // The shell exits at once, but a background sleep in another session keeps stdout open.
+    auto start = std::chrono::steady_clock::now();
+    ShellResult result = sh("setsid sleep 30 & echo done", 1.0);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.stdOut, "done\n");
+    EXPECT_LT(secondsSince(start), 5.0);
+}
+
+TEST(ShellTest, ChildrenHaveNoTerminalToPromptOn) {
+    // A password prompt opens /dev/tty; in a session of its own the child has none.
+    ShellResult result =
+        sh("if (: </dev/tty) 2>/dev/null; then echo has-terminal; else echo no-terminal; fi");
+    EXPECT_EQ(result.stdOut, "no-terminal\n");
+}
+
+TEST(ShellTest, EnvironmentIsInheritedWithOverridesAndRemovals) {
+    setenv("QUORVANE_TEST_KEEP", "kept", 1);
+    setenv("QUORVANE_TEST_DROP", "dropped", 1);
+    ProcessRequest request;
+    request.executable = "/bin/sh";
+    request.arguments = {"-c", "echo \"$QUORVANE_TEST_KEEP,$QUORVANE_TEST_DROP,$EXTRA,$PATH\""};
+    request.environment = {{"EXTRA", "extra"}};
+    request.unsetEnvironment = {"QUORVANE_TEST_DROP"};
+    std::string expectedPath = Shell::enrichedPath(std::string(getenv("PATH")));
+    EXPECT_EQ(Shell().run(request).stdOut, "kept,,extra," + expectedPath + "\n");
+    unsetenv("QUORVANE_TEST_KEEP");
+    unsetenv("QUORVANE_TEST_DROP");
+}
+
+TEST(ShellTest, EnrichedPathAddsOnlyMissingToolFoldersInFront) {
+    std::string home = getenv("HOME");
+    std::string all = home + "/.local/bin:" + home + "/bin:" + home + "/.cargo/bin:" + home +
+                      "/go/bin:/opt/homebrew/bin:/opt/homebrew/sbin:";
+    EXPECT_EQ(Shell::enrichedPath(std::nullopt),
+              all + "/usr/local/bin:/usr/local/sbin:/usr/bin:/bin:/usr/sbin:/sbin");
+    // Present folders are not added again, and the inherited order is untouched.
+    EXPECT_EQ(Shell::enrichedPath("/usr/bin:/usr/local/bin::/bin"),
+              all + "/usr/local/sbin:/usr/bin:/usr/local/bin::/bin");
+}
+
+TEST(ShellTest, ManyRunsAtOnceShareNothing) {
+    constexpr int kThreads = 8;
+    std::vector<ShellResult> results(kThreads);
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&results, i] {
+                results[static_cast<size_t>(i)] =
+                    sh("cat; echo " + std::to_string(i) + " >&2; exit " + std::to_string(i), 10,
+                       "input " + std::to_string(i));
+            });
+        }
+    }
+    for (int i = 0; i < kThreads; ++i) {
+        const ShellResult& result = results[static_cast<size_t>(i)];
+        EXPECT_EQ(result.stdOut, "input " + std::to_string(i));
+        EXPECT_EQ(result.stdErr, std::to_string(i) + "\n");
+        EXPECT_EQ(result.exitCode, i);
+    }
+}
+
+TEST(ShellTest, AChildThatStopsReadingItsInputDoesNotKillTheCaller) {
+    std::string input(4 * 1024 * 1024, 'x');
+    ShellResult result = sh("head -c 10 >/dev/null; exit 4", 10, input);
+    EXPECT_EQ(result.exitCode, 4);
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,165 @@
+// The commands that manage what is tracked, driven through the built program.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "app/TextHelpers.hpp"
+#include "persistence/ConfigService.hpp"
+#include "platform/Clock.hpp"
+#include "tests/CliRunner.hpp"
+#include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
+
+namespace quorvane {
+namespace {
+
+using ::testing::HasSubstr;
+using testing::TestRepo;
+
+class CommandLineTest : public ::testing::Test {
+protected:
+    std::filesystem::path dataDir() const { return dir_ / "data"; }
+    ShellResult quorvane(std::vector<std::string> arguments) {
+        return testing::runQuorvane(dataDir(), std::move(arguments));
+    }
+    AppConfig config() {
+        SystemClock clock;
+        return ConfigService(dataDir() / "config.json", clock).load();
+    }
+
+    testing::TempDir dir_;
+};
+
+TEST_F(CommandLineTest, ReposAddReadsIdentityNameRemoteAndDefaultBranch) {
+    TestRepo origin(dir_ / "origin.git", TestRepo::Kind::bare);
+    TestRepo seed = TestRepo::cloneOf(origin, dir_ / "seed");
+    seed.commitFile("a.txt", "a", "base");
+    seed.git({"push", "-q", "origin", "main:trunk"});
+    origin.git({"symbolic-ref", "HEAD", "refs/heads/trunk"});
+    TestRepo clone = TestRepo::cloneOf(origin, dir_ / "clone");
+    TestRepo local(dir_ / "local");
+    local.git({"checkout", "-q", "-b", "work"});
+    std::filesystem::create_symlink(local.path(), dir_ / "link");
+    std::filesystem::create_directories(clone.path() / "src");
+
+    ShellResult added = quorvane({"repos", "add", (clone.path() / "src").string(),
+                                  (dir_ / "link").string()});
+    ASSERT_EQ(added.exitCode, 0) << added.stdErr;
+    EXPECT_THAT(added.stdOut, HasSubstr("tracking clone (" + clone.path().string() + ")"));
+
+    AppConfig saved = config();
+    ASSERT_EQ(saved.repositories.size(), 2u);
+    const RepoConfig& first = saved.repositories[0];
+    EXPECT_EQ(first.id, clone.path().string());  // the whole repository, not the subfolder
+    EXPECT_EQ(first.localPath, first.id);
+    EXPECT_EQ(first.name, "clone");
+    EXPECT_EQ(first.remoteURL, origin.path().string());
+    EXPECT_EQ(first.defaultBranch, "trunk");
+    EXPECT_TRUE(first.trackingEnabled);
+    const RepoConfig& second = saved.repositories[1];
+    EXPECT_EQ(second.id, local.path().string());  // the link is resolved
+    EXPECT_FALSE(second.remoteURL.has_value());
+    EXPECT_EQ(second.defaultBranch, "work");  // no remote: the current branch
+
+    ShellResult again = quorvane({"repos", "add", local.path().string()});
+    EXPECT_EQ(again.exitCode, 0);
+    EXPECT_THAT(again.stdOut, HasSubstr("already tracked"));
+    EXPECT_EQ(config().repositories.size(), 2u);
+}
+
+TEST_F(CommandLineTest, ReposAddRefusesAnythingButAWorkTreeAndWritesNothing) {
+    TestRepo good(dir_ / "good");
+    std::filesystem::create_directories(dir_ / "plain");
+    ShellResult result = quorvane({"repos", "add", good.path().string(), (dir_ / "plain").string(),
+                                   (dir_ / "missing").string()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_THAT(result.stdErr, HasSubstr("cannot track " + (dir_ / "plain").string() +
+                                         ": not a git working tree"));
+    EXPECT_THAT(result.stdErr, HasSubstr("cannot track " + (dir_ / "missing").string() +
+                                         ": no such folder"));
+    EXPECT_THAT(result.stdErr, HasSubstr("nothing was added"));
+    EXPECT_FALSE(std::filesystem::exists(dataDir() / "config.json"));
+}
+
+TEST_F(CommandLineTest, ReposListAndRemoveByIdOrPath) {
+    TestRepo a(dir_ / "a");
+    TestRepo b(dir_ / "b");
+    ASSERT_EQ(quorvane({"repos", "add", a.path().string(), b.path().string()}).exitCode, 0);
+
+    ShellResult list = quorvane({"repos", "list"});
+    EXPECT_THAT(list.stdOut, HasSubstr(a.path().string()));
+    EXPECT_THAT(list.stdOut, HasSubstr(b.path().string()));
+    Json listed = Json::parse(quorvane({"repos", "list", "--json"}).stdOut);
+    ASSERT_EQ(listed.size(), 2u);
+    EXPECT_EQ(listed[1]["id"], b.path().string());
+
+    std::filesystem::current_path(dir_.path());
+    ShellResult removed = quorvane({"repos", "remove", a.path().string()});
+    EXPECT_EQ(removed.exitCode, 0) << removed.stdErr;
+    ShellResult unknown = quorvane({"repos", "remove", "/not/tracked"});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_THAT(unknown.stdErr, HasSubstr("/not/tracked is not a tracked repository"));
+
+    AppConfig saved = config();
+    ASSERT_EQ(saved.repositories.size(), 1u);
+    EXPECT_EQ(saved.repositories[0].id, b.path().string());
+    EXPECT_EQ(saved.ignoredRepoIDs, std::vector<std::string>{a.path().string()});
+    // Adding it again by hand lifts the ignore.
+    ASSERT_EQ(quorvane({"repos", "add", a.path().string()}).exitCode, 0);
+    EXPECT_TRUE(config().ignoredRepoIDs.empty());
+}
+
+TEST_F(CommandLineTest, FoldersAreCanonicalUniqueAndMustExist) {
+    std::filesystem::create_directories(dir_ / "code");
+    std::filesystem::create_symlink(dir_ / "code", dir_ / "code-link");
+    EXPECT_EQ(quorvane({"folders", "add", (dir_ / "code-link").string()}).exitCode, 0);
+    EXPECT_THAT(quorvane({"folders", "add", (dir_ / "code").string()}).stdOut,
+                HasSubstr("already a scan folder"));
+    ShellResult missing = quorvane({"folders", "add", (dir_ / "nope").string()});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_THAT(missing.stdErr, HasSubstr("no such folder"));
+    EXPECT_EQ(config().scanFolders, std::vector<std::string>{(dir_ / "code").string()});
+    EXPECT_EQ(quorvane({"folders", "list"}).stdOut, (dir_ / "code").string() + "\n");
+
+    EXPECT_EQ(quorvane({"folders", "remove", (dir_ / "nope").string()}).exitCode, 1);
+    EXPECT_EQ(quorvane({"folders", "remove", (dir_ / "code-link").string()}).exitCode, 0);
+    EXPECT_TRUE(config().scanFolders.empty());
+}
+
+TEST_F(CommandLineTest, ScanPrintsOneLinePerRepositoryWithItsState) {
+    TestRepo busy(dir_ / "busy");
+    busy.commitFile("a.txt", "a", "one");
+    busy.write("a.txt", "changed");
+    busy.write("new.txt", "new");
+    TestRepo broken(dir_ / "broken");
+    ASSERT_EQ(quorvane({"repos", "add", busy.path().string(), broken.path().string()}).exitCode, 0);
+    std::filesystem::remove_all(broken.path() / ".git");
+
+    ShellResult result = quorvane({"scan"});
+    ASSERT_EQ(result.exitCode, 0) << result.stdErr;
+    std::vector<std::string_view> lines = Text::nonEmptyLines(result.stdOut);
+    ASSERT_EQ(lines.size(), 3u) << result.stdOut;
+    EXPECT_THAT(std::string(lines[1]), ::testing::MatchesRegex(
+        "busy +main +1 modified, 1 untracked +no upstream +1 commit"));
+    EXPECT_THAT(std::string(lines[2]), ::testing::MatchesRegex("broken .*error: fatal: not a git repository.*"));
+}
+
+TEST_F(CommandLineTest, EveryCommandTeachesItsUseAndBadUsageExitsTwo) {
+    for (std::vector<std::string> command :
+         {std::vector<std::string>{}, {"repos"}, {"repos", "add"}, {"repos", "list"},
+          {"repos", "remove"}, {"folders"}, {"folders", "add"}, {"folders", "remove"},
+          {"folders", "list"}, {"scan"}}) {
+        command.push_back("--help");
+        ShellResult help = quorvane(command);
+        EXPECT_EQ(help.exitCode, 0) << command[0];
+        EXPECT_THAT(help.stdOut, HasSubstr("--data-dir")) << command[0];
+    }
+    ShellResult version = quorvane({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_THAT(version.stdOut, ::testing::MatchesRegex("quorvane [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+
+    EXPECT_EQ(quorvane({"frobnicate"}).exitCode, 2);
+    EXPECT_EQ(quorvane({"repos", "add"}).exitCode, 2);
+}
+
+}  // namespace
+}  // namespace quorvane
