@@ -1,20 +1,31 @@
 #!/usr/bin/env bash
 # Installs every Debian package that building and testing Quorvane needs.
-# Safe to run again: apt-get skips what is already installed.
+# Safe to run again: when everything is installed already it changes nothing.
 set -euo pipefail
 
 packages=(
   build-essential g++ cmake ninja-build pkg-config git
   nlohmann-json3-dev libcli11-dev libfmt-dev
   libcurl4-openssl-dev libsecret-1-dev libsystemd-dev uuid-dev
-  libgtest-dev libgmock-dev libbenchmark-dev tzdata
+  libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
 )
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$package")
+  fi
+done
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: every package is installed"
+  exit 0
+fi
 
 sudo_cmd=()
 if [ "$(id -u)" -ne 0 ]; then
   sudo_cmd=(sudo)
 fi
-
+echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 "${sudo_cmd[@]}" apt-get update
-"${sudo_cmd[@]}" apt-get install -y --no-install-recommends "${packages[@]}"
+"${sudo_cmd[@]}" apt-get install -y --no-install-recommends "${missing[@]}"

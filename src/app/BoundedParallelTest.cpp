@@ -1,0 +1,46 @@
+#include "app/BoundedParallel.hpp"
+
+#include <latch>
+#include <mutex>
+
+#include <gtest/gtest.h>
+
+namespace quorvane {
+namespace {
+
+TEST(BoundedParallelTest, RunsExactlyLimitAtOnceAndKeepsInputOrder) {
+    constexpr size_t kCount = 30, kLimit = 8;
+    std::atomic<int> inFlight{0}, most{0};
+    // The first eight only go on once all eight have started: with fewer threads
+    // the test would hang, with more the maximum below would exceed eight.
+    std::latch firstWave(kLimit);
+    std::mutex orderMutex;
+    std::vector<size_t> startOrder;
+    std::vector<size_t> results = boundedParallelMap<size_t>(kCount, kLimit, [&](size_t i) {
+        int now = ++inFlight;
+        int seen = most.load();
+        while (now > seen && !most.compare_exchange_weak(seen, now)) {
+        }
+        {
+            std::lock_guard lock(orderMutex);
+            startOrder.push_back(i);
+        }
+        if (i < kLimit) firstWave.arrive_and_wait();
+        --inFlight;
+        return i * i;
+    });
+    EXPECT_EQ(most.load(), static_cast<int>(kLimit));
+    ASSERT_EQ(results.size(), kCount);
+    for (size_t i = 0; i < kCount; ++i) EXPECT_EQ(results[i], i * i);
+    // Nothing past the first eight starts before all of the first eight have.
+    for (size_t position = 0; position < kLimit; ++position) EXPECT_LT(startOrder[position], kLimit);
+}
+
+TEST(BoundedParallelTest, HandlesNothingToDoAndFewerItemsThanThreads) {
+    EXPECT_TRUE(boundedParallelMap<int>(0, 8, [](size_t) { return 1; }).empty());
+    std::vector<int> results = boundedParallelMap<int>(3, 8, [](size_t i) { return static_cast<int>(i) + 1; });
+    EXPECT_EQ(results, (std::vector<int>{1, 2, 3}));
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,77 @@
+#include "persistence/AtomicFile.hpp"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "testing/TempDir.hpp"
+
+namespace quorvane {
+namespace {
+
+using ::testing::HasSubstr;
+
+std::vector<std::string> entries(const std::filesystem::path& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(AtomicFileTest, ReplacesTheWholeFilePrivatelyAndLeavesNoTemporaryBehind) {
+    testing::TempDir dir;
+    auto file = dir / "data.json";
+    mode_t previous = ::umask(0);  // the mode must not depend on the caller's umask
+    ASSERT_FALSE(AtomicFile::write(file, "first").has_value());
+    ::umask(previous);
+    ASSERT_FALSE(AtomicFile::write(file, "second, longer").has_value());
+
+    EXPECT_EQ(AtomicFile::read(file).bytes, "second, longer");
+    struct stat info {};
+    ASSERT_EQ(::stat(file.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(entries(dir.path()), std::vector<std::string>{"data.json"});
+}
+
+TEST(AtomicFileTest, AFailedWriteNamesTheCallAndChangesNothing) {
+    testing::TempDir dir;
+    auto error = AtomicFile::write(dir / "missing" / "data.json", "x");
+    ASSERT_TRUE(error.has_value());
+    EXPECT_THAT(*error, HasSubstr("open"));
+    EXPECT_THAT(*error, HasSubstr("No such file or directory"));
+
+    // A rename onto a folder fails after the temporary file was written: it is removed.
+    std::filesystem::create_directories(dir / "taken" / "child");
+    EXPECT_TRUE(AtomicFile::write(dir / "taken", "x").has_value());
+    EXPECT_EQ(entries(dir.path()), std::vector<std::string>{"taken"});
+}
+
+TEST(AtomicFileTest, ReadTellsAMissingFileFromAnUnreadableOne) {
+    testing::TempDir dir;
+    AtomicFile::ReadResult missing = AtomicFile::read(dir / "nothing");
+    EXPECT_TRUE(missing.missing);
+    EXPECT_FALSE(missing.bytes.has_value());
+    AtomicFile::ReadResult folder = AtomicFile::read(dir.path());
+    EXPECT_FALSE(folder.missing);
+    EXPECT_FALSE(folder.bytes.has_value());
+    EXPECT_THAT(folder.error, HasSubstr("read"));
+}
+
+TEST(AtomicFileTest, QuarantineMovesAsideButNeverOntoAnEarlierQuarantine) {
+    testing::TempDir dir;
+    Date now{std::chrono::seconds(1795000000)};
+    testing::writeFile(dir / "store.json", "broken once");
+    EXPECT_TRUE(AtomicFile::quarantine(dir / "store.json", now));
+    testing::writeFile(dir / "store.json", "broken twice");
+    EXPECT_FALSE(AtomicFile::quarantine(dir / "store.json", now));
+    EXPECT_EQ(AtomicFile::read(dir / "store.json.corrupt-1795000000").bytes, "broken once");
+    EXPECT_EQ(AtomicFile::read(dir / "store.json").bytes, "broken twice");
+}
+
+}  // namespace
+}  // namespace quorvane
