@@ -118,6 +118,15 @@ TEST(ShellTest, EnvironmentIsInheritedWithOverridesAndRemovals) {
     unsetenv("QUORVANE_TEST_DROP");
 }
 
+TEST(ShellTest, LoginShellRunsACommandLineThroughTheUsersShell) {
+    testing::TempDir dir;
+    ShellResult result =
+        Shell().loginShell("printf '%s|' \"$(pwd)\" one 'two words'", dir.path().string(), 10);
+    EXPECT_EQ(result.exitCode, 0) << result.stdErr;
+    EXPECT_EQ(result.stdOut, dir.path().string() + "|one|two words|");
+    EXPECT_EQ(Shell().loginShell("exit 7", std::nullopt, 10).exitCode, 7);
+}
+
 TEST(ShellTest, EnrichedPathAddsOnlyMissingToolFoldersInFront) {
     std::string home = getenv("HOME");
     std::string all = home + "/.local/bin:" + home + "/bin:" + home + "/.cargo/bin:" + home +
