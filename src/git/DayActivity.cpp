@@ -1,0 +1,28 @@
+#include "git/DayActivity.hpp"
+
+namespace quorvane {
+
+void fromJson(const Json& json, DayActivity& out, const std::string& path) {
+    ObjectReader reader(json, path);
+    out.repoID = reader.required<std::string>("repoID");
+    out.dateKey = reader.required<std::string>("dateKey");
+    out.commitCount = reader.required<int>("commitCount");
+    out.estimatedSeconds = reader.required<int>("estimatedSeconds");
+    out.filesTouched = reader.required<int>("filesTouched");
+    out.pushed = reader.required<bool>("pushed");
+    out.branchesTouched = reader.required<std::vector<std::string>>("branchesTouched");
+    out.statuses = reader.required<std::vector<std::string>>("statuses");
+}
+
+Json toJson(const DayActivity& activity) {
+    return Json{{"repoID", activity.repoID},
+                {"dateKey", activity.dateKey},
+                {"commitCount", activity.commitCount},
+                {"estimatedSeconds", activity.estimatedSeconds},
+                {"filesTouched", activity.filesTouched},
+                {"pushed", activity.pushed},
+                {"branchesTouched", toJson(activity.branchesTouched)},
+                {"statuses", toJson(activity.statuses)}};
+}
+
+}  // namespace quorvane
