@@ -8,6 +8,7 @@ packages=(
   nlohmann-json3-dev libcli11-dev libfmt-dev
   libcurl4-openssl-dev libsecret-1-dev libsystemd-dev uuid-dev
   libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
+  dbus-daemon gnome-keyring libsecret-tools
 )
 
 missing=()

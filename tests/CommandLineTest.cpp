@@ -143,11 +143,43 @@ TEST_F(CommandLineTest, ScanPrintsOneLinePerRepositoryWithItsState) {
     EXPECT_THAT(std::string(lines[2]), ::testing::MatchesRegex("broken .*error: fatal: not a git repository.*"));
 }
 
+TEST_F(CommandLineTest, ScanStoresWhatStatusAndCommitsReadBack) {
+    TestRepo repo(dir_ / "repo");
+    Date now = SystemClock().now();
+    std::string first = repo.commitFile("a.txt", "a", "first today", now - std::chrono::minutes(2));
+    TestRepo other(dir_ / "other");
+    other.commitFile("b.txt", "b", "elsewhere");
+    ASSERT_EQ(quorvane({"repos", "add", repo.path().string(), other.path().string()}).exitCode, 0);
+    EXPECT_EQ(Json::parse(quorvane({"status", "--json"}).stdOut).size(), 0u);
+    EXPECT_THAT(quorvane({"status"}).stdOut, HasSubstr("not scanned yet"));
+
+    ASSERT_EQ(quorvane({"scan"}).exitCode, 0);
+    std::string second = repo.commitFile("a.txt", "b", "second today", now - std::chrono::minutes(1));
+    ASSERT_EQ(quorvane({"scan"}).exitCode, 0);
+
+    // The stored snapshot is the newest one; commits from both scans are kept once each.
+    Json status = Json::parse(quorvane({"status", "--json"}).stdOut);
+    ASSERT_EQ(status.size(), 2u);
+    EXPECT_EQ(status[0]["repoID"], repo.path().string());
+    EXPECT_EQ(status[0]["lastCommitSha"], second);
+    Json commits = Json::parse(quorvane({"commits", "--repo", repo.path().string(), "--json"}).stdOut);
+    ASSERT_EQ(commits.size(), 2u);
+    EXPECT_EQ(commits[0]["sha"], second);
+    EXPECT_EQ(commits[1]["sha"], first);
+    EXPECT_EQ(commits[0]["isLocalOnly"], true);
+    EXPECT_EQ(Json::parse(quorvane({"commits", "--json", "--limit", "1"}).stdOut).size(), 1u);
+    EXPECT_EQ(Json::parse(quorvane({"commits", "--json", "--all"}).stdOut).size(), 3u);
+    ShellResult text = quorvane({"commits", "--repo", repo.path().string()});
+    EXPECT_THAT(text.stdOut, HasSubstr(second.substr(0, 7)));
+    EXPECT_THAT(text.stdOut, HasSubstr("second today"));
+    EXPECT_EQ(quorvane({"commits", "--repo", "/not/tracked"}).exitCode, 1);
+}
+
 TEST_F(CommandLineTest, EveryCommandTeachesItsUseAndBadUsageExitsTwo) {
     for (std::vector<std::string> command :
          {std::vector<std::string>{}, {"repos"}, {"repos", "add"}, {"repos", "list"},
           {"repos", "remove"}, {"folders"}, {"folders", "add"}, {"folders", "remove"},
-          {"folders", "list"}, {"scan"}}) {
+          {"folders", "list"}, {"scan"}, {"status"}, {"commits"}, {"doctor"}}) {
         command.push_back("--help");
         ShellResult help = quorvane(command);
         EXPECT_EQ(help.exitCode, 0) << command[0];

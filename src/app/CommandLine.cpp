@@ -29,6 +29,8 @@ Examples:
   quorvane folders add ~/code          remember a folder that holds repositories
   quorvane scan                        read every tracked repository now
   quorvane scan --json                 the same, as JSON snapshots
+  quorvane status                      what the last scan found, without scanning
+  quorvane commits --repo ~/code/api   the stored commits of one repository
 
 Run 'quorvane COMMAND --help' for the details of a command.)";
 
@@ -110,11 +112,44 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     scan->add_flag("--json", scanJson, "Print the snapshots as a JSON array");
     scan->callback([&] { action = [&](CommandContext& c) { return Commands::scan(c, scanJson); }; });
 
+    // status
+    bool statusJson = false;
+    CLI::App* status = app.add_subcommand(
+        "status",
+        "Print what the last scan stored, without scanning\n"
+        "Reads the data folder only, so it works while another quorvane process is writing.");
+    status->add_flag("--json", statusJson, "Print the stored snapshots as a JSON array");
+    status->callback([&] { action = [&](CommandContext& c) { return Commands::status(c, statusJson); }; });
+
+    // commits
+    Commands::CommitsOptions commitOptions;
+    CLI::App* commits = app.add_subcommand(
+        "commits",
+        "List the stored commits, newest first\n"
+        "Scans record the commits of the day they run; \"local\" marks a commit that no\n"
+        "remote-tracking branch contains yet.");
+    commits->add_option("--repo", commitOptions.repo, "Only this repository (id or path)")
+        ->type_name("ID|PATH");
+    commits->add_option("--limit", commitOptions.limit, "Show at most N commits (default 20)")
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber);
+    commits->add_flag("--all", commitOptions.all, "Show every stored commit");
+    commits->add_flag("--json", commitOptions.json, "Print the commits as a JSON array");
+    commits->callback([&] { action = [&](CommandContext& c) { return Commands::commits(c, commitOptions); }; });
+
+    // doctor
+    CLI::App* doctor = app.add_subcommand(
+        "doctor",
+        "Check the data folder, git, the secret store and the configuration\n"
+        "Says which secret store is in use: the desktop's Secret Service, or the file\n"
+        "secrets.json in the data folder when none answers. Exits 1 when something is wrong.");
+    doctor->callback([&] { action = [](CommandContext& c) { return Commands::doctor(c); }; });
+
     for (CLI::App* group : {repos, folders}) {
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }
-    addDataDir(scan);
+    for (CLI::App* command : {scan, status, commits, doctor}) addDataDir(command);
     app.footer(kExamples);
 
     try {

@@ -1,6 +1,10 @@
 #include "app/Commands.hpp"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <ctime>
+#include <map>
 #include <atomic>
 #include <mutex>
 #include <ostream>
@@ -15,7 +19,11 @@
 #include "git/GitCommand.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
+#include "persistence/AtomicFile.hpp"
 #include "persistence/ConfigService.hpp"
+#include "persistence/DataFolderLock.hpp"
+#include "persistence/KeychainStore.hpp"
+#include "persistence/Store.hpp"
 
 namespace quorvane::Commands {
 
@@ -25,6 +33,24 @@ namespace {
 
 ConfigService configService(const CommandContext& context) {
     return ConfigService(context.dataDir / "config.json", context.clock);
+}
+
+// Becomes the one writer of the data folder, or says who is and returns nothing.
+std::optional<DataFolderLock> takeWriterLock(const CommandContext& context) {
+    LockAttempt attempt = DataFolderLock::acquire(context.dataDir);
+    if (attempt.lock) return std::move(attempt.lock);
+    if (!attempt.error.empty()) {
+        context.err << fmt::format("quorvane: cannot lock the data folder: {}\n", attempt.error);
+    } else {
+        context.err << "quorvane: "
+                    << DataFolderLock::refusalMessage(context.dataDir, attempt.holder) << "\n";
+    }
+    return std::nullopt;
+}
+
+// What a reader sees: the configuration as it is on disk, never written.
+AppConfig readConfig(const CommandContext& context) {
+    return ConfigService(context.dataDir / "config.json", context.clock).read();
 }
 
 bool isFolder(const std::string& path) {
@@ -82,7 +108,18 @@ void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
 }
 
 std::string plural(int count, std::string_view noun) {
+    if (count != 1 && noun.ends_with("y")) {
+        return fmt::format("{} {}ies", count, noun.substr(0, noun.size() - 1));
+    }
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+// "18:58" in local time.
+std::string localClockTime(Date date) {
+    std::time_t t = date.time_since_epoch().count();
+    std::tm parts{};
+    localtime_r(&t, &parts);
+    return fmt::format("{:02}:{:02}", parts.tm_hour, parts.tm_min);
 }
 
 std::string describeChanges(const GitFileCounts& files) {
@@ -119,6 +156,8 @@ const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath)
 }  // namespace
 
 int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
     // Every path is checked before anything is written, so one bad path adds nothing.
     std::vector<std::string> tops;
     bool refused = false;
@@ -157,7 +196,7 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
 }
 
 int reposList(CommandContext& context, bool json) {
-    AppConfig config = configService(context).load();
+    AppConfig config = readConfig(context);
     if (json) {
         context.out << JsonCodec::pretty(toJson(config.repositories));
         return 0;
@@ -177,6 +216,8 @@ int reposList(CommandContext& context, bool json) {
 }
 
 int reposRemove(CommandContext& context, const std::string& idOrPath) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
     ConfigService service = configService(context);
     AppConfig config = service.load();
     const RepoConfig* repo = findRepo(config, idOrPath);
@@ -198,6 +239,8 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
 }
 
 int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
     std::vector<std::string> folders;
     bool refused = false;
     for (const std::string& path : paths) {
@@ -231,6 +274,8 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
 }
 
 int foldersRemove(CommandContext& context, const std::vector<std::string>& paths) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
     ConfigService service = configService(context);
     AppConfig config = service.load();
     std::vector<std::string> matches;
@@ -255,7 +300,7 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
 }
 
 int foldersList(CommandContext& context) {
-    AppConfig config = configService(context).load();
+    AppConfig config = readConfig(context);
     if (config.scanFolders.empty()) {
         context.out << "No scan folders yet. Add one with: quorvane folders add PATH\n";
         return 0;
@@ -264,53 +309,222 @@ int foldersList(CommandContext& context) {
     return 0;
 }
 
-int scan(CommandContext& context, bool json) {
-    AppConfig config = configService(context).load();
+namespace {
+
+// The state table of `scan` and `status`: one row per repository, in configuration order.
+void printStates(std::ostream& out, const std::vector<const RepoConfig*>& repos,
+                 const std::vector<std::optional<RepoSnapshot>>& snapshots) {
+    std::vector<std::vector<std::string>> rows = {
+        {"REPOSITORY", "BRANCH", "CHANGES", "UPSTREAM", "TODAY", ""}};
+    for (size_t i = 0; i < repos.size(); ++i) {
+        std::string name = repos[i]->displayName.value_or(repos[i]->name);
+        const std::optional<RepoSnapshot>& snapshot = snapshots[i];
+        if (!snapshot) {
+            rows.push_back({name, "-", "-", "-", "-", "not scanned yet"});
+        } else if (snapshot->error) {
+            rows.push_back({name, "-", "-", "-", "-", "error: " + *snapshot->error});
+        } else {
+            rows.push_back({name, snapshot->isDetachedHead ? "(detached)" : snapshot->branch,
+                            describeChanges(snapshot->files), describeUpstream(*snapshot),
+                            plural(snapshot->commitsToday, "commit"), ""});
+        }
+    }
+    printTable(out, rows);
+}
+
+std::vector<const RepoConfig*> trackedRepos(const AppConfig& config) {
     std::vector<const RepoConfig*> active;
     for (const RepoConfig& repo : config.repositories) {
         if (repo.trackingEnabled) active.push_back(&repo);
     }
+    return active;
+}
+
+constexpr const char* kNothingTracked =
+    "No repositories are tracked yet. Track one with: quorvane repos add PATH\n";
+
+// What one repository's scan yields: its snapshot and today's commits.
+struct RepoScan {
+    RepoSnapshot snapshot;
+    std::vector<CommitRecord> commits;
+};
+
+}  // namespace
+
+int scan(CommandContext& context, bool json) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    AppConfig config = configService(context).load();
+    Store store(context.dataDir, context.clock);
+    store.load();
+    std::vector<const RepoConfig*> active = trackedRepos(config);
 
     GitScanner scanner(context.runner, context.clock);
+    std::string since = GitScanner::startOfDayArgument(context.clock.now());
     std::atomic<size_t> finished{0};
     std::mutex progressMutex;
-    std::vector<RepoSnapshot> snapshots = boundedParallelMap<RepoSnapshot>(
+    std::vector<RepoScan> results = boundedParallelMap<RepoScan>(
         active.size(), kMaxParallelScans, [&](size_t i) {
-            RepoSnapshot snapshot = scanner.scan(active[i]->localPath, active[i]->ignoreUntracked);
+            RepoScan result;
+            result.snapshot = scanner.scan(active[i]->localPath, active[i]->ignoreUntracked);
+            result.commits = scanner.logCommits(active[i]->localPath, since, std::nullopt);
             size_t done = finished.fetch_add(1) + 1;
             if (context.progress) {
                 std::lock_guard lock(progressMutex);
                 context.err << fmt::format("\rscanning {}/{}", done, active.size()) << std::flush;
             }
-            return snapshot;
+            return result;
         });
     if (context.progress && !active.empty()) context.err << "\r\033[K" << std::flush;
 
+    // Applied in configuration order, and written with one flush.
+    for (const RepoScan& result : results) {
+        store.replaceSnapshot(result.snapshot);
+        if (!result.commits.empty()) store.upsertCommits(result.commits);
+    }
+    store.flush();
+
     if (json) {
         Json array = Json::array();
-        for (const RepoSnapshot& snapshot : snapshots) array.push_back(toJson(snapshot));
+        for (const RepoScan& result : results) array.push_back(toJson(result.snapshot));
         context.out << JsonCodec::pretty(array);
         return 0;
     }
     if (active.empty()) {
-        context.out << "No repositories are tracked yet. Track one with: quorvane repos add PATH\n";
+        context.out << kNothingTracked;
         return 0;
     }
-    std::vector<std::vector<std::string>> rows = {
-        {"REPOSITORY", "BRANCH", "CHANGES", "UPSTREAM", "TODAY", ""}};
-    for (size_t i = 0; i < active.size(); ++i) {
-        const RepoSnapshot& snapshot = snapshots[i];
-        std::string name = active[i]->displayName.value_or(active[i]->name);
-        if (snapshot.error) {
-            rows.push_back({name, "-", "-", "-", "-", "error: " + *snapshot.error});
-            continue;
+    std::vector<std::optional<RepoSnapshot>> snapshots;
+    for (const RepoScan& result : results) snapshots.emplace_back(result.snapshot);
+    printStates(context.out, active, snapshots);
+    return 0;
+}
+
+int status(CommandContext& context, bool json) {
+    AppConfig config = readConfig(context);
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    std::vector<const RepoConfig*> active = trackedRepos(config);
+    std::vector<std::optional<RepoSnapshot>> snapshots;
+    for (const RepoConfig* repo : active) snapshots.push_back(store.snapshot(repo->id));
+
+    if (json) {
+        Json array = Json::array();
+        for (const auto& snapshot : snapshots) {
+            if (snapshot) array.push_back(toJson(*snapshot));
         }
-        rows.push_back({name, snapshot.isDetachedHead ? "(detached)" : snapshot.branch,
-                        describeChanges(snapshot.files), describeUpstream(snapshot),
-                        plural(snapshot.commitsToday, "commit"), ""});
+        context.out << JsonCodec::pretty(array);
+        return 0;
+    }
+    if (active.empty()) {
+        context.out << kNothingTracked;
+        return 0;
+    }
+    std::optional<Date> newest;
+    for (const auto& snapshot : snapshots) {
+        if (snapshot && (!newest || snapshot->capturedAt > *newest)) newest = snapshot->capturedAt;
+    }
+    printStates(context.out, active, snapshots);
+    context.out << (newest ? fmt::format("\nlast scan: {} {}\n", DateHelpers::dateKey(*newest),
+                                         localClockTime(*newest))
+                           : std::string("\nnot scanned yet: run quorvane scan\n"));
+    return 0;
+}
+
+int commits(CommandContext& context, const CommitsOptions& options) {
+    AppConfig config = readConfig(context);
+    std::optional<std::string> repoID;
+    if (options.repo) {
+        const RepoConfig* repo = findRepo(config, *options.repo);
+        if (repo == nullptr) {
+            context.err << fmt::format(
+                "quorvane: {} is not a tracked repository (see: quorvane repos list)\n", *options.repo);
+            return 1;
+        }
+        repoID = repo->id;
+    }
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    std::vector<CommitRecord> found =
+        store.commits(repoID, options.all ? std::nullopt : std::optional<size_t>(options.limit));
+
+    if (options.json) {
+        context.out << JsonCodec::pretty(toJson(found));
+        return 0;
+    }
+    if (found.empty()) {
+        context.out << "No commits are stored yet. They are recorded by: quorvane scan\n";
+        return 0;
+    }
+    std::map<std::string, std::string> names;
+    for (const RepoConfig& repo : config.repositories) names[repo.id] = repo.displayName.value_or(repo.name);
+    std::vector<std::vector<std::string>> rows;
+    for (const CommitRecord& commit : found) {
+        auto name = names.find(commit.repoID);
+        rows.push_back({DateHelpers::dateKey(commit.committedAt) + " " + localClockTime(commit.committedAt),
+                        commit.shortSha,
+                        name != names.end() ? name->second : fs::path(commit.repoID).filename().string(),
+                        commit.isLocalOnly ? "local" : "", commit.message});
     }
     printTable(context.out, rows);
     return 0;
+}
+
+int doctor(CommandContext& context) {
+    bool healthy = true;
+    std::vector<std::vector<std::string>> rows;
+
+    std::error_code ec;
+    auto perms = fs::status(context.dataDir, ec).permissions();
+    bool writable = ::access(context.dataDir.c_str(), W_OK) == 0;
+    rows.push_back({"data folder", context.dataDir.string(),
+                    writable ? fmt::format("ok (mode {:o})", static_cast<unsigned>(perms) & 0777)
+                             : "not writable"});
+    healthy = healthy && writable;
+
+    ProcessRequest version;
+    version.executable = std::string(GitCommand::kGitPath);
+    version.arguments = {"--version"};
+    version.timeout = 15;
+    ShellResult git = context.runner.run(version);
+    rows.push_back({"git", std::string(GitCommand::kGitPath),
+                    git.succeeded() ? "ok (" + firstLine(git.stdOut) + ")"
+                                    : "not usable: " + firstLine(git.stdErr)});
+    healthy = healthy && git.succeeded();
+
+    rows.push_back({"secret store", KeychainStore::chooseBackend(context.dataDir, context.clock)->description(), ""});
+
+    std::optional<pid_t> holder = DataFolderLock::currentHolder(context.dataDir);
+    rows.push_back({"writer", holder ? (*holder > 0 ? fmt::format("held by pid {}", *holder)
+                                                    : std::string("held by another process"))
+                                     : std::string("free"),
+                    ""});
+
+    AtomicFile::ReadResult file = AtomicFile::read(context.dataDir / "config.json");
+    std::string configState = "not written yet (defaults)";
+    if (file.bytes) {
+        try {
+            AppConfig config = ConfigService::decode(*file.bytes);
+            configState = fmt::format("ok ({}, {})", plural(static_cast<int>(config.repositories.size()), "repository"),
+                                      plural(static_cast<int>(config.scanFolders.size()), "scan folder"));
+        } catch (const DecodeError& error) {
+            configState = std::string("unreadable: ") + error.what();
+            healthy = false;
+        }
+    }
+    rows.push_back({"config.json", configState, ""});
+
+    std::vector<std::string> quarantined;
+    for (const auto& entry : fs::directory_iterator(context.dataDir, ec)) {
+        std::string name = entry.path().filename().string();
+        if (name.find(".corrupt-") != std::string::npos) quarantined.push_back(name);
+    }
+    std::sort(quarantined.begin(), quarantined.end());
+    rows.push_back({"set aside", quarantined.empty() ? std::string("no unreadable files")
+                                                     : fmt::format("{}", fmt::join(quarantined, ", ")),
+                    ""});
+    printTable(context.out, rows);
+    return healthy ? 0 : 1;
 }
 
 }  // namespace quorvane::Commands

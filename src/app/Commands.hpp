@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,17 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
 int foldersList(CommandContext& context);
 
 int scan(CommandContext& context, bool json);
+int status(CommandContext& context, bool json);
+
+struct CommitsOptions {
+    std::optional<std::string> repo;  // id or path; all repositories when absent
+    size_t limit = 20;
+    bool all = false;
+    bool json = false;
+};
+int commits(CommandContext& context, const CommitsOptions& options);
+
+int doctor(CommandContext& context);
 
 // The most git work running at once during a scan.
 inline constexpr size_t kMaxParallelScans = 8;

@@ -101,6 +101,15 @@ ReadResult read(const fs::path& path) {
     return result;
 }
 
+void removeStaleTemporaries(const fs::path& path) {
+    fs::path folder = path.parent_path().empty() ? fs::path(".") : path.parent_path();
+    std::string prefix = fmt::format(".{}.tmp-", path.filename().string());
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(folder, ec)) {
+        if (entry.path().filename().string().starts_with(prefix)) fs::remove(entry.path(), ec);
+    }
+}
+
 bool quarantine(const fs::path& path, Date now) {
     fs::path target = path;
     target += fmt::format(".corrupt-{}", now.time_since_epoch().count());

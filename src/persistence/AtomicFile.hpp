@@ -25,6 +25,10 @@ struct ReadResult {
 
 ReadResult read(const std::filesystem::path& path);
 
+// Removes the temporary files that an interrupted `write` of `path` left behind.
+// Only the folder's one writer may call it: another writer's temporary is live.
+void removeStaleTemporaries(const std::filesystem::path& path);
+
 // Moves an unreadable file aside to "<name>.corrupt-<seconds since 1970>" in the
 // same folder, so that it is kept for the user and never overwritten. An existing
 // file of that name is not replaced: the move fails and false is returned.

@@ -73,5 +73,14 @@ TEST(AtomicFileTest, QuarantineMovesAsideButNeverOntoAnEarlierQuarantine) {
     EXPECT_EQ(AtomicFile::read(dir / "store.json").bytes, "broken twice");
 }
 
+TEST(AtomicFileTest, StaleTemporariesOfOneFileAreRemovedAndNothingElse) {
+    testing::TempDir dir;
+    testing::writeFile(dir / ".data.json.tmp-123-0", "interrupted");
+    testing::writeFile(dir / ".other.json.tmp-123-0", "another file's");
+    testing::writeFile(dir / "data.json", "kept");
+    AtomicFile::removeStaleTemporaries(dir / "data.json");
+    EXPECT_EQ(entries(dir.path()), (std::vector<std::string>{".other.json.tmp-123-0", "data.json"}));
+}
+
 }  // namespace
 }  // namespace quorvane

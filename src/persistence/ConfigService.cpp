@@ -25,6 +25,7 @@ std::string ConfigService::encode(const AppConfig& config) {
 
 AppConfig ConfigService::load() {
     std::unique_lock lock(mutex_);
+    AtomicFile::removeStaleTemporaries(fileURL_);
     AtomicFile::ReadResult file = AtomicFile::read(fileURL_);
     if (file.missing) {
         AppConfig defaults;
@@ -47,6 +48,19 @@ AppConfig ConfigService::load() {
     AtomicFile::quarantine(fileURL_, clock_.now());
     Log::app().error(
         fmt::format("config.json unreadable — quarantined, running on defaults: {}", problem));
+    return AppConfig{};
+}
+
+AppConfig ConfigService::read() const {
+    std::lock_guard lock(mutex_);
+    AtomicFile::ReadResult file = AtomicFile::read(fileURL_);
+    if (file.missing) return AppConfig{};
+    try {
+        if (file.bytes) return decode(*file.bytes);
+        Log::app().error(fmt::format("config.json unreadable, running on defaults: {}", file.error));
+    } catch (const DecodeError& error) {
+        Log::app().error(fmt::format("config.json unreadable, running on defaults: {}", error.what()));
+    }
     return AppConfig{};
 }
 

@@ -21,6 +21,10 @@ public:
     // without saving: the next save writes a new file.
     AppConfig load();
 
+    // For a reader beside the writer: like `load`, but never writes or moves the
+    // file. A file that cannot be decoded is logged and gives the defaults.
+    AppConfig read() const;
+
     // Writes the whole configuration atomically (mode 0600, sorted keys). A failure
     // is logged; the caller's copy stays ahead of the disk until the next save.
     void save(const AppConfig& config);
@@ -34,7 +38,7 @@ public:
 private:
     std::filesystem::path fileURL_;
     const Clock& clock_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
 };
 
 }  // namespace quorvane

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <limits>
 
+#include <fmt/format.h>
+
 namespace quorvane {
 
 namespace JsonCodec {
@@ -17,6 +19,77 @@ Json parse(std::string_view text) {
     } catch (const Json::parse_error& error) {
         throw DecodeError(std::string("not valid JSON: ") + error.what());
     }
+}
+
+namespace {
+
+bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+// The end of the JSON value that starts at `pos`: the first ',' or ']' outside
+// strings and nested brackets. Validity is left to the parser.
+size_t valueEnd(std::string_view text, size_t pos) {
+    int depth = 0;
+    bool inString = false;
+    for (; pos < text.size(); ++pos) {
+        char c = text[pos];
+        if (inString) {
+            if (c == '\\') {
+                ++pos;
+            } else if (c == '"') {
+                inString = false;
+            }
+            continue;
+        }
+        if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            ++depth;
+        } else if (c == ']' || c == '}') {
+            if (depth == 0) return pos;
+            --depth;
+        } else if (c == ',' && depth == 0) {
+            return pos;
+        }
+    }
+    return pos;
+}
+
+}  // namespace
+
+void forEachArrayElement(std::string_view text,
+                         const std::function<void(const Json&, size_t)>& visit) {
+    size_t pos = 0;
+    auto skipSpace = [&] {
+        while (pos < text.size() && isSpace(text[pos])) ++pos;
+    };
+    skipSpace();
+    if (pos >= text.size() || text[pos] != '[') {
+        throw DecodeError("not valid JSON: expected an array");
+    }
+    ++pos;
+    skipSpace();
+    size_t index = 0;
+    if (pos < text.size() && text[pos] == ']') {
+        ++pos;
+    } else {
+        while (true) {
+            size_t end = valueEnd(text, pos);
+            if (end >= text.size()) throw DecodeError("not valid JSON: the array is not closed");
+            std::string_view element = text.substr(pos, end - pos);
+            Json value;
+            try {
+                value = Json::parse(element);
+            } catch (const Json::parse_error& error) {
+                throw DecodeError(fmt::format("not valid JSON: element {}: {}", index, error.what()));
+            }
+            visit(value, index++);
+            pos = end + 1;
+            if (text[end] == ']') break;
+            skipSpace();
+        }
+    }
+    skipSpace();
+    if (pos != text.size()) throw DecodeError("not valid JSON: text after the array");
 }
 
 std::string describe(const Json& value) {

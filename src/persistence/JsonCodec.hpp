@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -31,6 +32,11 @@ std::string pretty(const Json& value);
 Json parse(std::string_view text);
 
 std::string describe(const Json& value);  // "a string", "null", ... for error texts
+
+// Parses a top-level JSON array one element at a time, handing each to `visit`,
+// so a large file never exists as one JSON tree in memory. Throws DecodeError when
+// the text is not an array or an element is not valid JSON.
+void forEachArrayElement(std::string_view text, const std::function<void(const Json&, size_t)>& visit);
 
 }  // namespace JsonCodec
 

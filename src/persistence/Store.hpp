@@ -1,0 +1,202 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/AuditLogEntry.hpp"
+#include "agent/PendingProposal.hpp"
+#include "agent/ProjectMetadata.hpp"
+#include "git/CommitRecord.hpp"
+#include "git/DayActivity.hpp"
+#include "git/RepoSnapshot.hpp"
+#include "git/WorkSession.hpp"
+#include "github/BranchRecord.hpp"
+#include "github/GitHubAccount.hpp"
+#include "github/ProjectHealthSnapshot.hpp"
+#include "github/RemoteRepository.hpp"
+#include "github/RepositoryMapping.hpp"
+#include "github/SyncState.hpp"
+#include "platform/Clock.hpp"
+#include "reports/DailyJournal.hpp"
+#include "reports/ReminderEvent.hpp"
+
+namespace quorvane {
+
+// The program's database: one JSON file per collection in the data folder, all
+// held in memory and written back by `flush`. Every call is serialised on the
+// store's own lock and queries return copies, so callers see each call as atomic.
+class Store {
+public:
+    enum class Access {
+        readWrite,  // the one writer of the data folder
+        readOnly,   // a reader beside a running writer: never moves or writes a file
+    };
+
+    // The outcome of spending a confirmation token.
+    struct ConsumeResult {
+        enum class Kind { ok, notApproved, notFound, expired };
+        Kind kind = Kind::notFound;
+        std::optional<PendingProposal> proposal;  // with `ok`
+        std::string status;                       // with `notApproved`: the proposal's status word
+    };
+
+    // Creates `dir` if needed; reads nothing until `load`.
+    Store(std::filesystem::path dir, const Clock& clock, Access access = Access::readWrite);
+
+    // Reads every file. A missing file is an empty collection; one that cannot be
+    // decoded is moved aside to "<name>.corrupt-<seconds>" (never in read-only
+    // access) and its collection starts empty. Then trims the audit log to 90 days
+    // and 5000 entries.
+    void load();
+
+    // Writes every collection that changed since its file was last written. A
+    // failed write is logged and retried at the next flush. Refused before `load`.
+    void flush();
+
+    bool isLoaded() const;
+    const std::filesystem::path& dir() const { return dir_; }
+
+    // Snapshots, one per repository.
+    std::optional<RepoSnapshot> snapshot(const std::string& repoID) const;
+    std::vector<RepoSnapshot> snapshots() const;
+    void replaceSnapshot(const RepoSnapshot& snapshot);
+
+    // Commits. `commits` gives the repository's (all when no id), newest first,
+    // cut to `limit`; `commitsBetween` those authored from `from` to `to`, inclusive.
+    std::vector<CommitRecord> commits(const std::optional<std::string>& repoID,
+                                      std::optional<size_t> limit = std::nullopt) const;
+    std::vector<CommitRecord> commitsBetween(Date from, Date to) const;
+    void upsertCommits(const std::vector<CommitRecord>& commits);
+
+    // Work sessions, newest start first.
+    std::vector<WorkSession> sessions(const std::optional<std::string>& repoID,
+                                      std::optional<Date> since) const;
+    std::optional<WorkSession> openSession(const std::string& repoID) const;
+    void upsertSessions(const std::vector<WorkSession>& sessions);
+
+    // Day activity, sorted by repository then day.
+    std::vector<DayActivity> dayActivities(const std::string& dateKey) const;
+    std::vector<DayActivity> dayActivities(const std::string& fromKey, const std::string& toKey) const;
+    void setDayActivity(const DayActivity& activity);
+
+    // The journal, one entry per day.
+    std::optional<DailyJournal> journal(const std::string& dateKey) const;
+    void upsertJournal(const DailyJournal& entry);
+
+    // Reminders, newest first.
+    std::vector<ReminderEvent> reminders(bool unresolvedOnly) const;
+    void upsertReminders(const std::vector<ReminderEvent>& events);
+    void resolveReminders(const std::vector<std::string>& ids);
+    void pruneResolvedReminders(int olderThanDays);
+
+    // Accounts, sorted by display name then id.
+    std::vector<GitHubAccount> accounts() const;
+    void upsertAccount(const GitHubAccount& account);
+    void removeAccount(const std::string& accountID);
+
+    std::vector<RemoteRepository> remoteRepos(const std::optional<std::string>& accountID) const;
+    void replaceRemoteRepos(const std::string& accountID, const std::vector<RemoteRepository>& repos);
+
+    std::vector<RepositoryMapping> mappings() const;
+    void upsertMappings(const std::vector<RepositoryMapping>& mappings);
+    void replaceMappings(const std::vector<RepositoryMapping>& mappings);
+
+    std::vector<BranchRecord> branches(const std::optional<std::string>& repoID) const;
+    void replaceBranches(const std::string& repoID, const std::vector<BranchRecord>& branches);
+
+    std::vector<SyncState> syncStates() const;
+    std::optional<SyncState> syncState(const std::string& repoID) const;
+    void replaceSyncStates(const std::vector<SyncState>& states);
+
+    std::vector<ProjectHealthSnapshot> health(const std::optional<std::string>& repoID) const;
+    void upsertHealth(const std::vector<ProjectHealthSnapshot>& records);
+
+    // Proposals, newest first. The status changes below write "proposals.json" at
+    // once, so a crash can never make a spent token valid again.
+    std::vector<PendingProposal> proposals(std::optional<PendingProposal::Status> status) const;
+    std::optional<PendingProposal> proposal(const std::string& id) const;
+    void upsertProposal(const PendingProposal& proposal);
+    ConsumeResult consumeApprovedProposal(const std::string& token);
+    void rejectProposal(const std::string& id);
+    void markProposalApplied(const std::string& id);
+
+    // The agent audit log, newest first. Appending writes "agent_audit.json" at once
+    // and keeps the newest 5000 entries.
+    std::vector<AuditLogEntry> auditEntries(std::optional<size_t> limit = std::nullopt) const;
+    void appendAudit(const AuditLogEntry& entry);
+    void pruneAudit(int olderThanDays);
+
+    std::optional<ProjectMetadata> metadata(const std::string& repoID) const;
+    void upsertMetadata(const ProjectMetadata& metadata);
+
+    // Forgets everything stored about a repository: snapshot, health, commits,
+    // sessions, day activity, sync state, branches and mappings.
+    void purgeRepo(const std::string& repoID);
+
+    static constexpr size_t kMaxAuditEntries = 5000;
+    static constexpr int kAuditRetentionDays = 90;
+
+    // The files in the order they are read, and in the order they are written.
+    static const std::vector<std::string>& loadOrder();
+    static const std::vector<std::string>& flushOrder();
+
+private:
+    template <class Record>
+    struct Keyed {
+        std::map<std::string, Record> items;
+        bool dirty = false;
+    };
+    template <class Record>
+    struct Listed {
+        std::vector<Record> items;
+        bool dirty = false;
+    };
+
+    // How one file is read into, and written from, its collection.
+    struct Slot {
+        std::function<void(std::string_view text)> decode;  // throws DecodeError
+        std::function<std::string()> encode;
+        std::function<void()> clear;
+        bool* dirty;
+    };
+
+    template <class Record>
+    Slot keyedSlot(Keyed<Record>& collection, std::function<std::string(const Record&)> key);
+    template <class Record>
+    Slot listedSlot(Listed<Record>& collection);
+
+    void readFile(const std::string& name);
+    bool writeFile(const std::string& name);  // logs a failure; true when written
+    void trimAudit();
+
+    std::filesystem::path dir_;
+    const Clock& clock_;
+    Access access_;
+    mutable std::mutex mutex_;
+    bool loaded_ = false;
+
+    Keyed<RepoSnapshot> snapshots_;
+    Keyed<CommitRecord> commits_;
+    Listed<WorkSession> sessions_;
+    Keyed<DayActivity> dayActivities_;
+    Keyed<DailyJournal> journals_;
+    Listed<ReminderEvent> reminders_;
+    Keyed<GitHubAccount> accounts_;
+    Keyed<RemoteRepository> remoteRepos_;
+    Keyed<RepositoryMapping> mappings_;
+    Keyed<BranchRecord> branches_;
+    Keyed<SyncState> syncStates_;
+    Keyed<ProjectHealthSnapshot> health_;
+    Keyed<PendingProposal> proposals_;
+    Listed<AuditLogEntry> audit_;
+    Keyed<ProjectMetadata> metadata_;
+
+    std::map<std::string, Slot> slots_;
+};
+
+}  // namespace quorvane

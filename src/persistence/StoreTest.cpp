@@ -1,0 +1,404 @@
+#include "persistence/Store.hpp"
+
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iterator>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "testing/FakeClock.hpp"
+#include "testing/LogCapture.hpp"
+#include "testing/TempDir.hpp"
+
+namespace quorvane {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using namespace std::chrono_literals;
+
+const Date kNow = *DateHelpers::parseISO("2026-11-21T12:00:00Z");
+
+std::string fileText(const std::filesystem::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+ino_t inode(const std::filesystem::path& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+}
+
+CommitRecord commit(const std::string& repo, const std::string& sha, Date at) {
+    CommitRecord c;
+    c.repoID = repo;
+    c.sha = sha;
+    c.shortSha = sha.substr(0, 3);
+    c.message = "subject " + sha;
+    c.authorName = "A";
+    c.authorEmail = "a@example.invalid";
+    c.committedAt = at;
+    return c;
+}
+
+AuditLogEntry audit(const std::string& id, Date at) {
+    AuditLogEntry entry;
+    entry.id = id;
+    entry.at = at;
+    entry.actor = "claude";
+    entry.tool = "list_repositories";
+    entry.status = "ok";
+    return entry;
+}
+
+PendingProposal proposal(const std::string& id, PendingProposal::Status status,
+                         std::optional<std::string> token, std::optional<Date> expiresAt) {
+    PendingProposal p;
+    p.id = id;
+    p.title = "Track ~/code";
+    p.payloadJSON = "{}";
+    p.status = status;
+    p.confirmationToken = std::move(token);
+    p.createdAt = kNow - 1h;
+    p.expiresAt = expiresAt;
+    return p;
+}
+
+// One record in every collection, so a round trip exercises all fifteen files.
+void fillEverything(Store& store) {
+    RepoSnapshot snapshot;
+    snapshot.id = "S1";
+    snapshot.repoID = "/r";
+    snapshot.capturedAt = kNow;
+    snapshot.branch = "main";
+    store.replaceSnapshot(snapshot);
+    store.upsertCommits({commit("/r", "abc1", kNow - 2h)});
+    WorkSession session;
+    session.id = "W1";
+    session.repoID = "/r";
+    session.startedAt = kNow - 1h;
+    session.endedAt = kNow;
+    session.isOpen = true;
+    store.upsertSessions({session});
+    DayActivity day;
+    day.repoID = "/r";
+    day.dateKey = "2026-11-21";
+    day.commitCount = 1;
+    store.setDayActivity(day);
+    DailyJournal journal;
+    journal.dateKey = "2026-11-21";
+    journal.manualNotes = "notes";
+    store.upsertJournal(journal);
+    ReminderEvent reminder;
+    reminder.id = "R1";
+    reminder.repoID = "/r";
+    reminder.message = "push";
+    reminder.triggeredAt = kNow;
+    store.upsertReminders({reminder});
+    GitHubAccount account;
+    account.id = "acc";
+    account.displayName = "Work";
+    account.username = "me";
+    store.upsertAccount(account);
+    RemoteRepository remote;
+    remote.id = "acc:me/r";
+    remote.accountID = "acc";
+    remote.owner = "me";
+    remote.name = "r";
+    store.replaceRemoteRepos("acc", {remote});
+    RepositoryMapping mapping;
+    mapping.id = "/r";
+    mapping.localRepoID = "/r";
+    store.upsertMappings({mapping});
+    BranchRecord branch;
+    branch.id = "/r#main#L";
+    branch.repoID = "/r";
+    branch.name = "main";
+    store.replaceBranches("/r", {branch});
+    SyncState state;
+    state.id = "/r";
+    store.replaceSyncStates({state});
+    ProjectHealthSnapshot health;
+    health.id = health.repoID = "/r";
+    store.upsertHealth({health});
+    store.upsertProposal(proposal("P1", PendingProposal::Status::pending, std::nullopt, std::nullopt));
+    store.appendAudit(audit("A1", kNow));
+    ProjectMetadata metadata;
+    metadata.repoID = "/r";
+    metadata.projectType = "cmake";
+    store.upsertMetadata(metadata);
+}
+
+class StoreTest : public ::testing::Test {
+protected:
+    Store& fresh() {
+        stores_.push_back(std::make_unique<Store>(dir_.path(), clock_));
+        return *stores_.back();
+    }
+    Store& loaded() {
+        Store& store = fresh();
+        store.load();
+        return store;
+    }
+
+    testing::TempDir dir_;
+    testing::FakeClock clock_{kNow};
+    std::vector<std::unique_ptr<Store>> stores_;
+};
+
+TEST_F(StoreTest, EveryCollectionSurvivesAFlushAndALoad) {
+    Store& first = loaded();
+    fillEverything(first);
+    first.flush();
+    for (const std::string& name : Store::loadOrder()) {
+        EXPECT_TRUE(std::filesystem::exists(dir_ / name)) << name;
+        struct stat info {};
+        ::stat((dir_ / name).c_str(), &info);
+        EXPECT_EQ(info.st_mode & 0777, 0600u) << name;
+    }
+
+    Store& second = loaded();
+    EXPECT_EQ(second.snapshots(), first.snapshots());
+    EXPECT_EQ(second.commits(std::nullopt), first.commits(std::nullopt));
+    EXPECT_EQ(second.sessions(std::nullopt, std::nullopt), first.sessions(std::nullopt, std::nullopt));
+    EXPECT_EQ(second.dayActivities("2026-11-21"), first.dayActivities("2026-11-21"));
+    EXPECT_EQ(second.journal("2026-11-21"), first.journal("2026-11-21"));
+    EXPECT_EQ(second.reminders(false), first.reminders(false));
+    EXPECT_EQ(second.accounts(), first.accounts());
+    EXPECT_EQ(second.remoteRepos(std::nullopt), first.remoteRepos(std::nullopt));
+    EXPECT_EQ(second.mappings(), first.mappings());
+    EXPECT_EQ(second.branches(std::nullopt), first.branches(std::nullopt));
+    EXPECT_EQ(second.syncStates(), first.syncStates());
+    EXPECT_EQ(second.health(std::nullopt), first.health(std::nullopt));
+    EXPECT_EQ(second.proposals(std::nullopt), first.proposals(std::nullopt));
+    EXPECT_EQ(second.auditEntries(), first.auditEntries());
+    EXPECT_EQ(second.metadata("/r"), first.metadata("/r"));
+    EXPECT_EQ(second.commits(std::nullopt).size(), 1u);
+}
+
+TEST_F(StoreTest, AFlushBeforeLoadIsRefusedAndTouchesNothing) {
+    Store& writer = loaded();
+    fillEverything(writer);
+    writer.flush();
+    std::string before = fileText(dir_ / "commits.json");
+
+    testing::LogCapture log;
+    Store& early = fresh();
+    EXPECT_TRUE(early.snapshots().empty());
+    early.flush();
+    EXPECT_EQ(fileText(dir_ / "commits.json"), before);
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].category, "store");
+    EXPECT_EQ(log.lines()[0].message,
+              "flush() before load() — refusing to overwrite existing data with empty collections");
+}
+
+TEST_F(StoreTest, ATruncatedFileIsQuarantinedWhileTheOtherFourteenLoad) {
+    Store& writer = loaded();
+    fillEverything(writer);
+    writer.flush();
+    std::string text = fileText(dir_ / "commits.json");
+    testing::writeFile(dir_ / "commits.json", text.substr(0, text.size() / 2));
+
+    testing::LogCapture log;
+    // A reader beside the writer reports the file but never moves it.
+    Store reader(dir_.path(), clock_, Store::Access::readOnly);
+    reader.load();
+    EXPECT_TRUE(reader.commits(std::nullopt).empty());
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "commits.json.corrupt-1795262400"));
+
+    Store& store = loaded();
+    std::filesystem::path quarantined = dir_ / "commits.json.corrupt-1795262400";
+    EXPECT_EQ(fileText(quarantined), text.substr(0, text.size() / 2));
+    EXPECT_TRUE(store.commits(std::nullopt).empty());
+    EXPECT_EQ(store.snapshots().size(), 1u);
+    EXPECT_EQ(store.sessions(std::nullopt, std::nullopt).size(), 1u);
+    EXPECT_EQ(store.auditEntries().size(), 1u);
+    EXPECT_TRUE(store.metadata("/r").has_value());
+    ASSERT_FALSE(log.lines().empty());
+    EXPECT_THAT(log.lines().back().message, HasSubstr("commits.json unreadable — quarantined: "));
+
+    store.flush();  // a new, empty file takes the name; the damaged one is kept
+    EXPECT_EQ(fileText(dir_ / "commits.json"), "[]\n");
+    EXPECT_TRUE(std::filesystem::exists(quarantined));
+}
+
+TEST_F(StoreTest, FlushWritesOnlyWhatChangedAndRetriesAFailedWrite) {
+    Store& store = loaded();
+    fillEverything(store);
+    store.flush();
+    std::map<std::string, ino_t> before;
+    for (const std::string& name : Store::flushOrder()) before[name] = inode(dir_ / name);
+
+    store.upsertCommits({commit("/r", "abc2", kNow)});
+    store.flush();
+    for (const std::string& name : Store::flushOrder()) {
+        if (name == "commits.json") {
+            EXPECT_NE(inode(dir_ / name), before[name]);
+        } else {
+            EXPECT_EQ(inode(dir_ / name), before[name]) << name << " was rewritten";
+        }
+    }
+
+    // A folder in the file's place makes the rename fail; the next flush tries again.
+    store.upsertCommits({commit("/r", "abc3", kNow)});
+    std::filesystem::remove(dir_ / "commits.json");
+    std::filesystem::create_directories(dir_ / "commits.json" / "blocker");
+    testing::LogCapture log;
+    store.flush();
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0].message, HasSubstr("write commits.json failed: "));
+    std::filesystem::remove_all(dir_ / "commits.json");
+    store.flush();
+    EXPECT_EQ(loaded().commits(std::nullopt).size(), 3u);
+}
+
+TEST_F(StoreTest, TheAuditLogKeepsNinetyDaysAndFiveThousandEntries) {
+    auto writeLog = [&](size_t count) {
+        std::vector<AuditLogEntry> entries;
+        for (size_t i = 0; i < count; ++i) {
+            entries.push_back(audit("A" + std::to_string(i), kNow - 6000s + std::chrono::seconds(i)));
+        }
+        testing::writeFile(dir_ / "agent_audit.json", JsonCodec::pretty(toJson(entries)));
+    };
+    writeLog(5000);
+    Store& exact = loaded();
+    EXPECT_EQ(exact.auditEntries().size(), 5000u);
+    EXPECT_EQ(exact.auditEntries().back().id, "A0");
+
+    // Appending is written at once, without a flush, and drops the oldest.
+    exact.appendAudit(audit("newest", kNow));
+    EXPECT_THAT(fileText(dir_ / "agent_audit.json"), HasSubstr("\"newest\""));
+    std::vector<AuditLogEntry> kept = loaded().auditEntries();
+    ASSERT_EQ(kept.size(), 5000u);
+    EXPECT_EQ(kept.front().id, "newest");
+    EXPECT_EQ(kept.back().id, "A1");
+    EXPECT_THAT(exact.auditEntries(3), ::testing::SizeIs(3));
+
+    writeLog(5001);  // a longer log is cut back when it is loaded
+    std::vector<AuditLogEntry> trimmed = loaded().auditEntries();
+    ASSERT_EQ(trimmed.size(), 5000u);
+    EXPECT_EQ(trimmed.back().id, "A1");
+
+    std::filesystem::remove(dir_ / "agent_audit.json");
+    Store& old = loaded();
+    old.appendAudit(audit("91 days", kNow - 24h * 91));
+    old.appendAudit(audit("89 days", kNow - 24h * 89));
+    std::vector<AuditLogEntry> recent = loaded().auditEntries();
+    ASSERT_EQ(recent.size(), 1u);
+    EXPECT_EQ(recent[0].id, "89 days");
+}
+
+TEST_F(StoreTest, AConfirmationTokenIsSpentOnceAndOnlyWhileValid) {
+    using Kind = Store::ConsumeResult::Kind;
+    using Status = PendingProposal::Status;
+    Store& store = loaded();
+    store.upsertProposal(proposal("valid", Status::approved, "tok-valid", kNow + 5min));
+    store.upsertProposal(proposal("late", Status::approved, "tok-late", kNow - 1s));
+    store.upsertProposal(proposal("open-ended", Status::approved, "tok-open", std::nullopt));
+    store.upsertProposal(proposal("waiting", Status::pending, "tok-waiting", kNow + 5min));
+    store.upsertProposal(proposal("no token", Status::approved, std::nullopt, kNow + 5min));
+
+    Store::ConsumeResult first = store.consumeApprovedProposal("tok-valid");
+    EXPECT_EQ(first.kind, Kind::ok);
+    ASSERT_TRUE(first.proposal.has_value());
+    EXPECT_EQ(first.proposal->id, "valid");
+    EXPECT_EQ(first.proposal->status, Status::applied);
+    // Spent on disk at once, so a crash cannot make it valid again.
+    Store reader(dir_.path(), clock_, Store::Access::readOnly);
+    reader.load();
+    EXPECT_EQ(reader.proposal("valid")->status, Status::applied);
+
+    Store::ConsumeResult second = store.consumeApprovedProposal("tok-valid");
+    EXPECT_EQ(second.kind, Kind::notApproved);
+    EXPECT_EQ(second.status, "applied");
+    EXPECT_EQ(store.consumeApprovedProposal("tok-late").kind, Kind::expired);
+    EXPECT_EQ(store.consumeApprovedProposal("tok-open").kind, Kind::expired);
+    EXPECT_EQ(store.proposal("open-ended")->status, Status::approved);
+    Store::ConsumeResult pending = store.consumeApprovedProposal("tok-waiting");
+    EXPECT_EQ(pending.kind, Kind::notApproved);
+    EXPECT_EQ(pending.status, "pending");
+    EXPECT_EQ(store.consumeApprovedProposal("").kind, Kind::notFound);
+    EXPECT_EQ(store.consumeApprovedProposal("tok-unknown").kind, Kind::notFound);
+
+    store.rejectProposal("waiting");
+    reader.load();
+    EXPECT_EQ(reader.proposal("waiting")->status, Status::rejected);
+}
+
+TEST_F(StoreTest, QueriesFilterOrderAndCut) {
+    Store& store = loaded();
+    store.upsertCommits({commit("/a", "1", kNow - 3h), commit("/a", "2", kNow - 1h),
+                         commit("/b", "3", kNow - 2h), commit("/a", "1", kNow - 3h)});
+    auto shas = [](const std::vector<CommitRecord>& commits) {
+        std::vector<std::string> result;
+        for (const auto& c : commits) result.push_back(c.sha);
+        return result;
+    };
+    EXPECT_THAT(shas(store.commits(std::nullopt)), ElementsAre("2", "3", "1"));
+    EXPECT_THAT(shas(store.commits("/a")), ElementsAre("2", "1"));
+    EXPECT_THAT(shas(store.commits("/a", 1)), ElementsAre("2"));
+    EXPECT_TRUE(store.commits("/a", 0).empty());
+    EXPECT_EQ(store.commitsBetween(kNow - 2h, kNow - 1h).size(), 2u);
+
+    WorkSession older, newer;
+    older.id = "old";
+    older.repoID = newer.repoID = "/a";
+    older.startedAt = kNow - 5h;
+    newer.id = "new";
+    newer.startedAt = kNow - 1h;
+    newer.isOpen = true;
+    store.upsertSessions({older, newer});
+    newer.estimatedSeconds = 60;
+    store.upsertSessions({newer});
+    std::vector<WorkSession> sessions = store.sessions("/a", std::nullopt);
+    ASSERT_EQ(sessions.size(), 2u);
+    EXPECT_EQ(sessions[0].id, "new");
+    EXPECT_EQ(sessions[0].estimatedSeconds, 60);
+    EXPECT_EQ(store.sessions("/a", kNow - 2h).size(), 1u);
+    EXPECT_EQ(store.openSession("/a")->id, "new");
+    EXPECT_FALSE(store.openSession("/b").has_value());
+
+    ReminderEvent open, done;
+    open.id = "open";
+    open.triggeredAt = kNow;
+    done.id = "done";
+    done.triggeredAt = kNow - 40 * 24h;
+    store.upsertReminders({open, done});
+    store.resolveReminders({"done"});
+    EXPECT_EQ(store.reminders(true).size(), 1u);
+    clock_.advance(31 * 24h);
+    store.pruneResolvedReminders(30);
+    ASSERT_EQ(store.reminders(false).size(), 1u);
+    EXPECT_EQ(store.reminders(false)[0].id, "open");
+}
+
+TEST_F(StoreTest, AccountsAndRepositoriesTakeWhatBelongsToThemWhenRemoved) {
+    Store& store = loaded();
+    fillEverything(store);
+    RemoteRepository other;
+    other.id = "acc2:me/x";
+    other.accountID = "acc2";
+    store.replaceRemoteRepos("acc2", {other});
+    store.removeAccount("acc");
+    EXPECT_TRUE(store.accounts().empty());
+    ASSERT_EQ(store.remoteRepos(std::nullopt).size(), 1u);
+    EXPECT_EQ(store.remoteRepos(std::nullopt)[0].id, "acc2:me/x");
+
+    store.upsertCommits({commit("/keep", "k", kNow)});
+    store.purgeRepo("/r");
+    EXPECT_FALSE(store.snapshot("/r").has_value());
+    EXPECT_TRUE(store.health("/r").empty());
+    EXPECT_EQ(store.commits(std::nullopt).size(), 1u);
+    EXPECT_TRUE(store.sessions("/r", std::nullopt).empty());
+    EXPECT_TRUE(store.dayActivities("2026-11-21").empty());
+    EXPECT_FALSE(store.syncState("/r").has_value());
+    EXPECT_TRUE(store.branches("/r").empty());
+    EXPECT_TRUE(store.mappings().empty());
+    EXPECT_TRUE(store.journal("2026-11-21").has_value());  // the journal is not the repository's
+}
+
+}  // namespace
+}  // namespace quorvane
