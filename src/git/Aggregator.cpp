@@ -1,0 +1,598 @@
+#include "git/Aggregator.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <climits>
+#include <ctime>
+#include <set>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace quorvane::Aggregator {
+namespace {
+
+using SnapshotIndex = std::unordered_map<std::string, const RepoSnapshot*>;
+
+// Folders whose repositories are tools' copies, not the user's projects.
+constexpr std::array<std::string_view, 8> kRankingExcludedFragments = {
+    "/Library/Caches/",
+    "/Library/Developer/",
+    "/Library/Containers/",
+    "/Library/Application Support/",
+    "/.Trash/",
+    "/node_modules/",
+    "/DerivedData/",
+    "/Pods/"};
+
+// Statuses a weekly view flags: work left waiting, or a repository that cannot be read.
+constexpr std::array<RepoStatus, 6> kAttentionStatuses = {
+    RepoStatus::needsCommit, RepoStatus::needsPush,    RepoStatus::behindRemote,
+    RepoStatus::stale,       RepoStatus::detachedHead, RepoStatus::error};
+
+// The latest snapshot of each repository; a later entry replaces an earlier one.
+SnapshotIndex latestSnapshots(const std::vector<RepoSnapshot>& snapshots) {
+    SnapshotIndex index;
+    for (const auto& snapshot : snapshots)
+        index[snapshot.repoID] = &snapshot;
+    return index;
+}
+
+const RepoSnapshot* find(const SnapshotIndex& index, const std::string& repoID) {
+    auto it = index.find(repoID);
+    return it == index.end() ? nullptr : it->second;
+}
+
+// The name people see: the one they gave, else the folder's.
+std::string displayName(const RepoConfig& config) {
+    if (config.displayName && !config.displayName->empty())
+        return *config.displayName;
+    return config.name;
+}
+
+int staleDaysFor(const RepoConfig& config) {
+    return config.staleDaysThreshold.value_or(kDefaultStaleDays);
+}
+
+bool inWindow(Date date, Date start, Date end) {
+    return date >= start && date <= end;
+}
+
+// Case-insensitive for ASCII letters; other bytes compare as they stand, which keeps
+// UTF-8 names in code point order.
+bool nameLess(std::string_view a, std::string_view b) {
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+        return std::tolower(static_cast<unsigned char>(x)) <
+               std::tolower(static_cast<unsigned char>(y));
+    });
+}
+
+std::tm localParts(Date date) {
+    std::time_t t = date.time_since_epoch().count();
+    std::tm parts{};
+    localtime_r(&t, &parts);
+    return parts;
+}
+
+// `date` moved by whole calendar days at the same wall-clock time, so a day with a
+// daylight-saving change still counts as one day; no value when it is out of range.
+std::optional<Date> addCalendarDays(Date date, int days) {
+    std::tm parts = localParts(date);
+    long long mday = static_cast<long long>(parts.tm_mday) + days;
+    if (mday < INT_MIN || mday > INT_MAX)
+        return std::nullopt;
+    parts.tm_mday = static_cast<int>(mday);
+    parts.tm_isdst = -1;
+    std::time_t t = std::mktime(&parts);
+    if (t == static_cast<std::time_t>(-1))
+        return std::nullopt;
+    return Date(std::chrono::seconds(t));
+}
+
+// Local midnight `offset` days after the day that starts at `dayStart`.
+Date dayStartAfter(Date dayStart, int offset) {
+    std::tm parts = localParts(dayStart);
+    return DateHelpers::fromLocal(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday + offset, 0,
+                                  0, 0);
+}
+
+bool hasWork(const DayActivity& activity) {
+    return activity.commitCount > 0 || activity.estimatedSeconds > 0;
+}
+
+bool contains(const std::vector<RepoStatus>& labels, RepoStatus wanted) {
+    return std::find(labels.begin(), labels.end(), wanted) != labels.end();
+}
+
+bool needsAttention(const std::vector<RepoStatus>& labels) {
+    return std::any_of(kAttentionStatuses.begin(), kAttentionStatuses.end(),
+                       [&](RepoStatus status) { return contains(labels, status); });
+}
+
+// Day records keep labels as text; a name this build does not know is dropped.
+std::vector<RepoStatus> parseStatuses(const std::vector<std::string>& names) {
+    std::vector<RepoStatus> labels;
+    for (const auto& name : names) {
+        if (auto status = enumFromName<RepoStatus>(name))
+            labels.push_back(*status);
+    }
+    return labels;
+}
+
+bool excludedFromRanking(const std::string& localPath) {
+    return std::any_of(
+        kRankingExcludedFragments.begin(), kRankingExcludedFragments.end(),
+        [&](std::string_view fragment) { return localPath.find(fragment) != std::string::npos; });
+}
+
+std::optional<Date> latest(std::optional<Date> a, std::optional<Date> b) {
+    if (!a)
+        return b;
+    if (!b)
+        return a;
+    return std::max(*a, *b);
+}
+
+// The seven local midnights of the Monday-to-Sunday week holding `date`.
+std::array<Date, 7> weekDays(Date date) {
+    Date start = DateHelpers::startOfDay(date);
+    int sinceMonday = (localParts(start).tm_wday + 6) % 7;
+    std::array<Date, 7> days{};
+    for (int i = 0; i < 7; ++i)
+        days[static_cast<size_t>(i)] = dayStartAfter(start, i - sinceMonday);
+    return days;
+}
+
+struct DayTotals {
+    std::unordered_set<std::string> repos;
+    int commits = 0;
+    int seconds = 0;
+};
+
+DayBreakdown breakdown(Date dayStart, const DayTotals& totals) {
+    return DayBreakdown{.dateKey = DateHelpers::dateKey(dayStart),
+                        .weekday = DateHelpers::weekday(dayStart),
+                        .projectCount = static_cast<int>(totals.repos.size()),
+                        .commitCount = totals.commits,
+                        .seconds = totals.seconds};
+}
+
+void add(DayTotals& totals, const DayActivity& activity) {
+    totals.commits += activity.commitCount;
+    totals.seconds += activity.estimatedSeconds;
+    if (hasWork(activity))
+        totals.repos.insert(activity.repoID);
+}
+
+}  // namespace
+
+std::vector<RepoStatus> statuses(const RepoSnapshot& snapshot, bool activeToday, int staleDays,
+                                 std::optional<Date> lastActivity, Date now) {
+    // An empty error text is no failure, as for isSynced.
+    if (snapshot.error && !snapshot.error->empty())
+        return {RepoStatus::error};
+
+    std::vector<RepoStatus> labels;
+    int dirty = snapshot.files.total();
+    if (snapshot.isSynced()) {
+        labels.push_back(RepoStatus::synced);
+    } else {
+        if (dirty > 0)
+            labels.push_back(RepoStatus::needsCommit);
+        if (snapshot.ahead > 0)
+            labels.push_back(RepoStatus::needsPush);
+        if (snapshot.behind > 0)
+            labels.push_back(RepoStatus::behindRemote);
+    }
+    labels.push_back(activeToday ? RepoStatus::activeToday : RepoStatus::inactive);
+
+    // Only uncommitted work can go stale; a clean repository is merely idle.
+    if (dirty > 0) {
+        Date cutoff = addCalendarDays(now, -std::max(staleDays, 0)).value_or(Date::min());
+        if (!lastActivity || *lastActivity < cutoff)
+            labels.push_back(RepoStatus::stale);
+    }
+    if (!snapshot.remoteURL)
+        labels.push_back(RepoStatus::noRemote);
+    if (snapshot.isDetachedHead)
+        labels.push_back(RepoStatus::detachedHead);
+    return labels;
+}
+
+DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
+                        const RepoSnapshot& snapshot, const std::vector<CommitRecord>& commits,
+                        const std::vector<WorkSession>& sessions, Date now) {
+    DayActivity day;
+    day.repoID = repoID;
+    day.dateKey = dateKey;
+
+    std::set<std::string> branches;
+    for (const auto& commit : commits) {
+        if (commit.repoID != repoID || DateHelpers::dateKey(commit.committedAt) != dateKey)
+            continue;
+        ++day.commitCount;
+        if (!commit.branch.empty())
+            branches.insert(commit.branch);
+    }
+    bool hasSessions = false;
+    for (const auto& session : sessions) {
+        if (session.repoID != repoID || DateHelpers::dateKey(session.endedAt) != dateKey)
+            continue;
+        hasSessions = true;
+        day.estimatedSeconds += session.estimatedSeconds;
+    }
+    if (!snapshot.branch.empty())
+        branches.insert(snapshot.branch);
+
+    day.filesTouched = snapshot.files.total();
+    day.branchesTouched.assign(branches.begin(), branches.end());
+    day.pushed = day.commitCount > 0 && snapshot.ahead == 0;
+    for (RepoStatus status : statuses(snapshot, day.commitCount > 0 || hasSessions,
+                                      kDefaultStaleDays, snapshot.lastCommitAt, now)) {
+        day.statuses.emplace_back(enumName(status));
+    }
+    return day;
+}
+
+TodaySummary summary(Date start, Date end, const std::string& label,
+                     const std::vector<RepoConfig>& configs,
+                     const std::vector<RepoSnapshot>& snapshots,
+                     const std::vector<CommitRecord>& commits,
+                     const std::vector<WorkSession>& sessions, Date now) {
+    TodaySummary result;
+    result.dateKey = label;
+    SnapshotIndex latestByRepo = latestSnapshots(snapshots);
+    bool windowIsToday = start >= DateHelpers::startOfDay(now);
+
+    for (const auto& config : configs) {
+        if (!config.trackingEnabled)
+            continue;
+        const RepoSnapshot* snapshot = find(latestByRepo, config.id);
+        if (snapshot == nullptr)
+            continue;
+
+        // The counters describe every tracked repository, worked on or not.
+        if (snapshot->ahead > 0)
+            ++result.needsPushCount;
+        if (snapshot->files.total() > 0)
+            ++result.needsCommitCount;
+        if (snapshot->behind > 0)
+            ++result.behindCount;
+        result.modifiedFiles += snapshot->files.modified;
+        result.stagedFiles += snapshot->files.staged;
+
+        RepoTodayLine line;
+        for (const auto& commit : commits) {
+            if (commit.repoID == config.id && inWindow(commit.committedAt, start, end)) {
+                ++line.commitsToday;
+            }
+        }
+        bool hasSessions = false;
+        for (const auto& session : sessions) {
+            if (session.repoID == config.id && inWindow(session.endedAt, start, end)) {
+                hasSessions = true;
+                line.estimatedSeconds += session.estimatedSeconds;
+            }
+        }
+        line.workedInWindow = line.commitsToday > 0 || hasSessions;
+        // Uncommitted work is today's business; in a past window only real work shows.
+        bool takesPart = line.workedInWindow || (windowIsToday && snapshot->files.total() > 0);
+        if (!takesPart)
+            continue;
+
+        line.repoID = config.id;
+        line.name = displayName(config);
+        line.branch = snapshot->branch;
+        line.files = snapshot->files;
+        line.ahead = snapshot->ahead;
+        line.behind = snapshot->behind;
+        line.statuses = statuses(*snapshot, line.workedInWindow, staleDaysFor(config),
+                                 snapshot->lastCommitAt, now);
+        line.lastCommitAt = snapshot->lastCommitAt;
+        result.lines.push_back(std::move(line));
+    }
+
+    std::stable_sort(result.lines.begin(), result.lines.end(),
+                     [](const RepoTodayLine& a, const RepoTodayLine& b) {
+                         if (a.workedInWindow != b.workedInWindow)
+                             return a.workedInWindow;
+                         if (a.commitsToday != b.commitsToday)
+                             return a.commitsToday > b.commitsToday;
+                         if (a.estimatedSeconds != b.estimatedSeconds) {
+                             return a.estimatedSeconds > b.estimatedSeconds;
+                         }
+                         return a.files.total() > b.files.total();
+                     });
+    for (const auto& line : result.lines) {
+        if (line.commitsToday > 0 || line.estimatedSeconds > 0)
+            ++result.activeProjects;
+        result.totalCommits += line.commitsToday;
+    }
+    return result;
+}
+
+std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>& configs,
+                                         const std::vector<RepoSnapshot>& snapshots,
+                                         const std::vector<WorkSession>& sessions,
+                                         const std::vector<SyncState>& syncStates, Date now,
+                                         RankingOrder order) {
+    std::string dayKey = DateHelpers::dateKey(day);
+    SnapshotIndex latestByRepo = latestSnapshots(snapshots);
+    std::unordered_map<std::string, SyncState::Status> syncByRepo;
+    for (const auto& state : syncStates)
+        syncByRepo[state.id] = state.status;
+
+    auto onDay = [&](std::optional<Date> date) {
+        return date && DateHelpers::dateKey(*date) == dayKey;
+    };
+
+    std::vector<ActivityRow> rows;
+    for (const auto& config : configs) {
+        if (!config.trackingEnabled || excludedFromRanking(config.localPath))
+            continue;
+        const RepoSnapshot* snapshot = find(latestByRepo, config.id);
+        if (snapshot == nullptr)
+            continue;
+
+        ActivityRow row;
+        row.lastActivityAt = latest(snapshot->lastCommitAt, snapshot->lastWorkingTreeChangeAt);
+        bool hasSessions = false;
+        for (const auto& session : sessions) {
+            if (session.repoID != config.id || !onDay(session.endedAt))
+                continue;
+            hasSessions = true;
+            row.estimatedSecondsToday += session.estimatedSeconds;
+            row.lastActivityAt = latest(row.lastActivityAt, session.endedAt);
+        }
+        row.workedToday = onDay(snapshot->lastCommitAt) ||
+                          onDay(snapshot->lastWorkingTreeChangeAt) || hasSessions;
+
+        row.repoID = config.id;
+        row.name = displayName(config);
+        row.branch = snapshot->branch;
+        row.localPath = config.localPath;
+        row.lastWorkingTreeChangeAt = snapshot->lastWorkingTreeChangeAt;
+        row.commitsToday = snapshot->commitsToday;
+        row.files = snapshot->files;
+        row.ahead = snapshot->ahead;
+        row.behind = snapshot->behind;
+        // A snapshot that failed knows no remote; the configuration still does.
+        row.remoteURL = snapshot->remoteURL ? snapshot->remoteURL : config.remoteURL;
+        row.hasRemote = row.remoteURL.has_value();
+        row.hasUpstream = snapshot->hasUpstream;
+        row.statuses =
+            statuses(*snapshot, row.workedToday, staleDaysFor(config), snapshot->lastCommitAt, now);
+        if (auto it = syncByRepo.find(config.id); it != syncByRepo.end()) {
+            row.syncStatus = it->second;
+        }
+        rows.push_back(std::move(row));
+    }
+
+    bool workedFirst = order == RankingOrder::workedTodayFirst;
+    std::stable_sort(rows.begin(), rows.end(), [&](const ActivityRow& a, const ActivityRow& b) {
+        if (workedFirst && a.workedToday != b.workedToday)
+            return a.workedToday;
+        if (a.lastActivityAt != b.lastActivityAt) {
+            if (!a.lastActivityAt || !b.lastActivityAt)
+                return a.lastActivityAt.has_value();
+            return *a.lastActivityAt > *b.lastActivityAt;
+        }
+        return nameLess(a.name, b.name);
+    });
+    return rows;
+}
+
+ActivityInsights insights(Date start, Date end, const std::string& label,
+                          const std::vector<RepoConfig>& configs,
+                          const std::vector<RepoSnapshot>& snapshots,
+                          const std::vector<CommitRecord>& commits,
+                          const std::vector<WorkSession>& sessions) {
+    ActivityInsights result;
+    result.label = label;
+    SnapshotIndex latestByRepo = latestSnapshots(snapshots);
+
+    // A branch is counted per repository: "main" in two projects is two branches.
+    std::set<std::pair<std::string, std::string>> branches;
+    for (const auto& config : configs) {
+        if (!config.trackingEnabled)
+            continue;
+        int commitCount = 0;
+        for (const auto& commit : commits) {
+            if (commit.repoID != config.id || !inWindow(commit.committedAt, start, end))
+                continue;
+            ++commitCount;
+            if (commit.isLocalOnly)
+                ++result.unpushedCommits;
+            if (!commit.branch.empty())
+                branches.emplace(config.id, commit.branch);
+        }
+        bool hasSessions = false;
+        for (const auto& session : sessions) {
+            if (session.repoID != config.id || !inWindow(session.endedAt, start, end))
+                continue;
+            hasSessions = true;
+            result.estimatedSeconds += session.estimatedSeconds;
+        }
+        if (commitCount == 0 && !hasSessions)
+            continue;
+
+        ++result.projectsWorked;
+        result.commits += commitCount;
+        const RepoSnapshot* snapshot = find(latestByRepo, config.id);
+        bool hasRemote = (snapshot != nullptr && snapshot->remoteURL) || config.remoteURL;
+        ++(hasRemote ? result.withRemote : result.localOnly);
+        // Commits read by a scan carry no branch, so the branch checked out counts too.
+        if (snapshot != nullptr && !snapshot->branch.empty()) {
+            branches.emplace(config.id, snapshot->branch);
+        }
+    }
+    result.branchesActive = static_cast<int>(branches.size());
+    return result;
+}
+
+WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
+                            const std::vector<DayActivity>& dayActivities) {
+    std::array<Date, 7> days = weekDays(week);
+    std::array<std::string, 7> keys;
+    for (size_t i = 0; i < days.size(); ++i)
+        keys[i] = DateHelpers::dateKey(days[i]);
+
+    std::unordered_set<std::string> tracked;
+    for (const auto& config : configs) {
+        if (config.trackingEnabled)
+            tracked.insert(config.id);
+    }
+
+    struct RepoWeek {
+        int commits = 0;
+        int seconds = 0;
+        const DayActivity* latestDay = nullptr;
+    };
+    std::unordered_map<std::string, RepoWeek> byRepo;
+    std::array<DayTotals, 7> perDay;
+
+    WeeklySummary result;
+    result.weekKey = keys[0];
+    for (const auto& activity : dayActivities) {
+        auto dayIt = std::find(keys.begin(), keys.end(), activity.dateKey);
+        if (dayIt == keys.end() || !tracked.contains(activity.repoID))
+            continue;
+        add(perDay[static_cast<size_t>(dayIt - keys.begin())], activity);
+        RepoWeek& repo = byRepo[activity.repoID];
+        repo.commits += activity.commitCount;
+        repo.seconds += activity.estimatedSeconds;
+        // Date keys sort as text, so the greatest is the latest day.
+        if (repo.latestDay == nullptr || repo.latestDay->dateKey < activity.dateKey) {
+            repo.latestDay = &activity;
+        }
+    }
+    for (size_t i = 0; i < days.size(); ++i) {
+        result.perDay.push_back(breakdown(days[i], perDay[i]));
+        result.totalCommits += perDay[i].commits;
+        result.totalSeconds += perDay[i].seconds;
+    }
+
+    // Needs attention and most neglected follow the configuration's order; most
+    // neglected is the idle repository left with the most uncommitted files.
+    int neglectedFiles = -1;
+    for (const auto& config : configs) {
+        auto it = byRepo.find(config.id);
+        if (!config.trackingEnabled || it == byRepo.end())
+            continue;
+        const RepoWeek& repo = it->second;
+        bool active = repo.commits > 0 || repo.seconds > 0;
+        if (active) {
+            result.perRepo.push_back(WeekRepoLine{.repoID = config.id,
+                                                  .name = displayName(config),
+                                                  .localPath = config.localPath,
+                                                  .commits = repo.commits,
+                                                  .seconds = repo.seconds});
+        }
+
+        std::vector<RepoStatus> labels = parseStatuses(repo.latestDay->statuses);
+        if (!needsAttention(labels))
+            continue;
+        // A day record keeps labels and totals only, so the line carries just those.
+        RepoTodayLine line;
+        line.repoID = config.id;
+        line.name = displayName(config);
+        line.commitsToday = repo.commits;
+        line.estimatedSeconds = repo.seconds;
+        line.statuses = std::move(labels);
+        line.workedInWindow = active;
+        result.needsAttention.push_back(std::move(line));
+        if (!active && repo.latestDay->filesTouched > neglectedFiles) {
+            neglectedFiles = repo.latestDay->filesTouched;
+            result.mostNeglected = displayName(config);
+        }
+    }
+
+    std::stable_sort(
+        result.perRepo.begin(), result.perRepo.end(),
+        [](const WeekRepoLine& a, const WeekRepoLine& b) { return nameLess(a.name, b.name); });
+    result.activeRepos = static_cast<int>(result.perRepo.size());
+    // The most commits wins, then the most time; a tie goes to the first name.
+    const WeekRepoLine* mostActive = nullptr;
+    for (const auto& line : result.perRepo) {
+        if (mostActive == nullptr || line.commits > mostActive->commits ||
+            (line.commits == mostActive->commits && line.seconds > mostActive->seconds)) {
+            mostActive = &line;
+        }
+    }
+    if (mostActive != nullptr)
+        result.mostActive = mostActive->name;
+    return result;
+}
+
+std::vector<DayBreakdown> heatmap(int daysBack, Date today,
+                                  const std::vector<DayActivity>& dayActivities) {
+    if (daysBack <= 0)
+        return {};
+    Date todayStart = DateHelpers::startOfDay(today);
+    std::vector<Date> days;
+    std::unordered_map<std::string, size_t> indexByKey;
+    for (int offset = daysBack - 1; offset >= 0; --offset) {
+        Date day = dayStartAfter(todayStart, -offset);
+        indexByKey.emplace(DateHelpers::dateKey(day), days.size());
+        days.push_back(day);
+    }
+
+    std::vector<DayTotals> totals(days.size());
+    for (const auto& activity : dayActivities) {
+        auto it = indexByKey.find(activity.dateKey);
+        if (it != indexByKey.end())
+            add(totals[it->second], activity);
+    }
+    std::vector<DayBreakdown> cells;
+    cells.reserve(days.size());
+    for (size_t i = 0; i < days.size(); ++i)
+        cells.push_back(breakdown(days[i], totals[i]));
+    return cells;
+}
+
+AlignmentOverview alignmentOverview(const std::vector<RepoConfig>& configs,
+                                    const std::vector<RepoSnapshot>& snapshots) {
+    AlignmentOverview overview;
+    SnapshotIndex latestByRepo = latestSnapshots(snapshots);
+    for (const auto& config : configs) {
+        if (!config.trackingEnabled)
+            continue;
+        const RepoSnapshot* snapshot = find(latestByRepo, config.id);
+        if (snapshot == nullptr)
+            continue;
+        ++overview.tracked;
+        if (!snapshot->remoteURL && !config.remoteURL) {
+            ++overview.localOnly;
+            continue;
+        }
+        ++overview.withRemote;
+        if (!snapshot->hasUpstream) {
+            ++overview.noUpstream;
+        } else if (snapshot->ahead > 0 && snapshot->behind > 0) {
+            ++overview.diverged;
+        } else if (snapshot->ahead > 0) {
+            ++overview.needsPush;
+        } else if (snapshot->behind > 0) {
+            ++overview.needsPull;
+        } else {
+            ++overview.synced;
+        }
+    }
+    return overview;
+}
+
+DateRange bounds(InsightsPeriod period, Date now) {
+    Date todayStart = DateHelpers::startOfDay(now);
+    switch (period) {
+        case InsightsPeriod::today:
+            return {todayStart, now};
+        case InsightsPeriod::month:
+            return {dayStartAfter(todayStart, -30), now};
+        case InsightsPeriod::allTime:
+            return {Date{}, now};
+    }
+    return {Date{}, now};
+}
+
+}  // namespace quorvane::Aggregator

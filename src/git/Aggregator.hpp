@@ -1,0 +1,88 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/DateHelpers.hpp"
+#include "git/ActivitySummaries.hpp"
+#include "git/CommitRecord.hpp"
+#include "git/DayActivity.hpp"
+#include "git/RepoSnapshot.hpp"
+#include "git/WorkSession.hpp"
+#include "github/SyncState.hpp"
+#include "persistence/RepoConfig.hpp"
+
+// Turns stored snapshots, commits, sessions and day records into what the views and
+// reports show. Every function reads only its arguments: the time and the data come
+// from the caller, and days follow the local calendar of the process's time zone.
+namespace quorvane::Aggregator {
+
+// The stale threshold of a repository with none configured.
+inline constexpr int kDefaultStaleDays = 3;
+
+// How the activity ranking orders its rows.
+enum class RankingOrder {
+    workedTodayFirst,  // repositories worked on that day first, then by recency
+    pureRecency,       // by recency alone
+};
+
+// A window of time, both ends included.
+struct DateRange {
+    Date start{};
+    Date end{};
+    bool operator==(const DateRange&) const = default;
+};
+
+// The labels of one repository, in display order. A dirty repository is `stale` when
+// `lastActivity` is absent or more than `staleDays` calendar days before `now`.
+std::vector<RepoStatus> statuses(const RepoSnapshot& snapshot, bool activeToday, int staleDays,
+                                 std::optional<Date> lastActivity, Date now);
+
+// The record of one repository on the day `dateKey`, from that day's commits and the
+// sessions that ended on it; `commits` and `sessions` may hold other days and repositories.
+DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
+                        const RepoSnapshot& snapshot, const std::vector<CommitRecord>& commits,
+                        const std::vector<WorkSession>& sessions, Date now);
+
+// The tracked repositories' work between `start` and `end`. A window that starts today
+// also lists repositories that are only dirty; counters cover every tracked repository.
+TodaySummary summary(Date start, Date end, const std::string& label,
+                     const std::vector<RepoConfig>& configs,
+                     const std::vector<RepoSnapshot>& snapshots,
+                     const std::vector<CommitRecord>& commits,
+                     const std::vector<WorkSession>& sessions, Date now);
+
+// The tracked repositories ranked by activity on the local day holding `day`, leaving
+// out those in cache, trash and dependency folders.
+std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>& configs,
+                                         const std::vector<RepoSnapshot>& snapshots,
+                                         const std::vector<WorkSession>& sessions,
+                                         const std::vector<SyncState>& syncStates, Date now,
+                                         RankingOrder order);
+
+// Counts over the repositories with any commit or session between `start` and `end`.
+ActivityInsights insights(Date start, Date end, const std::string& label,
+                          const std::vector<RepoConfig>& configs,
+                          const std::vector<RepoSnapshot>& snapshots,
+                          const std::vector<CommitRecord>& commits,
+                          const std::vector<WorkSession>& sessions);
+
+// The Monday-to-Sunday week holding `week`, from the day records; records outside that
+// week or of untracked repositories are ignored.
+WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
+                            const std::vector<DayActivity>& dayActivities);
+
+// One cell per local day for the `daysBack` days that end with the day of `today`,
+// oldest first.
+std::vector<DayBreakdown> heatmap(int daysBack, Date today,
+                                  const std::vector<DayActivity>& dayActivities);
+
+// How the tracked repositories stand against their remotes, from the local scan alone.
+AlignmentOverview alignmentOverview(const std::vector<RepoConfig>& configs,
+                                    const std::vector<RepoSnapshot>& snapshots);
+
+// The window a period covers, ending at `now`.
+DateRange bounds(InsightsPeriod period, Date now);
+
+}  // namespace quorvane::Aggregator
