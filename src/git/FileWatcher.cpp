@@ -1,0 +1,205 @@
+#include "git/FileWatcher.hpp"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "app/PathHelpers.hpp"
+#include "platform/InotifyEventSource.hpp"
+
+namespace quorvane {
+namespace {
+
+// Folders whose writes are generated: git's own bookkeeping (a commit touches only
+// .git, and the scanner sees commits itself), dependencies and build output.
+constexpr std::array<std::string_view, 4> kIgnoredFragments = {"/.git/", "/node_modules/",
+                                                               "/.build/", "/dist/"};
+
+const MonotonicClock& realSteadyClock() {
+    static const SteadyMonotonicClock clock;
+    return clock;
+}
+
+}  // namespace
+
+void ActivityDebouncer::note(const std::string& repo, TimePoint at) {
+    deadlines_[repo] = at + interval_;
+}
+
+std::vector<std::string> ActivityDebouncer::takeDue(TimePoint now) {
+    std::vector<std::pair<TimePoint, std::string>> due;
+    for (auto it = deadlines_.begin(); it != deadlines_.end();) {
+        if (it->second > now) {
+            ++it;
+            continue;
+        }
+        due.emplace_back(it->second, it->first);
+        it = deadlines_.erase(it);
+    }
+    std::sort(due.begin(), due.end());
+    std::vector<std::string> repos;
+    repos.reserve(due.size());
+    for (auto& [deadline, repo] : due)
+        repos.push_back(std::move(repo));
+    return repos;
+}
+
+std::optional<ActivityDebouncer::TimePoint> ActivityDebouncer::nextDeadline() const {
+    std::optional<TimePoint> next;
+    for (const auto& [repo, deadline] : deadlines_) {
+        if (!next || deadline < *next)
+            next = deadline;
+    }
+    return next;
+}
+
+FileWatcher::FileWatcher(const Clock& clock)
+    : FileWatcher(clock, std::make_unique<InotifyEventSource>(), realSteadyClock()) {}
+
+FileWatcher::FileWatcher(const Clock& clock, std::unique_ptr<FileEventSource> source,
+                         const MonotonicClock& steady)
+    : clock_(clock), steady_(steady), source_(std::move(source)) {}
+
+FileWatcher::~FileWatcher() {
+    stop();
+}
+
+bool FileWatcher::isIgnored(std::string_view path) {
+    return std::any_of(
+        kIgnoredFragments.begin(), kIgnoredFragments.end(),
+        [&](std::string_view fragment) { return path.find(fragment) != std::string_view::npos; });
+}
+
+std::optional<std::string> FileWatcher::matchRepoID(std::string_view path,
+                                                    const std::vector<std::string>& repos) {
+    for (const std::string& repo : repos) {
+        // The separator keeps "/a/b" from claiming its sibling "/a/bc".
+        if (path == repo || path.starts_with(repo + "/"))
+            return repo;
+    }
+    return std::nullopt;
+}
+
+std::string FileWatcher::standardizedPath(std::string_view path) {
+    std::string expanded = PathHelpers::expandTilde(path);
+    if (expanded.empty())
+        return expanded;
+    std::string normal = std::filesystem::path(expanded).lexically_normal().string();
+    while (normal.size() > 1 && normal.back() == '/')
+        normal.pop_back();
+    return normal;
+}
+
+std::vector<std::string> FileWatcher::watchOrder(const std::vector<std::string>& paths) {
+    std::vector<std::string> sorted;
+    sorted.reserve(paths.size());
+    for (const std::string& path : paths)
+        sorted.push_back(standardizedPath(path));
+    std::stable_sort(sorted.begin(), sorted.end(), [](const std::string& a, const std::string& b) {
+        return a.size() > b.size();
+    });
+    return sorted;
+}
+
+std::vector<std::string> FileWatcher::touchedRepos(const std::vector<std::string>& changed,
+                                                   const std::vector<std::string>& repos) {
+    std::vector<std::string> touched;
+    for (const std::string& path : changed) {
+        std::string standard = standardizedPath(path);
+        if (isIgnored(standard))
+            continue;
+        std::optional<std::string> repo = matchRepoID(standard, repos);
+        if (!repo || std::find(touched.begin(), touched.end(), *repo) != touched.end())
+            continue;
+        touched.push_back(std::move(*repo));
+    }
+    return touched;
+}
+
+bool FileWatcher::isRunning() const {
+    std::lock_guard lock(mutex_);
+    return running_;
+}
+
+void FileWatcher::start(const std::vector<std::string>& paths, ActivityCallback onActivity) {
+    std::lock_guard lifecycle(lifecycle_);
+    if (isRunning())
+        return;
+    std::vector<std::string> sorted = watchOrder(paths);
+    // Changes in ignored folders would be dropped anyway; leaving them unwatched
+    // spares the kernel's watches and this process's wake-ups.
+    FolderFilter skip = [](const std::string& folder) { return isIgnored(folder + "/"); };
+    if (!source_->open(sorted, std::move(skip)))
+        return;
+    {
+        std::lock_guard lock(mutex_);
+        running_ = true;
+        stopping_ = false;
+        watchedPaths_ = std::move(sorted);
+        onActivity_ = std::move(onActivity);
+    }
+    try {
+        thread_ = std::thread([this] { run(); });
+    } catch (const std::system_error&) {
+        // No thread means no watching; like a source that cannot open, say nothing.
+        source_->close();
+        std::lock_guard lock(mutex_);
+        running_ = false;
+        watchedPaths_.clear();
+        onActivity_ = nullptr;
+    }
+}
+
+void FileWatcher::stop() {
+    std::lock_guard lifecycle(lifecycle_);
+    {
+        std::lock_guard lock(mutex_);
+        if (!running_)
+            return;
+        stopping_ = true;
+    }
+    source_->interrupt();
+    // Callbacks run only on this thread, so after the join none is running or due.
+    thread_.join();
+    source_->close();
+    std::lock_guard lock(mutex_);
+    running_ = false;
+    stopping_ = false;
+    watchedPaths_.clear();
+    onActivity_ = nullptr;
+    debouncer_.clear();
+}
+
+void FileWatcher::run() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+        for (const std::string& repo : debouncer_.takeDue(steady_.now())) {
+            ActivityCallback callback = onActivity_;
+            // The callback may take the application's own lock; never call it under ours.
+            lock.unlock();
+            if (callback)
+                callback(repo, clock_.now());
+            lock.lock();
+            if (stopping_)
+                return;
+        }
+        std::optional<std::chrono::milliseconds> timeout;
+        if (std::optional<MonotonicClock::TimePoint> next = debouncer_.nextDeadline()) {
+            // Rounded up, so the thread never wakes just short of a deadline and spins.
+            timeout = std::chrono::ceil<std::chrono::milliseconds>(*next - steady_.now());
+        }
+        lock.unlock();
+        std::vector<std::string> changed = source_->wait(timeout);
+        lock.lock();
+        if (stopping_)
+            return;
+        MonotonicClock::TimePoint at = steady_.now();
+        for (const std::string& repo : touchedRepos(changed, watchedPaths_)) {
+            debouncer_.note(repo, at);
+        }
+    }
+}
+
+}  // namespace quorvane
