@@ -125,6 +125,27 @@ TEST_F(CommandLineTest, FoldersAreCanonicalUniqueAndMustExist) {
     EXPECT_TRUE(config().scanFolders.empty());
 }
 
+TEST_F(CommandLineTest, TheNextScanEnrolsWhatAScanFolderHolds) {
+    TestRepo first(dir_ / "code" / "first");
+    TestRepo second(dir_ / "code" / "group" / "second");
+    first.commitFile("a.txt", "a", "one");
+    ASSERT_EQ(quorvane({"folders", "add", (dir_ / "code").string()}).exitCode, 0);
+    EXPECT_TRUE(config().repositories.empty());
+
+    ShellResult scan = quorvane({"scan"});
+    ASSERT_EQ(scan.exitCode, 0) << scan.stdErr;
+    EXPECT_THAT(scan.stdOut, HasSubstr("newly tracked: " + first.path().string()));
+    EXPECT_THAT(scan.stdOut, HasSubstr("newly tracked: " + second.path().string()));
+    ASSERT_EQ(config().repositories.size(), 2u);
+    // Its history came along: the commit is stored before any scan of the day reads it.
+    EXPECT_EQ(Json::parse(quorvane({"commits", "--json"}).stdOut).size(), 1u);
+
+    EXPECT_THAT(quorvane({"scan"}).stdOut, ::testing::Not(HasSubstr("newly tracked")));
+    ASSERT_EQ(quorvane({"repos", "remove", second.path().string()}).exitCode, 0);
+    EXPECT_THAT(quorvane({"scan"}).stdOut, ::testing::Not(HasSubstr("newly tracked")));
+    EXPECT_EQ(config().repositories.size(), 1u);
+}
+
 TEST_F(CommandLineTest, ScanPrintsOneLinePerRepositoryWithItsState) {
     TestRepo busy(dir_ / "busy");
     busy.commitFile("a.txt", "a", "one");

@@ -12,7 +12,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "app/BoundedParallel.hpp"
+#include "app/AppEnvironment.hpp"
 #include "app/Enrollment.hpp"
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
@@ -175,23 +175,34 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
         return 1;
     }
 
-    ConfigService service = configService(context);
-    AppConfig config = service.load();
+    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    env.load();
+    // Tracking by hand lifts an earlier "stop tracking".
+    env.applyConfigChange([&](AppConfig& config) {
+        std::erase_if(config.ignoredRepoIDs, [&](const std::string& id) {
+            return std::find(tops.begin(), tops.end(), id) != tops.end();
+        });
+    });
     RepoDiscovery discovery(context.runner);
-    Date now = context.clock.now();
-    bool changed = false;
+    std::vector<DiscoveredRepo> found;
+    AppConfig current = env.config();
     for (const std::string& top : tops) {
-        if (findRepo(config, top) != nullptr) {
+        if (findRepo(current, top) != nullptr) {
             context.out << fmt::format("already tracked: {}\n", top);
             continue;
         }
-        RepoConfig repo = enrollmentConfig(discovery.makeRepo(top), now);
-        std::erase(config.ignoredRepoIDs, repo.id);
-        context.out << fmt::format("tracking {} ({})\n", repo.name, repo.id);
-        config.repositories.push_back(std::move(repo));
-        changed = true;
+        found.push_back(discovery.makeRepo(top));
     }
-    if (changed) service.save(config);
+    if (!found.empty() && current.historyDays > 0) {
+        context.out << fmt::format("reading the last {} days of history...\n", current.historyDays);
+    }
+    std::vector<std::string> added = env.addDiscovered(found);
+    for (const DiscoveredRepo& repo : found) {
+        if (std::find(added.begin(), added.end(), repo.repoID) != added.end()) {
+            context.out << fmt::format("tracking {} ({})\n", repo.name, repo.repoID);
+        }
+    }
+    env.store().flush();
     return 0;
 }
 
@@ -343,59 +354,34 @@ std::vector<const RepoConfig*> trackedRepos(const AppConfig& config) {
 constexpr const char* kNothingTracked =
     "No repositories are tracked yet. Track one with: quorvane repos add PATH\n";
 
-// What one repository's scan yields: its snapshot and today's commits.
-struct RepoScan {
-    RepoSnapshot snapshot;
-    std::vector<CommitRecord> commits;
-};
-
 }  // namespace
 
 int scan(CommandContext& context, bool json) {
     std::optional<DataFolderLock> writer = takeWriterLock(context);
     if (!writer) return 1;
-    AppConfig config = configService(context).load();
-    Store store(context.dataDir, context.clock);
-    store.load();
+    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    env.load();
+    if (context.progress) context.err << "scanning..." << std::flush;
+    std::vector<std::string> enrolled = env.rescanNowOnMain();
+    if (context.progress) context.err << "\r\033[K" << std::flush;
+
+    AppConfig config = env.config();
     std::vector<const RepoConfig*> active = trackedRepos(config);
-
-    GitScanner scanner(context.runner, context.clock);
-    std::string since = GitScanner::startOfDayArgument(context.clock.now());
-    std::atomic<size_t> finished{0};
-    std::mutex progressMutex;
-    std::vector<RepoScan> results = boundedParallelMap<RepoScan>(
-        active.size(), kMaxParallelScans, [&](size_t i) {
-            RepoScan result;
-            result.snapshot = scanner.scan(active[i]->localPath, active[i]->ignoreUntracked);
-            result.commits = scanner.logCommits(active[i]->localPath, since, std::nullopt);
-            size_t done = finished.fetch_add(1) + 1;
-            if (context.progress) {
-                std::lock_guard lock(progressMutex);
-                context.err << fmt::format("\rscanning {}/{}", done, active.size()) << std::flush;
-            }
-            return result;
-        });
-    if (context.progress && !active.empty()) context.err << "\r\033[K" << std::flush;
-
-    // Applied in configuration order, and written with one flush.
-    for (const RepoScan& result : results) {
-        store.replaceSnapshot(result.snapshot);
-        if (!result.commits.empty()) store.upsertCommits(result.commits);
-    }
-    store.flush();
-
+    std::vector<std::optional<RepoSnapshot>> snapshots;
+    for (const RepoConfig* repo : active) snapshots.push_back(env.store().snapshot(repo->id));
     if (json) {
         Json array = Json::array();
-        for (const RepoScan& result : results) array.push_back(toJson(result.snapshot));
+        for (const auto& snapshot : snapshots) {
+            if (snapshot) array.push_back(toJson(*snapshot));
+        }
         context.out << JsonCodec::pretty(array);
         return 0;
     }
+    for (const std::string& id : enrolled) context.out << fmt::format("newly tracked: {}\n", id);
     if (active.empty()) {
         context.out << kNothingTracked;
         return 0;
     }
-    std::vector<std::optional<RepoSnapshot>> snapshots;
-    for (const RepoScan& result : results) snapshots.emplace_back(result.snapshot);
     printStates(context.out, active, snapshots);
     return 0;
 }

@@ -154,6 +154,32 @@ std::vector<CommitRecord> GitScanner::logCommits(const std::string& path,
     return records;
 }
 
+std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
+                                                     const std::string& sinceArg) const {
+    std::string repoID = PathHelpers::canonicalPath(path);
+    ShellResult log = git(path,
+                          {"log", "--branches", "--source", "--since=" + sinceArg,
+                           "--pretty=%H|%h|%an|%ae|%aI|%S|%s"},
+                          60);
+    if (!log.succeeded()) return {};
+    std::vector<CommitRecord> records;
+    for (std::string_view line : Text::nonEmptyLines(log.stdOut)) {
+        std::vector<std::string> parts = GitParsing::splitFirst(line, '|', 7);
+        if (parts.size() != 7 || parts[0].empty()) continue;
+        // The source is the ref the commit was reached from, "refs/heads/<branch>".
+        std::string branch = parts[5];
+        if (branch.starts_with("refs/heads/")) branch = branch.substr(11);
+        // The subject is last so that a "|" in it survives: rebuild the line the
+        // common parser reads.
+        std::string standard = parts[0] + "|" + parts[1] + "|" + parts[2] + "|" + parts[3] + "|" +
+                               parts[4] + "|" + parts[6];
+        for (CommitRecord& record : GitParsing::commits(standard, repoID, branch)) {
+            records.push_back(std::move(record));
+        }
+    }
+    return records;
+}
+
 std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) const {
     ShellResult listing = git(path,
                               {"for-each-ref",

@@ -60,6 +60,7 @@ void fromJson(const Json& json, AppConfig& out, const std::string& path) {
     out.ai = reader.orDefault("ai", defaults.ai);
     out.mapping = reader.orDefault("mapping", defaults.mapping);
     out.agent = reader.orDefault("agent", defaults.agent);
+    out.historyDays = reader.orDefault("historyDays", defaults.historyDays);
 }
 
 Json toJson(const ReminderPrefs& prefs) {
@@ -113,7 +114,8 @@ Json toJson(const AppConfig& config) {
                 {"sync", toJson(config.sync)},
                 {"ai", toJson(config.ai)},
                 {"mapping", toJson(config.mapping)},
-                {"agent", toJson(config.agent)}};
+                {"agent", toJson(config.agent)},
+                {"historyDays", config.historyDays}};
 }
 
 }  // namespace quorvane

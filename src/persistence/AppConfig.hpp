@@ -86,6 +86,9 @@ struct AppConfig {
     AIPrefs ai;
     MappingPrefs mapping;
     AgentConfig agent;
+    // Days of commits read into the store when a repository is enrolled, so the week
+    // and heatmap views have a past from the first day; 0 reads none.
+    int historyDays = 90;
 
     bool operator==(const AppConfig&) const = default;
 };

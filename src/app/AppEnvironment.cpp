@@ -1,0 +1,295 @@
+#include "app/AppEnvironment.hpp"
+
+#include <algorithm>
+
+#include "app/BoundedParallel.hpp"
+#include "app/Enrollment.hpp"
+#include "git/Aggregator.hpp"
+#include "git/WorkSessionEngine.hpp"
+
+namespace quorvane {
+
+namespace {
+
+constexpr std::chrono::seconds kDay{86400};
+
+std::vector<std::string> idsOf(const AppConfig& config) {
+    std::vector<std::string> ids;
+    for (const RepoConfig& repo : config.repositories) ids.push_back(repo.id);
+    return ids;
+}
+
+}  // namespace
+
+AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock,
+                               const ProcessRunner& runner)
+    : dataDir_(std::move(dataDir)),
+      clock_(clock),
+      runner_(runner),
+      store_(dataDir_, clock),
+      configService_(dataDir_ / "config.json", clock),
+      scanner_(runner, clock),
+      discovery_(runner) {}
+
+AppEnvironment::~AppEnvironment() { shutdown(); }
+
+void AppEnvironment::load() {
+    {
+        std::lock_guard lock(mutex_);
+        if (didLoad_) return;
+        didLoad_ = true;
+    }
+    store_.load();
+    AppConfig loaded = configService_.load();
+    std::lock_guard lock(mutex_);
+    config_ = std::move(loaded);
+}
+
+void AppEnvironment::bootstrap() {
+    {
+        std::lock_guard lock(mutex_);
+        if (didBootstrap_) return;
+        didBootstrap_ = true;
+    }
+    load();
+    scanNow();
+    startPeriodicScanning();
+}
+
+AppConfig AppEnvironment::config() const {
+    std::lock_guard lock(mutex_);
+    return config_;
+}
+
+std::optional<Date> AppEnvironment::lastScanAt() const {
+    std::lock_guard lock(mutex_);
+    return lastScanAt_;
+}
+
+bool AppEnvironment::isScanning() const {
+    std::lock_guard lock(mutex_);
+    return isScanning_;
+}
+
+std::vector<std::string> AppEnvironment::newlyDetectedRepoIDs() const {
+    std::lock_guard lock(mutex_);
+    return {newlyDetected_.begin(), newlyDetected_.end()};
+}
+
+void AppEnvironment::noteFileActivity(const std::string& path, Date at) {
+    std::lock_guard lock(mutex_);
+    fileActivity_[path] = at;
+}
+
+void AppEnvironment::scanNow() {
+    {
+        std::lock_guard lock(mutex_);
+        if (isScanning_) return;
+        isScanning_ = true;
+    }
+    autoEnrollNewRepos();
+
+    Date now = clock_.now();
+    Date startOfDay = DateHelpers::startOfDay(now);
+    std::vector<RepoConfig> active;
+    std::map<std::string, Date> activity;
+    {
+        std::lock_guard lock(mutex_);
+        for (const RepoConfig& repo : config_.repositories) {
+            if (repo.trackingEnabled) active.push_back(repo);
+        }
+        activity = fileActivity_;
+    }
+
+    // The git work, eight repositories at a time; nothing is applied until all are read.
+    std::string since = DateHelpers::isoString(startOfDay);
+    std::vector<RepoScan> results =
+        boundedParallelMap<RepoScan>(active.size(), kMaxParallelScans, [&](size_t i) {
+            RepoScan result;
+            result.snapshot = scanner_.scan(active[i].localPath, active[i].ignoreUntracked);
+            result.commits = scanner_.logCommits(active[i].localPath, since, std::nullopt);
+            return result;
+        });
+
+    // Applied in configuration order. A repository that could not be read is still
+    // stored and aggregated; only its remote URL is left alone.
+    std::map<std::string, std::optional<std::string>> remoteUpdates;
+    std::string dateKey = DateHelpers::dateKey(now);
+    for (size_t i = 0; i < active.size(); ++i) {
+        const RepoConfig& repo = active[i];
+        const RepoScan& result = results[i];
+        if (!result.snapshot.error && result.snapshot.remoteURL != repo.remoteURL) {
+            remoteUpdates[repo.id] = result.snapshot.remoteURL;
+        }
+        std::optional<RepoSnapshot> previous = store_.snapshot(result.snapshot.repoID);
+        store_.replaceSnapshot(result.snapshot);
+        if (!result.commits.empty()) store_.upsertCommits(result.commits);
+        std::optional<WorkSession> open = store_.openSession(repo.id);
+        auto fileActivity = activity.find(repo.localPath);
+        std::vector<WorkSession> sessions = WorkSessionEngine::update(
+            previous, result.snapshot, open, now, kIdleTimeoutSeconds,
+            fileActivity == activity.end() ? std::nullopt : std::optional<Date>(fileActivity->second));
+        if (!sessions.empty()) store_.upsertSessions(sessions);
+        std::vector<WorkSession> today = store_.sessions(repo.id, startOfDay);
+        store_.setDayActivity(
+            Aggregator::dayActivity(repo.id, dateKey, result.snapshot, result.commits, today, now));
+    }
+
+    if (!remoteUpdates.empty()) {
+        AppConfig updated;
+        {
+            std::lock_guard lock(mutex_);
+            // By id into the current list: a repository removed meanwhile is not matched.
+            for (RepoConfig& repo : config_.repositories) {
+                auto update = remoteUpdates.find(repo.id);
+                if (update != remoteUpdates.end()) repo.remoteURL = update->second;
+            }
+            updated = config_;
+        }
+        configService_.save(updated);
+    }
+
+    store_.flush();
+    {
+        std::lock_guard lock(mutex_);
+        lastScanAt_ = now;
+        isScanning_ = false;
+    }
+    scanFinished_.notify_all();
+}
+
+std::vector<std::string> AppEnvironment::rescanNowOnMain() {
+    std::vector<std::string> before = idsOf(config());
+    if (isScanning()) return {};
+    scanNow();
+    std::vector<std::string> added;
+    for (const std::string& id : idsOf(config())) {
+        if (std::find(before.begin(), before.end(), id) == before.end()) added.push_back(id);
+    }
+    return added;
+}
+
+void AppEnvironment::autoEnrollNewRepos() {
+    AppConfig current = config();
+    if (!current.autoTrackNewRepos || current.scanFolders.empty()) return;
+    std::vector<std::string> ids = idsOf(current);
+    std::set<std::string> known(ids.begin(), ids.end());
+    // The agent's search depth is deliberately the enrolment depth too.
+    std::vector<DiscoveredRepo> found =
+        discovery_.discover(current.scanFolders, current.agent.maxScanDepth, known);
+    std::vector<std::string> added = addDiscovered(found);
+    if (added.empty()) return;
+    std::lock_guard lock(mutex_);
+    newlyDetected_.insert(added.begin(), added.end());
+}
+
+std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<DiscoveredRepo>& found) {
+    Date now = clock_.now();
+    std::vector<RepoConfig> added;
+    AppConfig updated;
+    {
+        std::lock_guard lock(mutex_);
+        std::vector<std::string> ids = idsOf(config_);
+        std::set<std::string> known(ids.begin(), ids.end());
+        std::set<std::string> ignored(config_.ignoredRepoIDs.begin(), config_.ignoredRepoIDs.end());
+        for (const DiscoveredRepo& repo : found) {
+            if (known.count(repo.repoID) != 0 || ignored.count(repo.repoID) != 0) continue;
+            added.push_back(enrollmentConfig(repo, now));
+            known.insert(repo.repoID);
+            config_.repositories.push_back(added.back());
+        }
+        updated = config_;
+    }
+    if (added.empty()) return {};
+    configService_.save(updated);
+    std::vector<std::string> ids;
+    for (const RepoConfig& repo : added) {
+        importHistory(repo, updated.historyDays);
+        ids.push_back(repo.id);
+    }
+    return ids;
+}
+
+void AppEnvironment::importHistory(const RepoConfig& repo, int days) {
+    if (days <= 0) return;
+    Date since = DateHelpers::startOfDay(clock_.now()) - kDay * days;
+    std::vector<CommitRecord> commits =
+        scanner_.historyCommits(repo.localPath, DateHelpers::isoString(since));
+    if (commits.empty()) return;
+    store_.upsertCommits(commits);
+
+    // One day record per day with commits: their count and branches. Time, file
+    // counts and labels are not known for the past, and no session is invented.
+    std::map<std::string, DayActivity> byDay;
+    for (const CommitRecord& commit : commits) {
+        std::string key = DateHelpers::dateKey(commit.committedAt);
+        DayActivity& day = byDay[key];
+        day.repoID = repo.id;
+        day.dateKey = key;
+        ++day.commitCount;
+        if (!commit.branch.empty() &&
+            std::find(day.branchesTouched.begin(), day.branchesTouched.end(), commit.branch) ==
+                day.branchesTouched.end()) {
+            day.branchesTouched.push_back(commit.branch);
+        }
+    }
+    for (auto& [key, day] : byDay) {
+        std::vector<DayActivity> existing = store_.dayActivities(key);
+        bool known = std::any_of(existing.begin(), existing.end(),
+                                 [&](const DayActivity& d) { return d.repoID == repo.id; });
+        if (known) continue;  // a day the scans saw themselves is worth more
+        std::sort(day.branchesTouched.begin(), day.branchesTouched.end());
+        store_.setDayActivity(day);
+    }
+}
+
+void AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& change) {
+    AppConfig updated;
+    {
+        std::lock_guard lock(mutex_);
+        change(config_);
+        updated = config_;
+    }
+    configService_.save(updated);
+    bool running;
+    {
+        std::lock_guard lock(mutex_);
+        running = didBootstrap_;
+    }
+    if (running) startPeriodicScanning();
+}
+
+void AppEnvironment::startPeriodicScanning() {
+    stopPeriodicScanning();
+    int minutes = std::max(1, config().scanIntervalMinutes);  // read once: a change restarts it
+    scheduler_ = std::jthread([this, minutes](std::stop_token stop) { periodicLoop(stop, minutes); });
+}
+
+void AppEnvironment::stopPeriodicScanning() {
+    if (!scheduler_.joinable()) return;
+    scheduler_.request_stop();
+    scheduler_.join();
+}
+
+void AppEnvironment::periodicLoop(std::stop_token stop, int minutes) {
+    while (!stop.stop_requested()) {
+        {
+            std::unique_lock lock(schedulerMutex_);
+            // Sleeps until the interval ends or a stop is requested, whichever comes first.
+            schedulerWake_.wait_for(lock, stop, std::chrono::minutes(minutes), [] { return false; });
+        }
+        if (stop.stop_requested()) return;
+        scanNow();
+    }
+}
+
+void AppEnvironment::shutdown() {
+    stopPeriodicScanning();
+    std::unique_lock lock(mutex_);
+    scanFinished_.wait(lock, [this] { return !isScanning_; });
+    bool loaded = didLoad_;
+    lock.unlock();
+    if (loaded) store_.flush();
+}
+
+}  // namespace quorvane

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "git/GitScanner.hpp"
+#include "git/RepoDiscovery.hpp"
+#include "persistence/AppConfig.hpp"
+#include "persistence/ConfigService.hpp"
+#include "persistence/Store.hpp"
+#include "platform/Clock.hpp"
+#include "platform/ProcessRunner.hpp"
+
+namespace quorvane {
+
+// The program's centre: the configuration in memory, the store, and the scan cycle
+// that turns git's answers into snapshots, commits, sessions and day activity.
+// Its state sits behind one mutex that is never held across I/O; the scan's git
+// work runs on up to eight threads. Only the process holding the data folder's
+// writer lock may construct one.
+class AppEnvironment {
+public:
+    AppEnvironment(std::filesystem::path dataDir, const Clock& clock, const ProcessRunner& runner);
+    ~AppEnvironment();
+    AppEnvironment(const AppEnvironment&) = delete;
+    AppEnvironment& operator=(const AppEnvironment&) = delete;
+
+    // Loads the store and the configuration, once. Enough for a one-shot command.
+    void load();
+
+    // Starts the long-running service: load, one scan, then the periodic scan.
+    void bootstrap();
+
+    // One scan cycle; returns at once, doing nothing, while another runs.
+    void scanNow();
+
+    // A scan cycle that reports the repository ids it newly enrolled, in
+    // configuration order; empty when a scan was already running.
+    std::vector<std::string> rescanNowOnMain();
+
+    // Enrols what discovery finds under the scan folders that is neither tracked
+    // nor ignored.
+    void autoEnrollNewRepos();
+
+    // Tracks the found repositories that are neither tracked nor ignored, reads their
+    // recent history, and returns the ids added.
+    std::vector<std::string> addDiscovered(const std::vector<DiscoveredRepo>& found);
+
+    // Changes the configuration, saves it and restarts the periodic scan.
+    void applyConfigChange(const std::function<void(AppConfig&)>& change);
+
+    // Replaces the periodic scan task: every scanIntervalMinutes (at least 1).
+    void startPeriodicScanning();
+
+    // Records that the repository at `path` saw file activity at `at`.
+    void noteFileActivity(const std::string& path, Date at);
+
+    // Stops the periodic scan, waits for a running scan, and flushes the store.
+    void shutdown();
+
+    AppConfig config() const;
+    std::optional<Date> lastScanAt() const;
+    bool isScanning() const;
+    std::vector<std::string> newlyDetectedRepoIDs() const;
+    Store& store() { return store_; }
+
+    static constexpr size_t kMaxParallelScans = 8;
+    static constexpr double kIdleTimeoutSeconds = 1200;
+
+private:
+    // What one repository's reading yields.
+    struct RepoScan {
+        RepoSnapshot snapshot;
+        std::vector<CommitRecord> commits;
+    };
+
+    void importHistory(const RepoConfig& repo, int days);
+    void periodicLoop(std::stop_token stop, int minutes);
+    void stopPeriodicScanning();
+
+    const std::filesystem::path dataDir_;
+    const Clock& clock_;
+    const ProcessRunner& runner_;
+    Store store_;
+    ConfigService configService_;
+    GitScanner scanner_;
+    RepoDiscovery discovery_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable_any scanFinished_;
+    AppConfig config_;
+    bool didLoad_ = false;
+    bool didBootstrap_ = false;
+    bool isScanning_ = false;
+    std::optional<Date> lastScanAt_;
+    std::map<std::string, Date> fileActivity_;
+    std::set<std::string> newlyDetected_;
+
+    std::mutex schedulerMutex_;
+    std::condition_variable_any schedulerWake_;
+    std::jthread scheduler_;
+};
+
+}  // namespace quorvane

@@ -1,0 +1,194 @@
+#include "app/AppEnvironment.hpp"
+
+#include <latch>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/Shell.hpp"
+#include "testing/FakeClock.hpp"
+#include "testing/FakeProcessRunner.hpp"
+#include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
+
+namespace quorvane {
+namespace {
+
+using testing::FakeProcessRunner;
+using testing::TestRepo;
+using namespace std::chrono_literals;
+
+RepoConfig trackedAt(const std::string& path) {
+    RepoConfig repo;
+    repo.id = repo.localPath = path;
+    repo.name = std::filesystem::path(path).filename().string();
+    return repo;
+}
+
+bool isWorkTreeCheck(const ProcessRequest& request) {
+    return request.arguments.size() == 2 && request.arguments[1] == "--is-inside-work-tree";
+}
+
+bool isTodaysLog(const ProcessRequest& request) {
+    return request.arguments[0] == "log" && request.arguments.size() == 3 &&
+           request.arguments[2].starts_with("--pretty=%H|%h");
+}
+
+TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFinished) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    std::mutex orderMutex;
+    std::vector<std::string> events;
+    std::latch firstEight(8);
+    // The first eight hold each other until all have started: with fewer than eight
+    // at once this never returns, and a ninth started early shows up before any "end".
+    FakeProcessRunner runner([&](const ProcessRequest& request) {
+        std::string repo = std::filesystem::path(*request.cwd).filename().string();
+        if (isWorkTreeCheck(request)) {
+            {
+                std::lock_guard lock(orderMutex);
+                events.push_back("start " + repo);
+            }
+            if (repo < "repo8") firstEight.arrive_and_wait();
+            return ShellResult{"true\n", "", 0};
+        }
+        if (isTodaysLog(request)) {
+            std::lock_guard lock(orderMutex);
+            events.push_back("end " + repo);
+        }
+        return ShellResult{"", "", 1};
+    });
+    AppEnvironment env(dir.path(), clock, runner);
+    env.load();
+    env.applyConfigChange([](AppConfig& config) {
+        for (int i = 0; i < 9; ++i) config.repositories.push_back(trackedAt("/fake/repo" + std::to_string(i)));
+    });
+    env.scanNow();
+
+    ASSERT_EQ(events.size(), 18u);
+    auto position = [&](const std::string& event) {
+        return std::find(events.begin(), events.end(), event) - events.begin();
+    };
+    auto firstEnd = std::find_if(events.begin(), events.end(),
+                                 [](const std::string& e) { return e.starts_with("end "); });
+    EXPECT_GT(position("start repo8"), firstEnd - events.begin());
+    // Results are applied in configuration order whatever order they finished in.
+    std::vector<RepoSnapshot> stored = env.store().snapshots();
+    EXPECT_EQ(stored.size(), 9u);
+    EXPECT_EQ(env.lastScanAt(), clock.now());
+}
+
+TEST(AppEnvironmentTest, OnlyAReadableSnapshotChangesARemoteURL) {
+    testing::TempDir dir;
+    SystemClock clock;
+    Shell shell;
+    TestRepo dropped(dir / "dropped");
+    dropped.commitFile("a.txt", "a", "one");
+    dropped.git({"remote", "add", "origin", "https://example.invalid/dropped.git"});
+    TestRepo broken(dir / "broken");
+    broken.commitFile("a.txt", "a", "one");
+    broken.git({"remote", "add", "origin", "https://example.invalid/broken.git"});
+
+    AppEnvironment env(dir / "data", clock, shell);
+    env.load();
+    env.applyConfigChange([&](AppConfig& config) {
+        config.repositories = {trackedAt(dropped.path()), trackedAt(broken.path())};
+    });
+    env.scanNow();
+    EXPECT_EQ(env.config().repositories[0].remoteURL, "https://example.invalid/dropped.git");
+    EXPECT_EQ(env.config().repositories[1].remoteURL, "https://example.invalid/broken.git");
+
+    dropped.git({"remote", "remove", "origin"});
+    std::filesystem::remove_all(broken.path() / ".git");
+    env.scanNow();
+    AppConfig after = ConfigService(dir / "data" / "config.json", clock).read();
+    EXPECT_FALSE(after.repositories[0].remoteURL.has_value());
+    EXPECT_EQ(after.repositories[1].remoteURL, "https://example.invalid/broken.git");
+    ASSERT_TRUE(env.store().snapshot(broken.path()).has_value());
+    EXPECT_TRUE(env.store().snapshot(broken.path())->error.has_value());
+    EXPECT_EQ(env.store().dayActivities(DateHelpers::dateKey(clock.now())).size(), 2u);
+}
+
+TEST(AppEnvironmentTest, EnrolmentReadsRecentHistoryOnceAndInventsNoSessions) {
+    testing::TempDir dir;
+    SystemClock clock;
+    Shell shell;
+    Date now = DateHelpers::startOfDay(clock.now()) + 12h;  // midday: far from any day's edge
+    TestRepo repo(dir / "repo");
+    repo.commitFile("a.txt", "1", "too old", now - 24h * 100);
+    repo.commitFile("a.txt", "2", "ten days ago", now - 24h * 10);
+    repo.git({"checkout", "-q", "-b", "topic"});
+    repo.commitFile("a.txt", "3", "three days | ago", now - 24h * 3);
+    repo.commitFile("a.txt", "4", "three days, again", now - 24h * 3 + 1min);
+    repo.git({"checkout", "-q", "main"});
+
+    AppEnvironment env(dir / "data", clock, shell);
+    env.load();
+    std::vector<std::string> added = env.addDiscovered({RepoDiscovery(shell).makeRepo(repo.path())});
+    ASSERT_EQ(added, std::vector<std::string>{repo.path().string()});
+
+    EXPECT_EQ(env.store().commits(std::nullopt).size(), 3u);
+    std::vector<DayActivity> threeDays = env.store().dayActivities(DateHelpers::dateKey(now - 24h * 3));
+    ASSERT_EQ(threeDays.size(), 1u);
+    EXPECT_EQ(threeDays[0].commitCount, 2);
+    EXPECT_EQ(threeDays[0].branchesTouched, std::vector<std::string>{"topic"});
+    EXPECT_EQ(threeDays[0].estimatedSeconds, 0);
+    EXPECT_EQ(env.store().dayActivities(DateHelpers::dateKey(now - 24h * 10)).size(), 1u);
+    EXPECT_TRUE(env.store().dayActivities(DateHelpers::dateKey(now - 24h * 100)).empty());
+
+    env.scanNow();
+    EXPECT_EQ(env.store().commits(std::nullopt).size(), 3u);
+    EXPECT_TRUE(env.store().sessions(std::nullopt, std::nullopt).empty());
+    EXPECT_EQ(env.store().dayActivities(DateHelpers::dateKey(now - 24h * 3))[0].commitCount, 2);
+
+    // With history turned off, enrolment reads none.
+    TestRepo quiet(dir / "quiet");
+    quiet.commitFile("a.txt", "1", "last week", now - 24h * 7);
+    env.applyConfigChange([](AppConfig& config) { config.historyDays = 0; });
+    env.addDiscovered({RepoDiscovery(shell).makeRepo(quiet.path())});
+    EXPECT_TRUE(env.store().commits(quiet.path().string()).empty());
+}
+
+TEST(AppEnvironmentTest, AScanDuringAScanReturnsAtOnce) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    std::latch started(1), release(1);
+    FakeProcessRunner runner([&](const ProcessRequest& request) {
+        if (isWorkTreeCheck(request)) {
+            started.count_down();
+            release.wait();
+        }
+        return ShellResult{"", "", 1};
+    });
+    AppEnvironment env(dir.path(), clock, runner);
+    env.load();
+    env.applyConfigChange([](AppConfig& config) { config.repositories = {trackedAt("/fake/one")}; });
+
+    std::jthread first([&] { env.scanNow(); });
+    started.wait();
+    EXPECT_TRUE(env.isScanning());
+    EXPECT_TRUE(env.rescanNowOnMain().empty());
+    env.scanNow();  // returns without waiting for the first
+    release.count_down();
+    first.join();
+    EXPECT_FALSE(env.isScanning());
+    EXPECT_EQ(runner.requests().size(), 2u);  // one work tree check and one today's log
+}
+
+TEST(AppEnvironmentTest, WithNothingTrackedAScanStillFlushesAndStampsItsTime) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    FakeProcessRunner runner;
+    AppEnvironment env(dir.path(), clock, runner);
+    env.load();
+    env.scanNow();
+    EXPECT_EQ(env.lastScanAt(), clock.now());
+    for (const std::string& name : Store::flushOrder()) {
+        EXPECT_TRUE(std::filesystem::exists(dir / name)) << name;
+    }
+    EXPECT_TRUE(runner.requests().empty());
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,357 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
+
+#include "git/Aggregator.hpp"
+
+namespace quorvane {
+namespace {
+
+using enum RepoStatus;
+using std::chrono::seconds;
+
+// Sets TZ for one test and restores UTC afterwards.
+class ZoneScope {
+  public:
+    explicit ZoneScope(const char* zone) {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~ZoneScope() {
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+};
+
+Date at(const char* iso) {
+    return *DateHelpers::parseISO(iso);
+}
+
+RepoConfig repo(const std::string& id, const std::string& name = "") {
+    RepoConfig config;
+    config.id = id;
+    config.name = name.empty() ? id : name;
+    config.localPath = "/home/dev/code/" + id;
+    return config;
+}
+
+RepoSnapshot snap(const std::string& repoID, int modified = 0, int ahead = 0, int behind = 0) {
+    RepoSnapshot snapshot;
+    snapshot.repoID = repoID;
+    snapshot.branch = "main";
+    snapshot.remoteURL = "git@example.com:dev/" + repoID + ".git";
+    snapshot.hasUpstream = true;
+    snapshot.files.modified = modified;
+    snapshot.ahead = ahead;
+    snapshot.behind = behind;
+    return snapshot;
+}
+
+CommitRecord commit(const std::string& repoID, const char* when, std::string branch = "") {
+    CommitRecord record;
+    record.repoID = repoID;
+    record.committedAt = at(when);
+    record.branch = std::move(branch);
+    return record;
+}
+
+WorkSession session(const std::string& repoID, const char* endedAt, int length) {
+    WorkSession record;
+    record.repoID = repoID;
+    record.endedAt = at(endedAt);
+    record.startedAt = record.endedAt - seconds(length);
+    record.estimatedSeconds = length;
+    return record;
+}
+
+DayActivity day(const std::string& repoID, const char* dateKey, int commits, int seconds_,
+                std::vector<std::string> statuses = {}) {
+    DayActivity record;
+    record.repoID = repoID;
+    record.dateKey = dateKey;
+    record.commitCount = commits;
+    record.estimatedSeconds = seconds_;
+    record.statuses = std::move(statuses);
+    return record;
+}
+
+template <class Row>
+std::vector<std::string> names(const std::vector<Row>& rows) {
+    std::vector<std::string> out;
+    for (const auto& row : rows)
+        out.push_back(row.name);
+    return out;
+}
+
+TEST(Aggregator, StatusLabelsComeInDisplayOrder) {
+    const Date now = at("2026-11-21T12:00:00Z");
+    RepoSnapshot clean = snap("a");
+    clean.remoteURL.reset();
+    EXPECT_EQ(Aggregator::statuses(clean, false, 3, std::nullopt, now),
+              (std::vector{synced, inactive, noRemote}));
+    EXPECT_EQ(Aggregator::statuses(snap("a"), true, 3, std::nullopt, now),
+              (std::vector{synced, activeToday}));
+
+    RepoSnapshot busy = snap("a", 2, 1, 1);
+    busy.isDetachedHead = true;
+    EXPECT_EQ(
+        Aggregator::statuses(busy, true, 3, std::nullopt, now),
+        (std::vector{needsCommit, needsPush, behindRemote, activeToday, stale, detachedHead}));
+
+    RepoSnapshot failed = busy;
+    failed.error = "fatal: not a git repository";
+    EXPECT_EQ(Aggregator::statuses(failed, true, 3, std::nullopt, now), std::vector{error});
+
+    // Stale is strictly older than the cutoff; a negative threshold means now.
+    auto isStale = [&](int days, Date last) {
+        auto labels = Aggregator::statuses(snap("a", 1), false, days, last, now);
+        return std::find(labels.begin(), labels.end(), stale) != labels.end();
+    };
+    EXPECT_FALSE(isStale(3, now - seconds(3 * 86400)));
+    EXPECT_TRUE(isStale(3, now - seconds(3 * 86400 + 1)));
+    EXPECT_FALSE(isStale(-5, now));
+    EXPECT_TRUE(isStale(-5, now - seconds(1)));
+}
+
+TEST(Aggregator, StaleCutoffCountsCalendarDaysAcrossDaylightSaving) {
+    ZoneScope zone("America/New_York");
+    // Noon on 2 November less three calendar days is noon on 30 October: 73 hours,
+    // since 1 November has 25.
+    const Date now = at("2026-11-02T17:00:00Z");
+    auto labels = Aggregator::statuses(snap("a", 1), false, 3, at("2026-10-30T16:30:00Z"), now);
+    EXPECT_EQ(labels, (std::vector{needsCommit, inactive}));
+    labels = Aggregator::statuses(snap("a", 1), false, 3, at("2026-10-30T15:59:59Z"), now);
+    EXPECT_EQ(labels, (std::vector{needsCommit, inactive, stale}));
+}
+
+TEST(Aggregator, DayActivityCountsTheLocalDayOfOneRepository) {
+    ZoneScope zone("America/New_York");
+    const Date now = at("2026-11-22T04:00:00Z");
+    RepoSnapshot snapshot = snap("app", 2);
+    snapshot.files.untracked = 1;
+    snapshot.branch = "feature";
+    snapshot.lastCommitAt = at("2026-11-21T15:00:00Z");
+    std::vector<CommitRecord> commits = {
+        commit("app", "2026-11-21T15:00:00Z", "main"),
+        commit("app", "2026-11-22T03:30:00Z", "feature"),  // 22:30 on the 21st locally
+        commit("app", "2026-11-21T16:00:00Z"),
+        commit("app", "2026-11-22T06:00:00Z", "other"),  // the 22nd locally
+        commit("web", "2026-11-21T15:00:00Z", "web-branch")};
+    std::vector<WorkSession> sessions = {session("app", "2026-11-21T20:00:00Z", 600),
+                                         session("app", "2026-11-20T20:00:00Z", 999),
+                                         session("web", "2026-11-21T20:00:00Z", 50)};
+
+    DayActivity result =
+        Aggregator::dayActivity("app", "2026-11-21", snapshot, commits, sessions, now);
+    EXPECT_EQ(result.commitCount, 3);
+    EXPECT_EQ(result.estimatedSeconds, 600);
+    EXPECT_EQ(result.filesTouched, 3);
+    EXPECT_EQ(result.branchesTouched, (std::vector<std::string>{"feature", "main"}));
+    EXPECT_TRUE(result.pushed);
+    EXPECT_EQ(result.statuses, (std::vector<std::string>{"needsCommit", "activeToday"}));
+
+    snapshot.ahead = 1;
+    EXPECT_FALSE(Aggregator::dayActivity("app", "2026-11-21", snapshot, commits, {}, now).pushed);
+    snapshot.ahead = 0;
+    // A day with only a session is active but nothing was pushed.
+    DayActivity sessionOnly =
+        Aggregator::dayActivity("app", "2026-11-20", snapshot, commits, sessions, now);
+    EXPECT_EQ(sessionOnly.commitCount, 0);
+    EXPECT_FALSE(sessionOnly.pushed);
+    EXPECT_EQ(sessionOnly.statuses[1], "activeToday");
+}
+
+TEST(Aggregator, SummaryKeepsDirtyRepositoriesOnlyInTodaysWindow) {
+    const Date now = at("2026-11-21T15:00:00Z");
+    std::vector<RepoConfig> configs = {repo("dirty"), repo("dirtier"), repo("timed"),
+                                       repo("committed"), repo("hidden")};
+    configs[4].trackingEnabled = false;
+    RepoSnapshot dirtier = snap("dirtier", 5);
+    dirtier.files.staged = 2;
+    std::vector<RepoSnapshot> snapshots = {
+        snap("committed"),      snap("dirty", 3),        dirtier,
+        snap("timed", 0, 0, 2), snap("committed", 0, 1), snap("hidden", 9, 9, 9)};
+    std::vector<CommitRecord> commits = {
+        commit("committed", "2026-11-21T00:00:00Z"), commit("committed", "2026-11-21T10:00:00Z"),
+        commit("committed", "2026-11-20T10:00:00Z"), commit("hidden", "2026-11-21T10:00:00Z")};
+    std::vector<WorkSession> sessions = {session("timed", "2026-11-21T23:59:59Z", 900),
+                                         session("committed", "2026-11-21T09:00:00Z", 300)};
+
+    TodaySummary today =
+        Aggregator::summary(at("2026-11-21T00:00:00Z"), at("2026-11-21T23:59:59Z"), "2026-11-21",
+                            configs, snapshots, commits, sessions, now);
+    ASSERT_EQ(names(today.lines),
+              (std::vector<std::string>{"committed", "timed", "dirtier", "dirty"}));
+    EXPECT_EQ(today.lines[0].commitsToday, 2);
+    EXPECT_EQ(today.lines[0].ahead, 1) << "the later snapshot of a repository wins";
+    EXPECT_EQ(today.lines[1].estimatedSeconds, 900);
+    EXPECT_FALSE(today.lines[3].workedInWindow);
+    EXPECT_EQ(today.lines[3].statuses, (std::vector{needsCommit, inactive, stale}));
+    EXPECT_EQ(today.activeProjects, 2);
+    EXPECT_EQ(today.totalCommits, 2);
+    EXPECT_EQ(std::tuple(today.needsPushCount, today.needsCommitCount, today.behindCount,
+                         today.modifiedFiles, today.stagedFiles),
+              std::tuple(1, 2, 1, 8, 2));
+
+    TodaySummary yesterday =
+        Aggregator::summary(at("2026-11-20T00:00:00Z"), at("2026-11-20T23:59:59Z"), "yesterday",
+                            configs, snapshots, commits, sessions, now);
+    ASSERT_EQ(names(yesterday.lines), std::vector<std::string>{"committed"});
+    EXPECT_TRUE(yesterday.lines[0].workedInWindow);
+    EXPECT_EQ(yesterday.needsCommitCount, 2) << "counters cover every tracked repository";
+}
+
+TEST(Aggregator, RankingPutsTheDaysWorkFirstUnlessByRecencyAlone) {
+    const Date now = at("2026-11-21T15:00:00Z");
+    const Date yesterday = at("2026-11-20T12:00:00Z");
+    std::vector<RepoConfig> configs = {repo("apple"), repo("Banana"), repo("zed"),
+                                       repo("gamma"), repo("beta"),   repo("cached")};
+    configs[5].localPath = "/home/dev/Library/Caches/cached";
+    std::vector<RepoSnapshot> snapshots;
+    for (const auto& config : configs)
+        snapshots.push_back(snap(config.id));
+    snapshots[2].lastCommitAt = at("2026-11-21T08:00:00Z");  // after the day asked for
+    snapshots[3].lastWorkingTreeChangeAt = at("2026-11-20T09:00:00Z");
+    snapshots[4].lastCommitAt = at("2026-11-19T09:00:00Z");
+    snapshots[5].lastCommitAt = at("2026-11-20T23:00:00Z");
+    std::vector<WorkSession> sessions = {session("beta", "2026-11-20T14:00:00Z", 700),
+                                         session("beta", "2026-11-21T14:00:00Z", 50)};
+    SyncState betaSync;
+    betaSync.id = "beta";
+    betaSync.status = SyncState::Status::needsPull;
+
+    auto rows = Aggregator::activityRanking(yesterday, configs, snapshots, sessions, {betaSync},
+                                            now, Aggregator::RankingOrder::workedTodayFirst);
+    ASSERT_EQ(names(rows), (std::vector<std::string>{"beta", "gamma", "zed", "apple", "Banana"}));
+    EXPECT_EQ(rows[0].lastActivityAt, at("2026-11-20T14:00:00Z"));
+    EXPECT_EQ(rows[0].estimatedSecondsToday, 700);
+    EXPECT_EQ(rows[0].syncStatus, SyncState::Status::needsPull);
+    EXPECT_EQ(rows[0].statuses, (std::vector{synced, activeToday}));
+    EXPECT_FALSE(rows[2].workedToday);
+
+    rows = Aggregator::activityRanking(yesterday, configs, snapshots, sessions, {}, now,
+                                       Aggregator::RankingOrder::pureRecency);
+    EXPECT_EQ(names(rows), (std::vector<std::string>{"zed", "beta", "gamma", "apple", "Banana"}));
+
+    // Cache folders stay out of the ranking, not out of the summary.
+    std::vector<CommitRecord> cachedCommit = {commit("cached", "2026-11-20T10:00:00Z")};
+    TodaySummary summary = Aggregator::summary(at("2026-11-20T00:00:00Z"), now, "", configs,
+                                               snapshots, cachedCommit, {}, now);
+    EXPECT_EQ(names(summary.lines), std::vector<std::string>{"cached"});
+}
+
+TEST(Aggregator, WeekRunsMondayToSundayInLocalTime) {
+    ZoneScope zone("America/New_York");
+    std::vector<RepoConfig> configs = {repo("app"), repo("web"), repo("idle"), repo("hidden")};
+    configs[1].displayName = "Beta site";
+    configs[3].trackingEnabled = false;
+    std::vector<DayActivity> days = {
+        day("app", "2026-11-15", 5, 0),  // the Sunday before
+        day("app", "2026-11-16", 2, 600),
+        day("web", "2026-11-18", 0, 1200),
+        day("idle", "2026-11-20", 0, 0, {"needsCommit", "inactive", "stale"}),
+        day("app", "2026-11-22", 1, 0),
+        day("web", "2026-11-22", 0, 0, {"needsPush", "inactive"}),
+        day("hidden", "2026-11-17", 9, 999, {"needsPush"}),
+        day("app", "2026-11-23", 7, 0)};
+    days[3].filesTouched = 4;
+    days[5].filesTouched = 6;  // worked on this week, so never the most neglected
+
+    // Sunday evening in New York is already Monday in UTC.
+    WeeklySummary week = Aggregator::weeklySummary(at("2026-11-23T01:00:00Z"), configs, days);
+    EXPECT_EQ(week.weekKey, "2026-11-16");
+    ASSERT_EQ(week.perDay.size(), 7u);
+    EXPECT_EQ(week.perDay[0], (DayBreakdown{"2026-11-16", "Mon", 1, 2, 600}));
+    EXPECT_EQ(week.perDay[4], (DayBreakdown{"2026-11-20", "Fri", 0, 0, 0}));
+    EXPECT_EQ(week.perDay[6], (DayBreakdown{"2026-11-22", "Sun", 1, 1, 0}));
+    EXPECT_EQ(std::tuple(week.activeRepos, week.totalCommits, week.totalSeconds),
+              std::tuple(2, 3, 1800));
+    ASSERT_EQ(names(week.perRepo), (std::vector<std::string>{"app", "Beta site"}));
+    EXPECT_EQ(week.perRepo[1], (WeekRepoLine{"web", "Beta site", "/home/dev/code/web", 0, 1200}));
+    EXPECT_EQ(week.mostActive, "app");
+    EXPECT_EQ(week.mostNeglected, "idle");
+    ASSERT_EQ(names(week.needsAttention), (std::vector<std::string>{"Beta site", "idle"}));
+    EXPECT_EQ(week.needsAttention[1].statuses, (std::vector{needsCommit, inactive, stale}));
+
+    WeeklySummary empty = Aggregator::weeklySummary(at("2026-12-01T12:00:00Z"), configs, days);
+    EXPECT_EQ(empty.weekKey, "2026-11-30");
+    EXPECT_FALSE(empty.mostActive.has_value());
+    EXPECT_FALSE(empty.mostNeglected.has_value());
+}
+
+TEST(Aggregator, HeatmapHasOneCellPerLocalDayEndingToday) {
+    ZoneScope zone("America/New_York");
+    std::vector<DayActivity> days = {day("app", "2026-10-29", 9, 0), day("app", "2026-10-31", 0, 0),
+                                     day("app", "2026-11-01", 2, 0),
+                                     day("web", "2026-11-01", 0, 60)};
+    // 22:00 on 1 November locally, the day daylight saving ends.
+    auto cells = Aggregator::heatmap(3, at("2026-11-02T03:00:00Z"), days);
+    EXPECT_EQ(cells, (std::vector<DayBreakdown>{{"2026-10-30", "Fri", 0, 0, 0},
+                                                {"2026-10-31", "Sat", 0, 0, 0},
+                                                {"2026-11-01", "Sun", 2, 2, 60}}));
+    EXPECT_TRUE(Aggregator::heatmap(0, at("2026-11-02T03:00:00Z"), days).empty());
+}
+
+TEST(Aggregator, AlignmentOverviewClassifiesTrackedRepositories) {
+    std::vector<RepoConfig> configs = {repo("local"),     repo("viaConfig"), repo("diverged"),
+                                       repo("ahead"),     repo("behind"),    repo("synced"),
+                                       repo("untracked"), repo("unscanned")};
+    configs[1].remoteURL = "git@example.com:dev/viaConfig.git";
+    configs[6].trackingEnabled = false;
+    std::vector<RepoSnapshot> snapshots = {
+        snap("local"),           snap("viaConfig"), snap("diverged", 0, 1, 1), snap("ahead", 0, 1),
+        snap("behind", 0, 0, 1), snap("synced"),    snap("untracked", 0, 1)};
+    snapshots[0].remoteURL.reset();
+    snapshots[1].remoteURL.reset();
+    snapshots[1].hasUpstream = false;
+    EXPECT_EQ(Aggregator::alignmentOverview(configs, snapshots),
+              (AlignmentOverview{.tracked = 6,
+                                 .withRemote = 5,
+                                 .localOnly = 1,
+                                 .synced = 1,
+                                 .needsPush = 1,
+                                 .needsPull = 1,
+                                 .diverged = 1,
+                                 .noUpstream = 1}));
+}
+
+TEST(Aggregator, InsightsCountWorkedProjectsAndPeriodsEndNow) {
+    ZoneScope zone("America/New_York");
+    const Date now = at("2026-11-21T15:00:00Z");
+    EXPECT_EQ(Aggregator::bounds(InsightsPeriod::today, now).start, at("2026-11-21T05:00:00Z"));
+    // Thirty calendar days back crosses the end of daylight saving.
+    EXPECT_EQ(Aggregator::bounds(InsightsPeriod::month, now),
+              (Aggregator::DateRange{at("2026-10-22T04:00:00Z"), now}));
+    EXPECT_EQ(Aggregator::bounds(InsightsPeriod::allTime, now).start, Date{});
+
+    std::vector<RepoConfig> configs = {repo("app"), repo("web"), repo("quiet")};
+    std::vector<RepoSnapshot> snapshots = {snap("app"), snap("web"), snap("quiet")};
+    snapshots[1].remoteURL.reset();
+    std::vector<CommitRecord> commits = {commit("app", "2026-11-21T10:00:00Z", "main"),
+                                         commit("app", "2026-11-21T11:00:00Z", "fix"),
+                                         commit("app", "2026-11-19T11:00:00Z", "old")};
+    commits[1].isLocalOnly = true;
+    std::vector<WorkSession> sessions = {session("web", "2026-11-21T12:00:00Z", 400)};
+    auto [start, end] = Aggregator::bounds(InsightsPeriod::today, now);
+    EXPECT_EQ(Aggregator::insights(start, end, "Today", configs, snapshots, commits, sessions),
+              (ActivityInsights{"Today", 2, 1, 1, 2, 3, 1, 400}));
+}
+
+TEST(Aggregator, RecordsPrintFieldNamesAndLeaveOutAbsentDates) {
+    RepoTodayLine line;
+    line.statuses = {needsPush, stale};
+    TodaySummary summary;
+    summary.lines = {line};
+    Json json = toJson(summary);
+    EXPECT_EQ(json["lines"][0]["statuses"], (Json{"needsPush", "stale"}));
+    EXPECT_FALSE(json["lines"][0].contains("lastCommitAt"));
+    line.lastCommitAt = at("2026-11-21T10:00:00Z");
+    EXPECT_EQ(toJson(line)["lastCommitAt"], "2026-11-21T10:00:00Z");
+    ActivityRow row;
+    row.syncStatus = SyncState::Status::diverged;
+    EXPECT_EQ(toJson(row)["syncStatus"], "diverged");
+    EXPECT_FALSE(toJson(WeeklySummary{}).contains("mostActive"));
+}
+
+}  // namespace
+}  // namespace quorvane
