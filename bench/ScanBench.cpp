@@ -73,7 +73,8 @@ void buildHistory(const testing::TestRepo& repo, int commits, int files, int tod
                                   index, content.size(), content);
         }
     }
-    ProcessRequest importer = GitCommand::request(repo.path().string(), {"fast-import", "--quiet"}, 300);
+    ProcessRequest importer =
+        GitCommand::request(repo.path().string(), {"fast-import", "--quiet"}, 300);
     importer.standardInput = stream;
     ShellResult imported = Shell().run(importer);
     if (!imported.succeeded()) throw std::runtime_error("fast-import: " + imported.stdErr);
@@ -204,13 +205,18 @@ int main(int argc, char** argv) {
     std::cout << fmt::format("corpus: {} repositories, {} commits, {} files, built in {:.1f} s\n",
                              paths.size(), corpus.commits, corpus.files, buildSeconds);
     std::cout << fmt::format("median of {} rounds, 8 repositories at a time:\n", rounds);
-    std::cout << fmt::format("  scan (GitScanner.scan)            wall {:7.3f} s  children/repo {:6.2f}\n",
-                             scan.seconds, scan.children / n);
-    std::cout << fmt::format("  scan + today's commits            wall {:7.3f} s  children/repo {:6.2f}\n",
-                             cycle.seconds, cycle.children / n);
-    std::cout << fmt::format("  git status --porcelain            wall {:7.3f} s  children/repo {:6.2f}\n",
-                             plain.seconds, plain.children / n);
-    std::cout << fmt::format("  ratio scan / git status           {:.2f}\n", scan.seconds / plain.seconds);
-    std::cout << fmt::format("  ratio scan + commits / git status {:.2f}\n", cycle.seconds / plain.seconds);
+    std::cout << fmt::format(
+        "  scan (GitScanner.scan)            wall {:7.3f} s  children/repo {:6.2f}\n", scan.seconds,
+        scan.children / n);
+    std::cout << fmt::format(
+        "  scan + today's commits            wall {:7.3f} s  children/repo {:6.2f}\n",
+        cycle.seconds, cycle.children / n);
+    std::cout << fmt::format(
+        "  git status --porcelain            wall {:7.3f} s  children/repo {:6.2f}\n",
+        plain.seconds, plain.children / n);
+    std::cout << fmt::format("  ratio scan / git status           {:.2f}\n",
+                             scan.seconds / plain.seconds);
+    std::cout << fmt::format("  ratio scan + commits / git status {:.2f}\n",
+                             cycle.seconds / plain.seconds);
     return 0;
 }

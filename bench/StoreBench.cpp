@@ -141,8 +141,10 @@ int main(int argc, char** argv) {
     if (argc == 2) return measure(argv[1]);
     testing::TempDir dir("quorvane-bench-store");
     double filled = seconds([&] { fill(dir.path()); });
-    std::cout << fmt::format("filled 200000 commits, 20000 sessions, 20000 day activities, "
-                             "5000 audit entries in {:.1f} s\n", filled);
+    std::cout << fmt::format(
+        "filled 200000 commits, 20000 sessions, 20000 day activities, "
+        "5000 audit entries in {:.1f} s\n",
+        filled);
     std::cout.flush();
     // Measured in a fresh process, so the filling does not count towards its memory.
     ProcessRequest again;

@@ -5,9 +5,9 @@
 #include "app/TextHelpers.hpp"
 #include "persistence/ConfigService.hpp"
 #include "platform/Clock.hpp"
-#include "tests/CliRunner.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
 
 namespace quorvane {
 namespace {
@@ -41,8 +41,8 @@ TEST_F(CommandLineTest, ReposAddReadsIdentityNameRemoteAndDefaultBranch) {
     std::filesystem::create_symlink(local.path(), dir_ / "link");
     std::filesystem::create_directories(clone.path() / "src");
 
-    ShellResult added = quorvane({"repos", "add", (clone.path() / "src").string(),
-                                  (dir_ / "link").string()});
+    ShellResult added =
+        quorvane({"repos", "add", (clone.path() / "src").string(), (dir_ / "link").string()});
     ASSERT_EQ(added.exitCode, 0) << added.stdErr;
     EXPECT_THAT(added.stdOut, HasSubstr("tracking clone (" + clone.path().string() + ")"));
 
@@ -74,8 +74,8 @@ TEST_F(CommandLineTest, ReposAddRefusesAnythingButAWorkTreeAndWritesNothing) {
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_THAT(result.stdErr, HasSubstr("cannot track " + (dir_ / "plain").string() +
                                          ": not a git working tree"));
-    EXPECT_THAT(result.stdErr, HasSubstr("cannot track " + (dir_ / "missing").string() +
-                                         ": no such folder"));
+    EXPECT_THAT(result.stdErr,
+                HasSubstr("cannot track " + (dir_ / "missing").string() + ": no such folder"));
     EXPECT_THAT(result.stdErr, HasSubstr("nothing was added"));
     EXPECT_FALSE(std::filesystem::exists(dataDir() / "config.json"));
 }
@@ -159,9 +159,11 @@ TEST_F(CommandLineTest, ScanPrintsOneLinePerRepositoryWithItsState) {
     ASSERT_EQ(result.exitCode, 0) << result.stdErr;
     std::vector<std::string_view> lines = Text::nonEmptyLines(result.stdOut);
     ASSERT_EQ(lines.size(), 3u) << result.stdOut;
-    EXPECT_THAT(std::string(lines[1]), ::testing::MatchesRegex(
-        "busy +main +1 modified, 1 untracked +no upstream +1 commit"));
-    EXPECT_THAT(std::string(lines[2]), ::testing::MatchesRegex("broken .*error: fatal: not a git repository.*"));
+    EXPECT_THAT(
+        std::string(lines[1]),
+        ::testing::MatchesRegex("busy +main +1 modified, 1 untracked +no upstream +1 commit"));
+    EXPECT_THAT(std::string(lines[2]),
+                ::testing::MatchesRegex("broken .*error: fatal: not a git repository.*"));
 }
 
 TEST_F(CommandLineTest, ScanStoresWhatStatusAndCommitsReadBack) {
@@ -175,7 +177,8 @@ TEST_F(CommandLineTest, ScanStoresWhatStatusAndCommitsReadBack) {
     EXPECT_THAT(quorvane({"status"}).stdOut, HasSubstr("not scanned yet"));
 
     ASSERT_EQ(quorvane({"scan"}).exitCode, 0);
-    std::string second = repo.commitFile("a.txt", "b", "second today", now - std::chrono::minutes(1));
+    std::string second =
+        repo.commitFile("a.txt", "b", "second today", now - std::chrono::minutes(1));
     ASSERT_EQ(quorvane({"scan"}).exitCode, 0);
 
     // The stored snapshot is the newest one; commits from both scans are kept once each.
@@ -183,7 +186,8 @@ TEST_F(CommandLineTest, ScanStoresWhatStatusAndCommitsReadBack) {
     ASSERT_EQ(status.size(), 2u);
     EXPECT_EQ(status[0]["repoID"], repo.path().string());
     EXPECT_EQ(status[0]["lastCommitSha"], second);
-    Json commits = Json::parse(quorvane({"commits", "--repo", repo.path().string(), "--json"}).stdOut);
+    Json commits =
+        Json::parse(quorvane({"commits", "--repo", repo.path().string(), "--json"}).stdOut);
     ASSERT_EQ(commits.size(), 2u);
     EXPECT_EQ(commits[0]["sha"], second);
     EXPECT_EQ(commits[1]["sha"], first);
@@ -197,10 +201,19 @@ TEST_F(CommandLineTest, ScanStoresWhatStatusAndCommitsReadBack) {
 }
 
 TEST_F(CommandLineTest, EveryCommandTeachesItsUseAndBadUsageExitsTwo) {
-    for (std::vector<std::string> command :
-         {std::vector<std::string>{}, {"repos"}, {"repos", "add"}, {"repos", "list"},
-          {"repos", "remove"}, {"folders"}, {"folders", "add"}, {"folders", "remove"},
-          {"folders", "list"}, {"scan"}, {"status"}, {"commits"}, {"doctor"}}) {
+    for (std::vector<std::string> command : {std::vector<std::string>{},
+                                             {"repos"},
+                                             {"repos", "add"},
+                                             {"repos", "list"},
+                                             {"repos", "remove"},
+                                             {"folders"},
+                                             {"folders", "add"},
+                                             {"folders", "remove"},
+                                             {"folders", "list"},
+                                             {"scan"},
+                                             {"status"},
+                                             {"commits"},
+                                             {"doctor"}}) {
         command.push_back("--help");
         ShellResult help = quorvane(command);
         EXPECT_EQ(help.exitCode, 0) << command[0];

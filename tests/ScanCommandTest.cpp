@@ -7,9 +7,9 @@
 #include "persistence/ConfigService.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
-#include "tests/CliRunner.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
 
 namespace quorvane {
 namespace {
@@ -49,8 +49,11 @@ protected:
     }
 
     static Json counts(int modified, int staged, int untracked, int deleted, int renamed) {
-        return Json{{"modified", modified}, {"staged", staged}, {"untracked", untracked},
-                    {"deleted", deleted}, {"renamed", renamed}};
+        return Json{{"modified", modified},
+                    {"staged", staged},
+                    {"untracked", untracked},
+                    {"deleted", deleted},
+                    {"renamed", renamed}};
     }
 
     Date now() const { return SystemClock().now(); }
@@ -143,10 +146,11 @@ TEST_F(ScanCommandTest, AheadBehindAndDivergedAgainstAnUpstream) {
         const TestRepo* repo;
         int ahead, behind;
     };
-    for (Expected expected : {Expected{&ahead, 2, 0}, Expected{&behind, 0, 1},
-                              Expected{&diverged, 1, 1}}) {
+    for (Expected expected :
+         {Expected{&ahead, 2, 0}, Expected{&behind, 0, 1}, Expected{&diverged, 1, 1}}) {
         Json snapshot = scanOne(expected.repo->path());
-        std::string gitSays = expected.repo->gitLine({"rev-list", "--left-right", "--count", "@{u}...HEAD"});
+        std::string gitSays =
+            expected.repo->gitLine({"rev-list", "--left-right", "--count", "@{u}...HEAD"});
         EXPECT_EQ(gitSays, std::to_string(expected.behind) + "\t" + std::to_string(expected.ahead));
         EXPECT_EQ(snapshot["hasUpstream"], true);
         EXPECT_EQ(snapshot["ahead"], expected.ahead) << expected.repo->path();

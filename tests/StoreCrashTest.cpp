@@ -20,13 +20,13 @@ namespace {
 // The generation a file of the writer holds, read from the field it stamps.
 long generationOf(const std::string& name, const Json& records) {
     static const std::map<std::string, std::string> kStamp = {
-        {"repos.json", "commitsToday"},     {"commits.json", "message"},
+        {"repos.json", "commitsToday"},        {"commits.json", "message"},
         {"sessions.json", "estimatedSeconds"}, {"day_activity.json", "commitCount"},
-        {"journals.json", "manualNotes"},   {"reminders.json", "message"},
-        {"accounts.json", "displayName"},   {"remote_repos.json", "description"},
-        {"mappings.json", "accountID"},     {"branches.json", "aheadCount"},
-        {"sync_states.json", "localAhead"}, {"health.json", "score"},
-        {"proposals.json", "title"},        {"agent_audit.json", "argsSummary"},
+        {"journals.json", "manualNotes"},      {"reminders.json", "message"},
+        {"accounts.json", "displayName"},      {"remote_repos.json", "description"},
+        {"mappings.json", "accountID"},        {"branches.json", "aheadCount"},
+        {"sync_states.json", "localAhead"},    {"health.json", "score"},
+        {"proposals.json", "title"},           {"agent_audit.json", "argsSummary"},
         {"project_metadata.json", "summary"}};
     if (!records.is_array() || records.empty()) return -1;
     const Json& value = records.back()[kStamp.at(name)];
@@ -52,7 +52,8 @@ TEST(StoreCrashTest, KillsAtRandomMomentsNeverDamageAFile) {
     startOnly.arguments = {dir.path().string(), "--start-only"};
     auto started = std::chrono::steady_clock::now();
     ASSERT_EQ(Shell().run(startOnly).exitCode, 0);
-    double startup = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    double startup =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     std::mt19937 random(20261121);  // fixed, so a failure can be replayed
     std::uniform_real_distribution<double> delay(startup * 0.8, startup + 0.150);
     std::regex flushedLine("flushed ([0-9]+)");
@@ -76,7 +77,8 @@ TEST(StoreCrashTest, KillsAtRandomMomentsNeverDamageAFile) {
         for (std::string_view line : Text::nonEmptyLines(result.stdOut)) {
             std::cmatch match;
             std::string text(line);
-            if (std::regex_match(text.c_str(), match, flushedLine)) lastFlushed = std::stol(match[1]);
+            if (std::regex_match(text.c_str(), match, flushedLine))
+                lastFlushed = std::stol(match[1]);
             if (text.starts_with("base ")) base = std::stol(text.substr(5));
         }
         std::map<std::string, long> after = generations(dir.path());
@@ -86,7 +88,8 @@ TEST(StoreCrashTest, KillsAtRandomMomentsNeverDamageAFile) {
             long previous = lastFlushed ? *lastFlushed : before.at(name);
             long next = lastFlushed ? *lastFlushed + 1 : base ? *base + 1 : before.at(name);
             EXPECT_TRUE(gen == previous || gen == next)
-                << name << " holds generation " << gen << ", expected " << previous << " or " << next;
+                << name << " holds generation " << gen << ", expected " << previous << " or "
+                << next;
             mixed = mixed || gen != after.begin()->second;
         }
         if (mixed) ++midFlush;
@@ -110,7 +113,8 @@ TEST(StoreCrashTest, KillsAtRandomMomentsNeverDamageAFile) {
     Store(dir.path(), clock).load();
 
     for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
-        EXPECT_EQ(entry.path().filename().string().find(".tmp-"), std::string::npos) << entry.path();
+        EXPECT_EQ(entry.path().filename().string().find(".tmp-"), std::string::npos)
+            << entry.path();
     }
 }
 

@@ -22,7 +22,9 @@ void say(const std::string& line) {
     (void)written;
 }
 
-std::string mark(long generation) { return fmt::format("gen {}", generation); }
+std::string mark(long generation) {
+    return fmt::format("gen {}", generation);
+}
 
 // The generation the store holds now: the highest any of its files carries.
 long currentGeneration(const Store& store) {

@@ -8,10 +8,10 @@
 
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"
-#include "tests/CliRunner.hpp"
 #include "testing/LogCapture.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
 
 namespace quorvane {
 namespace {

@@ -31,7 +31,9 @@ AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock
       scanner_(runner, clock),
       discovery_(runner) {}
 
-AppEnvironment::~AppEnvironment() { shutdown(); }
+AppEnvironment::~AppEnvironment() {
+    shutdown();
+}
 
 void AppEnvironment::load() {
     {
@@ -128,7 +130,8 @@ void AppEnvironment::scanNow() {
         auto fileActivity = activity.find(repo.localPath);
         std::vector<WorkSession> sessions = WorkSessionEngine::update(
             previous, result.snapshot, open, now, kIdleTimeoutSeconds,
-            fileActivity == activity.end() ? std::nullopt : std::optional<Date>(fileActivity->second));
+            fileActivity == activity.end() ? std::nullopt
+                                           : std::optional<Date>(fileActivity->second));
         if (!sessions.empty()) store_.upsertSessions(sessions);
         std::vector<WorkSession> today = store_.sessions(repo.id, startOfDay);
         store_.setDayActivity(
@@ -262,7 +265,8 @@ void AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& ch
 void AppEnvironment::startPeriodicScanning() {
     stopPeriodicScanning();
     int minutes = std::max(1, config().scanIntervalMinutes);  // read once: a change restarts it
-    scheduler_ = std::jthread([this, minutes](std::stop_token stop) { periodicLoop(stop, minutes); });
+    scheduler_ =
+        std::jthread([this, minutes](std::stop_token stop) { periodicLoop(stop, minutes); });
 }
 
 void AppEnvironment::stopPeriodicScanning() {
@@ -276,7 +280,8 @@ void AppEnvironment::periodicLoop(std::stop_token stop, int minutes) {
         {
             std::unique_lock lock(schedulerMutex_);
             // Sleeps until the interval ends or a stop is requested, whichever comes first.
-            schedulerWake_.wait_for(lock, stop, std::chrono::minutes(minutes), [] { return false; });
+            schedulerWake_.wait_for(lock, stop, std::chrono::minutes(minutes),
+                                    [] { return false; });
         }
         if (stop.stop_requested()) return;
         scanNow();

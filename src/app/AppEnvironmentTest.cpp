@@ -62,7 +62,8 @@ TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFi
     AppEnvironment env(dir.path(), clock, runner);
     env.load();
     env.applyConfigChange([](AppConfig& config) {
-        for (int i = 0; i < 9; ++i) config.repositories.push_back(trackedAt("/fake/repo" + std::to_string(i)));
+        for (int i = 0; i < 9; ++i)
+            config.repositories.push_back(trackedAt("/fake/repo" + std::to_string(i)));
     });
     env.scanNow();
 
@@ -125,11 +126,13 @@ TEST(AppEnvironmentTest, EnrolmentReadsRecentHistoryOnceAndInventsNoSessions) {
 
     AppEnvironment env(dir / "data", clock, shell);
     env.load();
-    std::vector<std::string> added = env.addDiscovered({RepoDiscovery(shell).makeRepo(repo.path())});
+    std::vector<std::string> added =
+        env.addDiscovered({RepoDiscovery(shell).makeRepo(repo.path())});
     ASSERT_EQ(added, std::vector<std::string>{repo.path().string()});
 
     EXPECT_EQ(env.store().commits(std::nullopt).size(), 3u);
-    std::vector<DayActivity> threeDays = env.store().dayActivities(DateHelpers::dateKey(now - 24h * 3));
+    std::vector<DayActivity> threeDays =
+        env.store().dayActivities(DateHelpers::dateKey(now - 24h * 3));
     ASSERT_EQ(threeDays.size(), 1u);
     EXPECT_EQ(threeDays[0].commitCount, 2);
     EXPECT_EQ(threeDays[0].branchesTouched, std::vector<std::string>{"topic"});
@@ -163,7 +166,8 @@ TEST(AppEnvironmentTest, AScanDuringAScanReturnsAtOnce) {
     });
     AppEnvironment env(dir.path(), clock, runner);
     env.load();
-    env.applyConfigChange([](AppConfig& config) { config.repositories = {trackedAt("/fake/one")}; });
+    env.applyConfigChange(
+        [](AppConfig& config) { config.repositories = {trackedAt("/fake/one")}; });
 
     std::jthread first([&] { env.scanNow(); });
     started.wait();

@@ -19,8 +19,7 @@ TEST(BoundedParallelTest, RunsExactlyLimitAtOnceAndKeepsInputOrder) {
     std::vector<size_t> results = boundedParallelMap<size_t>(kCount, kLimit, [&](size_t i) {
         int now = ++inFlight;
         int seen = most.load();
-        while (now > seen && !most.compare_exchange_weak(seen, now)) {
-        }
+        while (now > seen && !most.compare_exchange_weak(seen, now)) {}
         {
             std::lock_guard lock(orderMutex);
             startOrder.push_back(i);
@@ -33,12 +32,14 @@ TEST(BoundedParallelTest, RunsExactlyLimitAtOnceAndKeepsInputOrder) {
     ASSERT_EQ(results.size(), kCount);
     for (size_t i = 0; i < kCount; ++i) EXPECT_EQ(results[i], i * i);
     // Nothing past the first eight starts before all of the first eight have.
-    for (size_t position = 0; position < kLimit; ++position) EXPECT_LT(startOrder[position], kLimit);
+    for (size_t position = 0; position < kLimit; ++position)
+        EXPECT_LT(startOrder[position], kLimit);
 }
 
 TEST(BoundedParallelTest, HandlesNothingToDoAndFewerItemsThanThreads) {
     EXPECT_TRUE(boundedParallelMap<int>(0, 8, [](size_t) { return 1; }).empty());
-    std::vector<int> results = boundedParallelMap<int>(3, 8, [](size_t i) { return static_cast<int>(i) + 1; });
+    std::vector<int> results =
+        boundedParallelMap<int>(3, 8, [](size_t i) { return static_cast<int>(i) + 1; });
     EXPECT_EQ(results, (std::vector<int>{1, 2, 3}));
 }
 

@@ -5,8 +5,8 @@
 #include <functional>
 #include <ostream>
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include "app/AppInfo.hpp"
 #include "app/Commands.hpp"
@@ -67,12 +67,14 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "A path inside a repository tracks the whole repository. A path that is not in a\n"
         "Git working tree is refused, and then nothing is added.");
     reposAdd->add_option("PATH", addPaths, "Repository folders")->required();
-    reposAdd->callback([&] { action = [&](CommandContext& c) { return Commands::reposAdd(c, addPaths); }; });
+    reposAdd->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::reposAdd(c, addPaths); }; });
 
     bool listJson = false;
     CLI::App* reposList = repos->add_subcommand("list", "List the tracked repositories");
     reposList->add_flag("--json", listJson, "Print the repository configurations as JSON");
-    reposList->callback([&] { action = [&](CommandContext& c) { return Commands::reposList(c, listJson); }; });
+    reposList->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::reposList(c, listJson); }; });
 
     std::string removeTarget;
     CLI::App* reposRemove = repos->add_subcommand(
@@ -81,7 +83,9 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "It is also remembered as ignored, so a scan folder does not enrol it again;\n"
         "'quorvane repos add' tracks it again. Nothing in the repository is touched.");
     reposRemove->add_option("ID|PATH", removeTarget, "Repository id or path")->required();
-    reposRemove->callback([&] { action = [&](CommandContext& c) { return Commands::reposRemove(c, removeTarget); }; });
+    reposRemove->callback([&] {
+        action = [&](CommandContext& c) { return Commands::reposRemove(c, removeTarget); };
+    });
 
     // folders
     CLI::App* folders = app.add_subcommand(
@@ -91,15 +95,19 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     std::vector<std::string> folderPaths;
     CLI::App* foldersAdd = folders->add_subcommand("add", "Add folders to scan for repositories");
     foldersAdd->add_option("PATH", folderPaths, "Folders")->required();
-    foldersAdd->callback([&] { action = [&](CommandContext& c) { return Commands::foldersAdd(c, folderPaths); }; });
+    foldersAdd->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::foldersAdd(c, folderPaths); }; });
 
     CLI::App* foldersRemove = folders->add_subcommand(
         "remove", "Remove scan folders (repositories already tracked stay tracked)");
     foldersRemove->add_option("PATH", folderPaths, "Folders")->required();
-    foldersRemove->callback([&] { action = [&](CommandContext& c) { return Commands::foldersRemove(c, folderPaths); }; });
+    foldersRemove->callback([&] {
+        action = [&](CommandContext& c) { return Commands::foldersRemove(c, folderPaths); };
+    });
 
     CLI::App* foldersList = folders->add_subcommand("list", "List the scan folders");
-    foldersList->callback([&] { action = [](CommandContext& c) { return Commands::foldersList(c); }; });
+    foldersList->callback(
+        [&] { action = [](CommandContext& c) { return Commands::foldersList(c); }; });
 
     // scan
     bool scanJson = false;
@@ -110,7 +118,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "changes, standing against the upstream branch, and today's commits. Up to 8\n"
         "repositories are read at once, with read-only git commands that take no locks.");
     scan->add_flag("--json", scanJson, "Print the snapshots as a JSON array");
-    scan->callback([&] { action = [&](CommandContext& c) { return Commands::scan(c, scanJson); }; });
+    scan->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::scan(c, scanJson); }; });
 
     // status
     bool statusJson = false;
@@ -119,7 +128,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "Print what the last scan stored, without scanning\n"
         "Reads the data folder only, so it works while another quorvane process is writing.");
     status->add_flag("--json", statusJson, "Print the stored snapshots as a JSON array");
-    status->callback([&] { action = [&](CommandContext& c) { return Commands::status(c, statusJson); }; });
+    status->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::status(c, statusJson); }; });
 
     // commits
     Commands::CommitsOptions commitOptions;
@@ -135,7 +145,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         ->check(CLI::NonNegativeNumber);
     commits->add_flag("--all", commitOptions.all, "Show every stored commit");
     commits->add_flag("--json", commitOptions.json, "Print the commits as a JSON array");
-    commits->callback([&] { action = [&](CommandContext& c) { return Commands::commits(c, commitOptions); }; });
+    commits->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::commits(c, commitOptions); }; });
 
     // doctor
     CLI::App* doctor = app.add_subcommand(
@@ -160,8 +171,9 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     }
     if (!action) return 0;
 
-    std::filesystem::path dir =
-        dataDir.empty() ? PathHelpers::appSupportDir() : std::filesystem::path(PathHelpers::canonicalPath(dataDir));
+    std::filesystem::path dir = dataDir.empty()
+                                    ? PathHelpers::appSupportDir()
+                                    : std::filesystem::path(PathHelpers::canonicalPath(dataDir));
     if (!PathHelpers::ensurePrivateDirectory(dir)) {
         err << fmt::format("quorvane: cannot use the data folder {}\n", dir.string());
         return 1;

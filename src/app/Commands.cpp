@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <ctime>
 #include <map>
-#include <atomic>
 #include <mutex>
 #include <ostream>
 
@@ -94,7 +94,8 @@ void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
     std::vector<size_t> widths;
     for (const auto& row : rows) {
         widths.resize(std::max(widths.size(), row.size()), 0);
-        for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
+        for (size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], displayWidth(row[i]));
     }
     for (const auto& row : rows) {
         std::string line;
@@ -424,7 +425,8 @@ int commits(CommandContext& context, const CommitsOptions& options) {
         const RepoConfig* repo = findRepo(config, *options.repo);
         if (repo == nullptr) {
             context.err << fmt::format(
-                "quorvane: {} is not a tracked repository (see: quorvane repos list)\n", *options.repo);
+                "quorvane: {} is not a tracked repository (see: quorvane repos list)\n",
+                *options.repo);
             return 1;
         }
         repoID = repo->id;
@@ -443,14 +445,16 @@ int commits(CommandContext& context, const CommitsOptions& options) {
         return 0;
     }
     std::map<std::string, std::string> names;
-    for (const RepoConfig& repo : config.repositories) names[repo.id] = repo.displayName.value_or(repo.name);
+    for (const RepoConfig& repo : config.repositories)
+        names[repo.id] = repo.displayName.value_or(repo.name);
     std::vector<std::vector<std::string>> rows;
     for (const CommitRecord& commit : found) {
         auto name = names.find(commit.repoID);
-        rows.push_back({DateHelpers::dateKey(commit.committedAt) + " " + localClockTime(commit.committedAt),
-                        commit.shortSha,
-                        name != names.end() ? name->second : fs::path(commit.repoID).filename().string(),
-                        commit.isLocalOnly ? "local" : "", commit.message});
+        rows.push_back(
+            {DateHelpers::dateKey(commit.committedAt) + " " + localClockTime(commit.committedAt),
+             commit.shortSha,
+             name != names.end() ? name->second : fs::path(commit.repoID).filename().string(),
+             commit.isLocalOnly ? "local" : "", commit.message});
     }
     printTable(context.out, rows);
     return 0;
@@ -478,12 +482,15 @@ int doctor(CommandContext& context) {
                                     : "not usable: " + firstLine(git.stdErr)});
     healthy = healthy && git.succeeded();
 
-    rows.push_back({"secret store", KeychainStore::chooseBackend(context.dataDir, context.clock)->description(), ""});
+    rows.push_back({"secret store",
+                    KeychainStore::chooseBackend(context.dataDir, context.clock)->description(),
+                    ""});
 
     std::optional<pid_t> holder = DataFolderLock::currentHolder(context.dataDir);
-    rows.push_back({"writer", holder ? (*holder > 0 ? fmt::format("held by pid {}", *holder)
-                                                    : std::string("held by another process"))
-                                     : std::string("free"),
+    rows.push_back({"writer",
+                    holder ? (*holder > 0 ? fmt::format("held by pid {}", *holder)
+                                          : std::string("held by another process"))
+                           : std::string("free"),
                     ""});
 
     AtomicFile::ReadResult file = AtomicFile::read(context.dataDir / "config.json");
@@ -491,8 +498,9 @@ int doctor(CommandContext& context) {
     if (file.bytes) {
         try {
             AppConfig config = ConfigService::decode(*file.bytes);
-            configState = fmt::format("ok ({}, {})", plural(static_cast<int>(config.repositories.size()), "repository"),
-                                      plural(static_cast<int>(config.scanFolders.size()), "scan folder"));
+            configState = fmt::format(
+                "ok ({}, {})", plural(static_cast<int>(config.repositories.size()), "repository"),
+                plural(static_cast<int>(config.scanFolders.size()), "scan folder"));
         } catch (const DecodeError& error) {
             configState = std::string("unreadable: ") + error.what();
             healthy = false;
@@ -506,8 +514,9 @@ int doctor(CommandContext& context) {
         if (name.find(".corrupt-") != std::string::npos) quarantined.push_back(name);
     }
     std::sort(quarantined.begin(), quarantined.end());
-    rows.push_back({"set aside", quarantined.empty() ? std::string("no unreadable files")
-                                                     : fmt::format("{}", fmt::join(quarantined, ", ")),
+    rows.push_back({"set aside",
+                    quarantined.empty() ? std::string("no unreadable files")
+                                        : fmt::format("{}", fmt::join(quarantined, ", ")),
                     ""});
     printTable(context.out, rows);
     return healthy ? 0 : 1;

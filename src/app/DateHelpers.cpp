@@ -46,9 +46,13 @@ std::string_view trimmed(std::string_view text) {
 
 }  // namespace
 
-std::string dateKey(Date date) { return formatLocal(date, "%Y-%m-%d"); }
+std::string dateKey(Date date) {
+    return formatLocal(date, "%Y-%m-%d");
+}
 
-std::string weekKey(Date date) { return formatLocal(date, "%G-W%V"); }
+std::string weekKey(Date date) {
+    return formatLocal(date, "%G-W%V");
+}
 
 std::string weekday(Date date) {
     static constexpr std::array<const char*, 7> kNames = {"Sun", "Mon", "Tue", "Wed",
@@ -85,8 +89,8 @@ std::string isoString(Date date) {
 std::optional<Date> parseISO(std::string_view raw) {
     std::string_view text = trimmed(raw);
     // yyyy-MM-ddTHH:mm:ss is 19 characters; a zone must follow.
-    if (text.size() < 20 || text[4] != '-' || text[7] != '-' || (text[10] != 'T' && text[10] != 't') ||
-        text[13] != ':' || text[16] != ':') {
+    if (text.size() < 20 || text[4] != '-' || text[7] != '-' ||
+        (text[10] != 'T' && text[10] != 't') || text[13] != ':' || text[16] != ':') {
         return std::nullopt;
     }
     auto year = digits(text, 0, 4), month = digits(text, 5, 2), day = digits(text, 8, 2);

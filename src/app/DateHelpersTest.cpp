@@ -21,16 +21,18 @@ public:
     }
 };
 
-Date at(const char* iso) { return *DateHelpers::parseISO(iso); }
+Date at(const char* iso) {
+    return *DateHelpers::parseISO(iso);
+}
 
 TEST(DateHelpersTest, IsoTextRoundTripsInUtcWithWholeSeconds) {
     Date date = at("2026-11-21T18:58:03.999-05:30");
     EXPECT_EQ(DateHelpers::isoString(date), "2026-11-22T00:28:03Z");
     EXPECT_EQ(DateHelpers::parseISO(DateHelpers::isoString(date)), date);
     EXPECT_EQ(DateHelpers::isoString(Date{}), "1970-01-01T00:00:00Z");
-    for (const char* bad : {"", "2026-11-21", "2026-11-21T18:58Z", "2026-13-01T00:00:00Z",
-                            "2026-11-21T25:00:00Z", "2026-11-21T18:58:03+0100",
-                            "2026-11-21T18:58:03Zjunk", "2026-11-21T18:58:03."}) {
+    for (const char* bad :
+         {"", "2026-11-21", "2026-11-21T18:58Z", "2026-13-01T00:00:00Z", "2026-11-21T25:00:00Z",
+          "2026-11-21T18:58:03+0100", "2026-11-21T18:58:03Zjunk", "2026-11-21T18:58:03."}) {
         EXPECT_FALSE(DateHelpers::parseISO(bad).has_value()) << bad;
     }
 }
@@ -40,12 +42,10 @@ TEST(DateHelpersTest, DayKeysAndMidnightFollowTheLocalZone) {
     Date lateEvening = at("2026-11-22T03:30:00Z");  // 22:30 on the 21st in New York
     EXPECT_EQ(DateHelpers::dateKey(lateEvening), "2026-11-21");
     EXPECT_EQ(DateHelpers::weekday(lateEvening), "Sat");
-    EXPECT_EQ(DateHelpers::isoString(DateHelpers::startOfDay(lateEvening)),
-              "2026-11-21T05:00:00Z");
+    EXPECT_EQ(DateHelpers::isoString(DateHelpers::startOfDay(lateEvening)), "2026-11-21T05:00:00Z");
     // The day daylight saving ends is 25 hours long; midnight is still its start.
     Date afterChange = at("2026-11-01T20:00:00Z");
-    EXPECT_EQ(DateHelpers::isoString(DateHelpers::startOfDay(afterChange)),
-              "2026-11-01T04:00:00Z");
+    EXPECT_EQ(DateHelpers::isoString(DateHelpers::startOfDay(afterChange)), "2026-11-01T04:00:00Z");
 }
 
 TEST(DateHelpersTest, WeekKeysUseTheIsoWeekAcrossTheNewYear) {

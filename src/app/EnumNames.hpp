@@ -8,7 +8,9 @@ namespace quorvane {
 // Every persisted enumeration declares `enumCases(E)` beside itself: an array of
 // (case, name) pairs. These helpers turn a case into the text stored in files and back.
 template <class E>
-concept NamedEnum = std::is_enum_v<E> && requires(E value) { enumCases(value); };
+concept NamedEnum = std::is_enum_v<E> && requires(E value) {
+    enumCases(value);
+};
 
 template <NamedEnum E>
 std::string_view enumName(E value) {

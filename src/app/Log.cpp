@@ -101,7 +101,9 @@ LogSink setSink(LogSink sink) {
     return previous;
 }
 
-void setMinimumLevel(LogLevel level) { minimumLevel().store(static_cast<int>(level)); }
+void setMinimumLevel(LogLevel level) {
+    minimumLevel().store(static_cast<int>(level));
+}
 
 }  // namespace Log
 }  // namespace quorvane

@@ -61,8 +61,8 @@ bool ensurePrivateDirectory(const fs::path& dir) {
 fs::path appSupportDir() {
     const char* xdg = std::getenv("XDG_DATA_HOME");
     // The XDG rules say a relative value is invalid and must be ignored.
-    fs::path base = (xdg != nullptr && xdg[0] == '/') ? fs::path(xdg)
-                                                      : homeDirectory() / ".local" / "share";
+    fs::path base =
+        (xdg != nullptr && xdg[0] == '/') ? fs::path(xdg) : homeDirectory() / ".local" / "share";
     fs::path dir = base / "Quorvane";
     ensurePrivateDirectory(dir);
     return dir;

@@ -5,7 +5,9 @@
 namespace quorvane::Text {
 namespace {
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
 // Length of the valid UTF-8 sequence at the start of `s`, or 0 when it is invalid.
 size_t validSequenceLength(std::string_view s) {

@@ -34,8 +34,7 @@ constexpr std::array<RepoStatus, 6> kAttentionStatuses = {
 // The latest snapshot of each repository; a later entry replaces an earlier one.
 SnapshotIndex latestSnapshots(const std::vector<RepoSnapshot>& snapshots) {
     SnapshotIndex index;
-    for (const auto& snapshot : snapshots)
-        index[snapshot.repoID] = &snapshot;
+    for (const auto& snapshot : snapshots) index[snapshot.repoID] = &snapshot;
     return index;
 }
 
@@ -46,8 +45,7 @@ const RepoSnapshot* find(const SnapshotIndex& index, const std::string& repoID) 
 
 // The name people see: the one they gave, else the folder's.
 std::string displayName(const RepoConfig& config) {
-    if (config.displayName && !config.displayName->empty())
-        return *config.displayName;
+    if (config.displayName && !config.displayName->empty()) return *config.displayName;
     return config.name;
 }
 
@@ -80,13 +78,11 @@ std::tm localParts(Date date) {
 std::optional<Date> addCalendarDays(Date date, int days) {
     std::tm parts = localParts(date);
     long long mday = static_cast<long long>(parts.tm_mday) + days;
-    if (mday < INT_MIN || mday > INT_MAX)
-        return std::nullopt;
+    if (mday < INT_MIN || mday > INT_MAX) return std::nullopt;
     parts.tm_mday = static_cast<int>(mday);
     parts.tm_isdst = -1;
     std::time_t t = std::mktime(&parts);
-    if (t == static_cast<std::time_t>(-1))
-        return std::nullopt;
+    if (t == static_cast<std::time_t>(-1)) return std::nullopt;
     return Date(std::chrono::seconds(t));
 }
 
@@ -114,8 +110,7 @@ bool needsAttention(const std::vector<RepoStatus>& labels) {
 std::vector<RepoStatus> parseStatuses(const std::vector<std::string>& names) {
     std::vector<RepoStatus> labels;
     for (const auto& name : names) {
-        if (auto status = enumFromName<RepoStatus>(name))
-            labels.push_back(*status);
+        if (auto status = enumFromName<RepoStatus>(name)) labels.push_back(*status);
     }
     return labels;
 }
@@ -127,10 +122,8 @@ bool excludedFromRanking(const std::string& localPath) {
 }
 
 std::optional<Date> latest(std::optional<Date> a, std::optional<Date> b) {
-    if (!a)
-        return b;
-    if (!b)
-        return a;
+    if (!a) return b;
+    if (!b) return a;
     return std::max(*a, *b);
 }
 
@@ -161,8 +154,7 @@ DayBreakdown breakdown(Date dayStart, const DayTotals& totals) {
 void add(DayTotals& totals, const DayActivity& activity) {
     totals.commits += activity.commitCount;
     totals.seconds += activity.estimatedSeconds;
-    if (hasWork(activity))
-        totals.repos.insert(activity.repoID);
+    if (hasWork(activity)) totals.repos.insert(activity.repoID);
 }
 
 }  // namespace
@@ -170,33 +162,26 @@ void add(DayTotals& totals, const DayActivity& activity) {
 std::vector<RepoStatus> statuses(const RepoSnapshot& snapshot, bool activeToday, int staleDays,
                                  std::optional<Date> lastActivity, Date now) {
     // An empty error text is no failure, as for isSynced.
-    if (snapshot.error && !snapshot.error->empty())
-        return {RepoStatus::error};
+    if (snapshot.error && !snapshot.error->empty()) return {RepoStatus::error};
 
     std::vector<RepoStatus> labels;
     int dirty = snapshot.files.total();
     if (snapshot.isSynced()) {
         labels.push_back(RepoStatus::synced);
     } else {
-        if (dirty > 0)
-            labels.push_back(RepoStatus::needsCommit);
-        if (snapshot.ahead > 0)
-            labels.push_back(RepoStatus::needsPush);
-        if (snapshot.behind > 0)
-            labels.push_back(RepoStatus::behindRemote);
+        if (dirty > 0) labels.push_back(RepoStatus::needsCommit);
+        if (snapshot.ahead > 0) labels.push_back(RepoStatus::needsPush);
+        if (snapshot.behind > 0) labels.push_back(RepoStatus::behindRemote);
     }
     labels.push_back(activeToday ? RepoStatus::activeToday : RepoStatus::inactive);
 
     // Only uncommitted work can go stale; a clean repository is merely idle.
     if (dirty > 0) {
         Date cutoff = addCalendarDays(now, -std::max(staleDays, 0)).value_or(Date::min());
-        if (!lastActivity || *lastActivity < cutoff)
-            labels.push_back(RepoStatus::stale);
+        if (!lastActivity || *lastActivity < cutoff) labels.push_back(RepoStatus::stale);
     }
-    if (!snapshot.remoteURL)
-        labels.push_back(RepoStatus::noRemote);
-    if (snapshot.isDetachedHead)
-        labels.push_back(RepoStatus::detachedHead);
+    if (!snapshot.remoteURL) labels.push_back(RepoStatus::noRemote);
+    if (snapshot.isDetachedHead) labels.push_back(RepoStatus::detachedHead);
     return labels;
 }
 
@@ -212,18 +197,15 @@ DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
         if (commit.repoID != repoID || DateHelpers::dateKey(commit.committedAt) != dateKey)
             continue;
         ++day.commitCount;
-        if (!commit.branch.empty())
-            branches.insert(commit.branch);
+        if (!commit.branch.empty()) branches.insert(commit.branch);
     }
     bool hasSessions = false;
     for (const auto& session : sessions) {
-        if (session.repoID != repoID || DateHelpers::dateKey(session.endedAt) != dateKey)
-            continue;
+        if (session.repoID != repoID || DateHelpers::dateKey(session.endedAt) != dateKey) continue;
         hasSessions = true;
         day.estimatedSeconds += session.estimatedSeconds;
     }
-    if (!snapshot.branch.empty())
-        branches.insert(snapshot.branch);
+    if (!snapshot.branch.empty()) branches.insert(snapshot.branch);
 
     day.filesTouched = snapshot.files.total();
     day.branchesTouched.assign(branches.begin(), branches.end());
@@ -246,19 +228,14 @@ TodaySummary summary(Date start, Date end, const std::string& label,
     bool windowIsToday = start >= DateHelpers::startOfDay(now);
 
     for (const auto& config : configs) {
-        if (!config.trackingEnabled)
-            continue;
+        if (!config.trackingEnabled) continue;
         const RepoSnapshot* snapshot = find(latestByRepo, config.id);
-        if (snapshot == nullptr)
-            continue;
+        if (snapshot == nullptr) continue;
 
         // The counters describe every tracked repository, worked on or not.
-        if (snapshot->ahead > 0)
-            ++result.needsPushCount;
-        if (snapshot->files.total() > 0)
-            ++result.needsCommitCount;
-        if (snapshot->behind > 0)
-            ++result.behindCount;
+        if (snapshot->ahead > 0) ++result.needsPushCount;
+        if (snapshot->files.total() > 0) ++result.needsCommitCount;
+        if (snapshot->behind > 0) ++result.behindCount;
         result.modifiedFiles += snapshot->files.modified;
         result.stagedFiles += snapshot->files.staged;
 
@@ -278,8 +255,7 @@ TodaySummary summary(Date start, Date end, const std::string& label,
         line.workedInWindow = line.commitsToday > 0 || hasSessions;
         // Uncommitted work is today's business; in a past window only real work shows.
         bool takesPart = line.workedInWindow || (windowIsToday && snapshot->files.total() > 0);
-        if (!takesPart)
-            continue;
+        if (!takesPart) continue;
 
         line.repoID = config.id;
         line.name = displayName(config);
@@ -295,8 +271,7 @@ TodaySummary summary(Date start, Date end, const std::string& label,
 
     std::stable_sort(result.lines.begin(), result.lines.end(),
                      [](const RepoTodayLine& a, const RepoTodayLine& b) {
-                         if (a.workedInWindow != b.workedInWindow)
-                             return a.workedInWindow;
+                         if (a.workedInWindow != b.workedInWindow) return a.workedInWindow;
                          if (a.commitsToday != b.commitsToday)
                              return a.commitsToday > b.commitsToday;
                          if (a.estimatedSeconds != b.estimatedSeconds) {
@@ -305,8 +280,7 @@ TodaySummary summary(Date start, Date end, const std::string& label,
                          return a.files.total() > b.files.total();
                      });
     for (const auto& line : result.lines) {
-        if (line.commitsToday > 0 || line.estimatedSeconds > 0)
-            ++result.activeProjects;
+        if (line.commitsToday > 0 || line.estimatedSeconds > 0) ++result.activeProjects;
         result.totalCommits += line.commitsToday;
     }
     return result;
@@ -320,8 +294,7 @@ std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>
     std::string dayKey = DateHelpers::dateKey(day);
     SnapshotIndex latestByRepo = latestSnapshots(snapshots);
     std::unordered_map<std::string, SyncState::Status> syncByRepo;
-    for (const auto& state : syncStates)
-        syncByRepo[state.id] = state.status;
+    for (const auto& state : syncStates) syncByRepo[state.id] = state.status;
 
     auto onDay = [&](std::optional<Date> date) {
         return date && DateHelpers::dateKey(*date) == dayKey;
@@ -329,18 +302,15 @@ std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>
 
     std::vector<ActivityRow> rows;
     for (const auto& config : configs) {
-        if (!config.trackingEnabled || excludedFromRanking(config.localPath))
-            continue;
+        if (!config.trackingEnabled || excludedFromRanking(config.localPath)) continue;
         const RepoSnapshot* snapshot = find(latestByRepo, config.id);
-        if (snapshot == nullptr)
-            continue;
+        if (snapshot == nullptr) continue;
 
         ActivityRow row;
         row.lastActivityAt = latest(snapshot->lastCommitAt, snapshot->lastWorkingTreeChangeAt);
         bool hasSessions = false;
         for (const auto& session : sessions) {
-            if (session.repoID != config.id || !onDay(session.endedAt))
-                continue;
+            if (session.repoID != config.id || !onDay(session.endedAt)) continue;
             hasSessions = true;
             row.estimatedSecondsToday += session.estimatedSeconds;
             row.lastActivityAt = latest(row.lastActivityAt, session.endedAt);
@@ -371,11 +341,9 @@ std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>
 
     bool workedFirst = order == RankingOrder::workedTodayFirst;
     std::stable_sort(rows.begin(), rows.end(), [&](const ActivityRow& a, const ActivityRow& b) {
-        if (workedFirst && a.workedToday != b.workedToday)
-            return a.workedToday;
+        if (workedFirst && a.workedToday != b.workedToday) return a.workedToday;
         if (a.lastActivityAt != b.lastActivityAt) {
-            if (!a.lastActivityAt || !b.lastActivityAt)
-                return a.lastActivityAt.has_value();
+            if (!a.lastActivityAt || !b.lastActivityAt) return a.lastActivityAt.has_value();
             return *a.lastActivityAt > *b.lastActivityAt;
         }
         return nameLess(a.name, b.name);
@@ -395,27 +363,21 @@ ActivityInsights insights(Date start, Date end, const std::string& label,
     // A branch is counted per repository: "main" in two projects is two branches.
     std::set<std::pair<std::string, std::string>> branches;
     for (const auto& config : configs) {
-        if (!config.trackingEnabled)
-            continue;
+        if (!config.trackingEnabled) continue;
         int commitCount = 0;
         for (const auto& commit : commits) {
-            if (commit.repoID != config.id || !inWindow(commit.committedAt, start, end))
-                continue;
+            if (commit.repoID != config.id || !inWindow(commit.committedAt, start, end)) continue;
             ++commitCount;
-            if (commit.isLocalOnly)
-                ++result.unpushedCommits;
-            if (!commit.branch.empty())
-                branches.emplace(config.id, commit.branch);
+            if (commit.isLocalOnly) ++result.unpushedCommits;
+            if (!commit.branch.empty()) branches.emplace(config.id, commit.branch);
         }
         bool hasSessions = false;
         for (const auto& session : sessions) {
-            if (session.repoID != config.id || !inWindow(session.endedAt, start, end))
-                continue;
+            if (session.repoID != config.id || !inWindow(session.endedAt, start, end)) continue;
             hasSessions = true;
             result.estimatedSeconds += session.estimatedSeconds;
         }
-        if (commitCount == 0 && !hasSessions)
-            continue;
+        if (commitCount == 0 && !hasSessions) continue;
 
         ++result.projectsWorked;
         result.commits += commitCount;
@@ -435,13 +397,11 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
                             const std::vector<DayActivity>& dayActivities) {
     std::array<Date, 7> days = weekDays(week);
     std::array<std::string, 7> keys;
-    for (size_t i = 0; i < days.size(); ++i)
-        keys[i] = DateHelpers::dateKey(days[i]);
+    for (size_t i = 0; i < days.size(); ++i) keys[i] = DateHelpers::dateKey(days[i]);
 
     std::unordered_set<std::string> tracked;
     for (const auto& config : configs) {
-        if (config.trackingEnabled)
-            tracked.insert(config.id);
+        if (config.trackingEnabled) tracked.insert(config.id);
     }
 
     struct RepoWeek {
@@ -456,8 +416,7 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
     result.weekKey = keys[0];
     for (const auto& activity : dayActivities) {
         auto dayIt = std::find(keys.begin(), keys.end(), activity.dateKey);
-        if (dayIt == keys.end() || !tracked.contains(activity.repoID))
-            continue;
+        if (dayIt == keys.end() || !tracked.contains(activity.repoID)) continue;
         add(perDay[static_cast<size_t>(dayIt - keys.begin())], activity);
         RepoWeek& repo = byRepo[activity.repoID];
         repo.commits += activity.commitCount;
@@ -478,8 +437,7 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
     int neglectedFiles = -1;
     for (const auto& config : configs) {
         auto it = byRepo.find(config.id);
-        if (!config.trackingEnabled || it == byRepo.end())
-            continue;
+        if (!config.trackingEnabled || it == byRepo.end()) continue;
         const RepoWeek& repo = it->second;
         bool active = repo.commits > 0 || repo.seconds > 0;
         if (active) {
@@ -491,8 +449,7 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
         }
 
         std::vector<RepoStatus> labels = parseStatuses(repo.latestDay->statuses);
-        if (!needsAttention(labels))
-            continue;
+        if (!needsAttention(labels)) continue;
         // A day record keeps labels and totals only, so the line carries just those.
         RepoTodayLine line;
         line.repoID = config.id;
@@ -520,15 +477,13 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
             mostActive = &line;
         }
     }
-    if (mostActive != nullptr)
-        result.mostActive = mostActive->name;
+    if (mostActive != nullptr) result.mostActive = mostActive->name;
     return result;
 }
 
 std::vector<DayBreakdown> heatmap(int daysBack, Date today,
                                   const std::vector<DayActivity>& dayActivities) {
-    if (daysBack <= 0)
-        return {};
+    if (daysBack <= 0) return {};
     Date todayStart = DateHelpers::startOfDay(today);
     std::vector<Date> days;
     std::unordered_map<std::string, size_t> indexByKey;
@@ -541,13 +496,11 @@ std::vector<DayBreakdown> heatmap(int daysBack, Date today,
     std::vector<DayTotals> totals(days.size());
     for (const auto& activity : dayActivities) {
         auto it = indexByKey.find(activity.dateKey);
-        if (it != indexByKey.end())
-            add(totals[it->second], activity);
+        if (it != indexByKey.end()) add(totals[it->second], activity);
     }
     std::vector<DayBreakdown> cells;
     cells.reserve(days.size());
-    for (size_t i = 0; i < days.size(); ++i)
-        cells.push_back(breakdown(days[i], totals[i]));
+    for (size_t i = 0; i < days.size(); ++i) cells.push_back(breakdown(days[i], totals[i]));
     return cells;
 }
 
@@ -556,11 +509,9 @@ AlignmentOverview alignmentOverview(const std::vector<RepoConfig>& configs,
     AlignmentOverview overview;
     SnapshotIndex latestByRepo = latestSnapshots(snapshots);
     for (const auto& config : configs) {
-        if (!config.trackingEnabled)
-            continue;
+        if (!config.trackingEnabled) continue;
         const RepoSnapshot* snapshot = find(latestByRepo, config.id);
-        if (snapshot == nullptr)
-            continue;
+        if (snapshot == nullptr) continue;
         ++overview.tracked;
         if (!snapshot->remoteURL && !config.remoteURL) {
             ++overview.localOnly;
@@ -585,12 +536,9 @@ AlignmentOverview alignmentOverview(const std::vector<RepoConfig>& configs,
 DateRange bounds(InsightsPeriod period, Date now) {
     Date todayStart = DateHelpers::startOfDay(now);
     switch (period) {
-        case InsightsPeriod::today:
-            return {todayStart, now};
-        case InsightsPeriod::month:
-            return {dayStartAfter(todayStart, -30), now};
-        case InsightsPeriod::allTime:
-            return {Date{}, now};
+        case InsightsPeriod::today: return {todayStart, now};
+        case InsightsPeriod::month: return {dayStartAfter(todayStart, -30), now};
+        case InsightsPeriod::allTime: return {Date{}, now};
     }
     return {Date{}, now};
 }

@@ -12,7 +12,7 @@ using std::chrono::seconds;
 
 // Sets TZ for one test and restores UTC afterwards.
 class ZoneScope {
-  public:
+public:
     explicit ZoneScope(const char* zone) {
         setenv("TZ", zone, 1);
         tzset();
@@ -78,8 +78,7 @@ DayActivity day(const std::string& repoID, const char* dateKey, int commits, int
 template <class Row>
 std::vector<std::string> names(const std::vector<Row>& rows) {
     std::vector<std::string> out;
-    for (const auto& row : rows)
-        out.push_back(row.name);
+    for (const auto& row : rows) out.push_back(row.name);
     return out;
 }
 
@@ -208,8 +207,7 @@ TEST(Aggregator, RankingPutsTheDaysWorkFirstUnlessByRecencyAlone) {
                                        repo("gamma"), repo("beta"),   repo("cached")};
     configs[5].localPath = "/home/dev/Library/Caches/cached";
     std::vector<RepoSnapshot> snapshots;
-    for (const auto& config : configs)
-        snapshots.push_back(snap(config.id));
+    for (const auto& config : configs) snapshots.push_back(snap(config.id));
     snapshots[2].lastCommitAt = at("2026-11-21T08:00:00Z");  // after the day asked for
     snapshots[3].lastWorkingTreeChangeAt = at("2026-11-20T09:00:00Z");
     snapshots[4].lastCommitAt = at("2026-11-19T09:00:00Z");

@@ -17,8 +17,8 @@ struct CommitRecord {
     std::string message;  // the subject; it may hold "|"
     std::string authorName;
     std::string authorEmail;
-    Date committedAt{};  // the author date, despite the name
-    std::string branch;  // the branch the log was read for, or empty
+    Date committedAt{};        // the author date, despite the name
+    std::string branch;        // the branch the log was read for, or empty
     bool isLocalOnly = false;  // no remote-tracking branch contains it
     std::optional<int> insertions;
     std::optional<int> deletions;

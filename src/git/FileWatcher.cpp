@@ -41,16 +41,14 @@ std::vector<std::string> ActivityDebouncer::takeDue(TimePoint now) {
     std::sort(due.begin(), due.end());
     std::vector<std::string> repos;
     repos.reserve(due.size());
-    for (auto& [deadline, repo] : due)
-        repos.push_back(std::move(repo));
+    for (auto& [deadline, repo] : due) repos.push_back(std::move(repo));
     return repos;
 }
 
 std::optional<ActivityDebouncer::TimePoint> ActivityDebouncer::nextDeadline() const {
     std::optional<TimePoint> next;
     for (const auto& [repo, deadline] : deadlines_) {
-        if (!next || deadline < *next)
-            next = deadline;
+        if (!next || deadline < *next) next = deadline;
     }
     return next;
 }
@@ -76,27 +74,23 @@ std::optional<std::string> FileWatcher::matchRepoID(std::string_view path,
                                                     const std::vector<std::string>& repos) {
     for (const std::string& repo : repos) {
         // The separator keeps "/a/b" from claiming its sibling "/a/bc".
-        if (path == repo || path.starts_with(repo + "/"))
-            return repo;
+        if (path == repo || path.starts_with(repo + "/")) return repo;
     }
     return std::nullopt;
 }
 
 std::string FileWatcher::standardizedPath(std::string_view path) {
     std::string expanded = PathHelpers::expandTilde(path);
-    if (expanded.empty())
-        return expanded;
+    if (expanded.empty()) return expanded;
     std::string normal = std::filesystem::path(expanded).lexically_normal().string();
-    while (normal.size() > 1 && normal.back() == '/')
-        normal.pop_back();
+    while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
     return normal;
 }
 
 std::vector<std::string> FileWatcher::watchOrder(const std::vector<std::string>& paths) {
     std::vector<std::string> sorted;
     sorted.reserve(paths.size());
-    for (const std::string& path : paths)
-        sorted.push_back(standardizedPath(path));
+    for (const std::string& path : paths) sorted.push_back(standardizedPath(path));
     std::stable_sort(sorted.begin(), sorted.end(), [](const std::string& a, const std::string& b) {
         return a.size() > b.size();
     });
@@ -108,11 +102,9 @@ std::vector<std::string> FileWatcher::touchedRepos(const std::vector<std::string
     std::vector<std::string> touched;
     for (const std::string& path : changed) {
         std::string standard = standardizedPath(path);
-        if (isIgnored(standard))
-            continue;
+        if (isIgnored(standard)) continue;
         std::optional<std::string> repo = matchRepoID(standard, repos);
-        if (!repo || std::find(touched.begin(), touched.end(), *repo) != touched.end())
-            continue;
+        if (!repo || std::find(touched.begin(), touched.end(), *repo) != touched.end()) continue;
         touched.push_back(std::move(*repo));
     }
     return touched;
@@ -125,14 +117,12 @@ bool FileWatcher::isRunning() const {
 
 void FileWatcher::start(const std::vector<std::string>& paths, ActivityCallback onActivity) {
     std::lock_guard lifecycle(lifecycle_);
-    if (isRunning())
-        return;
+    if (isRunning()) return;
     std::vector<std::string> sorted = watchOrder(paths);
     // Changes in ignored folders would be dropped anyway; leaving them unwatched
     // spares the kernel's watches and this process's wake-ups.
     FolderFilter skip = [](const std::string& folder) { return isIgnored(folder + "/"); };
-    if (!source_->open(sorted, std::move(skip)))
-        return;
+    if (!source_->open(sorted, std::move(skip))) return;
     {
         std::lock_guard lock(mutex_);
         running_ = true;
@@ -156,8 +146,7 @@ void FileWatcher::stop() {
     std::lock_guard lifecycle(lifecycle_);
     {
         std::lock_guard lock(mutex_);
-        if (!running_)
-            return;
+        if (!running_) return;
         stopping_ = true;
     }
     source_->interrupt();
@@ -179,11 +168,9 @@ void FileWatcher::run() {
             ActivityCallback callback = onActivity_;
             // The callback may take the application's own lock; never call it under ours.
             lock.unlock();
-            if (callback)
-                callback(repo, clock_.now());
+            if (callback) callback(repo, clock_.now());
             lock.lock();
-            if (stopping_)
-                return;
+            if (stopping_) return;
         }
         std::optional<std::chrono::milliseconds> timeout;
         if (std::optional<MonotonicClock::TimePoint> next = debouncer_.nextDeadline()) {
@@ -193,8 +180,7 @@ void FileWatcher::run() {
         lock.unlock();
         std::vector<std::string> changed = source_->wait(timeout);
         lock.lock();
-        if (stopping_)
-            return;
+        if (stopping_) return;
         MonotonicClock::TimePoint at = steady_.now();
         for (const std::string& repo : touchedRepos(changed, watchedPaths_)) {
             debouncer_.note(repo, at);

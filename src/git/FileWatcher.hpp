@@ -19,7 +19,7 @@ namespace quorvane {
 
 // The monotonic time quiet periods are measured on; tests move a fake by hand.
 class MonotonicClock {
-  public:
+public:
     using TimePoint = std::chrono::steady_clock::time_point;
     virtual ~MonotonicClock() = default;
     virtual TimePoint now() const = 0;
@@ -27,14 +27,14 @@ class MonotonicClock {
 
 // std::chrono::steady_clock.
 class SteadyMonotonicClock final : public MonotonicClock {
-  public:
+public:
     TimePoint now() const override { return std::chrono::steady_clock::now(); }
 };
 
 // A trailing debounce per repository: each event moves that repository's report to
 // `interval` after it, so a burst gives one report once it has been quiet that long.
 class ActivityDebouncer {
-  public:
+public:
     using TimePoint = MonotonicClock::TimePoint;
 
     explicit ActivityDebouncer(std::chrono::milliseconds interval) : interval_(interval) {}
@@ -47,7 +47,7 @@ class ActivityDebouncer {
     std::optional<TimePoint> nextDeadline() const;
     void clear() { deadlines_.clear(); }
 
-  private:
+private:
     std::chrono::milliseconds interval_;
     std::map<std::string, TimePoint> deadlines_;
 };
@@ -56,7 +56,7 @@ class ActivityDebouncer {
 // editing without a commit still counts as work. Changes in generated folders are
 // ignored; each repository is reported at most once per quiet period of 2 seconds.
 class FileWatcher {
-  public:
+public:
     // Receives the repository path (as standardised by start) and the delivery time.
     using ActivityCallback = std::function<void(std::string repoPath, Date when)>;
 
@@ -101,7 +101,7 @@ class FileWatcher {
     static std::vector<std::string> touchedRepos(const std::vector<std::string>& changed,
                                                  const std::vector<std::string>& repos);
 
-  private:
+private:
     void run();
 
     const Clock& clock_;

@@ -19,7 +19,7 @@ using ::testing::Optional;
 constexpr auto kGenerousWait = 20s;
 
 class FakeMonotonicClock final : public MonotonicClock {
-  public:
+public:
     TimePoint now() const override { return TimePoint(std::chrono::nanoseconds(nanos_.load())); }
     std::atomic<long long> nanos_{0};
 };
@@ -27,7 +27,7 @@ class FakeMonotonicClock final : public MonotonicClock {
 // An event source fed by hand. It records what the watcher asked, and knows when the
 // watcher has handled everything fed so far: it is back in wait() with nothing to take.
 class FakeEventSource final : public FileEventSource {
-  public:
+public:
     bool open(const std::vector<std::string>& roots, FolderFilter skip) override {
         opened_.push_back(roots);
         skip_ = std::move(skip);
@@ -40,8 +40,7 @@ class FakeEventSource final : public FileEventSource {
         changed_.notify_all();
         changed_.wait(lock, [&] { return !batches_.empty() || interrupted_; });
         waiting_ = interrupted_ = false;
-        if (batches_.empty())
-            return {};
+        if (batches_.empty()) return {};
         std::vector<std::string> batch = std::move(batches_.front());
         batches_.pop_front();
         return batch;
@@ -55,11 +54,9 @@ class FakeEventSource final : public FileEventSource {
 
     // Hands over a batch (none: just a wake-up) and waits until the watcher is done with it.
     void feed(std::optional<std::vector<std::string>> batch) {
-        if (!batch)
-            interrupt();
+        if (!batch) interrupt();
         std::unique_lock lock(mutex_);
-        if (batch)
-            batches_.push_back(std::move(*batch));
+        if (batch) batches_.push_back(std::move(*batch));
         changed_.notify_all();
         changed_.wait_for(lock, kGenerousWait,
                           [&] { return waiting_ && batches_.empty() && !interrupted_; });
@@ -73,7 +70,7 @@ class FakeEventSource final : public FileEventSource {
     FolderFilter skip_;
     int closes_ = 0;
 
-  private:
+private:
     std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<std::vector<std::string>> batches_;
@@ -83,7 +80,7 @@ class FakeEventSource final : public FileEventSource {
 
 // Collects what the watcher reports on its thread, tagged by the callback that got it.
 class Reports {
-  public:
+public:
     FileWatcher::ActivityCallback callback(std::string tag = "") {
         return [this, tag](std::string repo, Date when) {
             std::lock_guard lock(mutex_);
@@ -98,7 +95,7 @@ class Reports {
         return seen_;
     }
 
-  private:
+private:
     std::mutex mutex_;
     std::condition_variable arrived_;
     std::vector<std::string> seen_;
@@ -128,8 +125,7 @@ TEST(FileWatcherTest, AReportFallsDueAQuietPeriodAfterTheLastEvent) {
     ActivityDebouncer debouncer(2000ms);
     ActivityDebouncer::TimePoint t0{};
     EXPECT_EQ(debouncer.nextDeadline(), std::nullopt);
-    for (int i = 0; i < 10; ++i)
-        debouncer.note("/a", t0 + i * 100ms);
+    for (int i = 0; i < 10; ++i) debouncer.note("/a", t0 + i * 100ms);
     debouncer.note("/b", t0 + 50ms);
     EXPECT_THAT(debouncer.nextDeadline(), Optional(t0 + 2050ms));
     EXPECT_TRUE(debouncer.takeDue(t0 + 2049ms).empty());
@@ -138,7 +134,7 @@ TEST(FileWatcherTest, AReportFallsDueAQuietPeriodAfterTheLastEvent) {
 }
 
 class FileWatcherThreadTest : public ::testing::Test {
-  protected:
+protected:
     FileWatcherThreadTest() {
         auto source = std::make_unique<FakeEventSource>();
         source_ = source.get();
@@ -226,8 +222,7 @@ TEST(FileWatcherInotifyTest, ReportsRealWritesOncePerBurstIncludingNewFolders) {
     // Ignored writes come first: were they reported, b's report would come before a's.
     b.write(".git/objects/ab/cdef", "blob");
     b.write("node_modules/pkg/index.js", "y");
-    for (int i = 0; i < 5; ++i)
-        a.write("src/main.cpp", std::to_string(i));
+    for (int i = 0; i < 5; ++i) a.write("src/main.cpp", std::to_string(i));
     EXPECT_THAT(waitFor(1), ElementsAre("a"));
     // A folder made after start is watched: a file written in it is a report of its own.
     std::filesystem::create_directory(b.path() / "fresh");

@@ -10,9 +10,9 @@ ProcessRequest request(const std::string& path, std::vector<std::string> argumen
     request.cwd = path;
     request.timeout = timeout;
     request.environment = {{"GIT_OPTIONAL_LOCKS", "0"}, {"GIT_TERMINAL_PROMPT", "0"}};
-    request.unsetEnvironment = {"GIT_DIR",          "GIT_WORK_TREE",   "GIT_INDEX_FILE",
-                                "GIT_COMMON_DIR",   "GIT_PREFIX",      "GIT_NAMESPACE",
-                                "GIT_OBJECT_DIRECTORY"};
+    request.unsetEnvironment = {
+        "GIT_DIR",    "GIT_WORK_TREE", "GIT_INDEX_FILE",      "GIT_COMMON_DIR",
+        "GIT_PREFIX", "GIT_NAMESPACE", "GIT_OBJECT_DIRECTORY"};
     return request;
 }
 

@@ -14,7 +14,6 @@ inline constexpr std::string_view kGitPath = "/usr/bin/git";
 // A git child in `path`: it may not take optional locks (so a scan never holds
 // index.lock while the user works), may not prompt for a password, and does not
 // inherit variables that would point it at another repository.
-ProcessRequest request(const std::string& path, std::vector<std::string> arguments,
-                       double timeout);
+ProcessRequest request(const std::string& path, std::vector<std::string> arguments, double timeout);
 
 }  // namespace quorvane::GitCommand

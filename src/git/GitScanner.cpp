@@ -22,7 +22,11 @@ std::string firstCharacters(std::string_view text, size_t limit) {
     size_t count = 0, pos = 0;
     while (pos < text.size() && count < limit) {
         unsigned char lead = static_cast<unsigned char>(text[pos]);
-        size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+        size_t length = lead < 0x80    ? 1
+                        : lead >= 0xF0 ? 4
+                        : lead >= 0xE0 ? 3
+                        : lead >= 0xC0 ? 2
+                                       : 1;
         pos += length;
         ++count;
     }
@@ -195,18 +199,20 @@ std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) 
         size_t start = 0;
         while (true) {
             size_t end = line.find('\0', start);
-            fields.emplace_back(line.substr(start, end == std::string_view::npos ? end : end - start));
+            fields.emplace_back(
+                line.substr(start, end == std::string_view::npos ? end : end - start));
             if (end == std::string_view::npos) break;
             start = end + 1;
         }
         if (fields.size() != 4) continue;
 
         const std::string& upstream = fields[1];
-        LocalBranchInfo info{fields[0], unlessEmpty(upstream), 0, 0, unlessEmpty(fields[2]),
-                             GitParsing::parseISODate(fields[3])};
+        LocalBranchInfo info{
+            fields[0], unlessEmpty(upstream),  0,
+            0,         unlessEmpty(fields[2]), GitParsing::parseISODate(fields[3])};
         if (!upstream.empty()) {
-            ShellResult counts =
-                git(path, {"rev-list", "--left-right", "--count", upstream + "..." + info.name}, 15);
+            ShellResult counts = git(
+                path, {"rev-list", "--left-right", "--count", upstream + "..." + info.name}, 15);
             if (counts.succeeded()) {
                 GitParsing::AheadBehind standing = GitParsing::aheadBehind(counts.stdOut);
                 info.ahead = standing.ahead;

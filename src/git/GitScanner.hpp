@@ -40,7 +40,8 @@ public:
 
     // Every commit on a local branch since `sinceArg`, newest first, each with the
     // branch it was first reached from; no remote containment is checked.
-    std::vector<CommitRecord> historyCommits(const std::string& path, const std::string& sinceArg) const;
+    std::vector<CommitRecord> historyCommits(const std::string& path,
+                                             const std::string& sinceArg) const;
 
     // The local branches in the order git lists them, with ahead and behind counts.
     std::vector<LocalBranchInfo> localBranches(const std::string& path) const;

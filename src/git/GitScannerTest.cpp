@@ -16,17 +16,20 @@ namespace quorvane {
 namespace {
 
 using ::testing::Contains;
+using testing::FakeProcessRunner;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::Pair;
-using testing::FakeProcessRunner;
 using testing::TestRepo;
 
-ShellResult ok(std::string out) { return ShellResult{std::move(out), "", 0}; }
+ShellResult ok(std::string out) {
+    return ShellResult{std::move(out), "", 0};
+}
 
 // Answers like a repository on branch "main" with an upstream, one staged file and
 // two commits today; `branchAnswer` replaces the answer to "branch --show-current".
-ShellResult healthyRepo(const ProcessRequest& request, std::optional<ShellResult> branchAnswer = {}) {
+ShellResult healthyRepo(const ProcessRequest& request,
+                        std::optional<ShellResult> branchAnswer = {}) {
     const auto& a = request.arguments;
     if (a[0] == "rev-parse" && a[1] == "--is-inside-work-tree") return ok("true\n");
     if (a[0] == "branch") return branchAnswer.value_or(ok("main\n"));
@@ -199,7 +202,8 @@ TEST_F(GitScannerTest, AScanNeverRewritesTheIndexNorLeavesALock) {
     touch();
     auto before = indexIdentity();
     repo.git({"status", "--porcelain"});
-    ASSERT_NE(indexIdentity(), before) << "git no longer refreshes the index; the test proves nothing";
+    ASSERT_NE(indexIdentity(), before)
+        << "git no longer refreshes the index; the test proves nothing";
 
     touch();
     before = indexIdentity();

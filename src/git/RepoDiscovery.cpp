@@ -37,8 +37,7 @@ DiscoveredRepo knownRepo(const std::string& id) {
 }
 
 bool isSkippedName(const std::string& name) {
-    if (name.empty() || name.front() == '.')
-        return true;
+    if (name.empty() || name.front() == '.') return true;
     return std::find(RepoDiscovery::kSkipNames.begin(), RepoDiscovery::kSkipNames.end(), name) !=
            RepoDiscovery::kSkipNames.end();
 }
@@ -48,13 +47,11 @@ bool isSkippedName(const std::string& name) {
 std::optional<std::string> RepoDiscovery::gitLine(const std::string& path,
                                                   std::vector<std::string> arguments) const {
     ShellResult result = runner_.run(GitCommand::request(path, std::move(arguments), 15));
-    if (!result.succeeded())
-        return std::nullopt;
+    if (!result.succeeded()) return std::nullopt;
     std::vector<std::string_view> lines = Text::nonEmptyLines(result.stdOut);
     for (std::string_view line : lines) {
         std::string_view trimmed = Text::trim(line);
-        if (!trimmed.empty())
-            return std::string(trimmed);
+        if (!trimmed.empty()) return std::string(trimmed);
     }
     return std::nullopt;
 }
@@ -64,8 +61,7 @@ std::string RepoDiscovery::detectDefaultBranch(const std::string& path,
     if (auto head = gitLine(path, {"symbolic-ref", "--short", "refs/remotes/origin/HEAD"})) {
         size_t slash = head->find('/');
         std::string name = slash == std::string::npos ? *head : head->substr(slash + 1);
-        if (!name.empty())
-            return name;
+        if (!name.empty()) return name;
     }
     return fallback.empty() ? "main" : fallback;
 }
@@ -91,8 +87,7 @@ std::vector<DiscoveredRepo> RepoDiscovery::discover(
     for (const std::string& folder : folders) {
         std::string start = PathHelpers::canonicalPath(folder);
         std::error_code ec;
-        if (start.empty() || !fs::is_directory(start, ec))
-            continue;
+        if (start.empty() || !fs::is_directory(start, ec)) continue;
         walk(start, 0, maxDepth, knownRepoIDs, seen, repos);
     }
     std::stable_sort(repos.begin(), repos.end(), nameLess);
@@ -108,26 +103,21 @@ void RepoDiscovery::walk(const fs::path& path, int depth, int maxDepth,
         std::string id = PathHelpers::canonicalPath(path.string());
         // Checked before makeRepo, so a repository reached twice costs its git
         // commands once.
-        if (!seen.insert(id).second)
-            return;
+        if (!seen.insert(id).second) return;
         repos.push_back(known.contains(id) ? knownRepo(id) : makeRepo(path.string()));
         return;
     }
-    if (depth >= maxDepth)
-        return;
+    if (depth >= maxDepth) return;
 
     for (fs::directory_iterator it(path, ec), end; !ec && it != end; it.increment(ec)) {
         // The name alone prunes hidden and skipped folders before any query on them.
         std::string name = it->path().filename().string();
-        if (isSkippedName(name))
-            continue;
+        if (isSkippedName(name)) continue;
         fs::path child = path / name;
         std::error_code childError;
-        if (!fs::is_directory(child, childError))
-            continue;
+        if (!fs::is_directory(child, childError)) continue;
         fs::file_status own = fs::symlink_status(child, childError);
-        if (!childError && fs::is_symlink(own))
-            continue;
+        if (!childError && fs::is_symlink(own)) continue;
         walk(child, depth + 1, maxDepth, known, seen, repos);
     }
 }

@@ -27,7 +27,7 @@ struct DiscoveredRepo {
 // Reads what enrolling a repository needs. Read-only; its git commands are short
 // and a failed one only leaves a field empty.
 class RepoDiscovery {
-  public:
+public:
     explicit RepoDiscovery(const ProcessRunner& runner) : runner_(runner) {}
 
     // Folder names the walk never enters: dependencies, build output and tool data,
@@ -49,7 +49,7 @@ class RepoDiscovery {
 
     std::string detectDefaultBranch(const std::string& path, const std::string& fallback) const;
 
-  private:
+private:
     // Visits `path` and, below `maxDepth`, its plain sub-folders depth first, adding
     // each repository not yet in `seen` to `repos`.
     void walk(const std::filesystem::path& path, int depth, int maxDepth,

@@ -15,7 +15,7 @@ using ::testing::ElementsAre;
 using testing::TestRepo;
 
 class RepoDiscoveryTest : public ::testing::Test {
-  protected:
+protected:
     // The ids found, in result order.
     std::vector<std::string> found(std::vector<std::string> folders, int maxDepth = 5) {
         std::vector<std::string> ids;
@@ -87,8 +87,7 @@ TEST_F(RepoDiscoveryTest, AKnownRepositoryCostsNoChildProcess) {
             DiscoveredRepo{at("k/fresh"), "fresh", at("k/fresh"), std::nullopt, "", "main"},
             DiscoveredRepo{at("k/tracked"), "tracked", at("k/tracked"), std::nullopt, "", "main"}));
     ASSERT_EQ(runner.requests().size(), 3u);
-    for (const ProcessRequest& request : runner.requests())
-        EXPECT_EQ(request.cwd, at("k/fresh"));
+    for (const ProcessRequest& request : runner.requests()) EXPECT_EQ(request.cwd, at("k/fresh"));
 }
 
 }  // namespace

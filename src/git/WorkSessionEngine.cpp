@@ -13,22 +13,17 @@ enum class ActivityKind { commit, files, branch };
 std::optional<ActivityKind> detectActivity(const std::optional<RepoSnapshot>& previous,
                                            const RepoSnapshot& current) {
     // Without an earlier scan nothing can be compared, so a first scan never opens a session.
-    if (!previous)
-        return std::nullopt;
-    if (previous->lastCommitSha != current.lastCommitSha)
-        return ActivityKind::commit;
-    if (previous->files != current.files)
-        return ActivityKind::files;
-    if (previous->branch != current.branch)
-        return ActivityKind::branch;
+    if (!previous) return std::nullopt;
+    if (previous->lastCommitSha != current.lastCommitSha) return ActivityKind::commit;
+    if (previous->files != current.files) return ActivityKind::files;
+    if (previous->branch != current.branch) return ActivityKind::branch;
     return std::nullopt;
 }
 
 // A recent file event counts as activity for as long as the idle timeout lasts; a
 // date in the future is a clock problem, not work.
 bool fileActivityIsRecent(std::optional<Date> fileActivityAt, Date now, double idleTimeout) {
-    if (!fileActivityAt || *fileActivityAt > now)
-        return false;
+    if (!fileActivityAt || *fileActivityAt > now) return false;
     auto elapsed = std::chrono::duration<double>(now - *fileActivityAt).count();
     return elapsed <= idleTimeout;
 }
@@ -42,8 +37,7 @@ int lengthInSeconds(Date from, Date to) {
 
 WorkSession::Source evidenceOf(ActivityKind kind) {
     switch (kind) {
-        case ActivityKind::commit:
-            return WorkSession::Source::localGit;
+        case ActivityKind::commit: return WorkSession::Source::localGit;
         case ActivityKind::files:
         case ActivityKind::branch:
             // A branch switch is filed as file activity on purpose: no commit proves it.
@@ -54,12 +48,9 @@ WorkSession::Source evidenceOf(ActivityKind kind) {
 
 WorkSession::Confidence openingConfidence(ActivityKind kind) {
     switch (kind) {
-        case ActivityKind::commit:
-            return WorkSession::Confidence::high;
-        case ActivityKind::files:
-            return WorkSession::Confidence::medium;
-        case ActivityKind::branch:
-            return WorkSession::Confidence::low;
+        case ActivityKind::commit: return WorkSession::Confidence::high;
+        case ActivityKind::files: return WorkSession::Confidence::medium;
+        case ActivityKind::branch: return WorkSession::Confidence::low;
     }
     return WorkSession::Confidence::low;
 }
@@ -68,21 +59,18 @@ WorkSession::Confidence openingConfidence(ActivityKind kind) {
 // to medium, and a branch switch adds nothing.
 WorkSession::Confidence raisedConfidence(WorkSession::Confidence current, ActivityKind kind) {
     switch (kind) {
-        case ActivityKind::commit:
-            return WorkSession::Confidence::high;
+        case ActivityKind::commit: return WorkSession::Confidence::high;
         case ActivityKind::files:
             return current == WorkSession::Confidence::low ? WorkSession::Confidence::medium
                                                            : current;
-        case ActivityKind::branch:
-            return current;
+        case ActivityKind::branch: return current;
     }
     return current;
 }
 
 WorkSession::Source mergedSource(WorkSession::Source current, WorkSession::Source evidence) {
     // A session the user entered stays theirs, whatever the scans add to it.
-    if (current == WorkSession::Source::manual || current == evidence)
-        return current;
+    if (current == WorkSession::Source::manual || current == evidence) return current;
     return WorkSession::Source::mixed;
 }
 
@@ -120,12 +108,10 @@ std::vector<WorkSession> update(const std::optional<RepoSnapshot>& previous,
         return {session};
     }
 
-    if (!open)
-        return {};
+    if (!open) return {};
 
     auto idle = std::chrono::duration<double>(now - open->endedAt).count();
-    if (idle < idleTimeout)
-        return {};
+    if (idle < idleTimeout) return {};
 
     // The session ends at its last activity, so the idle wait is not counted as work.
     WorkSession closed = *open;

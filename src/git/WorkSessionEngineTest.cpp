@@ -44,8 +44,7 @@ std::vector<WorkSession> step(const std::optional<RepoSnapshot>& previous,
 std::pair<Confidence, Source> opened(const RepoSnapshot& previous, const RepoSnapshot& current) {
     auto result = step(previous, current);
     EXPECT_EQ(result.size(), 1u);
-    if (result.empty())
-        return {};
+    if (result.empty()) return {};
     EXPECT_EQ(result[0].id, "NEW");
     EXPECT_EQ(result[0].startedAt, kNow);
     EXPECT_EQ(result[0].endedAt, kNow);

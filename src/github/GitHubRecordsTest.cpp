@@ -24,8 +24,7 @@ template <class R>
 void expectRoundTrip(const R& record, const Keys& keys) {
     Json json = JsonCodec::parse(JsonCodec::pretty(toJson(record)));
     Keys written;
-    for (const auto& item : json.items())
-        written.insert(item.key());
+    for (const auto& item : json.items()) written.insert(item.key());
     EXPECT_EQ(written, keys);
     R decoded{};
     fromJson(json, decoded, "record");

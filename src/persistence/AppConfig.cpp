@@ -83,12 +83,10 @@ Json toJson(const SyncPrefs& prefs) {
 }
 
 Json toJson(const AIPrefs& prefs) {
-    return Json{{"provider", toJson(prefs.provider)},
-                {"anthropicModel", prefs.anthropicModel},
-                {"ollamaModel", prefs.ollamaModel},
-                {"ollamaBaseURL", prefs.ollamaBaseURL},
-                {"includeDiffStat", prefs.includeDiffStat},
-                {"keychainRef", prefs.keychainRef}};
+    return Json{
+        {"provider", toJson(prefs.provider)},       {"anthropicModel", prefs.anthropicModel},
+        {"ollamaModel", prefs.ollamaModel},         {"ollamaBaseURL", prefs.ollamaBaseURL},
+        {"includeDiffStat", prefs.includeDiffStat}, {"keychainRef", prefs.keychainRef}};
 }
 
 Json toJson(const MappingPrefs& prefs) {

@@ -102,10 +102,9 @@ constexpr auto enumCases(AppConfig::ThemePref) {
 
 constexpr auto enumCases(SyncPrefs::Interval) {
     using enum SyncPrefs::Interval;
-    return std::array{std::pair{manual, std::string_view("manual")},
-                      std::pair{m15, std::string_view("m15")},
-                      std::pair{m30, std::string_view("m30")},
-                      std::pair{h1, std::string_view("h1")}};
+    return std::array{
+        std::pair{manual, std::string_view("manual")}, std::pair{m15, std::string_view("m15")},
+        std::pair{m30, std::string_view("m30")}, std::pair{h1, std::string_view("h1")}};
 }
 
 constexpr auto enumCases(AIPrefs::Provider) {

@@ -79,7 +79,8 @@ TEST(AtomicFileTest, StaleTemporariesOfOneFileAreRemovedAndNothingElse) {
     testing::writeFile(dir / ".other.json.tmp-123-0", "another file's");
     testing::writeFile(dir / "data.json", "kept");
     AtomicFile::removeStaleTemporaries(dir / "data.json");
-    EXPECT_EQ(entries(dir.path()), (std::vector<std::string>{".other.json.tmp-123-0", "data.json"}));
+    EXPECT_EQ(entries(dir.path()),
+              (std::vector<std::string>{".other.json.tmp-123-0", "data.json"}));
 }
 
 }  // namespace

@@ -57,9 +57,11 @@ AppConfig ConfigService::read() const {
     if (file.missing) return AppConfig{};
     try {
         if (file.bytes) return decode(*file.bytes);
-        Log::app().error(fmt::format("config.json unreadable, running on defaults: {}", file.error));
+        Log::app().error(
+            fmt::format("config.json unreadable, running on defaults: {}", file.error));
     } catch (const DecodeError& error) {
-        Log::app().error(fmt::format("config.json unreadable, running on defaults: {}", error.what()));
+        Log::app().error(
+            fmt::format("config.json unreadable, running on defaults: {}", error.what()));
     }
     return AppConfig{};
 }

@@ -21,7 +21,8 @@ std::optional<pid_t> readPid(int fd) {
     ssize_t n = ::pread(fd, buffer, sizeof buffer - 1, 0);
     if (n <= 0) return std::nullopt;
     long long pid = 0;
-    if (!Text::parseInt(Text::trim(std::string_view(buffer, static_cast<size_t>(n))), pid) || pid <= 0) {
+    if (!Text::parseInt(Text::trim(std::string_view(buffer, static_cast<size_t>(n))), pid) ||
+        pid <= 0) {
         return std::nullopt;
     }
     return static_cast<pid_t>(pid);
@@ -33,14 +34,16 @@ LockAttempt DataFolderLock::acquire(const std::filesystem::path& dir) {
     std::filesystem::path path = dir / kFileName;
     int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) {
-        return {std::nullopt, std::nullopt, fmt::format("open {}: {}", path.string(), std::strerror(errno))};
+        return {std::nullopt, std::nullopt,
+                fmt::format("open {}: {}", path.string(), std::strerror(errno))};
     }
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
         int error = errno;
         std::optional<pid_t> holder = readPid(fd);
         ::close(fd);
         if (error == EWOULDBLOCK) return {std::nullopt, holder, ""};
-        return {std::nullopt, std::nullopt, fmt::format("flock {}: {}", path.string(), std::strerror(error))};
+        return {std::nullopt, std::nullopt,
+                fmt::format("flock {}: {}", path.string(), std::strerror(error))};
     }
     // A failure here only leaves others' refusal messages without the pid.
     std::string pid = fmt::format("{}\n", ::getpid());
@@ -64,16 +67,19 @@ std::optional<pid_t> DataFolderLock::currentHolder(const std::filesystem::path& 
     return holder;
 }
 
-std::string DataFolderLock::refusalMessage(const std::filesystem::path& dir, std::optional<pid_t> holder) {
-    std::string who = holder && *holder > 0 ? fmt::format("another quorvane process (pid {})", *holder)
-                                            : std::string("another quorvane process");
+std::string DataFolderLock::refusalMessage(const std::filesystem::path& dir,
+                                           std::optional<pid_t> holder) {
+    std::string who = holder && *holder > 0
+                          ? fmt::format("another quorvane process (pid {})", *holder)
+                          : std::string("another quorvane process");
     return fmt::format(
         "the data folder {} is in use by {}; only one process may change it at a time. "
         "Wait for it to finish, or stop it, and try again",
         dir.string(), who);
 }
 
-DataFolderLock::DataFolderLock(DataFolderLock&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+DataFolderLock::DataFolderLock(DataFolderLock&& other) noexcept
+    : fd_(std::exchange(other.fd_, -1)) {}
 
 DataFolderLock& DataFolderLock::operator=(DataFolderLock&& other) noexcept {
     if (this != &other) {

@@ -24,7 +24,8 @@ public:
     static std::optional<pid_t> currentHolder(const std::filesystem::path& dir);
 
     // The message a command prints when the writer lock is held by another process.
-    static std::string refusalMessage(const std::filesystem::path& dir, std::optional<pid_t> holder);
+    static std::string refusalMessage(const std::filesystem::path& dir,
+                                      std::optional<pid_t> holder);
 
     DataFolderLock(DataFolderLock&& other) noexcept;
     DataFolderLock& operator=(DataFolderLock&& other) noexcept;

@@ -23,7 +23,9 @@ Json parse(std::string_view text) {
 
 namespace {
 
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+bool isSpace(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
 
 // The end of the JSON value that starts at `pos`: the first ',' or ']' outside
 // strings and nested brackets. Validity is left to the parser.
@@ -80,7 +82,8 @@ void forEachArrayElement(std::string_view text,
             try {
                 value = Json::parse(element);
             } catch (const Json::parse_error& error) {
-                throw DecodeError(fmt::format("not valid JSON: element {}: {}", index, error.what()));
+                throw DecodeError(
+                    fmt::format("not valid JSON: element {}: {}", index, error.what()));
             }
             visit(value, index++);
             pos = end + 1;
@@ -172,7 +175,9 @@ void fromJson(const Json& json, Date& out, const std::string& path) {
     out = *date;
 }
 
-Json toJson(Date date) { return DateHelpers::isoString(date); }
+Json toJson(Date date) {
+    return DateHelpers::isoString(date);
+}
 
 ObjectReader::ObjectReader(const Json& json, std::string path)
     : json_(json), path_(std::move(path)) {

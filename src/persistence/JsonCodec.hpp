@@ -36,7 +36,8 @@ std::string describe(const Json& value);  // "a string", "null", ... for error t
 // Parses a top-level JSON array one element at a time, handing each to `visit`,
 // so a large file never exists as one JSON tree in memory. Throws DecodeError when
 // the text is not an array or an element is not valid JSON.
-void forEachArrayElement(std::string_view text, const std::function<void(const Json&, size_t)>& visit);
+void forEachArrayElement(std::string_view text,
+                         const std::function<void(const Json&, size_t)>& visit);
 
 }  // namespace JsonCodec
 
@@ -50,9 +51,15 @@ void fromJson(const Json& json, std::string& out, const std::string& path);
 void fromJson(const Json& json, Date& out, const std::string& path);
 
 Json toJson(Date date);
-inline Json toJson(const std::string& value) { return value; }
-inline Json toJson(bool value) { return value; }
-inline Json toJson(int value) { return value; }
+inline Json toJson(const std::string& value) {
+    return value;
+}
+inline Json toJson(bool value) {
+    return value;
+}
+inline Json toJson(int value) {
+    return value;
+}
 
 template <NamedEnum E>
 void fromJson(const Json& json, E& out, const std::string& path) {
@@ -91,7 +98,6 @@ Json toJson(const std::vector<T>& values) {
     for (const auto& value : values) array.push_back(toJson(value));
     return array;
 }
-
 
 // Reads the keys of one JSON object, with the three presence rules records use.
 class ObjectReader {

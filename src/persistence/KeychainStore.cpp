@@ -15,13 +15,19 @@ namespace {
 // Items match on the two attributes only, whatever schema name stored them, so an
 // item made with `secret-tool store service ... account ...` is found too.
 const SecretSchema* schema() {
-    static const SecretSchema value = {
-        "org.freedesktop.Secret.Generic",
-        SECRET_SCHEMA_DONT_MATCH_NAME,
-        {{"service", SECRET_SCHEMA_ATTRIBUTE_STRING},
-         {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
-         {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
-        0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    static const SecretSchema value = {"org.freedesktop.Secret.Generic",
+                                       SECRET_SCHEMA_DONT_MATCH_NAME,
+                                       {{"service", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                        {"account", SECRET_SCHEMA_ATTRIBUTE_STRING},
+                                        {nullptr, SECRET_SCHEMA_ATTRIBUTE_STRING}},
+                                       0,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr,
+                                       nullptr};
     return &value;
 }
 
@@ -51,8 +57,9 @@ bool SecretServiceBackend::available() {
 std::optional<std::string> SecretServiceBackend::read(const std::string& service,
                                                       const std::string& account) {
     ErrorHolder holder;
-    gchar* value = secret_password_lookup_sync(schema(), nullptr, &holder.error, "service",
-                                               service.c_str(), "account", account.c_str(), nullptr);
+    gchar* value =
+        secret_password_lookup_sync(schema(), nullptr, &holder.error, "service", service.c_str(),
+                                    "account", account.c_str(), nullptr);
     if (value == nullptr) return std::nullopt;
     std::optional<std::string> result;
     if (g_utf8_validate(value, -1, nullptr)) result = std::string(value);
@@ -65,9 +72,9 @@ bool SecretServiceBackend::write(const std::string& service, const std::string& 
     ErrorHolder holder;
     std::string label = fmt::format("Quorvane: {}", account);
     // Storing with the same attributes replaces the existing item's secret.
-    gboolean stored = secret_password_store_sync(schema(), SECRET_COLLECTION_DEFAULT, label.c_str(),
-                                                 value.c_str(), nullptr, &holder.error, "service",
-                                                 service.c_str(), "account", account.c_str(), nullptr);
+    gboolean stored = secret_password_store_sync(
+        schema(), SECRET_COLLECTION_DEFAULT, label.c_str(), value.c_str(), nullptr, &holder.error,
+        "service", service.c_str(), "account", account.c_str(), nullptr);
     return stored == TRUE;
 }
 
@@ -102,8 +109,7 @@ Json readSecretsFile(const std::filesystem::path& file, const Clock& clock) {
             }
             if (wellFormed) return json;
         }
-    } catch (const DecodeError&) {
-    }
+    } catch (const DecodeError&) {}
     AtomicFile::quarantine(file, clock.now());
     Log::app().error(fmt::format("{} unreadable — quarantined", file.filename().string()));
     return Json::object();
@@ -170,6 +176,8 @@ void KeychainStore::remove(const std::string& name) {
     backend_->remove(service_, name);
 }
 
-std::string KeychainStore::backendDescription() const { return backend_->description(); }
+std::string KeychainStore::backendDescription() const {
+    return backend_->description();
+}
 
 }  // namespace quorvane

@@ -14,8 +14,10 @@ namespace quorvane {
 class SecretBackend {
 public:
     virtual ~SecretBackend() = default;
-    virtual std::optional<std::string> read(const std::string& service, const std::string& account) = 0;
-    virtual bool write(const std::string& service, const std::string& account, const std::string& value) = 0;
+    virtual std::optional<std::string> read(const std::string& service,
+                                            const std::string& account) = 0;
+    virtual bool write(const std::string& service, const std::string& account,
+                       const std::string& value) = 0;
     virtual void remove(const std::string& service, const std::string& account) = 0;
     // A line for `quorvane doctor`: which store this is.
     virtual std::string description() const = 0;
@@ -29,8 +31,10 @@ public:
     // collection to keep items in.
     static bool available();
 
-    std::optional<std::string> read(const std::string& service, const std::string& account) override;
-    bool write(const std::string& service, const std::string& account, const std::string& value) override;
+    std::optional<std::string> read(const std::string& service,
+                                    const std::string& account) override;
+    bool write(const std::string& service, const std::string& account,
+               const std::string& value) override;
     void remove(const std::string& service, const std::string& account) override;
     std::string description() const override;
 };
@@ -41,8 +45,10 @@ class FileSecretBackend final : public SecretBackend {
 public:
     FileSecretBackend(std::filesystem::path file, const Clock& clock);
 
-    std::optional<std::string> read(const std::string& service, const std::string& account) override;
-    bool write(const std::string& service, const std::string& account, const std::string& value) override;
+    std::optional<std::string> read(const std::string& service,
+                                    const std::string& account) override;
+    bool write(const std::string& service, const std::string& account,
+               const std::string& value) override;
     void remove(const std::string& service, const std::string& account) override;
     std::string description() const override;
 

@@ -112,9 +112,11 @@ TEST_F(KeychainStoreTest, TheRealSecretServiceKeepsTheContract) {
     ASSERT_TRUE(keychain.set(kToken, "com.qvn.quorvane.account.B"));
     ProcessRequest lookup;
     lookup.executable = "/usr/bin/secret-tool";
-    lookup.arguments = {"lookup", "service", "com.qvn.quorvane", "account", "com.qvn.quorvane.account.B"};
+    lookup.arguments = {"lookup", "service", "com.qvn.quorvane", "account",
+                        "com.qvn.quorvane.account.B"};
     ShellResult found = Shell().run(lookup);
-    EXPECT_TRUE(found.succeeded() && found.stdOut == kToken) << "secret-tool exit " << found.exitCode;
+    EXPECT_TRUE(found.succeeded() && found.stdOut == kToken)
+        << "secret-tool exit " << found.exitCode;
     // Nothing is written to the data folder when the Secret Service holds the secrets.
     EXPECT_FALSE(std::filesystem::exists(dir_ / "secrets.json"));
 }

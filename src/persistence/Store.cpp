@@ -60,40 +60,38 @@ bool eraseWhere(std::map<std::string, Record>& items, Drop drop) {
 
 const std::vector<std::string>& Store::loadOrder() {
     static const std::vector<std::string> order = {
-        "repos.json",       "commits.json",      "sessions.json",      "day_activity.json",
-        "journals.json",    "reminders.json",    "accounts.json",      "remote_repos.json",
-        "mappings.json",    "branches.json",     "sync_states.json",   "health.json",
-        "proposals.json",   "agent_audit.json",  "project_metadata.json"};
+        "repos.json",     "commits.json",     "sessions.json",        "day_activity.json",
+        "journals.json",  "reminders.json",   "accounts.json",        "remote_repos.json",
+        "mappings.json",  "branches.json",    "sync_states.json",     "health.json",
+        "proposals.json", "agent_audit.json", "project_metadata.json"};
     return order;
 }
 
 const std::vector<std::string>& Store::flushOrder() {
     static const std::vector<std::string> order = {
-        "journals.json",    "sessions.json",     "repos.json",         "commits.json",
-        "day_activity.json", "reminders.json",   "accounts.json",      "remote_repos.json",
-        "mappings.json",    "branches.json",     "sync_states.json",   "health.json",
-        "proposals.json",   "agent_audit.json",  "project_metadata.json"};
+        "journals.json",     "sessions.json",    "repos.json",           "commits.json",
+        "day_activity.json", "reminders.json",   "accounts.json",        "remote_repos.json",
+        "mappings.json",     "branches.json",    "sync_states.json",     "health.json",
+        "proposals.json",    "agent_audit.json", "project_metadata.json"};
     return order;
 }
 
 template <class Record>
 Store::Slot Store::keyedSlot(Keyed<Record>& collection,
                              std::function<std::string(const Record&)> key) {
-    return Slot{
-        [&collection, key](std::string_view text) {
-            std::map<std::string, Record> items;
-            JsonCodec::forEachArrayElement(text, [&](const Json& element, size_t index) {
-                Record record{};
-                fromJson(element, record, "[" + std::to_string(index) + "]");
-                // A later record with the same key replaces an earlier one.
-                std::string recordKey = key(record);
-                items.insert_or_assign(std::move(recordKey), std::move(record));
-            });
-            collection.items = std::move(items);
-        },
-        [&collection] { return encodeArray(collection.items | std::views::values); },
-        [&collection] { collection.items.clear(); },
-        &collection.dirty};
+    return Slot{[&collection, key](std::string_view text) {
+                    std::map<std::string, Record> items;
+                    JsonCodec::forEachArrayElement(text, [&](const Json& element, size_t index) {
+                        Record record{};
+                        fromJson(element, record, "[" + std::to_string(index) + "]");
+                        // A later record with the same key replaces an earlier one.
+                        std::string recordKey = key(record);
+                        items.insert_or_assign(std::move(recordKey), std::move(record));
+                    });
+                    collection.items = std::move(items);
+                },
+                [&collection] { return encodeArray(collection.items | std::views::values); },
+                [&collection] { collection.items.clear(); }, &collection.dirty};
 }
 
 template <class Record>
@@ -114,21 +112,40 @@ Store::Slot Store::listedSlot(Listed<Record>& collection) {
 Store::Store(std::filesystem::path dir, const Clock& clock, Access access)
     : dir_(std::move(dir)), clock_(clock), access_(access) {
     if (access_ == Access::readWrite) PathHelpers::ensurePrivateDirectory(dir_);
-    slots_.emplace("repos.json", keyedSlot<RepoSnapshot>(snapshots_, [](const RepoSnapshot& s) { return s.repoID; }));
-    slots_.emplace("commits.json", keyedSlot<CommitRecord>(commits_, [](const CommitRecord& c) { return c.id(); }));
+    slots_.emplace("repos.json", keyedSlot<RepoSnapshot>(
+                                     snapshots_, [](const RepoSnapshot& s) { return s.repoID; }));
+    slots_.emplace("commits.json",
+                   keyedSlot<CommitRecord>(commits_, [](const CommitRecord& c) { return c.id(); }));
     slots_.emplace("sessions.json", listedSlot(sessions_));
-    slots_.emplace("day_activity.json", keyedSlot<DayActivity>(dayActivities_, [](const DayActivity& d) { return d.key(); }));
-    slots_.emplace("journals.json", keyedSlot<DailyJournal>(journals_, [](const DailyJournal& j) { return j.dateKey; }));
+    slots_.emplace(
+        "day_activity.json",
+        keyedSlot<DayActivity>(dayActivities_, [](const DayActivity& d) { return d.key(); }));
+    slots_.emplace("journals.json", keyedSlot<DailyJournal>(journals_, [](const DailyJournal& j) {
+                       return j.dateKey;
+                   }));
     slots_.emplace("reminders.json", listedSlot(reminders_));
-    slots_.emplace("accounts.json", keyedSlot<GitHubAccount>(accounts_, [](const GitHubAccount& a) { return a.id; }));
-    slots_.emplace("remote_repos.json", keyedSlot<RemoteRepository>(remoteRepos_, [](const RemoteRepository& r) { return r.id; }));
-    slots_.emplace("mappings.json", keyedSlot<RepositoryMapping>(mappings_, [](const RepositoryMapping& m) { return m.id; }));
-    slots_.emplace("branches.json", keyedSlot<BranchRecord>(branches_, [](const BranchRecord& b) { return b.id; }));
-    slots_.emplace("sync_states.json", keyedSlot<SyncState>(syncStates_, [](const SyncState& s) { return s.id; }));
-    slots_.emplace("health.json", keyedSlot<ProjectHealthSnapshot>(health_, [](const ProjectHealthSnapshot& h) { return h.repoID; }));
-    slots_.emplace("proposals.json", keyedSlot<PendingProposal>(proposals_, [](const PendingProposal& p) { return p.id; }));
+    slots_.emplace("accounts.json", keyedSlot<GitHubAccount>(
+                                        accounts_, [](const GitHubAccount& a) { return a.id; }));
+    slots_.emplace(
+        "remote_repos.json",
+        keyedSlot<RemoteRepository>(remoteRepos_, [](const RemoteRepository& r) { return r.id; }));
+    slots_.emplace(
+        "mappings.json",
+        keyedSlot<RepositoryMapping>(mappings_, [](const RepositoryMapping& m) { return m.id; }));
+    slots_.emplace("branches.json",
+                   keyedSlot<BranchRecord>(branches_, [](const BranchRecord& b) { return b.id; }));
+    slots_.emplace("sync_states.json",
+                   keyedSlot<SyncState>(syncStates_, [](const SyncState& s) { return s.id; }));
+    slots_.emplace("health.json",
+                   keyedSlot<ProjectHealthSnapshot>(
+                       health_, [](const ProjectHealthSnapshot& h) { return h.repoID; }));
+    slots_.emplace(
+        "proposals.json",
+        keyedSlot<PendingProposal>(proposals_, [](const PendingProposal& p) { return p.id; }));
     slots_.emplace("agent_audit.json", listedSlot(audit_));
-    slots_.emplace("project_metadata.json", keyedSlot<ProjectMetadata>(metadata_, [](const ProjectMetadata& m) { return m.repoID; }));
+    slots_.emplace(
+        "project_metadata.json",
+        keyedSlot<ProjectMetadata>(metadata_, [](const ProjectMetadata& m) { return m.repoID; }));
 }
 
 bool Store::isLoaded() const {
@@ -197,7 +214,8 @@ void Store::flush() {
 
 void Store::trimAudit() {
     Date cutoff = clock_.now() - kDay * kAuditRetentionDays;
-    bool changed = std::erase_if(audit_.items, [&](const AuditLogEntry& e) { return e.at < cutoff; }) > 0;
+    bool changed =
+        std::erase_if(audit_.items, [&](const AuditLogEntry& e) { return e.at < cutoff; }) > 0;
     if (audit_.items.size() > kMaxAuditEntries) {
         audit_.items.erase(audit_.items.begin(),
                            audit_.items.end() - static_cast<std::ptrdiff_t>(kMaxAuditEntries));
@@ -233,9 +251,9 @@ std::vector<CommitRecord> Store::commits(const std::optional<std::string>& repoI
     std::lock_guard lock(mutex_);
     std::vector<CommitRecord> result = valuesWhere(
         commits_.items, [&](const CommitRecord& c) { return !repoID || c.repoID == *repoID; });
-    std::stable_sort(result.begin(), result.end(), [](const CommitRecord& a, const CommitRecord& b) {
-        return a.committedAt > b.committedAt;
-    });
+    std::stable_sort(
+        result.begin(), result.end(),
+        [](const CommitRecord& a, const CommitRecord& b) { return a.committedAt > b.committedAt; });
     if (limit && result.size() > *limit) result.resize(*limit);
     return result;
 }
@@ -335,9 +353,10 @@ std::vector<ReminderEvent> Store::reminders(bool unresolvedOnly) const {
     for (const ReminderEvent& event : reminders_.items) {
         if (!unresolvedOnly || !event.resolvedAt) result.push_back(event);
     }
-    std::stable_sort(result.begin(), result.end(), [](const ReminderEvent& a, const ReminderEvent& b) {
-        return a.triggeredAt > b.triggeredAt;
-    });
+    std::stable_sort(result.begin(), result.end(),
+                     [](const ReminderEvent& a, const ReminderEvent& b) {
+                         return a.triggeredAt > b.triggeredAt;
+                     });
     return result;
 }
 
@@ -380,9 +399,10 @@ void Store::pruneResolvedReminders(int olderThanDays) {
 std::vector<GitHubAccount> Store::accounts() const {
     std::lock_guard lock(mutex_);
     std::vector<GitHubAccount> result = valuesOf(accounts_.items);
-    std::stable_sort(result.begin(), result.end(), [](const GitHubAccount& a, const GitHubAccount& b) {
-        return std::tie(a.displayName, a.id) < std::tie(b.displayName, b.id);
-    });
+    std::stable_sort(result.begin(), result.end(),
+                     [](const GitHubAccount& a, const GitHubAccount& b) {
+                         return std::tie(a.displayName, a.id) < std::tie(b.displayName, b.id);
+                     });
     return result;
 }
 
@@ -401,7 +421,8 @@ void Store::removeAccount(const std::string& accountID) {
     }
 }
 
-std::vector<RemoteRepository> Store::remoteRepos(const std::optional<std::string>& accountID) const {
+std::vector<RemoteRepository> Store::remoteRepos(
+    const std::optional<std::string>& accountID) const {
     std::lock_guard lock(mutex_);
     return valuesWhere(remoteRepos_.items, [&](const RemoteRepository& r) {
         return !accountID || r.accountID == *accountID;
@@ -411,7 +432,8 @@ std::vector<RemoteRepository> Store::remoteRepos(const std::optional<std::string
 void Store::replaceRemoteRepos(const std::string& accountID,
                                const std::vector<RemoteRepository>& repos) {
     std::lock_guard lock(mutex_);
-    eraseWhere(remoteRepos_.items, [&](const RemoteRepository& r) { return r.accountID == accountID; });
+    eraseWhere(remoteRepos_.items,
+               [&](const RemoteRepository& r) { return r.accountID == accountID; });
     for (const RemoteRepository& repo : repos) remoteRepos_.items.insert_or_assign(repo.id, repo);
     remoteRepos_.dirty = true;
 }
@@ -423,14 +445,16 @@ std::vector<RepositoryMapping> Store::mappings() const {
 
 void Store::upsertMappings(const std::vector<RepositoryMapping>& mappings) {
     std::lock_guard lock(mutex_);
-    for (const RepositoryMapping& mapping : mappings) mappings_.items.insert_or_assign(mapping.id, mapping);
+    for (const RepositoryMapping& mapping : mappings)
+        mappings_.items.insert_or_assign(mapping.id, mapping);
     if (!mappings.empty()) mappings_.dirty = true;
 }
 
 void Store::replaceMappings(const std::vector<RepositoryMapping>& mappings) {
     std::lock_guard lock(mutex_);
     mappings_.items.clear();
-    for (const RepositoryMapping& mapping : mappings) mappings_.items.insert_or_assign(mapping.id, mapping);
+    for (const RepositoryMapping& mapping : mappings)
+        mappings_.items.insert_or_assign(mapping.id, mapping);
     mappings_.dirty = true;
 }
 
@@ -475,7 +499,8 @@ std::vector<ProjectHealthSnapshot> Store::health(const std::optional<std::string
 
 void Store::upsertHealth(const std::vector<ProjectHealthSnapshot>& records) {
     std::lock_guard lock(mutex_);
-    for (const ProjectHealthSnapshot& record : records) health_.items.insert_or_assign(record.repoID, record);
+    for (const ProjectHealthSnapshot& record : records)
+        health_.items.insert_or_assign(record.repoID, record);
     if (!records.empty()) health_.dirty = true;
 }
 
@@ -485,9 +510,10 @@ std::vector<PendingProposal> Store::proposals(std::optional<PendingProposal::Sta
     std::lock_guard lock(mutex_);
     std::vector<PendingProposal> result = valuesWhere(
         proposals_.items, [&](const PendingProposal& p) { return !status || p.status == *status; });
-    std::stable_sort(result.begin(), result.end(), [](const PendingProposal& a, const PendingProposal& b) {
-        return a.createdAt > b.createdAt;
-    });
+    std::stable_sort(result.begin(), result.end(),
+                     [](const PendingProposal& a, const PendingProposal& b) {
+                         return a.createdAt > b.createdAt;
+                     });
     return result;
 }
 
@@ -506,13 +532,15 @@ void Store::upsertProposal(const PendingProposal& proposal) {
 
 Store::ConsumeResult Store::consumeApprovedProposal(const std::string& token) {
     std::lock_guard lock(mutex_);
-    auto it = std::find_if(proposals_.items.begin(), proposals_.items.end(), [&](const auto& entry) {
-        return entry.second.confirmationToken && *entry.second.confirmationToken == token;
-    });
+    auto it =
+        std::find_if(proposals_.items.begin(), proposals_.items.end(), [&](const auto& entry) {
+            return entry.second.confirmationToken && *entry.second.confirmationToken == token;
+        });
     if (it == proposals_.items.end()) return {ConsumeResult::Kind::notFound, std::nullopt, ""};
     PendingProposal& proposal = it->second;
     if (proposal.status != PendingProposal::Status::approved) {
-        return {ConsumeResult::Kind::notApproved, std::nullopt, std::string(enumName(proposal.status))};
+        return {ConsumeResult::Kind::notApproved, std::nullopt,
+                std::string(enumName(proposal.status))};
     }
     // A proposal without an expiry is deliberately unusable.
     if (!proposal.expiresAt || *proposal.expiresAt < clock_.now()) {
@@ -545,9 +573,8 @@ void Store::markProposalApplied(const std::string& id) {
 std::vector<AuditLogEntry> Store::auditEntries(std::optional<size_t> limit) const {
     std::lock_guard lock(mutex_);
     std::vector<AuditLogEntry> result = audit_.items;
-    std::stable_sort(result.begin(), result.end(), [](const AuditLogEntry& a, const AuditLogEntry& b) {
-        return a.at > b.at;
-    });
+    std::stable_sort(result.begin(), result.end(),
+                     [](const AuditLogEntry& a, const AuditLogEntry& b) { return a.at > b.at; });
     if (limit && result.size() > *limit) result.resize(*limit);
     return result;
 }
@@ -592,10 +619,12 @@ void Store::purgeRepo(const std::string& repoID) {
     if (eraseWhere(commits_.items, [&](const CommitRecord& c) { return c.repoID == repoID; })) {
         commits_.dirty = true;
     }
-    if (std::erase_if(sessions_.items, [&](const WorkSession& s) { return s.repoID == repoID; }) > 0) {
+    if (std::erase_if(sessions_.items, [&](const WorkSession& s) { return s.repoID == repoID; }) >
+        0) {
         sessions_.dirty = true;
     }
-    if (eraseWhere(dayActivities_.items, [&](const DayActivity& d) { return d.repoID == repoID; })) {
+    if (eraseWhere(dayActivities_.items,
+                   [&](const DayActivity& d) { return d.repoID == repoID; })) {
         dayActivities_.dirty = true;
     }
     if (eraseWhere(branches_.items, [&](const BranchRecord& b) { return b.repoID == repoID; })) {

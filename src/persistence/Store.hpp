@@ -81,7 +81,8 @@ public:
 
     // Day activity, sorted by repository then day.
     std::vector<DayActivity> dayActivities(const std::string& dateKey) const;
-    std::vector<DayActivity> dayActivities(const std::string& fromKey, const std::string& toKey) const;
+    std::vector<DayActivity> dayActivities(const std::string& fromKey,
+                                           const std::string& toKey) const;
     void setDayActivity(const DayActivity& activity);
 
     // The journal, one entry per day.
@@ -100,7 +101,8 @@ public:
     void removeAccount(const std::string& accountID);
 
     std::vector<RemoteRepository> remoteRepos(const std::optional<std::string>& accountID) const;
-    void replaceRemoteRepos(const std::string& accountID, const std::vector<RemoteRepository>& repos);
+    void replaceRemoteRepos(const std::string& accountID,
+                            const std::vector<RemoteRepository>& repos);
 
     std::vector<RepositoryMapping> mappings() const;
     void upsertMappings(const std::vector<RepositoryMapping>& mappings);

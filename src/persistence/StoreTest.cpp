@@ -123,7 +123,8 @@ void fillEverything(Store& store) {
     ProjectHealthSnapshot health;
     health.id = health.repoID = "/r";
     store.upsertHealth({health});
-    store.upsertProposal(proposal("P1", PendingProposal::Status::pending, std::nullopt, std::nullopt));
+    store.upsertProposal(
+        proposal("P1", PendingProposal::Status::pending, std::nullopt, std::nullopt));
     store.appendAudit(audit("A1", kNow));
     ProjectMetadata metadata;
     metadata.repoID = "/r";
@@ -162,7 +163,8 @@ TEST_F(StoreTest, EveryCollectionSurvivesAFlushAndALoad) {
     Store& second = loaded();
     EXPECT_EQ(second.snapshots(), first.snapshots());
     EXPECT_EQ(second.commits(std::nullopt), first.commits(std::nullopt));
-    EXPECT_EQ(second.sessions(std::nullopt, std::nullopt), first.sessions(std::nullopt, std::nullopt));
+    EXPECT_EQ(second.sessions(std::nullopt, std::nullopt),
+              first.sessions(std::nullopt, std::nullopt));
     EXPECT_EQ(second.dayActivities("2026-11-21"), first.dayActivities("2026-11-21"));
     EXPECT_EQ(second.journal("2026-11-21"), first.journal("2026-11-21"));
     EXPECT_EQ(second.reminders(false), first.reminders(false));
@@ -259,7 +261,8 @@ TEST_F(StoreTest, TheAuditLogKeepsNinetyDaysAndFiveThousandEntries) {
     auto writeLog = [&](size_t count) {
         std::vector<AuditLogEntry> entries;
         for (size_t i = 0; i < count; ++i) {
-            entries.push_back(audit("A" + std::to_string(i), kNow - 6000s + std::chrono::seconds(i)));
+            entries.push_back(
+                audit("A" + std::to_string(i), kNow - 6000s + std::chrono::seconds(i)));
         }
         testing::writeFile(dir_ / "agent_audit.json", JsonCodec::pretty(toJson(entries)));
     };

@@ -15,7 +15,7 @@ using FolderFilter = std::function<bool(const std::string& folder)>;
 // calls wait(); interrupt() may come from any thread. The real one is
 // InotifyEventSource; tests substitute a source they feed by hand.
 class FileEventSource {
-  public:
+public:
     virtual ~FileEventSource() = default;
 
     // Starts watching each root and every folder below it that `skip` does not

@@ -26,8 +26,7 @@ constexpr uint32_t kChangeMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_ATTRIB |
 constexpr uint32_t kWatchMask = kChangeMask | IN_ONLYDIR | IN_DONT_FOLLOW | IN_EXCL_UNLINK;
 
 std::string childPath(const std::string& folder, const char* name) {
-    if (folder == "/")
-        return folder + name;
+    if (folder == "/") return folder + name;
     return folder + "/" + name;
 }
 
@@ -47,8 +46,7 @@ InotifyEventSource::Fd& InotifyEventSource::Fd::operator=(Fd&& other) noexcept {
 }
 
 void InotifyEventSource::Fd::reset() {
-    if (fd_ >= 0)
-        ::close(fd_);
+    if (fd_ >= 0) ::close(fd_);
     fd_ = -1;
 }
 
@@ -62,8 +60,7 @@ bool InotifyEventSource::open(const std::vector<std::string>& roots, FolderFilte
     }
     skip_ = std::move(skip);
     outOfWatchesLogged_ = false;
-    for (const std::string& root : roots)
-        watchTree(root);
+    for (const std::string& root : roots) watchTree(root);
     return true;
 }
 
@@ -75,8 +72,7 @@ void InotifyEventSource::close() {
 }
 
 void InotifyEventSource::interrupt() {
-    if (!wake_.valid())
-        return;
+    if (!wake_.valid()) return;
     uint64_t one = 1;
     // Only fails when the counter is full, which already makes the descriptor readable.
     [[maybe_unused]] ssize_t written = ::write(wake_.get(), &one, sizeof one);
@@ -85,8 +81,7 @@ void InotifyEventSource::interrupt() {
 std::vector<std::string> InotifyEventSource::wait(
     std::optional<std::chrono::milliseconds> timeout) {
     std::vector<std::string> changed;
-    if (!inotify_.valid())
-        return changed;
+    if (!inotify_.valid()) return changed;
     int milliseconds = -1;
     if (timeout) {
         milliseconds = static_cast<int>(
@@ -94,14 +89,12 @@ std::vector<std::string> InotifyEventSource::wait(
     }
     pollfd fds[2] = {{inotify_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
     // A timeout or a signal both just return nothing; the caller decides what is next.
-    if (::poll(fds, 2, milliseconds) <= 0)
-        return changed;
+    if (::poll(fds, 2, milliseconds) <= 0) return changed;
     if (fds[1].revents != 0) {
         uint64_t count = 0;
         [[maybe_unused]] ssize_t drained = ::read(wake_.get(), &count, sizeof count);
     }
-    if (fds[0].revents != 0)
-        readEvents(changed);
+    if (fds[0].revents != 0) readEvents(changed);
     return changed;
 }
 
@@ -109,20 +102,16 @@ void InotifyEventSource::readEvents(std::vector<std::string>& changed) {
     alignas(inotify_event) char buffer[64 * 1024];
     while (true) {
         ssize_t length = ::read(inotify_.get(), buffer, sizeof buffer);
-        if (length < 0 && errno == EINTR)
-            continue;
-        if (length <= 0)
-            return;
+        if (length < 0 && errno == EINTR) continue;
+        if (length <= 0) return;
         for (ssize_t offset = 0; offset < length;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer + offset);
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             // After an overflow the kernel no longer knows which paths changed, so
             // there is nothing to name; the next change will be seen again.
-            if ((event->mask & IN_Q_OVERFLOW) != 0)
-                continue;
+            if ((event->mask & IN_Q_OVERFLOW) != 0) continue;
             auto folder = folders_.find(event->wd);
-            if (folder == folders_.end())
-                continue;
+            if (folder == folders_.end()) continue;
             if ((event->mask & IN_IGNORED) != 0) {
                 folders_.erase(folder);
                 continue;
@@ -130,10 +119,8 @@ void InotifyEventSource::readEvents(std::vector<std::string>& changed) {
             std::string path =
                 event->len > 0 ? childPath(folder->second, event->name) : folder->second;
             if ((event->mask & IN_ISDIR) != 0) {
-                if ((event->mask & (IN_CREATE | IN_MOVED_TO)) != 0)
-                    watchTree(path);
-                if ((event->mask & IN_MOVED_FROM) != 0)
-                    forgetTree(path);
+                if ((event->mask & (IN_CREATE | IN_MOVED_TO)) != 0) watchTree(path);
+                if ((event->mask & IN_MOVED_FROM) != 0) forgetTree(path);
             }
             changed.push_back(std::move(path));
         }
@@ -145,17 +132,14 @@ void InotifyEventSource::watchTree(const std::string& root) {
     while (!pending.empty()) {
         std::string folder = std::move(pending.back());
         pending.pop_back();
-        if (skip_ && skip_(folder))
-            continue;
+        if (skip_ && skip_(folder)) continue;
         // The watch comes before the listing, so a sub-folder made meanwhile is
         // either listed here or reported by the new watch.
-        if (!addWatch(folder))
-            continue;
+        if (!addWatch(folder)) continue;
         std::error_code ec;
         for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
             std::error_code typeError;
-            if (it->is_symlink(typeError) || !it->is_directory(typeError))
-                continue;
+            if (it->is_symlink(typeError) || !it->is_directory(typeError)) continue;
             pending.push_back(it->path().string());
         }
     }
@@ -169,8 +153,7 @@ bool InotifyEventSource::addWatch(const std::string& folder) {
     int wd = ::inotify_add_watch(inotify_.get(), folder.c_str(), kWatchMask);
     if (wd < 0) {
         // Other failures (the folder vanished, no permission) just leave it out.
-        if (errno == ENOSPC)
-            noteOutOfWatches();
+        if (errno == ENOSPC) noteOutOfWatches();
         return false;
     }
     // The kernel hands back the same descriptor for a folder watched already (a
@@ -191,8 +174,7 @@ void InotifyEventSource::forgetTree(const std::string& folder) {
 }
 
 void InotifyEventSource::noteOutOfWatches() {
-    if (outOfWatchesLogged_)
-        return;
+    if (outOfWatchesLogged_) return;
     outOfWatchesLogged_ = true;
     Log::app().error(
         "file watcher: out of inotify watches, some folders are not watched "

@@ -15,7 +15,7 @@ namespace quorvane {
 // appears later. Symbolic links are never followed. When the kernel refuses more
 // watches, the rest stay unwatched, one line says so, and watching goes on.
 class InotifyEventSource final : public FileEventSource {
-  public:
+public:
     // `watchLimit` caps the watches this source adds, to bound the kernel memory it
     // spends (0: only the kernel's own limit). Reaching either limit is the same.
     explicit InotifyEventSource(size_t watchLimit = 0) : watchLimit_(watchLimit) {}
@@ -28,10 +28,10 @@ class InotifyEventSource final : public FileEventSource {
     // How many folders are watched now.
     size_t watchCount() const { return folders_.size(); }
 
-  private:
+private:
     // Owns one descriptor.
     class Fd {
-      public:
+    public:
         Fd() = default;
         explicit Fd(int fd) : fd_(fd) {}
         Fd(const Fd&) = delete;
@@ -44,7 +44,7 @@ class InotifyEventSource final : public FileEventSource {
         bool valid() const { return fd_ >= 0; }
         void reset();
 
-      private:
+    private:
         int fd_ = -1;
     };
 

@@ -25,8 +25,7 @@ std::set<std::string> collectUntil(InotifyEventSource& source, const fs::path& w
     std::set<std::string> seen;
     auto giveUp = std::chrono::steady_clock::now() + 20s;
     while (!seen.contains(wanted.string()) && std::chrono::steady_clock::now() < giveUp) {
-        for (std::string& path : source.wait(1s))
-            seen.insert(std::move(path));
+        for (std::string& path : source.wait(1s)) seen.insert(std::move(path));
     }
     return seen;
 }
@@ -91,8 +90,7 @@ TEST(InotifyEventSourceTest, InterruptEndsAWaitAndDescriptorsCloseOnExec) {
     int added = 0;
     for (const std::string& fd : descriptors()) {
         int flags = ::fcntl(std::stoi(fd), F_GETFD);
-        if (before.contains(fd) || flags < 0)
-            continue;  // the listing's own is closed now
+        if (before.contains(fd) || flags < 0) continue;  // the listing's own is closed now
         EXPECT_NE(flags & FD_CLOEXEC, 0) << fd;
         ++added;
     }
@@ -108,8 +106,7 @@ TEST(InotifyEventSourceTest, InterruptEndsAWaitAndDescriptorsCloseOnExec) {
 TEST(InotifyEventSourceTest, RunningOutOfWatchesIsLoggedOnceAndWatchingGoesOn) {
     testing::LogCapture log;
     testing::TempDir dir("inotify");
-    for (const char* name : {"a", "b", "c"})
-        fs::create_directories(dir / name);
+    for (const char* name : {"a", "b", "c"}) fs::create_directories(dir / name);
     InotifyEventSource source(2);
     ASSERT_TRUE(source.open({dir.path().string()}, nullptr));
     EXPECT_EQ(source.watchCount(), 2u);

@@ -19,11 +19,11 @@ struct ShellResult {
 
 // One child process to run: the program is started directly, never through a shell.
 struct ProcessRequest {
-    std::string executable;                  // absolute path; no search of PATH
-    std::vector<std::string> arguments;      // not including the program name
-    std::optional<std::string> cwd;          // working folder; a leading "~" is expanded
+    std::string executable;                    // absolute path; no search of PATH
+    std::vector<std::string> arguments;        // not including the program name
+    std::optional<std::string> cwd;            // working folder; a leading "~" is expanded
     std::optional<std::string> standardInput;  // written to the child, then closed
-    double timeout = 30.0;                   // seconds before SIGTERM; SIGKILL 3 s later
+    double timeout = 30.0;                     // seconds before SIGTERM; SIGKILL 3 s later
     std::vector<std::pair<std::string, std::string>> environment;  // set on top of ours
     std::vector<std::string> unsetEnvironment;  // removed from what the child inherits
 };

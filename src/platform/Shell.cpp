@@ -130,8 +130,7 @@ public:
             sigemptyset(&pipeOnly);
             sigaddset(&pipeOnly, SIGPIPE);
             timespec zero{0, 0};
-            while (sigtimedwait(&pipeOnly, nullptr, &zero) > 0) {
-            }
+            while (sigtimedwait(&pipeOnly, nullptr, &zero) > 0) {}
         }
         pthread_sigmask(SIG_SETMASK, &old_, nullptr);
     }
@@ -183,8 +182,11 @@ bool readAvailable(Fd& fd, std::string& into) {
 class Supervisor {
 public:
     Supervisor(pid_t pid, Pipe& out, Pipe& err, Pipe& in, std::string input, double timeout)
-        : pid_(pid), out_(std::move(out.read)), err_(std::move(err.read)),
-          in_(std::move(in.write)), input_(std::move(input)),
+        : pid_(pid),
+          out_(std::move(out.read)),
+          err_(std::move(err.read)),
+          in_(std::move(in.write)),
+          input_(std::move(input)),
           deadline_(SteadyClock::now() + toDuration(timeout)) {
         setNonBlocking(out_.get());
         setNonBlocking(err_.get());
@@ -253,7 +255,8 @@ private:
         SteadyClock::time_point next = deadline_;
         if (!childDone_ && termSent_) next = killSent_ ? now + std::chrono::hours(1) : killAt_;
         // Without a pidfd, the child's end is noticed by looking every 10 ms.
-        if (!childDone_ && !pidfd_.valid()) next = std::min(next, now + std::chrono::milliseconds(10));
+        if (!childDone_ && !pidfd_.valid())
+            next = std::min(next, now + std::chrono::milliseconds(10));
         if (next <= now) return 0;
         auto ms = std::chrono::ceil<std::chrono::milliseconds>(next - now).count();
         return static_cast<int>(std::min<long long>(ms, 60'000));
@@ -289,7 +292,8 @@ private:
 
     void writeInput() {
         while (inputOffset_ < input_.size()) {
-            ssize_t n = ::write(in_.get(), input_.data() + inputOffset_, input_.size() - inputOffset_);
+            ssize_t n =
+                ::write(in_.get(), input_.data() + inputOffset_, input_.size() - inputOffset_);
             if (n > 0) {
                 inputOffset_ += static_cast<size_t>(n);
                 continue;
@@ -351,10 +355,9 @@ std::string Shell::enrichedPath(std::optional<std::string_view> current) {
         start = end + 1;
     }
     std::string home = PathHelpers::homeDirectory().string();
-    const std::string candidates[] = {home + "/.local/bin", home + "/bin", home + "/.cargo/bin",
-                                      home + "/go/bin",     "/opt/homebrew/bin",
-                                      "/opt/homebrew/sbin", "/usr/local/bin",
-                                      "/usr/local/sbin"};
+    const std::string candidates[] = {
+        home + "/.local/bin", home + "/bin",        home + "/.cargo/bin", home + "/go/bin",
+        "/opt/homebrew/bin",  "/opt/homebrew/sbin", "/usr/local/bin",     "/usr/local/sbin"};
     std::string result;
     for (const auto& candidate : candidates) {
         if (present.count(candidate) != 0) continue;
@@ -430,7 +433,8 @@ ShellResult Shell::run(const ProcessRequest& request) const {
     err.write.reset();
     in.read.reset();
     if (rc != 0) {
-        return launchFailure(fmt::format("cannot start {}: {}", request.executable, std::strerror(rc)));
+        return launchFailure(
+            fmt::format("cannot start {}: {}", request.executable, std::strerror(rc)));
     }
     Supervisor supervisor(pid, out, err, in, request.standardInput.value_or(""), request.timeout);
     return supervisor.wait();

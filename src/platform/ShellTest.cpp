@@ -66,7 +66,9 @@ TEST(ShellTest, ALaunchThatCannotHappenGivesMinusOneWithAReason) {
 
 TEST(ShellTest, InvalidUtf8IsRepairedNotRejected) {
     ShellResult result = sh("printf 'a\\377b\\303'");
-    EXPECT_EQ(result.stdOut, "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+    EXPECT_EQ(result.stdOut,
+              "a\xEF\xBF\xBD"
+              "b\xEF\xBF\xBD");
     EXPECT_EQ(result.exitCode, 0);
 }
 

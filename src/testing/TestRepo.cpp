@@ -42,8 +42,8 @@ TestRepo::TestRepo(std::filesystem::path dir, Kind kind) : path_(std::move(dir))
 
 TestRepo TestRepo::cloneOf(const TestRepo& origin, std::filesystem::path dir) {
     std::filesystem::create_directories(dir.parent_path());
-    ShellResult result =
-        runGit(dir.parent_path(), {"clone", "-q", origin.path().string(), dir.string()}, std::nullopt);
+    ShellResult result = runGit(
+        dir.parent_path(), {"clone", "-q", origin.path().string(), dir.string()}, std::nullopt);
     if (!result.succeeded()) throw std::runtime_error("git clone failed: " + result.stdErr);
     TestRepo clone;
     clone.path_ = std::move(dir);
@@ -54,7 +54,8 @@ ShellResult TestRepo::gitResult(const std::vector<std::string>& arguments) const
     return runGit(path_, arguments, std::nullopt);
 }
 
-std::string TestRepo::git(const std::vector<std::string>& arguments, std::optional<Date> date) const {
+std::string TestRepo::git(const std::vector<std::string>& arguments,
+                          std::optional<Date> date) const {
     ShellResult result = runGit(path_, arguments, date);
     if (!result.succeeded()) {
         throw std::runtime_error(joined(arguments) + " failed (" + std::to_string(result.exitCode) +
