@@ -13,6 +13,7 @@
 #include <fmt/ranges.h>
 
 #include "app/AppEnvironment.hpp"
+#include "app/CommandSupport.hpp"
 #include "app/Enrollment.hpp"
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
@@ -28,133 +29,6 @@
 namespace quorvane::Commands {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-ConfigService configService(const CommandContext& context) {
-    return ConfigService(context.dataDir / "config.json", context.clock);
-}
-
-// Becomes the one writer of the data folder, or says who is and returns nothing.
-std::optional<DataFolderLock> takeWriterLock(const CommandContext& context) {
-    LockAttempt attempt = DataFolderLock::acquire(context.dataDir);
-    if (attempt.lock) return std::move(attempt.lock);
-    if (!attempt.error.empty()) {
-        context.err << fmt::format("quorvane: cannot lock the data folder: {}\n", attempt.error);
-    } else {
-        context.err << "quorvane: "
-                    << DataFolderLock::refusalMessage(context.dataDir, attempt.holder) << "\n";
-    }
-    return std::nullopt;
-}
-
-// What a reader sees: the configuration as it is on disk, never written.
-AppConfig readConfig(const CommandContext& context) {
-    return ConfigService(context.dataDir / "config.json", context.clock).read();
-}
-
-bool isFolder(const std::string& path) {
-    std::error_code ec;
-    return fs::is_directory(path, ec);
-}
-
-std::string firstLine(std::string_view text) {
-    std::vector<std::string_view> lines = Text::nonEmptyLines(text);
-    return lines.empty() ? std::string() : std::string(Text::trim(lines.front()));
-}
-
-// Finds the top of the working tree holding `path`, or says why there is none.
-struct WorkTree {
-    std::string top;
-    std::string problem;
-};
-
-WorkTree workTreeAt(const CommandContext& context, const std::string& path) {
-    std::string canonical = PathHelpers::canonicalPath(path);
-    if (!isFolder(canonical)) return {"", "no such folder"};
-    ShellResult result =
-        context.runner.run(GitCommand::request(canonical, {"rev-parse", "--show-toplevel"}, 15));
-    std::string top = firstLine(result.stdOut);
-    if (!result.succeeded() || top.empty()) {
-        std::string reason = firstLine(result.stdErr);
-        return {"", reason.empty() ? "not a git working tree"
-                                   : "not a git working tree (" + reason + ")"};
-    }
-    return {PathHelpers::canonicalPath(top), ""};
-}
-
-// Display width of UTF-8 text, counted in code points.
-size_t displayWidth(std::string_view text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
-}
-
-void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
-    std::vector<size_t> widths;
-    for (const auto& row : rows) {
-        widths.resize(std::max(widths.size(), row.size()), 0);
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], displayWidth(row[i]));
-    }
-    for (const auto& row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 < row.size()) line.append(widths[i] - displayWidth(row[i]) + 2, ' ');
-        }
-        while (!line.empty() && line.back() == ' ') line.pop_back();
-        out << line << '\n';
-    }
-}
-
-std::string plural(int count, std::string_view noun) {
-    if (count != 1 && noun.ends_with("y")) {
-        return fmt::format("{} {}ies", count, noun.substr(0, noun.size() - 1));
-    }
-    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
-
-// "18:58" in local time.
-std::string localClockTime(Date date) {
-    std::time_t t = date.time_since_epoch().count();
-    std::tm parts{};
-    localtime_r(&t, &parts);
-    return fmt::format("{:02}:{:02}", parts.tm_hour, parts.tm_min);
-}
-
-std::string describeChanges(const GitFileCounts& files) {
-    if (files.total() == 0) return "clean";
-    std::vector<std::string> parts;
-    auto add = [&](int count, std::string_view label) {
-        if (count > 0) parts.push_back(fmt::format("{} {}", count, label));
-    };
-    add(files.modified, "modified");
-    add(files.staged, "staged");
-    add(files.untracked, "untracked");
-    add(files.deleted, "deleted");
-    add(files.renamed, "renamed");
-    return fmt::format("{}", fmt::join(parts, ", "));
-}
-
-std::string describeUpstream(const RepoSnapshot& snapshot) {
-    if (!snapshot.hasUpstream) return "no upstream";
-    if (snapshot.ahead == 0 && snapshot.behind == 0) return "up to date";
-    std::vector<std::string> parts;
-    if (snapshot.ahead > 0) parts.push_back(fmt::format("{} ahead", snapshot.ahead));
-    if (snapshot.behind > 0) parts.push_back(fmt::format("{} behind", snapshot.behind));
-    return fmt::format("{}", fmt::join(parts, ", "));
-}
-
-const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath) {
-    std::string canonical = PathHelpers::canonicalPath(idOrPath);
-    for (const RepoConfig& repo : config.repositories) {
-        if (repo.id == idOrPath || repo.id == canonical) return &repo;
-    }
-    return nullptr;
-}
-
-}  // namespace
 
 int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     std::optional<DataFolderLock> writer = takeWriterLock(context);
@@ -343,17 +217,6 @@ void printStates(std::ostream& out, const std::vector<const RepoConfig*>& repos,
     }
     printTable(out, rows);
 }
-
-std::vector<const RepoConfig*> trackedRepos(const AppConfig& config) {
-    std::vector<const RepoConfig*> active;
-    for (const RepoConfig& repo : config.repositories) {
-        if (repo.trackingEnabled) active.push_back(&repo);
-    }
-    return active;
-}
-
-constexpr const char* kNothingTracked =
-    "No repositories are tracked yet. Track one with: quorvane repos add PATH\n";
 
 }  // namespace
 

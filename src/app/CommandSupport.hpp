@@ -1,0 +1,62 @@
+#pragma once
+
+#include <filesystem>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/Commands.hpp"
+#include "app/DateHelpers.hpp"
+#include "git/RepoSnapshot.hpp"
+#include "persistence/AppConfig.hpp"
+#include "persistence/ConfigService.hpp"
+#include "persistence/DataFolderLock.hpp"
+
+// What the commands share: the data folder's access rules and the plain-text layout.
+namespace quorvane::Commands {
+
+inline constexpr const char* kNothingTracked =
+    "No repositories are tracked yet. Track one with: quorvane repos add PATH\n";
+
+ConfigService configService(const CommandContext& context);
+
+// Becomes the one writer of the data folder, or says who is and returns nothing.
+std::optional<DataFolderLock> takeWriterLock(const CommandContext& context);
+
+// What a reader sees: the configuration as it is on disk, never written.
+AppConfig readConfig(const CommandContext& context);
+
+bool isFolder(const std::string& path);
+std::string firstLine(std::string_view text);
+
+// The top of the working tree holding a path, or why there is none.
+struct WorkTree {
+    std::string top;
+    std::string problem;
+};
+WorkTree workTreeAt(const CommandContext& context, const std::string& path);
+
+// Display width of UTF-8 text, counted in code points.
+size_t displayWidth(std::string_view text);
+
+// Columns padded to their widest cell, two spaces apart, no trailing blanks.
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
+
+// "1 commit", "2 commits", "3 repositories".
+std::string plural(int count, std::string_view noun);
+
+// "18:58" in local time.
+std::string localClockTime(Date date);
+
+std::string describeChanges(const GitFileCounts& files);
+std::string describeUpstream(const RepoSnapshot& snapshot);
+
+// The tracked repository with this id, or whose id is this path once resolved.
+const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath);
+
+// The repositories with tracking on, in configuration order.
+std::vector<const RepoConfig*> trackedRepos(const AppConfig& config);
+
+}  // namespace quorvane::Commands
