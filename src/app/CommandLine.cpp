@@ -156,11 +156,23 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "secrets.json in the data folder when none answers. Exits 1 when something is wrong.");
     doctor->callback([&] { action = [](CommandContext& c) { return Commands::doctor(c); }; });
 
+    // daemon
+    CLI::App* daemon = app.add_subcommand(
+        "daemon",
+        "Keep watching and scanning in the foreground until stopped\n"
+        "Scans once at start, then every scanIntervalMinutes (default 10), and notes file\n"
+        "changes in tracked repositories as they happen, so that editing without\n"
+        "committing still counts as work. It is the data folder's one writer while it\n"
+        "runs: commands that change the data folder are refused until it stops.\n"
+        "SIGTERM or SIGINT (Ctrl-C) stops it after saving everything; SIGUSR1 asks for\n"
+        "a scan now.");
+    daemon->callback([&] { action = [](CommandContext& c) { return Commands::daemon(c); }; });
+
     for (CLI::App* group : {repos, folders}) {
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }
-    for (CLI::App* command : {scan, status, commits, doctor}) addDataDir(command);
+    for (CLI::App* command : {scan, status, commits, doctor, daemon}) addDataDir(command);
     app.footer(kExamples);
 
     try {

@@ -46,6 +46,9 @@ int commits(CommandContext& context, const CommitsOptions& options);
 
 int doctor(CommandContext& context);
 
+// Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
+int daemon(CommandContext& context);
+
 // The most git work running at once during a scan.
 inline constexpr size_t kMaxParallelScans = 8;
 
