@@ -102,7 +102,9 @@ std::vector<std::string> FileWatcher::touchedRepos(const std::vector<std::string
     std::vector<std::string> touched;
     for (const std::string& path : changed) {
         std::string standard = standardizedPath(path);
-        if (isIgnored(standard)) continue;
+        // inotify names a new generated folder by its own path, with no separator after
+        // it; that event is as meaningless as the ones inside it.
+        if (isIgnored(standard) || isIgnored(standard + "/")) continue;
         std::optional<std::string> repo = matchRepoID(standard, repos);
         if (!repo || std::find(touched.begin(), touched.end(), *repo) != touched.end()) continue;
         touched.push_back(std::move(*repo));

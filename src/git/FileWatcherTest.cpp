@@ -119,6 +119,10 @@ TEST(FileWatcherTest, IgnoresGeneratedFoldersAndMatchesTheInnermostRepository) {
         FileWatcher::touchedRepos(
             {"/a/b/x", "/a/b/.git/HEAD", "/a/one", "/a//two", "/elsewhere", "/a/b/y"}, repos),
         ElementsAre("/a/b", "/a"));
+    // A generated folder's own creation is named without a separator after it.
+    EXPECT_TRUE(
+        FileWatcher::touchedRepos({"/a/node_modules", "/a/b/dist", "/a/b/.git"}, repos).empty());
+    EXPECT_THAT(FileWatcher::touchedRepos({"/a/distribution"}, repos), ElementsAre("/a"));
 }
 
 TEST(FileWatcherTest, AReportFallsDueAQuietPeriodAfterTheLastEvent) {
