@@ -29,7 +29,8 @@ AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock
       store_(dataDir_, clock),
       configService_(dataDir_ / "config.json", clock),
       scanner_(runner, clock),
-      discovery_(runner) {}
+      discovery_(runner),
+      watcher_(clock) {}
 
 AppEnvironment::~AppEnvironment() {
     shutdown();
@@ -55,6 +56,7 @@ void AppEnvironment::bootstrap() {
     }
     load();
     scanNow();
+    startWatcher();
     startPeriodicScanning();
 }
 
@@ -86,7 +88,7 @@ void AppEnvironment::noteFileActivity(const std::string& path, Date at) {
 void AppEnvironment::scanNow() {
     {
         std::lock_guard lock(mutex_);
-        if (isScanning_) return;
+        if (isScanning_ || stopping_) return;
         isScanning_ = true;
     }
     autoEnrollNewRepos();
@@ -105,8 +107,11 @@ void AppEnvironment::scanNow() {
 
     // The git work, eight repositories at a time; nothing is applied until all are read.
     std::string since = DateHelpers::isoString(startOfDay);
-    std::vector<RepoScan> results =
-        boundedParallelMap<RepoScan>(active.size(), kMaxParallelScans, [&](size_t i) {
+    // A shutdown lets the repositories being read finish and starts no others; those
+    // left unread keep their previous state.
+    std::vector<std::optional<RepoScan>> results = boundedParallelMap<std::optional<RepoScan>>(
+        active.size(), kMaxParallelScans, [&](size_t i) -> std::optional<RepoScan> {
+            if (stopping_) return std::nullopt;
             RepoScan result;
             result.snapshot = scanner_.scan(active[i].localPath, active[i].ignoreUntracked);
             result.commits = scanner_.logCommits(active[i].localPath, since, std::nullopt);
@@ -119,7 +124,8 @@ void AppEnvironment::scanNow() {
     std::string dateKey = DateHelpers::dateKey(now);
     for (size_t i = 0; i < active.size(); ++i) {
         const RepoConfig& repo = active[i];
-        const RepoScan& result = results[i];
+        if (!results[i]) continue;
+        const RepoScan& result = *results[i];
         if (!result.snapshot.error && result.snapshot.remoteURL != repo.remoteURL) {
             remoteUpdates[repo.id] = result.snapshot.remoteURL;
         }
@@ -180,6 +186,8 @@ void AppEnvironment::autoEnrollNewRepos() {
     // The agent's search depth is deliberately the enrolment depth too.
     std::vector<DiscoveredRepo> found =
         discovery_.discover(current.scanFolders, current.agent.maxScanDepth, known);
+    // Found during a shutdown: the next start finds them again.
+    if (stopping_) return;
     std::vector<std::string> added = addDiscovered(found);
     if (added.empty()) return;
     std::lock_guard lock(mutex_);
@@ -205,6 +213,7 @@ std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<Discove
     }
     if (added.empty()) return {};
     configService_.save(updated);
+    startWatcher();
     std::vector<std::string> ids;
     for (const RepoConfig& repo : added) {
         importHistory(repo, updated.historyDays);
@@ -253,6 +262,7 @@ void AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& ch
         change(config_);
         updated = config_;
     }
+    startWatcher();
     configService_.save(updated);
     bool running;
     {
@@ -263,33 +273,72 @@ void AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& ch
 }
 
 void AppEnvironment::startPeriodicScanning() {
+    std::lock_guard lifecycle(schedulerLifecycle_);
     stopPeriodicScanning();
+    if (stopping_) return;
     int minutes = std::max(1, config().scanIntervalMinutes);  // read once: a change restarts it
     scheduler_ =
         std::jthread([this, minutes](std::stop_token stop) { periodicLoop(stop, minutes); });
 }
 
+// Called with schedulerLifecycle_ held.
 void AppEnvironment::stopPeriodicScanning() {
     if (!scheduler_.joinable()) return;
     scheduler_.request_stop();
     scheduler_.join();
 }
 
+void AppEnvironment::requestScan() {
+    {
+        std::lock_guard lock(schedulerMutex_);
+        scanRequested_ = true;
+    }
+    schedulerWake_.notify_all();
+}
+
 void AppEnvironment::periodicLoop(std::stop_token stop, int minutes) {
     while (!stop.stop_requested()) {
         {
             std::unique_lock lock(schedulerMutex_);
-            // Sleeps until the interval ends or a stop is requested, whichever comes first.
+            // Sleeps until the interval ends, a scan is asked for or a stop is
+            // requested, whichever comes first: no wake-up in between.
             schedulerWake_.wait_for(lock, stop, std::chrono::minutes(minutes),
-                                    [] { return false; });
+                                    [this] { return scanRequested_; });
+            scanRequested_ = false;
         }
         if (stop.stop_requested()) return;
         scanNow();
     }
 }
 
+void AppEnvironment::startWatcher() {
+    std::lock_guard lifecycle(watcherLifecycle_);
+    watcher_.stop();
+    bool bootstrapped;
+    {
+        std::lock_guard lock(mutex_);
+        bootstrapped = didBootstrap_;
+    }
+    if (!bootstrapped || stopping_) return;
+    std::vector<std::string> paths;
+    for (const RepoConfig& repo : config().repositories) {
+        if (repo.trackingEnabled) paths.push_back(repo.localPath);
+    }
+    if (paths.empty()) return;
+    watcher_.start(paths,
+                   [this](const std::string& path, Date when) { noteFileActivity(path, when); });
+}
+
 void AppEnvironment::shutdown() {
-    stopPeriodicScanning();
+    stopping_ = true;
+    {
+        std::lock_guard lifecycle(schedulerLifecycle_);
+        stopPeriodicScanning();
+    }
+    {
+        std::lock_guard lifecycle(watcherLifecycle_);
+        watcher_.stop();
+    }
     std::unique_lock lock(mutex_);
     scanFinished_.wait(lock, [this] { return !isScanning_; });
     bool loaded = didLoad_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
@@ -11,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "git/FileWatcher.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
 #include "persistence/AppConfig.hpp"
@@ -36,11 +38,16 @@ public:
     // Loads the store and the configuration, once. Enough for a one-shot command.
     void load();
 
-    // Starts the long-running service: load, one scan, then the periodic scan.
+    // Starts the long-running service: load, one scan, then the file watcher and
+    // the periodic scan.
     void bootstrap();
 
-    // One scan cycle; returns at once, doing nothing, while another runs.
+    // One scan cycle; returns at once, doing nothing, while another runs or once
+    // shutdown has begun.
     void scanNow();
+
+    // Asks the periodic task for a scan now rather than at the end of its interval.
+    void requestScan();
 
     // A scan cycle that reports the repository ids it newly enrolled, in
     // configuration order; empty when a scan was already running.
@@ -60,15 +67,22 @@ public:
     // Replaces the periodic scan task: every scanIntervalMinutes (at least 1).
     void startPeriodicScanning();
 
+    // Watches the tracked repositories' folders anew. The watcher belongs to the
+    // long-running service: before bootstrap, and after shutdown, it does nothing.
+    void startWatcher();
+    bool isWatching() const { return watcher_.isRunning(); }
+
     // Records that the repository at `path` saw file activity at `at`.
     void noteFileActivity(const std::string& path, Date at);
 
-    // Stops the periodic scan, waits for a running scan, and flushes the store.
+    // Stops the periodic scan and the watcher, lets a running scan end early (the
+    // git children in flight finish, no new one starts) and flushes the store.
     void shutdown();
 
     AppConfig config() const;
     std::optional<Date> lastScanAt() const;
     bool isScanning() const;
+    bool isShuttingDown() const { return stopping_; }
     std::vector<std::string> newlyDetectedRepoIDs() const;
     Store& store() { return store_; }
 
@@ -104,9 +118,19 @@ private:
     std::map<std::string, Date> fileActivity_;
     std::set<std::string> newlyDetected_;
 
+    // Set once by shutdown; nothing starts after it.
+    std::atomic<bool> stopping_ = false;
+
+    // Serialises the replacement of the periodic task, and carries its wake-up.
+    std::mutex schedulerLifecycle_;
     std::mutex schedulerMutex_;
     std::condition_variable_any schedulerWake_;
+    bool scanRequested_ = false;
     std::jthread scheduler_;
+
+    // Serialises stopping and restarting the watcher, which several threads may ask for.
+    std::mutex watcherLifecycle_;
+    FileWatcher watcher_;
 };
 
 }  // namespace quorvane

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/Shell.hpp"
+#include "testing/BackgroundProcess.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/FakeProcessRunner.hpp"
 #include "testing/TempDir.hpp"
@@ -192,6 +193,97 @@ TEST(AppEnvironmentTest, WithNothingTrackedAScanStillFlushesAndStampsItsTime) {
         EXPECT_TRUE(std::filesystem::exists(dir / name)) << name;
     }
     EXPECT_TRUE(runner.requests().empty());
+}
+
+TEST(AppEnvironmentTest, AShutdownLetsTheReadsInFlightEndAndStartsNoOther) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    std::latch eightStarted(8), release(1);
+    FakeProcessRunner runner([&](const ProcessRequest& request) {
+        if (isWorkTreeCheck(request)) {
+            eightStarted.count_down();
+            release.wait();
+        }
+        return ShellResult{"", "", 1};
+    });
+    AppEnvironment env(dir.path(), clock, runner);
+    env.load();
+    env.applyConfigChange([](AppConfig& config) {
+        for (int i = 0; i < 12; ++i)
+            config.repositories.push_back(trackedAt("/fake/" + std::to_string(i)));
+    });
+
+    std::jthread scan([&] { env.scanNow(); });
+    eightStarted.wait();
+    std::jthread stopper([&] { env.shutdown(); });
+    // The shutdown waits for the eight reads; let them end once it has begun.
+    ASSERT_TRUE(testing::eventually(10s, [&] { return env.isShuttingDown(); }));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_TRUE(env.isScanning());
+    release.count_down();
+    stopper.join();
+    scan.join();
+
+    size_t checks = 0;
+    for (const ProcessRequest& request : runner.requests()) checks += isWorkTreeCheck(request);
+    EXPECT_EQ(checks, 8u);
+    // The eight that were read are stored; the four left unread have no snapshot.
+    Store saved(dir.path(), clock, Store::Access::readOnly);
+    saved.load();
+    EXPECT_EQ(saved.snapshots().size(), 8u);
+    EXPECT_FALSE(saved.snapshot("/fake/11").has_value());
+    env.scanNow();  // after a shutdown nothing starts
+    EXPECT_EQ(runner.requests().size(), checks * 2);
+}
+
+TEST(AppEnvironmentTest, TheWatcherFollowsTheTrackedRepositoriesOfTheRunningService) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    Shell shell;
+    TestRepo app(dir / "app");
+    app.commitFile("main.c", "v1", "first");
+    app.write("main.c", "v2");  // already modified: later edits leave git's counts alone
+    TestRepo quiet(dir / "quiet");
+    quiet.commitFile(".gitignore", "node_modules/\n", "first");  // git sees no change there
+
+    AppEnvironment env(dir / "data", clock, shell);
+    env.load();
+    env.addDiscovered(
+        {RepoDiscovery(shell).makeRepo(app.path()), RepoDiscovery(shell).makeRepo(quiet.path())});
+    EXPECT_FALSE(env.isWatching());  // a one-shot command never watches
+    env.bootstrap();
+    ASSERT_TRUE(env.isWatching());
+
+    // Generated folders and git's own files are no sign of work.
+    testing::writeFile(quiet.path() / "node_modules" / "dep.js", "x");
+    testing::writeFile(quiet.path() / ".git" / "scratch", "x");
+    app.write("main.c", "v3");
+    std::string appID = app.path().string(), quietID = quiet.path().string();
+    ASSERT_TRUE(testing::eventually(20s, [&] {
+        clock.advance(1s);
+        env.scanNow();
+        return env.store().openSession(appID).has_value();
+    }));
+    EXPECT_EQ(env.store().openSession(appID)->source, WorkSession::Source::fileActivity);
+    EXPECT_FALSE(env.store().openSession(quietID).has_value());
+
+    env.applyConfigChange([&](AppConfig& config) {
+        for (RepoConfig& repo : config.repositories) repo.trackingEnabled = repo.id != appID;
+    });
+    EXPECT_TRUE(env.isWatching());
+    env.applyConfigChange([&](AppConfig& config) {
+        for (RepoConfig& repo : config.repositories) repo.trackingEnabled = false;
+    });
+    EXPECT_FALSE(env.isWatching());  // nothing left to watch
+
+    env.applyConfigChange([&](AppConfig& config) {
+        for (RepoConfig& repo : config.repositories) repo.trackingEnabled = true;
+    });
+    EXPECT_TRUE(env.isWatching());
+    env.shutdown();
+    EXPECT_FALSE(env.isWatching());
+    env.startWatcher();
+    EXPECT_FALSE(env.isWatching());
 }
 
 }  // namespace
