@@ -1,10 +1,97 @@
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <exception>
+#include <ostream>
+#include <thread>
+
+#include <fmt/format.h>
+
+#include "app/AppEnvironment.hpp"
 #include "app/CommandSupport.hpp"
+#include "app/Log.hpp"
 
 namespace quorvane::Commands {
 
+namespace {
+
+// The signals the daemon answers. They are blocked in every thread and taken by the
+// main thread alone with sigwait, so no handler runs in the middle of a scan.
+sigset_t daemonSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int signal : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&set, signal);
+    return set;
+}
+
+// Restores the caller's signal mask however the daemon ends.
+class BlockedSignals {
+public:
+    explicit BlockedSignals(const sigset_t& set) { pthread_sigmask(SIG_BLOCK, &set, &previous_); }
+    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+    BlockedSignals(const BlockedSignals&) = delete;
+    BlockedSignals& operator=(const BlockedSignals&) = delete;
+
+private:
+    sigset_t previous_;
+};
+
+}  // namespace
+
 int daemon(CommandContext& context) {
+    // Before any thread exists, so that every thread started below inherits the mask.
+    const sigset_t signals = daemonSignals();
+    BlockedSignals blocked(signals);
+
     std::optional<DataFolderLock> writer = takeWriterLock(context);
     if (!writer) return 1;
+
+    context.err << fmt::format(
+        "quorvane daemon: pid {}, data folder {}\n"
+        "Stop with Ctrl-C or SIGTERM; SIGUSR1 scans now.\n",
+        ::getpid(), context.dataDir.string());
+    context.err.flush();
+
+    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    std::string failure;
+    // The first scan can take a while; the main thread stays free to answer signals.
+    // Until it is joined, this thread alone writes to context.err.
+    std::jthread starter([&] {
+        try {
+            env.bootstrap();
+            if (env.isShuttingDown()) return;
+            AppConfig config = env.config();
+            context.err << fmt::format(
+                "quorvane daemon: ready; {} tracked{}, scanning every {} min\n",
+                plural(static_cast<int>(trackedRepos(config).size()), "repository"),
+                env.isWatching() ? " and watched" : "", std::max(1, config.scanIntervalMinutes));
+            context.err.flush();
+        } catch (const std::exception& error) {
+            failure = error.what();
+            ::kill(::getpid(), SIGTERM);
+        }
+    });
+
+    for (;;) {
+        int received = 0;
+        if (sigwait(&signals, &received) != 0) continue;
+        if (received == SIGUSR1) {
+            Log::app().info("scan requested by SIGUSR1");
+            env.requestScan();
+            continue;
+        }
+        Log::app().info(fmt::format("stopping on {}", sigabbrev_np(received)));
+        break;
+    }
+
+    env.shutdown();
+    starter.join();
+    if (!failure.empty()) {
+        context.err << fmt::format("quorvane: the daemon could not start: {}\n", failure);
+        return 1;
+    }
+    context.err << "quorvane daemon: stopped, everything saved\n";
     return 0;
 }
 
