@@ -1,0 +1,115 @@
+#include "bench/Corpus.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "app/DateHelpers.hpp"
+#include "git/GitCommand.hpp"
+#include "platform/Clock.hpp"
+#include "platform/Shell.hpp"
+#include "testing/TestRepo.hpp"
+
+namespace quorvane::bench {
+
+namespace {
+
+// One repository: `commits` commits over `files` files, the newest `today` of them
+// dated today, fed to git fast-import in one child.
+void buildHistory(const testing::TestRepo& repo, int commits, int files, int today) {
+    Date now = SystemClock().now();
+    std::string stream;
+    for (int c = 0; c < commits; ++c) {
+        bool isToday = c >= commits - today;
+        long when = (isToday ? now - std::chrono::minutes(commits - c)
+                             : now - std::chrono::hours(24 * (2 + commits - c)))
+                        .time_since_epoch()
+                        .count();
+        std::string message = fmt::format("change {} | part of the benchmark", c);
+        stream += "commit refs/heads/main\n";
+        stream += fmt::format("author Bench <bench@example.invalid> {} +0000\n", when);
+        stream += fmt::format("committer Bench <bench@example.invalid> {} +0000\n", when);
+        stream += fmt::format("data {}\n{}\n", message.size(), message);
+        // The first commit creates every file; later ones each touch a few.
+        int touched = c == 0 ? files : std::min(files, 3);
+        for (int f = 0; f < touched; ++f) {
+            int index = c == 0 ? f : (c * 7 + f * 13) % files;
+            std::string content = fmt::format("file {} at commit {}\n", index, c);
+            stream += fmt::format("M 100644 inline src/dir{}/file{}.txt\ndata {}\n{}\n", index % 10,
+                                  index, content.size(), content);
+        }
+    }
+    ProcessRequest importer =
+        GitCommand::request(repo.path().string(), {"fast-import", "--quiet"}, 300);
+    importer.standardInput = stream;
+    ShellResult imported = Shell().run(importer);
+    if (!imported.succeeded()) throw std::runtime_error("fast-import: " + imported.stdErr);
+    repo.git({"reset", "-q", "--hard", "main"});
+}
+
+// The state of repository i: clean, dirty in one way or another, ahead of or
+// behind an upstream, detached, or without commits.
+void shapeState(const testing::TestRepo& repo, int i, int commits) {
+    switch (i % 8) {
+        case 0: break;
+        case 1:
+            repo.write("src/dir1/file1.txt", "edited\n");
+            repo.write("notes.txt", "untracked\n");
+            break;
+        case 2:
+            repo.write("staged.txt", "staged\n");
+            repo.git({"add", "staged.txt"});
+            repo.git({"mv", "src/dir0/file0.txt", "src/dir0/moved.txt"});
+            break;
+        case 3:
+        case 4: {
+            // An upstream some commits behind (case 3) or ahead (case 4) of HEAD.
+            int distance = std::min(commits - 1, 3);
+            repo.git({"remote", "add", "origin", "/nonexistent/origin.git"});
+            std::string target = fmt::format("HEAD~{}", distance);
+            repo.git({"update-ref", "refs/remotes/origin/main", i % 8 == 3 ? target : "HEAD"});
+            if (i % 8 == 4) repo.git({"reset", "-q", "--hard", target});
+            repo.git({"branch", "-q", "--set-upstream-to=origin/main", "main"});
+            break;
+        }
+        case 5: repo.git({"checkout", "-q", "--detach", "HEAD~1"}); break;
+        case 6: std::filesystem::remove(repo.path() / "src/dir2/file2.txt"); break;
+        case 7: break;
+    }
+}
+
+}  // namespace
+
+Corpus buildCorpus(const std::filesystem::path& root, int count) {
+    static constexpr int kCommits[] = {2, 10, 40, 150, 600};
+    static constexpr int kFiles[] = {5, 40, 200, 1000};
+    Corpus corpus;
+    corpus.root = root;
+    for (int i = 0; i < count; ++i) {
+        testing::TestRepo repo(root / fmt::format("repo{:03}", i));
+        corpus.paths.push_back(repo.path().string());
+        if (i % 25 == 24) continue;  // a few repositories without any commit
+        int commits = kCommits[i % 5];
+        int files = kFiles[(i / 5) % 4];
+        int today = i % 3 == 0 ? std::min(commits, 1 + i % 7) : 0;
+        buildHistory(repo, commits, files, today);
+        shapeState(repo, i, commits);
+        corpus.commits += commits;
+        corpus.files += files;
+        if ((i + 1) % 20 == 0) std::cerr << fmt::format("built {}/{} repositories\n", i + 1, count);
+    }
+    return corpus;
+}
+
+void useBenchIdentity() {
+    setenv("GIT_AUTHOR_NAME", "Bench", 1);
+    setenv("GIT_AUTHOR_EMAIL", "bench@example.invalid", 1);
+    setenv("GIT_COMMITTER_NAME", "Bench", 1);
+    setenv("GIT_COMMITTER_EMAIL", "bench@example.invalid", 1);
+}
+
+}  // namespace quorvane::bench

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+// The benchmarks' shared corpus: repositories of varied size and state, built with
+// git fast-import so that a hundred of them take seconds.
+namespace quorvane::bench {
+
+struct Corpus {
+    std::filesystem::path root;
+    std::vector<std::string> paths;
+    long commits = 0;
+    long files = 0;
+};
+
+// `count` repositories under `root`: 2 to 600 commits over 5 to 1000 files, some
+// dated today, in states from clean to detached, and a few without any commit.
+// Progress goes to standard error.
+Corpus buildCorpus(const std::filesystem::path& root, int count);
+
+// Sets a git identity for the commits the corpus makes.
+void useBenchIdentity();
+
+}  // namespace quorvane::bench
