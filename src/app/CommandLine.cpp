@@ -10,6 +10,7 @@
 
 #include "app/AppInfo.hpp"
 #include "app/Commands.hpp"
+#include "app/DateHelpers.hpp"
 #include "app/PathHelpers.hpp"
 
 namespace quorvane {
@@ -31,6 +32,9 @@ Examples:
   quorvane scan --json                 the same, as JSON snapshots
   quorvane status                      what the last scan found, without scanning
   quorvane commits --repo ~/code/api   the stored commits of one repository
+  quorvane today                       what you did today, per repository
+  quorvane week --date 2026-03-02      the week holding that day, Monday first
+  quorvane heatmap --days 90           a calendar of the last 90 days' commits
 
 Run 'quorvane COMMAND --help' for the details of a command.)";
 
@@ -148,6 +152,122 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     commits->callback(
         [&] { action = [&](CommandContext& c) { return Commands::commits(c, commitOptions); }; });
 
+    // The views. They read the data folder only, so they answer while the daemon runs.
+    auto localDate = [](std::string& text) -> std::string {
+        if (DateHelpers::parseDateKey(text)) return {};
+        return fmt::format("\"{}\" is not a date: expected YYYY-MM-DD, such as 2026-03-14", text);
+    };
+    CLI::Validator dateCheck(localDate, "", "local date");
+
+    bool todayJson = false;
+    CLI::App* today = app.add_subcommand(
+        "today",
+        "Show today's work in each repository, as the last scan saw it\n"
+        "Lists the repositories with commits or work sessions today, or with uncommitted\n"
+        "changes, busiest first. Time is estimated from the changes scans notice; the\n"
+        "counters on top cover every tracked repository. Run 'quorvane scan' (or keep\n"
+        "'quorvane daemon' running) to bring it up to date.");
+    today->add_flag("--json", todayJson, "Print the day's summary as JSON");
+    today->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::today(c, todayJson); }; });
+
+    Commands::SessionsOptions sessionOptions;
+    std::optional<std::string> sessionDate;
+    CLI::App* sessions = app.add_subcommand(
+        "sessions",
+        "List the work sessions of one day, oldest first\n"
+        "A session is a stretch of work inferred from what changed between scans: it\n"
+        "ends after 20 minutes without a change. An open session is still being extended.\n"
+        "A session that runs across midnight shows on both days.");
+    sessions->add_option("--date", sessionDate, "The local day (default today)")
+        ->type_name("YYYY-MM-DD")
+        ->check(dateCheck);
+    sessions->add_option("--repo", sessionOptions.repo, "Only this repository (id or path)")
+        ->type_name("ID|PATH");
+    sessions->add_flag("--json", sessionOptions.json, "Print the sessions as a JSON array");
+    sessions->callback([&] {
+        if (sessionDate) sessionOptions.day = DateHelpers::parseDateKey(*sessionDate);
+        action = [&](CommandContext& c) { return Commands::sessions(c, sessionOptions); };
+    });
+
+    std::optional<std::string> weekDate;
+    bool weekJson = false;
+    CLI::App* week = app.add_subcommand(
+        "week",
+        "Show a Monday-to-Sunday week: each day's projects, commits and time\n"
+        "Then the week's totals, the most active and the most neglected repository,\n"
+        "and one line per repository worked on. Days before a repository was tracked\n"
+        "show the commits of its history (read when it was added), without time.");
+    week->add_option("--date", weekDate, "Any day of the week to show (default today)")
+        ->type_name("YYYY-MM-DD")
+        ->check(dateCheck);
+    week->add_flag("--json", weekJson, "Print the week's summary as JSON");
+    week->callback([&] {
+        std::optional<Date> day;
+        if (weekDate) day = DateHelpers::parseDateKey(*weekDate);
+        action = [&, day](CommandContext& c) { return Commands::week(c, day, weekJson); };
+    });
+
+    int heatmapDays = Commands::kDefaultHeatmapDays;
+    bool heatmapJson = false;
+    CLI::App* heatmap = app.add_subcommand(
+        "heatmap",
+        "Draw a calendar of daily commits, one column per week\n"
+        "Rows run Monday to Sunday and the newest week is on the right. The darker the\n"
+        "cell, the more commits that day, relative to the busiest day shown; a dot is a\n"
+        "day without commits.");
+    heatmap
+        ->add_option("--days", heatmapDays,
+                     fmt::format("How many days to show, ending today (default {}, at most {})",
+                                 Commands::kDefaultHeatmapDays, Commands::kMaxHeatmapDays))
+        ->type_name("N")
+        ->check(CLI::Range(1, Commands::kMaxHeatmapDays));
+    heatmap->add_flag("--json", heatmapJson, "Print one record per day as a JSON array");
+    heatmap->callback([&] {
+        action = [&](CommandContext& c) { return Commands::heatmap(c, heatmapDays, heatmapJson); };
+    });
+
+    bool pureRecency = false;
+    bool rankingJson = false;
+    CLI::App* ranking = app.add_subcommand(
+        "ranking",
+        "Rank the repositories by activity\n"
+        "Those worked on today come first (a commit, a change in the working tree or a\n"
+        "work session), then the rest by their latest activity. Repositories under\n"
+        "cache, trash and dependency folders (node_modules, ...) are left out.");
+    ranking->add_flag("--pure-recency", pureRecency,
+                      "Order by latest activity alone, ignoring what happened today");
+    ranking->add_flag("--json", rankingJson, "Print the rows as a JSON array");
+    ranking->callback([&] {
+        action = [&](CommandContext& c) {
+            return Commands::ranking(c,
+                                     pureRecency ? Aggregator::RankingOrder::pureRecency
+                                                 : Aggregator::RankingOrder::workedTodayFirst,
+                                     rankingJson);
+        };
+    });
+
+    std::string insightsPeriod = "today";
+    bool insightsJson = false;
+    CLI::App* insights = app.add_subcommand(
+        "insights",
+        "Count the work of a period: projects, commits, branches, unpushed commits, time\n"
+        "'today' starts at midnight, 'month' 30 days before today's midnight, and 'all'\n"
+        "covers everything stored. Commits before tracking began count as far as the\n"
+        "history read at 'repos add' goes.");
+    insights->add_option("--period", insightsPeriod, "today, month or all (default today)")
+        ->type_name("PERIOD")
+        ->check(CLI::IsMember({"today", "month", "all"}));
+    insights->add_flag("--json", insightsJson, "Print the counts as JSON");
+    insights->callback([&] {
+        InsightsPeriod period = insightsPeriod == "month" ? InsightsPeriod::month
+                                : insightsPeriod == "all" ? InsightsPeriod::allTime
+                                                          : InsightsPeriod::today;
+        action = [&, period](CommandContext& c) {
+            return Commands::insights(c, period, insightsJson);
+        };
+    });
+
     // doctor
     CLI::App* doctor = app.add_subcommand(
         "doctor",
@@ -173,6 +293,9 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }
     for (CLI::App* command : {scan, status, commits, doctor, daemon}) addDataDir(command);
+    for (CLI::App* command : {today, sessions, week, heatmap, ranking, insights}) {
+        addDataDir(command);
+    }
     app.footer(kExamples);
 
     try {

@@ -84,7 +84,11 @@ void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
 }
 
 std::string plural(int count, std::string_view noun) {
-    if (count != 1 && noun.ends_with("y")) {
+    // "repository" becomes "repositories", but "day" only takes an "s".
+    bool consonantY =
+        noun.size() >= 2 && noun.back() == 'y' &&
+        std::string_view("aeiou").find(noun[noun.size() - 2]) == std::string_view::npos;
+    if (count != 1 && consonantY) {
         return fmt::format("{} {}ies", count, noun.substr(0, noun.size() - 1));
     }
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");

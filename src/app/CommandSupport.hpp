@@ -44,7 +44,7 @@ size_t displayWidth(std::string_view text);
 // Columns padded to their widest cell, two spaces apart, no trailing blanks.
 void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
 
-// "1 commit", "2 commits", "3 repositories".
+// "1 commit", "2 commits", "3 repositories", "4 days".
 std::string plural(int count, std::string_view noun);
 
 // "18:58" in local time.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "git/Aggregator.hpp"
 #include "platform/Clock.hpp"
 #include "platform/ProcessRunner.hpp"
 
@@ -45,6 +46,28 @@ struct CommitsOptions {
 int commits(CommandContext& context, const CommitsOptions& options);
 
 int doctor(CommandContext& context);
+
+// The views: they read the data folder as the last scan left it, without the writer
+// lock, so they work beside a running daemon. Days are local days; `day` absent means
+// today.
+int today(CommandContext& context, bool json);
+
+struct SessionsOptions {
+    std::optional<Date> day;
+    std::optional<std::string> repo;  // id or path; all repositories when absent
+    bool json = false;
+};
+int sessions(CommandContext& context, const SessionsOptions& options);
+
+int week(CommandContext& context, std::optional<Date> day, bool json);
+
+// The heatmap's default length and the most it draws: a year, and ten.
+inline constexpr int kDefaultHeatmapDays = 365;
+inline constexpr int kMaxHeatmapDays = 3660;
+int heatmap(CommandContext& context, int days, bool json);
+
+int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json);
+int insights(CommandContext& context, InsightsPeriod period, bool json);
 
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);

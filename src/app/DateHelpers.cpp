@@ -65,6 +65,17 @@ Date startOfDay(Date date) {
     return fromLocal(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, 0, 0, 0);
 }
 
+std::optional<Date> parseDateKey(std::string_view text) {
+    if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
+    auto year = digits(text, 0, 4), month = digits(text, 5, 2), day = digits(text, 8, 2);
+    if (!year || !month || !day) return std::nullopt;
+    std::chrono::year_month_day ymd{std::chrono::year(*year),
+                                    std::chrono::month(static_cast<unsigned>(*month)),
+                                    std::chrono::day(static_cast<unsigned>(*day))};
+    if (!ymd.ok()) return std::nullopt;
+    return fromLocal(*year, *month, *day, 0, 0, 0);
+}
+
 Date fromLocal(int year, int month, int day, int hour, int minute, int second) {
     std::tm parts{};
     parts.tm_year = year - 1900;

@@ -35,6 +35,10 @@ std::string isoString(Date date);
 // gives no date.
 std::optional<Date> parseISO(std::string_view text);
 
+// Reads a date key, "yyyy-MM-dd" exactly, as the local midnight that starts that day.
+// Anything else, or a day the calendar does not have (2026-02-30), gives no date.
+std::optional<Date> parseDateKey(std::string_view text);
+
 // Converts a broken-down local time to an instant, letting the C library settle
 // daylight-saving gaps; used by the day and review computations.
 Date fromLocal(int year, int month, int day, int hour, int minute, int second);

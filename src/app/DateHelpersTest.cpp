@@ -48,6 +48,20 @@ TEST(DateHelpersTest, DayKeysAndMidnightFollowTheLocalZone) {
     EXPECT_EQ(DateHelpers::isoString(DateHelpers::startOfDay(afterChange)), "2026-11-01T04:00:00Z");
 }
 
+TEST(DateHelpersTest, ADateKeyReadsAsLocalMidnightAndNothingLooserIsAccepted) {
+    ZoneScope zone("America/New_York");
+    std::optional<Date> day = DateHelpers::parseDateKey("2026-11-21");
+    ASSERT_TRUE(day.has_value());
+    EXPECT_EQ(DateHelpers::isoString(*day), "2026-11-21T05:00:00Z");
+    EXPECT_EQ(DateHelpers::dateKey(*day), "2026-11-21");
+    EXPECT_EQ(DateHelpers::parseDateKey("2028-02-29"),
+              DateHelpers::fromLocal(2028, 2, 29, 0, 0, 0));
+    for (const char* bad : {"", "2026-2-01", "2026-02-30", "2026-13-01", "2026/11/21", "21-11-2026",
+                            "2026-11-21T00:00:00Z", " 2026-11-21", "2026-11-2x"}) {
+        EXPECT_FALSE(DateHelpers::parseDateKey(bad).has_value()) << bad;
+    }
+}
+
 TEST(DateHelpersTest, WeekKeysUseTheIsoWeekAcrossTheNewYear) {
     EXPECT_EQ(DateHelpers::weekKey(at("2026-11-21T12:00:00Z")), "2026-W47");
     // Thursday 31 December 2026 and Friday 1 January 2027 are in one week.

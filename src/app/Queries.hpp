@@ -1,0 +1,50 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/DateHelpers.hpp"
+#include "git/ActivitySummaries.hpp"
+#include "git/Aggregator.hpp"
+#include "git/WorkSession.hpp"
+#include "persistence/AppConfig.hpp"
+#include "persistence/Store.hpp"
+
+// The read-only questions the views ask between scans: each gathers what it needs
+// from the store and hands it to the aggregator. Nothing here writes or prints, so
+// the command line and the long-running service give the same answers. `now` is the
+// caller's clock reading; days are local days of the process's time zone.
+namespace quorvane::Queries {
+
+// The local day holding `day`: from its first second to the next day's start less
+// one second, both included.
+Aggregator::DateRange dayRange(Date day);
+
+// Today's work across the tracked repositories, labelled with today's date key.
+TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now);
+
+// The work from the start of the day of `from` to the end of the day of `to`. The label
+// is the date key of `from`, or "<from> → <to>" when the two are different days.
+TodaySummary summary(const Store& store, const AppConfig& config, Date now, Date from, Date to);
+
+// Counts over a period ending now, labelled "Today", "Last 30 days" or "All time".
+ActivityInsights insights(const Store& store, const AppConfig& config, Date now,
+                          InsightsPeriod period);
+
+// The Monday-to-Sunday week holding `date`, from the stored day records.
+WeeklySummary weeklySummary(const Store& store, const AppConfig& config, Date date);
+
+// One cell per local day for the `daysBack` days ending today, oldest first.
+std::vector<DayBreakdown> heatmap(const Store& store, Date now, int daysBack);
+
+// The tracked repositories ranked by today's activity.
+std::vector<ActivityRow> activityRanking(const Store& store, const AppConfig& config, Date now,
+                                         Aggregator::RankingOrder order);
+
+// The work sessions that touch the local day holding `day` (started or ended on it, or
+// ran across it), of one repository or of all, oldest start first.
+std::vector<WorkSession> sessionsOn(const Store& store, Date day,
+                                    const std::optional<std::string>& repoID);
+
+}  // namespace quorvane::Queries

@@ -1,0 +1,415 @@
+// The views of the command line: today, sessions, week, heatmap, ranking and
+// insights. Each reads the data folder without the writer lock and prints either a
+// table for a person or the record itself as JSON.
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <map>
+#include <ostream>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "app/CommandSupport.hpp"
+#include "app/Commands.hpp"
+#include "app/Queries.hpp"
+#include "persistence/Store.hpp"
+
+namespace quorvane::Commands {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// What every view starts from: the configuration and the store as they are on disk.
+struct View {
+    AppConfig config;
+    Store store;
+    Date now;
+
+    explicit View(const CommandContext& context)
+        : config(readConfig(context)),
+          store(context.dataDir, context.clock, Store::Access::readOnly),
+          now(context.clock.now()) {
+        store.load();
+    }
+};
+
+// "1h 05m", "12m"; work under a minute shows as "<1m" so that it is not mistaken for none.
+std::string duration(int seconds) {
+    if (seconds <= 0) return "0m";
+    if (seconds < 60) return "<1m";
+    int minutes = seconds / 60;
+    if (minutes < 60) return fmt::format("{}m", minutes);
+    return fmt::format("{}h {:02}m", minutes / 60, minutes % 60);
+}
+
+// A table cell for time worked: a dash rather than "0m" keeps idle rows quiet.
+std::string durationCell(int seconds) {
+    return seconds > 0 ? duration(seconds) : "-";
+}
+
+std::string countCell(int count) {
+    return count > 0 ? std::to_string(count) : "-";
+}
+
+std::string statusWord(RepoStatus status) {
+    switch (status) {
+        case RepoStatus::synced: return "synced";
+        case RepoStatus::needsCommit: return "needs commit";
+        case RepoStatus::needsPush: return "needs push";
+        case RepoStatus::behindRemote: return "behind";
+        case RepoStatus::activeToday: return "active";
+        case RepoStatus::inactive: return "inactive";
+        case RepoStatus::stale: return "stale";
+        case RepoStatus::noRemote: return "no remote";
+        case RepoStatus::detachedHead: return "detached";
+        case RepoStatus::error: return "error";
+    }
+    return "";
+}
+
+std::string statusWords(const std::vector<RepoStatus>& statuses) {
+    std::vector<std::string> words;
+    for (RepoStatus status : statuses) words.push_back(statusWord(status));
+    return fmt::format("{}", fmt::join(words, ", "));
+}
+
+std::string sourceWords(WorkSession::Source source) {
+    switch (source) {
+        case WorkSession::Source::localGit: return "git";
+        case WorkSession::Source::fileActivity: return "file changes";
+        case WorkSession::Source::mixed: return "git and file changes";
+        case WorkSession::Source::manual: return "entered by hand";
+    }
+    return "";
+}
+
+// The clock time alone on the reference day, the date too on any other.
+std::string moment(Date date, Date day) {
+    if (DateHelpers::dateKey(date) == DateHelpers::dateKey(day)) return localClockTime(date);
+    return DateHelpers::dateKey(date) + " " + localClockTime(date);
+}
+
+std::string momentCell(std::optional<Date> date, Date day) {
+    return date ? moment(*date, day) : "-";
+}
+
+std::string branchCell(const std::string& branch) {
+    return branch.empty() ? "(detached)" : branch;
+}
+
+// Display names by repository id; a repository no longer configured goes by its folder.
+class RepoNames {
+public:
+    explicit RepoNames(const AppConfig& config) {
+        for (const RepoConfig& repo : config.repositories) {
+            bool named = repo.displayName && !repo.displayName->empty();
+            names_[repo.id] = named ? *repo.displayName : repo.name;
+        }
+    }
+    std::string operator()(const std::string& repoID) const {
+        auto it = names_.find(repoID);
+        return it != names_.end() ? it->second : fs::path(repoID).filename().string();
+    }
+
+private:
+    std::map<std::string, std::string> names_;
+};
+
+bool anySnapshot(const View& view) {
+    return std::any_of(view.config.repositories.begin(), view.config.repositories.end(),
+                       [&](const RepoConfig& repo) {
+                           return repo.trackingEnabled && view.store.snapshot(repo.id).has_value();
+                       });
+}
+
+constexpr const char* kNotScanned =
+    "Nothing is recorded yet: the views show what scans store. Run: quorvane scan\n";
+
+// The heatmap's shades, from an empty day to the busiest.
+constexpr std::array<const char*, 5> kShades = {"·", "░", "▒", "▓", "█"};
+
+// A day's shade relative to the busiest day shown: four equal steps up to the maximum,
+// so the scale follows the user's own rhythm rather than fixed counts.
+const char* shade(int commits, int busiest) {
+    if (commits <= 0 || busiest <= 0) return kShades[0];
+    int level = (commits * 4 + busiest - 1) / busiest;
+    return kShades[static_cast<size_t>(std::clamp(level, 1, 4))];
+}
+
+std::tm localParts(Date date) {
+    std::time_t t = date.time_since_epoch().count();
+    std::tm parts{};
+    localtime_r(&t, &parts);
+    return parts;
+}
+
+// Rows Monday to Sunday, one column per week, the oldest week on the left; the month
+// labels sit above the column holding each month's first day.
+void printCalendar(std::ostream& out, const std::vector<DayBreakdown>& days) {
+    static constexpr std::array<const char*, 7> kWeekdays = {"Mon", "Tue", "Wed", "Thu",
+                                                             "Fri", "Sat", "Sun"};
+    static constexpr std::array<const char*, 12> kMonths = {
+        "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const std::string margin = "    ";
+
+    // The row of the first day fixes every other cell: day i sits `lead + i` cells
+    // after the Monday of the first column.
+    size_t lead = 0;
+    for (size_t row = 0; row < kWeekdays.size(); ++row) {
+        if (days.front().weekday == kWeekdays[row]) lead = row;
+    }
+    size_t columns = (lead + days.size() + 6) / 7;
+    std::vector<std::vector<const char*>> grid(7, std::vector<const char*>(columns, " "));
+    int busiest = 0;
+    for (const DayBreakdown& day : days) busiest = std::max(busiest, day.commitCount);
+
+    // Each month is named above the column holding its first day; months start at
+    // least four columns apart, so their labels never collide. The window's first,
+    // partial month is named too when its label ends before the next one starts.
+    std::string months;
+    auto label = [&](size_t column, int month) {
+        if (months.size() < column + 3) months.resize(column + 3, ' ');
+        months.replace(column, 3, kMonths[static_cast<size_t>(month)]);
+    };
+    std::optional<int> firstMonth;
+    for (size_t i = 0; i < days.size(); ++i) {
+        size_t cell = lead + i;
+        grid[cell % 7][cell / 7] = shade(days[i].commitCount, busiest);
+        std::optional<Date> date = DateHelpers::parseDateKey(days[i].dateKey);
+        if (!date) continue;
+        std::tm parts = localParts(*date);
+        if (parts.tm_mday == 1) {
+            label(cell / 7, parts.tm_mon);
+        } else if (i == 0) {
+            firstMonth = parts.tm_mon;
+        }
+    }
+    size_t firstLabel = months.find_first_not_of(' ');
+    if (firstMonth && (firstLabel == std::string::npos || firstLabel >= 4)) label(0, *firstMonth);
+    while (!months.empty() && months.back() == ' ') months.pop_back();
+    out << margin << months << '\n';
+    for (size_t row = 0; row < grid.size(); ++row) {
+        std::string line = std::string(kWeekdays[row]) + " ";
+        for (const char* cell : grid[row]) line += cell;
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        out << line << '\n';
+    }
+    out << margin << "less";
+    for (const char* glyph : kShades) out << ' ' << glyph;
+    out << " more\n";
+}
+
+}  // namespace
+
+int today(CommandContext& context, bool json) {
+    View view(context);
+    TodaySummary summary = Queries::todaySummary(view.store, view.config, view.now);
+    if (json) {
+        context.out << JsonCodec::pretty(toJson(summary));
+        return 0;
+    }
+    if (trackedRepos(view.config).empty()) {
+        context.out << kNothingTracked;
+        return 0;
+    }
+    if (!anySnapshot(view)) {
+        context.out << kNotScanned;
+        return 0;
+    }
+    context.out << fmt::format("Today, {}: {}, {}\n", summary.dateKey,
+                               plural(summary.activeProjects, "active project"),
+                               plural(summary.totalCommits, "commit"));
+    context.out << fmt::format(
+        "to push: {}, to commit: {}, behind: {}; files modified: {}, staged: {}\n",
+        summary.needsPushCount, summary.needsCommitCount, summary.behindCount,
+        summary.modifiedFiles, summary.stagedFiles);
+    if (summary.lines.empty()) {
+        context.out << "\nNothing done yet today: no commits, no work noticed and nothing "
+                       "uncommitted.\n";
+        return 0;
+    }
+    std::vector<std::vector<std::string>> rows = {
+        {"REPOSITORY", "BRANCH", "COMMITS", "CHANGES", "TIME", "STATUS", "LAST COMMIT"}};
+    for (const RepoTodayLine& line : summary.lines) {
+        rows.push_back({line.name, branchCell(line.branch), countCell(line.commitsToday),
+                        describeChanges(line.files), durationCell(line.estimatedSeconds),
+                        statusWords(line.statuses), momentCell(line.lastCommitAt, view.now)});
+    }
+    context.out << '\n';
+    printTable(context.out, rows);
+    return 0;
+}
+
+int sessions(CommandContext& context, const SessionsOptions& options) {
+    View view(context);
+    std::optional<std::string> repoID;
+    if (options.repo) {
+        const RepoConfig* repo = findRepo(view.config, *options.repo);
+        if (repo == nullptr) {
+            context.err << fmt::format(
+                "quorvane: {} is not a tracked repository (see: quorvane repos list)\n",
+                *options.repo);
+            return 1;
+        }
+        repoID = repo->id;
+    }
+    Date day = options.day.value_or(view.now);
+    std::vector<WorkSession> found = Queries::sessionsOn(view.store, day, repoID);
+    if (options.json) {
+        context.out << JsonCodec::pretty(toJson(found));
+        return 0;
+    }
+    std::string dayKey = DateHelpers::dateKey(day);
+    if (found.empty()) {
+        context.out << fmt::format(
+            "No work sessions on {}. Scans estimate them from the changes they see.\n", dayKey);
+        return 0;
+    }
+    RepoNames names(view.config);
+    std::vector<std::vector<std::string>> rows = {
+        {"REPOSITORY", "STARTED", "ENDED", "DURATION", "EVIDENCE", "CONFIDENCE"}};
+    int total = 0;
+    for (const WorkSession& session : found) {
+        total += session.estimatedSeconds;
+        rows.push_back({names(session.repoID), moment(session.startedAt, day),
+                        session.isOpen ? "open" : moment(session.endedAt, day),
+                        duration(session.estimatedSeconds), sourceWords(session.source),
+                        std::string(enumName(session.confidence))});
+    }
+    context.out << fmt::format("Work sessions on {}\n\n", dayKey);
+    printTable(context.out, rows);
+    context.out << fmt::format("\n{}, {}\n", plural(static_cast<int>(found.size()), "session"),
+                               duration(total));
+    return 0;
+}
+
+int week(CommandContext& context, std::optional<Date> day, bool json) {
+    View view(context);
+    WeeklySummary summary = Queries::weeklySummary(view.store, view.config, day.value_or(view.now));
+    if (json) {
+        context.out << JsonCodec::pretty(toJson(summary));
+        return 0;
+    }
+    if (trackedRepos(view.config).empty()) {
+        context.out << kNothingTracked;
+        return 0;
+    }
+    context.out << fmt::format("Week of {} to {}\n\n", summary.perDay.front().dateKey,
+                               summary.perDay.back().dateKey);
+    std::vector<std::vector<std::string>> rows = {{"DAY", "DATE", "PROJECTS", "COMMITS", "TIME"}};
+    for (const DayBreakdown& breakdown : summary.perDay) {
+        rows.push_back({breakdown.weekday, breakdown.dateKey, countCell(breakdown.projectCount),
+                        countCell(breakdown.commitCount), durationCell(breakdown.seconds)});
+    }
+    rows.push_back({"total", "", countCell(summary.activeRepos), countCell(summary.totalCommits),
+                    durationCell(summary.totalSeconds)});
+    printTable(context.out, rows);
+    if (summary.perRepo.empty()) {
+        context.out << "\nNo work recorded in this week.\n";
+        return 0;
+    }
+
+    context.out << '\n';
+    if (summary.mostActive) context.out << fmt::format("most active:    {}\n", *summary.mostActive);
+    if (summary.mostNeglected) {
+        context.out << fmt::format("most neglected: {}\n", *summary.mostNeglected);
+    }
+    for (const RepoTodayLine& line : summary.needsAttention) {
+        context.out << fmt::format("needs attention: {} ({})\n", line.name,
+                                   statusWords(line.statuses));
+    }
+    context.out << '\n';
+    std::vector<std::vector<std::string>> repoRows = {{"REPOSITORY", "COMMITS", "TIME", "PATH"}};
+    for (const WeekRepoLine& line : summary.perRepo) {
+        repoRows.push_back(
+            {line.name, countCell(line.commits), durationCell(line.seconds), line.localPath});
+    }
+    printTable(context.out, repoRows);
+    return 0;
+}
+
+int heatmap(CommandContext& context, int days, bool json) {
+    View view(context);
+    std::vector<DayBreakdown> cells = Queries::heatmap(view.store, view.now, days);
+    if (json) {
+        context.out << JsonCodec::pretty(toJson(cells));
+        return 0;
+    }
+    if (trackedRepos(view.config).empty()) {
+        context.out << kNothingTracked;
+        return 0;
+    }
+    if (cells.empty()) return 0;
+    printCalendar(context.out, cells);
+    int commits = 0, seconds = 0, activeDays = 0;
+    for (const DayBreakdown& cell : cells) {
+        commits += cell.commitCount;
+        seconds += cell.seconds;
+        if (cell.commitCount > 0 || cell.seconds > 0) ++activeDays;
+    }
+    context.out << fmt::format("\n{} on {} of the last {} ({} to {})", plural(commits, "commit"),
+                               plural(activeDays, "day"), plural(days, "day"),
+                               cells.front().dateKey, cells.back().dateKey);
+    if (seconds > 0) context.out << fmt::format(", {} of work", duration(seconds));
+    context.out << '\n';
+    return 0;
+}
+
+int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) {
+    View view(context);
+    std::vector<ActivityRow> rows =
+        Queries::activityRanking(view.store, view.config, view.now, order);
+    if (json) {
+        context.out << JsonCodec::pretty(toJson(rows));
+        return 0;
+    }
+    if (trackedRepos(view.config).empty()) {
+        context.out << kNothingTracked;
+        return 0;
+    }
+    if (rows.empty()) {
+        context.out << kNotScanned;
+        return 0;
+    }
+    bool anySync = std::any_of(rows.begin(), rows.end(),
+                               [](const ActivityRow& row) { return row.syncStatus.has_value(); });
+    std::vector<std::vector<std::string>> table = {
+        {"REPOSITORY", "BRANCH", "LAST ACTIVITY", "COMMITS TODAY", "TIME", "CHANGES", "STATUS"}};
+    if (anySync) table[0].push_back("GITHUB");
+    for (const ActivityRow& row : rows) {
+        table.push_back({row.name, branchCell(row.branch), momentCell(row.lastActivityAt, view.now),
+                         countCell(row.commitsToday), durationCell(row.estimatedSecondsToday),
+                         describeChanges(row.files), statusWords(row.statuses)});
+        if (anySync) {
+            table.back().push_back(row.syncStatus ? std::string(enumName(*row.syncStatus)) : "-");
+        }
+    }
+    printTable(context.out, table);
+    return 0;
+}
+
+int insights(CommandContext& context, InsightsPeriod period, bool json) {
+    View view(context);
+    ActivityInsights counts = Queries::insights(view.store, view.config, view.now, period);
+    if (json) {
+        context.out << JsonCodec::pretty(toJson(counts));
+        return 0;
+    }
+    if (trackedRepos(view.config).empty()) {
+        context.out << kNothingTracked;
+        return 0;
+    }
+    context.out << counts.label << '\n';
+    printTable(context.out, {{"  projects worked on", std::to_string(counts.projectsWorked)},
+                             {"  with a remote", std::to_string(counts.withRemote)},
+                             {"  local only", std::to_string(counts.localOnly)},
+                             {"  commits", std::to_string(counts.commits)},
+                             {"  active branches", std::to_string(counts.branchesActive)},
+                             {"  unpushed commits", std::to_string(counts.unpushedCommits)},
+                             {"  time worked", duration(counts.estimatedSeconds)}});
+    return 0;
+}
+
+}  // namespace quorvane::Commands
