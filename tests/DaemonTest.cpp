@@ -1,0 +1,196 @@
+// The daemon as a person runs it: its own data folder, real repositories, real
+// inotify, and the read commands beside it while it holds the writer lock.
+#include <signal.h>
+
+#include <chrono>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "persistence/JsonCodec.hpp"
+#include "persistence/Store.hpp"
+#include "platform/Clock.hpp"
+#include "testing/BackgroundProcess.hpp"
+#include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
+
+namespace quorvane {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+
+class DaemonTest : public ::testing::Test {
+protected:
+    std::filesystem::path dataDir() const { return dir_ / "data"; }
+    std::filesystem::path codeDir() const { return dir_ / "code"; }
+
+    // The parsed --json output of a read command; a failed command fails the test.
+    Json read(std::vector<std::string> command) const {
+        ShellResult result = testing::runQuorvane(dataDir(), std::move(command));
+        EXPECT_EQ(result.exitCode, 0) << result.stdErr;
+        return result.exitCode == 0 ? JsonCodec::parse(result.stdOut) : Json();
+    }
+
+    std::unique_ptr<testing::BackgroundProcess> startDaemon() const {
+        return std::make_unique<testing::BackgroundProcess>(
+            QUORVANE_BINARY, std::vector<std::string>{"daemon", "--data-dir", dataDir().string()},
+            dir_ / "daemon.log");
+    }
+
+    // Asks the daemon for scans until `condition` holds over what the commands read.
+    template <typename Condition>
+    bool scanUntil(const testing::BackgroundProcess& daemon, Condition condition) const {
+        return testing::eventually(60s, [&] {
+            daemon.signal(SIGUSR1);
+            std::this_thread::sleep_for(300ms);
+            return condition();
+        });
+    }
+
+    testing::TempDir dir_;
+};
+
+Json sessionsOf(const Json& sessions, const std::string& repoID) {
+    Json found = Json::array();
+    for (const Json& session : sessions) {
+        if (session.at("repoID") == repoID) found.push_back(session);
+    }
+    return found;
+}
+
+const Json* lineOf(const Json& summary, const std::string& repoID) {
+    for (const Json& line : summary.at("lines")) {
+        if (line.at("repoID") == repoID) return &line;
+    }
+    return nullptr;
+}
+
+TEST_F(DaemonTest, FileEditsAndCommitsBecomeASessionAndEverythingIsSavedOnSigterm) {
+    testing::TestRepo app(codeDir() / "app");
+    app.commitFile("main.c", "v1", "first");
+    testing::TestRepo quiet(codeDir() / "quiet");
+    quiet.commitFile("notes.txt", "n", "first");
+    // Modified before the daemon starts, so the next edit leaves git's counts as they
+    // are: only the watcher can tell that work goes on.
+    app.write("main.c", "v2");
+    std::string appID = std::filesystem::canonical(app.path()).string();
+    std::string quietID = std::filesystem::canonical(quiet.path()).string();
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"folders", "add", codeDir().string()}).exitCode, 0);
+
+    auto daemon = startDaemon();
+    ASSERT_TRUE(testing::eventually(60s, [&] {
+        return read({"status", "--json"}).size() == 2;
+    })) << daemon->output();
+
+    // The one writer is named to anyone else who wants to write.
+    ShellResult refused = testing::runQuorvane(dataDir(), {"scan"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_THAT(refused.stdErr, HasSubstr("(pid " + std::to_string(daemon->pid()) + ")"));
+
+    app.write("main.c", "v3");
+    Json opened;
+    ASSERT_TRUE(scanUntil(*daemon, [&] {
+        opened = sessionsOf(read({"sessions", "--json"}), appID);
+        return opened.size() == 1;
+    })) << daemon->output();
+    EXPECT_EQ(opened[0].at("source"), "fileActivity");
+    EXPECT_EQ(opened[0].at("confidence"), "medium");
+    EXPECT_EQ(opened[0].at("isOpen"), true);
+    EXPECT_TRUE(sessionsOf(read({"sessions", "--json"}), quietID).empty());
+    for (const Json& snapshot : read({"status", "--json"})) {
+        if (snapshot.at("repoID") == appID) {
+            EXPECT_EQ(snapshot.at("files").at("modified"), 1);
+        }
+    }
+
+    // Dates hold whole seconds: wait past this one so the extension shows.
+    std::this_thread::sleep_for(1100ms);
+    app.commitAll("second");
+    Json extended;
+    ASSERT_TRUE(scanUntil(*daemon, [&] {
+        extended = sessionsOf(read({"sessions", "--json"}), appID);
+        return extended.size() == 1 && extended[0].at("confidence") == "high";
+    })) << daemon->output();
+    EXPECT_EQ(extended[0].at("id"), opened[0].at("id"));
+    EXPECT_EQ(extended[0].at("source"), "mixed");
+    EXPECT_EQ(extended[0].at("startedAt"), opened[0].at("startedAt"));
+    EXPECT_GE(extended[0].at("estimatedSeconds").get<int>(), 1);
+
+    Json today = read({"today", "--json"});
+    const Json* appLine = lineOf(today, appID);
+    ASSERT_NE(appLine, nullptr) << today.dump();
+    EXPECT_EQ(appLine->at("commitsToday"), 2);
+    EXPECT_GE(appLine->at("estimatedSeconds").get<int>(), 1);
+    EXPECT_EQ(today.at("totalCommits"), 3);
+
+    std::string todayKey = today.at("dateKey");
+    Json week = read({"week", "--json"});
+    bool sawToday = false;
+    for (const Json& day : week.at("perDay")) {
+        if (day.at("dateKey") != todayKey) continue;
+        sawToday = true;
+        EXPECT_EQ(day.at("commitCount"), 3);
+        EXPECT_EQ(day.at("projectCount"), 2);
+        EXPECT_GE(day.at("seconds").get<int>(), 1);
+    }
+    EXPECT_TRUE(sawToday) << week.dump();
+
+    daemon->signal(SIGTERM);
+    std::optional<int> status = daemon->waitForExit(30s);
+    ASSERT_TRUE(status.has_value()) << daemon->output();
+    EXPECT_EQ(*status, 0) << daemon->output();
+    EXPECT_THAT(daemon->output(), HasSubstr("everything saved"));
+
+    // Every collection is on disk, readable, with nothing half-written left behind.
+    for (const std::string& name : Store::flushOrder()) {
+        EXPECT_TRUE(std::filesystem::exists(dataDir() / name)) << name;
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(dataDir())) {
+        std::string name = entry.path().filename().string();
+        EXPECT_EQ(name.find(".tmp"), std::string::npos) << name;
+        EXPECT_EQ(name.find(".corrupt-"), std::string::npos) << name;
+    }
+    SystemClock clock;
+    Store reloaded(dataDir(), clock, Store::Access::readOnly);
+    reloaded.load();
+    std::vector<WorkSession> saved = reloaded.sessions(appID, std::nullopt);
+    ASSERT_EQ(saved.size(), 1u);
+    EXPECT_EQ(saved[0].confidence, WorkSession::Confidence::high);
+    EXPECT_EQ(reloaded.snapshots().size(), 2u);
+
+    // With the daemon gone the data folder has a writer to spare.
+    EXPECT_EQ(testing::runQuorvane(dataDir(), {"scan"}).exitCode, 0);
+}
+
+TEST_F(DaemonTest, StopsCleanlyInTheMiddleOfItsFirstScan) {
+    for (int i = 0; i < 24; ++i) {
+        testing::TestRepo repo(codeDir() / ("repo" + std::to_string(i)));
+        repo.commitFile("a.txt", "a", "first");
+    }
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"folders", "add", codeDir().string()}).exitCode, 0);
+
+    auto daemon = startDaemon();
+    // Once it has said hello its signals are in hand; enrolment and the first scan
+    // of 24 repositories are then under way.
+    ASSERT_TRUE(testing::eventually(30s, [&] {
+        return daemon->output().find("quorvane daemon: pid") != std::string::npos;
+    })) << daemon->output();
+    daemon->signal(SIGTERM);
+    std::optional<int> status = daemon->waitForExit(60s);
+    ASSERT_TRUE(status.has_value()) << daemon->output();
+    EXPECT_EQ(*status, 0) << daemon->output();
+
+    // Whatever the scan had reached is saved whole; a plain scan then finishes the job.
+    SystemClock clock;
+    Store partial(dataDir(), clock, Store::Access::readOnly);
+    partial.load();
+    EXPECT_LE(partial.snapshots().size(), 24u);
+    EXPECT_EQ(testing::runQuorvane(dataDir(), {"scan"}).exitCode, 0);
+    EXPECT_EQ(read({"status", "--json"}).size(), 24u);
+}
+
+}  // namespace
+}  // namespace quorvane
