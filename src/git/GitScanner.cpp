@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <set>
 
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
@@ -180,6 +181,18 @@ std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
         for (CommitRecord& record : GitParsing::commits(standard, repoID, branch)) {
             records.push_back(std::move(record));
         }
+    }
+    if (records.empty()) return records;
+    // One listing marks every commit that no remote-tracking branch holds, where a
+    // question per commit would cost a child each.
+    ShellResult unpushed =
+        git(path, {"rev-list", "--branches", "--not", "--remotes", "--since=" + sinceArg}, 60);
+    if (unpushed.succeeded()) {
+        std::set<std::string_view> local;
+        for (std::string_view line : Text::nonEmptyLines(unpushed.stdOut)) {
+            local.insert(Text::trim(line));
+        }
+        for (CommitRecord& record : records) record.isLocalOnly = local.contains(record.sha);
     }
     return records;
 }

@@ -133,6 +133,19 @@ TEST_F(GitScannerTest, LogCommitsMarksWhatNoRemoteBranchContains) {
     EXPECT_TRUE(GitScanner(shell_, clock_)
                     .logCommits((dir / "missing").string(), "2000-01-01T00:00:00Z", std::nullopt)
                     .empty());
+
+    // History is marked the same way, with the branch each commit was reached from.
+    repo.git({"checkout", "-q", "-b", "topic"});
+    std::string topic = repo.commitFile("c.txt", "c", "on topic");
+    std::vector<CommitRecord> history =
+        GitScanner(shell_, clock_).historyCommits(repo.path(), "2000-01-01T00:00:00Z");
+    ASSERT_EQ(history.size(), 3u);
+    for (const CommitRecord& commit : history) {
+        EXPECT_EQ(commit.isLocalOnly, commit.message != "pushed") << commit.message;
+        if (commit.sha == topic) {
+            EXPECT_EQ(commit.branch, "topic");
+        }
+    }
 }
 
 TEST_F(GitScannerTest, MoreThanFiftyCommitsAreNotCheckedOneByOne) {
