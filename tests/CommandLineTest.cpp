@@ -83,7 +83,10 @@ TEST_F(CommandLineTest, ReposAddRefusesAnythingButAWorkTreeAndWritesNothing) {
 TEST_F(CommandLineTest, ReposListAndRemoveByIdOrPath) {
     TestRepo a(dir_ / "a");
     TestRepo b(dir_ / "b");
+    a.commitFile("a.txt", "a", "in a");
+    b.commitFile("b.txt", "b", "in b");
     ASSERT_EQ(quorvane({"repos", "add", a.path().string(), b.path().string()}).exitCode, 0);
+    ASSERT_EQ(Json::parse(quorvane({"commits", "--json"}).stdOut).size(), 2u);
 
     ShellResult list = quorvane({"repos", "list"});
     EXPECT_THAT(list.stdOut, HasSubstr(a.path().string()));
@@ -103,6 +106,10 @@ TEST_F(CommandLineTest, ReposListAndRemoveByIdOrPath) {
     ASSERT_EQ(saved.repositories.size(), 1u);
     EXPECT_EQ(saved.repositories[0].id, b.path().string());
     EXPECT_EQ(saved.ignoredRepoIDs, std::vector<std::string>{a.path().string()});
+    // Its recorded history went with it.
+    Json left = Json::parse(quorvane({"commits", "--json"}).stdOut);
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left[0]["message"], "in b");
     // Adding it again by hand lifts the ignore.
     ASSERT_EQ(quorvane({"repos", "add", a.path().string()}).exitCode, 0);
     EXPECT_TRUE(config().ignoredRepoIDs.empty());

@@ -120,7 +120,14 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
         config.ignoredRepoIDs.push_back(id);
     }
     service.save(config);
-    context.out << fmt::format("stopped tracking {} ({})\n", name, id);
+    // What was recorded about it goes too, so no view goes on counting a repository
+    // that is no longer tracked; tracking it again reads its recent history anew.
+    Store store(context.dataDir, context.clock);
+    store.load();
+    store.purgeRepo(id);
+    store.flush();
+    context.out << fmt::format("stopped tracking {} ({}); its recorded history was removed\n", name,
+                               id);
     return 0;
 }
 
