@@ -194,5 +194,30 @@ TEST_F(ViewCommandsTest, ViewsReadBesideAWriterAndRefuseBadUsage) {
                 HasSubstr("No repositories are tracked yet"));
 }
 
+TEST_F(ViewCommandsTest, TodayScansAFreshFolderButOnlyReadsBesideAWriter) {
+    TestRepo other(dir_ / "code" / "other");
+    other.commitFile("a.txt", "a", "other's first");
+    std::filesystem::path fresh = dir_ / "fresh";
+    ASSERT_EQ(testing::runQuorvane(fresh, {"folders", "add", (dir_ / "code").string()}).exitCode,
+              0);
+    EXPECT_THAT(testing::runQuorvane(fresh, {"today", "--no-scan"}).stdOut,
+                HasSubstr("No repositories are tracked yet"));
+
+    ShellResult first = testing::runQuorvane(fresh, {"today"});
+    EXPECT_EQ(first.exitCode, 0) << first.stdErr;
+    EXPECT_THAT(first.stdOut, HasSubstr("newly tracked: " + other.path().string()));
+    EXPECT_THAT(first.stdOut, HasSubstr("1 commit"));
+
+    // Beside a writer it shows what is recorded: the new commit waits for a scan.
+    other.commitFile("a.txt", "b", "other's second");
+    LockAttempt held = DataFolderLock::acquire(fresh);
+    ASSERT_TRUE(held.lock.has_value());
+    Json read = Json::parse(testing::runQuorvane(fresh, {"today", "--json"}).stdOut);
+    EXPECT_EQ(read["totalCommits"], 1);
+    held.lock.reset();
+    Json scanned = Json::parse(testing::runQuorvane(fresh, {"today", "--json"}).stdOut);
+    EXPECT_EQ(scanned["totalCommits"], 2);
+}
+
 }  // namespace
 }  // namespace quorvane

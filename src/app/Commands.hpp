@@ -50,7 +50,7 @@ int doctor(CommandContext& context);
 // The views: they read the data folder as the last scan left it, without the writer
 // lock, so they work beside a running daemon. Days are local days; `day` absent means
 // today.
-int today(CommandContext& context, bool json);
+int today(CommandContext& context, bool json, bool scanFirst);
 
 struct SessionsOptions {
     std::optional<Date> day;

@@ -10,9 +10,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "app/AppEnvironment.hpp"
 #include "app/CommandSupport.hpp"
 #include "app/Commands.hpp"
 #include "app/Queries.hpp"
+#include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"
 
 namespace quorvane::Commands {
@@ -203,8 +205,25 @@ void printCalendar(std::ostream& out, const std::vector<DayBreakdown>& days) {
 
 }  // namespace
 
-int today(CommandContext& context, bool json) {
+int today(CommandContext& context, bool json, bool scanFirst) {
+    // A scan when the data folder is free; while the daemon writes it, what the
+    // daemon recorded is already fresh, and waiting for its lock would gain nothing.
+    std::vector<std::string> enrolled;
+    if (scanFirst) {
+        LockAttempt attempt = DataFolderLock::acquire(context.dataDir);
+        if (attempt.lock) {
+            AppEnvironment env(context.dataDir, context.clock, context.runner);
+            env.load();
+            if (context.progress) context.err << "scanning..." << std::flush;
+            enrolled = env.rescanNowOnMain();
+            if (context.progress) context.err << "\r\033[K" << std::flush;
+        }
+    }
     View view(context);
+    if (!json) {
+        for (const std::string& id : enrolled)
+            context.out << fmt::format("newly tracked: {}\n", id);
+    }
     TodaySummary summary = Queries::todaySummary(view.store, view.config, view.now);
     if (json) {
         context.out << JsonCodec::pretty(toJson(summary));
