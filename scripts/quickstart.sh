@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds Quorvane, tracks the repositories given as
-# arguments (this checkout when none is given) and prints their state.
+# Installs what is missing, builds Quorvane, adds the folders given as arguments
+# (this checkout when none is given) as scan folders, and shows today's work in
+# the repositories found there.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 
@@ -15,6 +16,8 @@ quorvane="$root/build/bin/quorvane"
 if [ $# -eq 0 ]; then
   set -- "$root"
 fi
-"$quorvane" repos add "$@"
+"$quorvane" folders add "$@"
 echo
-"$quorvane" scan
+# The first run tracks every repository found under those folders and reads its
+# recent history; then it scans and shows the day.
+"$quorvane" today

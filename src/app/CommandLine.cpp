@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <functional>
+#include <memory>
 #include <ostream>
+#include <sstream>
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
@@ -21,8 +23,10 @@ constexpr const char* kAbout = R"(Quorvane keeps a local record of your daily Gi
 
 It reads the Git repositories you track (read-only: it never changes a
 repository) and tells you, for each, what is uncommitted, what is not yet
-pushed or pulled, and what you committed today. Everything it keeps lives in
-your data folder: $XDG_DATA_HOME/Quorvane, by default ~/.local/share/Quorvane.)";
+pushed or pulled, and what you committed today. 'quorvane daemon' keeps
+watching in the background, estimating work sessions from file changes and
+commits. Everything it keeps lives in your data folder: $XDG_DATA_HOME/Quorvane,
+by default ~/.local/share/Quorvane.)";
 
 constexpr const char* kExamples = R"(
 Examples:
@@ -35,14 +39,29 @@ Examples:
   quorvane today                       what you did today, per repository
   quorvane week --date 2026-03-02      the week holding that day, Monday first
   quorvane heatmap --days 90           a calendar of the last 90 days' commits
+  quorvane daemon                      keep watching and scanning until Ctrl-C
 
 Run 'quorvane COMMAND --help' for the details of a command.)";
+
+// Lists each command by the first line of its description; the rest of it is
+// shown by that command's own --help.
+class SummaryFormatter final : public CLI::Formatter {
+public:
+    std::string make_subcommand(const CLI::App* sub) const override {
+        std::string summary = sub->get_description();
+        summary = summary.substr(0, summary.find('\n'));
+        std::stringstream out;
+        CLI::detail::format_help(out, sub->get_display_name(true), summary, column_width_);
+        return out.str();
+    }
+};
 
 }  // namespace
 
 int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                    const ProcessRunner& runner, const Clock& clock) {
     CLI::App app(kAbout, "quorvane");
+    app.formatter(std::make_shared<SummaryFormatter>());  // before any command: they inherit it
     app.require_subcommand(1);
     app.set_version_flag("--version", fmt::format("quorvane {}", AppInfo::version()),
                          "Print the version and exit");
@@ -69,7 +88,12 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "add",
         "Track the Git repositories at PATH...\n"
         "A path inside a repository tracks the whole repository. A path that is not in a\n"
-        "Git working tree is refused, and then nothing is added.");
+        "Git working tree is refused, and then nothing is added.\n"
+        "A newly tracked repository's recent history is read at once: the commits of its\n"
+        "local branches from the last historyDays days (90 by default, set in config.json;\n"
+        "0 reads none), and for each of those days its commit count and branches, so the\n"
+        "week, heatmap and insights views have a past from the first day. No work time\n"
+        "is invented for those days: time comes only from what scans see happen.");
     reposAdd->add_option("PATH", addPaths, "Repository folders")->required();
     reposAdd->callback(
         [&] { action = [&](CommandContext& c) { return Commands::reposAdd(c, addPaths); }; });
@@ -85,7 +109,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "remove",
         "Stop tracking a repository, given by its id or path\n"
         "It is also remembered as ignored, so a scan folder does not enrol it again;\n"
-        "'quorvane repos add' tracks it again. Nothing in the repository is touched.");
+        "'quorvane repos add' tracks it again. What Quorvane recorded about it (commits,\n"
+        "sessions, daily activity) is deleted; nothing in the repository is touched.");
     reposRemove->add_option("ID|PATH", removeTarget, "Repository id or path")->required();
     reposRemove->callback([&] {
         action = [&](CommandContext& c) { return Commands::reposRemove(c, removeTarget); };
@@ -97,7 +122,14 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     folders->require_subcommand(1);
 
     std::vector<std::string> folderPaths;
-    CLI::App* foldersAdd = folders->add_subcommand("add", "Add folders to scan for repositories");
+    CLI::App* foldersAdd = folders->add_subcommand(
+        "add",
+        "Add folders to scan for repositories\n"
+        "The next scan ('quorvane scan', 'quorvane today' or the daemon) looks for\n"
+        "repositories up to 6 folders deep below each one (agent.maxScanDepth), skipping\n"
+        "hidden folders and folders such as node_modules, vendor and dist, and tracks\n"
+        "those it finds, reading their recent history as 'repos add' does. A repository\n"
+        "removed with 'repos remove' is not tracked again.");
     foldersAdd->add_option("PATH", folderPaths, "Folders")->required();
     foldersAdd->callback(
         [&] { action = [&](CommandContext& c) { return Commands::foldersAdd(c, folderPaths); }; });
@@ -120,7 +152,9 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "Read every tracked repository now and print its state\n"
         "One line per repository, in the order they were added: branch, uncommitted\n"
         "changes, standing against the upstream branch, and today's commits. Up to 8\n"
-        "repositories are read at once, with read-only git commands that take no locks.");
+        "repositories are read at once, with read-only git commands that take no locks.\n"
+        "New repositories under the scan folders are tracked first and named; their\n"
+        "recent history is read as 'repos add' does (see 'quorvane repos add --help').");
     scan->add_flag("--json", scanJson, "Print the snapshots as a JSON array");
     scan->callback(
         [&] { action = [&](CommandContext& c) { return Commands::scan(c, scanJson); }; });
@@ -159,17 +193,21 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     };
     CLI::Validator dateCheck(localDate, "", "local date");
 
-    bool todayJson = false;
+    bool todayJson = false, todayNoScan = false;
     CLI::App* today = app.add_subcommand(
         "today",
-        "Show today's work in each repository, as the last scan saw it\n"
+        "Scan, then show today's work in each repository\n"
         "Lists the repositories with commits or work sessions today, or with uncommitted\n"
         "changes, busiest first. Time is estimated from the changes scans notice; the\n"
-        "counters on top cover every tracked repository. Run 'quorvane scan' (or keep\n"
-        "'quorvane daemon' running) to bring it up to date.");
+        "counters on top cover every tracked repository. It scans first, enrolling new\n"
+        "repositories under the scan folders as 'quorvane scan' does, unless another\n"
+        "quorvane process such as the daemon is writing the data folder: then it shows\n"
+        "what that process last recorded.");
     today->add_flag("--json", todayJson, "Print the day's summary as JSON");
-    today->callback(
-        [&] { action = [&](CommandContext& c) { return Commands::today(c, todayJson); }; });
+    today->add_flag("--no-scan", todayNoScan, "Only show what is recorded; do not scan first");
+    today->callback([&] {
+        action = [&](CommandContext& c) { return Commands::today(c, todayJson, !todayNoScan); };
+    });
 
     Commands::SessionsOptions sessionOptions;
     std::optional<std::string> sessionDate;
