@@ -5,21 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include "testing/ZoneScope.hpp"
+
 namespace quorvane {
 namespace {
 
-// Sets TZ for one test and restores UTC afterwards.
-class ZoneScope {
-public:
-    explicit ZoneScope(const char* zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~ZoneScope() {
-        setenv("TZ", "UTC", 1);
-        tzset();
-    }
-};
+using testing::ZoneScope;
 
 Date at(const char* iso) {
     return *DateHelpers::parseISO(iso);
