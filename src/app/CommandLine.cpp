@@ -314,6 +314,32 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "secrets.json in the data folder when none answers. Exits 1 when something is wrong.");
     doctor->callback([&] { action = [](CommandContext& c) { return Commands::doctor(c); }; });
 
+    // journal
+    Commands::JournalOptions journalOptions;
+    std::optional<std::string> journalDate;
+    CLI::App* journal = app.add_subcommand(
+        "journal",
+        "Show or write the journal of a day: notes, blockers and plans for tomorrow\n"
+        "With no option it shows the day's entry. --notes, --blockers and --tomorrow\n"
+        "replace that part (\"\" clears it); --edit opens the whole entry in $VISUAL or\n"
+        "$EDITOR. The journal goes into the day's report. Writing needs the data folder:\n"
+        "while the daemon runs, stop it first.");
+    journal->add_option("--date", journalDate, "The local day (default today)")
+        ->type_name("YYYY-MM-DD")
+        ->check(dateCheck);
+    journal->add_option("--notes", journalOptions.notes, "What you did or want to remember")
+        ->type_name("TEXT");
+    journal->add_option("--blockers", journalOptions.blockers, "What held you up")
+        ->type_name("TEXT");
+    journal->add_option("--tomorrow", journalOptions.tomorrow, "What comes next")
+        ->type_name("TEXT");
+    journal->add_flag("--edit", journalOptions.edit, "Edit the entry in your editor");
+    journal->add_flag("--json", journalOptions.json, "Print the entry as JSON (null when none)");
+    journal->callback([&] {
+        if (journalDate) journalOptions.day = DateHelpers::parseDateKey(*journalDate);
+        action = [&](CommandContext& c) { return Commands::journal(c, journalOptions); };
+    });
+
     // daemon
     CLI::App* daemon = app.add_subcommand(
         "daemon",
@@ -330,7 +356,7 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }
-    for (CLI::App* command : {scan, status, commits, doctor, daemon}) addDataDir(command);
+    for (CLI::App* command : {scan, status, commits, doctor, journal, daemon}) addDataDir(command);
     for (CLI::App* command : {today, sessions, week, heatmap, ranking, insights}) {
         addDataDir(command);
     }

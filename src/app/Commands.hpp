@@ -69,6 +69,18 @@ int heatmap(CommandContext& context, int days, bool json);
 int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json);
 int insights(CommandContext& context, InsightsPeriod period, bool json);
 
+// Shows a day's journal, or changes it: a field given replaces that field (blank
+// text clears it), and `edit` opens the entry in the person's editor.
+struct JournalOptions {
+    std::optional<Date> day;  // today when absent
+    std::optional<std::string> notes;
+    std::optional<std::string> blockers;
+    std::optional<std::string> tomorrow;
+    bool edit = false;
+    bool json = false;
+};
+int journal(CommandContext& context, const JournalOptions& options);
+
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);
 

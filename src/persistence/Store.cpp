@@ -200,16 +200,18 @@ bool Store::writeFile(const std::string& name) {
     return true;
 }
 
-void Store::flush() {
+bool Store::flush() {
     std::lock_guard lock(mutex_);
     if (!loaded_) {
         Log::store().error(
             "flush() before load() — refusing to overwrite existing data with empty collections");
-        return;
+        return false;
     }
+    bool allWritten = true;
     for (const std::string& name : flushOrder()) {
-        if (*slots_.at(name).dirty) writeFile(name);
+        if (*slots_.at(name).dirty && !writeFile(name)) allWritten = false;
     }
+    return allWritten;
 }
 
 void Store::trimAudit() {

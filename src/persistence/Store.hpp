@@ -56,7 +56,8 @@ public:
 
     // Writes every collection that changed since its file was last written. A
     // failed write is logged and retried at the next flush. Refused before `load`.
-    void flush();
+    // True when nothing is left unwritten.
+    bool flush();
 
     bool isLoaded() const;
     const std::filesystem::path& dir() const { return dir_; }

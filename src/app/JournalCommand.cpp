@@ -1,0 +1,187 @@
+// The journal: the person's own notes of a day, shown by `quorvane journal` and
+// carried into the day's report.
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "app/CommandSupport.hpp"
+#include "app/TextHelpers.hpp"
+#include "persistence/AtomicFile.hpp"
+#include "persistence/Store.hpp"
+#include "reports/DailyJournal.hpp"
+
+extern char** environ;
+
+namespace quorvane::Commands {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The fields in the order they are shown and edited, with their headings.
+struct Field {
+    const char* heading;
+    std::optional<std::string> DailyJournal::*member;
+};
+constexpr Field kFields[] = {{"Notes", &DailyJournal::manualNotes},
+                             {"Blockers", &DailyJournal::blockers},
+                             {"Tomorrow", &DailyJournal::tomorrowNotes}};
+
+// Blank text clears a field, so that it leaves the report too.
+std::optional<std::string> noteText(std::string_view text) {
+    std::string_view trimmed = Text::trim(text);
+    if (trimmed.empty()) return std::nullopt;
+    return std::string(trimmed);
+}
+
+constexpr std::string_view kEditorHelp =
+    "# The journal for {}. Write under each heading; a heading left empty is cleared.\n"
+    "# Lines starting with '#' are ignored. Save and quit to keep it.\n";
+
+std::string editableText(const DailyJournal& entry) {
+    std::string text = fmt::format(fmt::runtime(kEditorHelp), entry.dateKey);
+    for (const Field& field : kFields) {
+        text += fmt::format("\n## {}\n\n", field.heading);
+        if (entry.*field.member) text += *(entry.*field.member) + "\n";
+    }
+    return text;
+}
+
+// Reads back what the editor left: the text under each known heading.
+DailyJournal parseEdited(std::string_view text, DailyJournal entry) {
+    constexpr size_t kNone = std::size(kFields);
+    std::string bodies[std::size(kFields)];
+    size_t current = kNone;
+    size_t from = 0;
+    while (from < text.size()) {
+        size_t end = text.find('\n', from);
+        if (end == std::string_view::npos) end = text.size();
+        std::string_view line = text.substr(from, end - from);
+        from = end + 1;
+        if (line.starts_with("## ")) {
+            std::string_view heading = Text::trim(line.substr(3));
+            current = kNone;
+            for (size_t i = 0; i < std::size(kFields); ++i) {
+                if (heading == kFields[i].heading) current = i;
+            }
+            continue;
+        }
+        if (line.starts_with("#") || current == kNone) continue;
+        bodies[current] += std::string(line) + "\n";
+    }
+    for (size_t i = 0; i < std::size(kFields); ++i) entry.*kFields[i].member = noteText(bodies[i]);
+    return entry;
+}
+
+// Runs the person's editor on `file` with the terminal attached, through the shell
+// so that an EDITOR such as "code --wait" works. The exit status, or -1.
+int runEditor(const fs::path& file) {
+    const char* editor = std::getenv("VISUAL");
+    if (editor == nullptr || *editor == '\0') editor = std::getenv("EDITOR");
+    if (editor == nullptr || *editor == '\0') editor = "vi";
+    std::string script = std::string(editor) + " \"$1\"";
+    std::string path = file.string();
+    const char* argv[] = {"sh", "-c", script.c_str(), "sh", path.c_str(), nullptr};
+    pid_t pid = 0;
+    if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, const_cast<char* const*>(argv), environ) !=
+        0) {
+        return -1;
+    }
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void printEntry(std::ostream& out, const std::string& dateKey,
+                const std::optional<DailyJournal>& entry) {
+    out << fmt::format("Journal for {}\n", dateKey);
+    bool any = false;
+    for (const Field& field : kFields) {
+        if (!entry || !((*entry).*field.member)) continue;
+        any = true;
+        out << fmt::format("\n{}\n", field.heading);
+        for (std::string_view line : Text::nonEmptyLines(*((*entry).*field.member))) {
+            out << "  " << line << '\n';
+        }
+    }
+    if (!any) {
+        out << "\nNothing written yet. Add a note with: quorvane journal --notes TEXT "
+               "(or --edit)\n";
+    }
+}
+
+}  // namespace
+
+int journal(CommandContext& context, const JournalOptions& options) {
+    Date day = options.day.value_or(context.clock.now());
+    std::string dateKey = DateHelpers::dateKey(day);
+    bool changes = options.notes || options.blockers || options.tomorrow || options.edit;
+    if (!changes) {
+        Store store(context.dataDir, context.clock, Store::Access::readOnly);
+        store.load();
+        std::optional<DailyJournal> entry = store.journal(dateKey);
+        if (options.json) {
+            context.out << JsonCodec::pretty(entry ? toJson(*entry) : Json());
+        } else {
+            printEntry(context.out, dateKey, entry);
+        }
+        return 0;
+    }
+
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    Store store(context.dataDir, context.clock);
+    store.load();
+    DailyJournal entry = store.journal(dateKey).value_or(DailyJournal{dateKey, {}, {}, {}, {}});
+    DailyJournal before = entry;
+    if (options.notes) entry.manualNotes = noteText(*options.notes);
+    if (options.blockers) entry.blockers = noteText(*options.blockers);
+    if (options.tomorrow) entry.tomorrowNotes = noteText(*options.tomorrow);
+
+    if (options.edit) {
+        // In the data folder, private like everything there, and gone afterwards.
+        fs::path draft = context.dataDir / fmt::format("journal-{}.md", dateKey);
+        std::string original = editableText(entry);
+        if (std::optional<std::string> error = AtomicFile::write(draft, original)) {
+            context.err << fmt::format("quorvane: cannot write {}: {}\n", draft.string(), *error);
+            return 1;
+        }
+        int status = runEditor(draft);
+        AtomicFile::ReadResult edited = AtomicFile::read(draft);
+        std::error_code ec;
+        fs::remove(draft, ec);
+        if (status != 0 || !edited.bytes) {
+            context.err << fmt::format(
+                "quorvane: the editor did not finish cleanly (exit {}); the journal is "
+                "unchanged\n",
+                status);
+            return 1;
+        }
+        if (*edited.bytes != original) entry = parseEdited(*edited.bytes, entry);
+    }
+
+    if (entry == before) {
+        context.out << fmt::format("The journal for {} is unchanged.\n", dateKey);
+        return 0;
+    }
+    entry.updatedAt = context.clock.now();
+    store.upsertJournal(entry);
+    if (!store.flush()) {
+        context.err << "quorvane: the journal could not be saved (see the log for why)\n";
+        return 1;
+    }
+    context.out << fmt::format("Saved the journal for {}.\n", dateKey);
+    return 0;
+}
+
+}  // namespace quorvane::Commands
