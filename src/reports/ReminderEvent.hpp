@@ -56,13 +56,17 @@ constexpr auto enumCases(ReminderEvent::Kind) {
 }
 
 // The kinds read from the local scan, and those that need the GitHub alignment. Each
-// reconciliation clears only reminders of its own set, so neither undoes the other.
-inline constexpr std::array kLocalReminderKinds{
+// reconciliation clears only reminders of its own set, so neither undoes the other;
+// `endDayReview` is in neither, so no reconciliation ever clears it.
+inline constexpr std::array localKinds{
     ReminderEvent::Kind::needsPush, ReminderEvent::Kind::needsCommit,
     ReminderEvent::Kind::behindRemote, ReminderEvent::Kind::staleDirty};
-inline constexpr std::array kAlignmentReminderKinds{
+inline constexpr std::array alignmentKinds{
     ReminderEvent::Kind::needsPull, ReminderEvent::Kind::noUpstream,
     ReminderEvent::Kind::remoteOnly, ReminderEvent::Kind::tokenIssue};
+
+// The headline of the desktop notification that shows a reminder of this kind.
+std::string_view title(ReminderEvent::Kind kind);
 
 void fromJson(const Json& json, ReminderEvent& out, const std::string& path);
 Json toJson(const ReminderEvent& event);

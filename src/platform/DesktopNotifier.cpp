@@ -1,0 +1,100 @@
+#include "platform/DesktopNotifier.hpp"
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "app/Log.hpp"
+
+namespace quorvane {
+namespace {
+
+constexpr const char* kService = "org.freedesktop.Notifications";
+constexpr const char* kPath = "/org/freedesktop/Notifications";
+constexpr const char* kInterface = "org.freedesktop.Notifications";
+
+// The event sound of the freedesktop sound theme for a newly arrived message; servers
+// that play sounds play it, the others ignore the hint.
+constexpr const char* kSoundName = "message-new-instant";
+
+// A server that is being started by bus activation answers within a few seconds; a
+// reminder is not worth holding a scan up longer than this.
+constexpr uint64_t kCallTimeoutMicroseconds = 5'000'000;
+
+// Releases the bus connection and message references on every path out of post().
+struct BusHandles {
+    sd_bus* bus = nullptr;
+    sd_bus_message* call = nullptr;
+    sd_bus_message* reply = nullptr;
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+
+    ~BusHandles() {
+        sd_bus_error_free(&error);
+        sd_bus_message_unref(reply);
+        sd_bus_message_unref(call);
+        sd_bus_flush_close_unref(bus);
+    }
+};
+
+}  // namespace
+
+void DesktopNotifier::post(const ReminderEvent& event) {
+    // Only an address given by the session counts: guessing a socket path would reach
+    // another user's or a stale bus when run outside a desktop session.
+    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (address == nullptr || *address == '\0') {
+        noteFailure("no session bus", 0);
+        return;
+    }
+
+    // One connection per notification: reminders are rare, and a connection of our
+    // own needs no lock and survives a restarted bus.
+    BusHandles h;
+    int r = sd_bus_new(&h.bus);
+    if (r >= 0) r = sd_bus_set_address(h.bus, address);
+    if (r >= 0) r = sd_bus_set_bus_client(h.bus, 1);
+    if (r >= 0) r = sd_bus_start(h.bus);
+    if (r < 0) {
+        noteFailure("cannot connect to the session bus", r);
+        return;
+    }
+
+    std::string summary(title(event.kind));
+    r = sd_bus_message_new_method_call(h.bus, &h.call, kService, kPath, kInterface, "Notify");
+    // app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout
+    if (r >= 0) {
+        r = sd_bus_message_append(h.call, "susss", "Quorvane", uint32_t{0}, "", summary.c_str(),
+                                  event.message.c_str());
+    }
+    if (r >= 0) r = sd_bus_message_append(h.call, "as", 0);
+    if (r >= 0) r = sd_bus_message_append(h.call, "a{sv}", 1, "sound-name", "s", kSoundName);
+    if (r >= 0) r = sd_bus_message_append(h.call, "i", int32_t{-1});
+    if (r < 0) {
+        noteFailure("cannot build the notification", r);
+        return;
+    }
+    r = sd_bus_call(h.bus, h.call, kCallTimeoutMicroseconds, &h.error, &h.reply);
+    if (r < 0) {
+        noteFailure(sd_bus_error_is_set(&h.error) ? h.error.name : "the notification call failed",
+                    r);
+    }
+}
+
+void DesktopNotifier::noteFailure(const char* what, int error) {
+    if (failureLogged_.exchange(true)) return;
+    std::string reason =
+        error < 0 ? fmt::format("{} ({})", what,
+                                std::error_code(-error, std::generic_category()).message())
+                  : what;
+    Log::app().log(LogLevel::notice,
+                   fmt::format("Desktop notifications are unavailable: {}; reminders are kept "
+                               "but not shown.",
+                               reason));
+}
+
+}  // namespace quorvane

@@ -1,0 +1,73 @@
+#include <stdlib.h>
+
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/DesktopNotifier.hpp"
+#include "testing/LogCapture.hpp"
+#include "testing/NotificationServer.hpp"
+#include "testing/TempDir.hpp"
+
+namespace quorvane {
+namespace {
+
+ReminderEvent staleReminder() {
+    ReminderEvent event;
+    event.id = "0B8E7A52-0000-4000-8000-000000000002";
+    event.repoID = "/home/dev/code/app";
+    event.kind = ReminderEvent::Kind::staleDirty;
+    event.message = "app: uncommitted changes for more than 3 days.";
+    event.triggeredAt = *DateHelpers::parseISO("2026-11-21T15:00:00Z");
+    return event;
+}
+
+TEST(DesktopNotifier, PostsOneNotificationTitledByKind) {
+    testing::NotificationServer server;
+    ASSERT_EQ(server.problem(), "");
+    DesktopNotifier notifier;
+    notifier.post(staleReminder());
+
+    // The call waits for the server's answer, so the notification is in by now.
+    auto received = server.notifications();
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].appName, "Quorvane");
+    EXPECT_EQ(received[0].summary, "Quorvane \u2014 Stale changes");
+    EXPECT_EQ(received[0].body, "app: uncommitted changes for more than 3 days.");
+    EXPECT_EQ(received[0].replacesID, 0u);
+    EXPECT_TRUE(received[0].actions.empty());
+    EXPECT_EQ(received[0].hints,
+              (std::map<std::string, std::string>{{"sound-name", "message-new-instant"}}));
+    EXPECT_EQ(received[0].expireTimeout, -1);
+}
+
+TEST(DesktopNotifier, WithoutASessionBusNothingIsShownAndOneLineSaysSo) {
+    const char* saved = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    std::optional<std::string> previous = saved ? std::optional<std::string>(saved) : std::nullopt;
+    testing::LogCapture log;
+
+    unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    DesktopNotifier unset;
+    EXPECT_NO_THROW(unset.post(staleReminder()));
+    EXPECT_NO_THROW(unset.post(staleReminder()));
+    EXPECT_EQ(log.lines().size(), 1u) << "a second failure is not logged again";
+
+    testing::TempDir dir("no-bus");
+    setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (dir / "bus").string()).c_str(), 1);
+    DesktopNotifier unreachable;
+    EXPECT_NO_THROW(unreachable.post(staleReminder()));
+    auto lines = log.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NE(lines[1].message.find("cannot connect to the session bus"), std::string::npos)
+        << lines[1].message;
+
+    if (previous) {
+        setenv("DBUS_SESSION_BUS_ADDRESS", previous->c_str(), 1);
+    } else {
+        unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    }
+}
+
+}  // namespace
+}  // namespace quorvane

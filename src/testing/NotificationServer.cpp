@@ -1,0 +1,204 @@
+#include "testing/NotificationServer.hpp"
+
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace quorvane::testing {
+
+// The bus callbacks; a friend so they can record into the server.
+struct NotificationServerHandlers {
+    static int notify(sd_bus_message* call, void* userdata, sd_bus_error* error);
+    static int closeNotification(sd_bus_message* call, void* userdata, sd_bus_error* error);
+    static int capabilities(sd_bus_message* call, void* userdata, sd_bus_error* error);
+    static int information(sd_bus_message* call, void* userdata, sd_bus_error* error);
+};
+
+namespace {
+
+constexpr const char* kName = "org.freedesktop.Notifications";
+constexpr const char* kPath = "/org/freedesktop/Notifications";
+
+// Reads one variant's value as text; the message is positioned on the variant.
+int readVariant(sd_bus_message* call, std::string& out) {
+    char type = 0;
+    const char* contents = nullptr;
+    int r = sd_bus_message_peek_type(call, &type, &contents);
+    if (r < 0) return r;
+    std::string signature = contents == nullptr ? "" : contents;
+    r = sd_bus_message_enter_container(call, SD_BUS_TYPE_VARIANT, signature.c_str());
+    if (r < 0) return r;
+    if (signature == "s" || signature == "o" || signature == "g") {
+        const char* text = nullptr;
+        r = sd_bus_message_read_basic(call, signature[0], &text);
+        out = text == nullptr ? "" : text;
+    } else if (signature == "b") {
+        int flag = 0;
+        r = sd_bus_message_read_basic(call, 'b', &flag);
+        out = flag ? "true" : "false";
+    } else if (signature == "y") {
+        uint8_t value = 0;
+        r = sd_bus_message_read_basic(call, 'y', &value);
+        out = std::to_string(value);
+    } else if (signature == "i") {
+        int32_t value = 0;
+        r = sd_bus_message_read_basic(call, 'i', &value);
+        out = std::to_string(value);
+    } else if (signature == "u") {
+        uint32_t value = 0;
+        r = sd_bus_message_read_basic(call, 'u', &value);
+        out = std::to_string(value);
+    } else {
+        r = sd_bus_message_skip(call, signature.c_str());
+        out = "<" + signature + ">";
+    }
+    if (r < 0) return r;
+    return sd_bus_message_exit_container(call);
+}
+
+int readHints(sd_bus_message* call, std::map<std::string, std::string>& hints) {
+    int r = sd_bus_message_enter_container(call, SD_BUS_TYPE_ARRAY, "{sv}");
+    if (r < 0) return r;
+    while ((r = sd_bus_message_enter_container(call, SD_BUS_TYPE_DICT_ENTRY, "sv")) > 0) {
+        const char* key = nullptr;
+        r = sd_bus_message_read_basic(call, 's', &key);
+        if (r < 0) return r;
+        std::string value;
+        r = readVariant(call, value);
+        if (r < 0) return r;
+        hints[key] = value;
+        r = sd_bus_message_exit_container(call);
+        if (r < 0) return r;
+    }
+    if (r < 0) return r;
+    return sd_bus_message_exit_container(call);
+}
+
+const sd_bus_vtable kVtable[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD("Notify", "susssasa{sv}i", "u", NotificationServerHandlers::notify,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("CloseNotification", "u", "", NotificationServerHandlers::closeNotification,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetCapabilities", "", "as", NotificationServerHandlers::capabilities,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetServerInformation", "", "ssss", NotificationServerHandlers::information,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END};
+
+}  // namespace
+
+int NotificationServerHandlers::notify(sd_bus_message* call, void* userdata, sd_bus_error*) {
+    NotificationServer::Notification notification;
+    const char* appName = nullptr;
+    const char* appIcon = nullptr;
+    const char* summary = nullptr;
+    const char* body = nullptr;
+    int r = sd_bus_message_read(call, "susss", &appName, &notification.replacesID, &appIcon,
+                                &summary, &body);
+    if (r < 0) return r;
+    notification.appName = appName;
+    notification.appIcon = appIcon;
+    notification.summary = summary;
+    notification.body = body;
+
+    char** actions = nullptr;
+    r = sd_bus_message_read_strv(call, &actions);
+    if (r < 0) return r;
+    for (char** action = actions; action != nullptr && *action != nullptr; ++action) {
+        notification.actions.emplace_back(*action);
+        std::free(*action);
+    }
+    std::free(actions);
+
+    r = readHints(call, notification.hints);
+    if (r < 0) return r;
+    r = sd_bus_message_read(call, "i", &notification.expireTimeout);
+    if (r < 0) return r;
+
+    uint32_t id = static_cast<NotificationServer*>(userdata)->record(std::move(notification));
+    return sd_bus_reply_method_return(call, "u", id);
+}
+
+int NotificationServerHandlers::closeNotification(sd_bus_message* call, void*, sd_bus_error*) {
+    return sd_bus_reply_method_return(call, "");
+}
+
+int NotificationServerHandlers::capabilities(sd_bus_message* call, void*, sd_bus_error*) {
+    return sd_bus_reply_method_return(call, "as", 2, "body", "sound");
+}
+
+int NotificationServerHandlers::information(sd_bus_message* call, void*, sd_bus_error*) {
+    return sd_bus_reply_method_return(call, "ssss", "quorvane-test-notifications", "Quorvane", "1",
+                                      "1.2");
+}
+
+NotificationServer::NotificationServer() : problem_(bus_.problem()) {
+    if (!problem_.empty()) return;
+    std::promise<std::string> ready;
+    std::future<std::string> outcome = ready.get_future();
+    // The thread owns the promise, so nothing it touches goes away under it.
+    thread_ = std::thread([this, ready = std::move(ready)]() mutable { serve(&ready); });
+    problem_ = outcome.get();
+}
+
+NotificationServer::~NotificationServer() {
+    stopping_ = true;
+    if (thread_.joinable()) thread_.join();
+}
+
+void NotificationServer::serve(std::promise<std::string>* ready) {
+    // The connection is made and used on this thread only.
+    sd_bus* bus = nullptr;
+    sd_bus_slot* slot = nullptr;
+    int r = sd_bus_new(&bus);
+    if (r >= 0) r = sd_bus_set_address(bus, bus_.address().c_str());
+    if (r >= 0) r = sd_bus_set_bus_client(bus, 1);
+    if (r >= 0) r = sd_bus_start(bus);
+    if (r >= 0) r = sd_bus_add_object_vtable(bus, &slot, kPath, kName, kVtable, this);
+    // Taken synchronously, so a client calling after the constructor returns finds it.
+    if (r >= 0) r = sd_bus_request_name(bus, kName, 0);
+    if (r < 0) {
+        ready->set_value(std::string("cannot serve notifications: ") + std::strerror(-r));
+        sd_bus_slot_unref(slot);
+        sd_bus_flush_close_unref(bus);
+        return;
+    }
+    ready->set_value("");
+
+    while (!stopping_) {
+        r = sd_bus_process(bus, nullptr);
+        if (r < 0) break;
+        if (r > 0) continue;
+        // Short waits, so the destructor never waits long for the thread to see it.
+        r = sd_bus_wait(bus, 50'000);
+        if (r < 0 && r != -EINTR) break;
+    }
+    sd_bus_slot_unref(slot);
+    sd_bus_flush_close_unref(bus);
+}
+
+uint32_t NotificationServer::record(Notification notification) {
+    std::lock_guard lock(mutex_);
+    notification.id = nextID_++;
+    received_.push_back(std::move(notification));
+    arrived_.notify_all();
+    return received_.back().id;
+}
+
+std::vector<NotificationServer::Notification> NotificationServer::notifications() const {
+    std::lock_guard lock(mutex_);
+    return received_;
+}
+
+std::vector<NotificationServer::Notification> NotificationServer::waitFor(
+    size_t count, std::chrono::milliseconds limit) const {
+    std::unique_lock lock(mutex_);
+    arrived_.wait_for(lock, limit, [&] { return received_.size() >= count; });
+    return received_;
+}
+
+}  // namespace quorvane::testing

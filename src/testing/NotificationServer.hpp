@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <future>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "testing/PrivateSessionBus.hpp"
+
+namespace quorvane::testing {
+
+// A desktop notification server for tests: a private session bus (this process's
+// session bus while the object exists, inherited by the children it starts) with
+// org.freedesktop.Notifications served on it from a thread of its own. It records
+// every Notify call and answers it with ids 1, 2, 3...
+class NotificationServer {
+public:
+    // One Notify call as the server received it.
+    struct Notification {
+        uint32_t id = 0;  // what the server answered
+        std::string appName;
+        uint32_t replacesID = 0;
+        std::string appIcon;
+        std::string summary;
+        std::string body;
+        std::vector<std::string> actions;
+        // Each hint's value as text: strings as they are, booleans as "true" or
+        // "false", integers in decimal, anything else as "<" its signature ">".
+        std::map<std::string, std::string> hints;
+        int32_t expireTimeout = 0;
+    };
+
+    NotificationServer();
+    ~NotificationServer();
+    NotificationServer(const NotificationServer&) = delete;
+    NotificationServer& operator=(const NotificationServer&) = delete;
+
+    const std::string& busAddress() const { return bus_.address(); }
+    // Empty when the bus is up and the server owns its name; otherwise what went wrong.
+    const std::string& problem() const { return problem_; }
+
+    // Everything received so far, in arrival order.
+    std::vector<Notification> notifications() const;
+
+    // Waits until at least `count` notifications have arrived or `limit` passed, and
+    // returns everything received by then; compare its size with what was expected.
+    std::vector<Notification> waitFor(size_t count, std::chrono::milliseconds limit) const;
+
+private:
+    // The server thread: connects, takes the name, reports through `ready`, then
+    // answers calls until `stopping_` is set.
+    void serve(std::promise<std::string>* ready);
+    // Stores a received call under the next id and returns that id.
+    uint32_t record(Notification notification);
+
+    PrivateSessionBus bus_;
+    std::string problem_;
+    std::thread thread_;
+    std::atomic<bool> stopping_{false};
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable arrived_;
+    std::vector<Notification> received_;
+    uint32_t nextID_ = 1;
+
+    friend struct NotificationServerHandlers;
+};
+
+}  // namespace quorvane::testing
