@@ -62,6 +62,20 @@ TodaySummary summary(const Store& store, const AppConfig& config, Date now, Date
     return summaryOver(store, config, now, range, label);
 }
 
+DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date now, Date day) {
+    DailyReportInput input;
+    std::string dateKey = DateHelpers::dateKey(day);
+    input.report =
+        Aggregator::dailyReport(day, summary(store, config, now, day, day), store.journal(dateKey));
+    Aggregator::DateRange range = dayRange(day);
+    // The store's order, newest first; grouping keeps it within each repository.
+    for (CommitRecord& commit : store.commits(std::nullopt)) {
+        if (commit.committedAt < range.start || commit.committedAt > range.end) continue;
+        input.commitsByRepo[commit.repoID].push_back(std::move(commit));
+    }
+    return input;
+}
+
 ActivityInsights insights(const Store& store, const AppConfig& config, Date now,
                           InsightsPeriod period) {
     Aggregator::DateRange range = Aggregator::bounds(period, now);

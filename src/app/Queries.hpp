@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "git/WorkSession.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/Store.hpp"
+#include "reports/DailyReport.hpp"
 
 // The read-only questions the views ask between scans: each gathers what it needs
 // from the store and hands it to the aggregator. Nothing here writes or prints, so
@@ -27,6 +29,17 @@ TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now)
 // The work from the start of the day of `from` to the end of the day of `to`. The label
 // is the date key of `from`, or "<from> → <to>" when the two are different days.
 TodaySummary summary(const Store& store, const AppConfig& config, Date now, Date from, Date to);
+
+// What the day's report is rendered from: the report itself, and that day's commits
+// by repository id, each repository's newest first.
+struct DailyReportInput {
+    DailyReport report;
+    std::map<std::string, std::vector<CommitRecord>> commitsByRepo;
+};
+
+// The report of the local day holding `day`: its summary, its journal entry and its
+// commits.
+DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date now, Date day);
 
 // Counts over a period ending now, labelled "Today", "Last 30 days" or "All time".
 ActivityInsights insights(const Store& store, const AppConfig& config, Date now,

@@ -504,6 +504,34 @@ std::vector<DayBreakdown> heatmap(int daysBack, Date today,
     return cells;
 }
 
+DailyReport dailyReport(Date day, const TodaySummary& summary,
+                        const std::optional<DailyJournal>& journal) {
+    DailyReport report{.dateKey = DateHelpers::dateKey(day),
+                       .summary = summary,
+                       .journal = journal,
+                       .pending = {}};
+    auto counted = [](int count, const char* noun) {
+        return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+    };
+    for (const auto& line : summary.lines) {
+        if (line.ahead > 0) {
+            report.pending.push_back("Push " + line.name + " (" + counted(line.ahead, "commit") +
+                                     ")");
+        }
+        int dirty = line.files.total();
+        if (dirty > 0) {
+            report.pending.push_back("Commit " + line.name + " (" + counted(dirty, "file") + ")");
+        }
+        // A repository that is behind is listed with the same verb on purpose: every
+        // item of this kind is something to bring in line with the remote.
+        if (line.behind > 0) {
+            report.pending.push_back("Push " + line.name + " (" + std::to_string(line.behind) +
+                                     " behind)");
+        }
+    }
+    return report;
+}
+
 AlignmentOverview alignmentOverview(const std::vector<RepoConfig>& configs,
                                     const std::vector<RepoSnapshot>& snapshots) {
     AlignmentOverview overview;

@@ -12,6 +12,8 @@
 #include "git/WorkSession.hpp"
 #include "github/SyncState.hpp"
 #include "persistence/RepoConfig.hpp"
+#include "reports/DailyJournal.hpp"
+#include "reports/DailyReport.hpp"
 
 // Turns stored snapshots, commits, sessions and day records into what the views and
 // reports show. Every function reads only its arguments: the time and the data come
@@ -77,6 +79,11 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
 // oldest first.
 std::vector<DayBreakdown> heatmap(int daysBack, Date today,
                                   const std::vector<DayActivity>& dayActivities);
+
+// The report of the local day holding `day`: its summary and journal entry, and for
+// each line, in order, what is left to do: push, commit, then catch up.
+DailyReport dailyReport(Date day, const TodaySummary& summary,
+                        const std::optional<DailyJournal>& journal);
 
 // How the tracked repositories stand against their remotes, from the local scan alone.
 AlignmentOverview alignmentOverview(const std::vector<RepoConfig>& configs,
