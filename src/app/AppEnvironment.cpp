@@ -3,9 +3,12 @@
 #include <algorithm>
 
 #include "app/BoundedParallel.hpp"
+#include "app/DailyReview.hpp"
 #include "app/Enrollment.hpp"
+#include "app/Log.hpp"
 #include "git/Aggregator.hpp"
 #include "git/WorkSessionEngine.hpp"
+#include "reports/ReminderEngine.hpp"
 
 namespace quorvane {
 
@@ -22,10 +25,11 @@ std::vector<std::string> idsOf(const AppConfig& config) {
 }  // namespace
 
 AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock,
-                               const ProcessRunner& runner)
+                               const ProcessRunner& runner, Notifier* notifier)
     : dataDir_(std::move(dataDir)),
       clock_(clock),
       runner_(runner),
+      notifier_(notifier),
       store_(dataDir_, clock),
       configService_(dataDir_ / "config.json", clock),
       scanner_(runner, clock),
@@ -44,8 +48,10 @@ void AppEnvironment::load() {
     }
     store_.load();
     AppConfig loaded = configService_.load();
+    std::vector<ReminderEvent> open = store_.reminders(true);
     std::lock_guard lock(mutex_);
     config_ = std::move(loaded);
+    unresolvedReminders_ = std::move(open);
 }
 
 void AppEnvironment::bootstrap() {
@@ -58,6 +64,7 @@ void AppEnvironment::bootstrap() {
     scanNow();
     startWatcher();
     startPeriodicScanning();
+    startDailyReviewScheduling();
 }
 
 AppConfig AppEnvironment::config() const {
@@ -73,6 +80,11 @@ std::optional<Date> AppEnvironment::lastScanAt() const {
 bool AppEnvironment::isScanning() const {
     std::lock_guard lock(mutex_);
     return isScanning_;
+}
+
+std::vector<ReminderEvent> AppEnvironment::unresolvedReminders() const {
+    std::lock_guard lock(mutex_);
+    return unresolvedReminders_;
 }
 
 std::vector<std::string> AppEnvironment::newlyDetectedRepoIDs() const {
@@ -121,6 +133,7 @@ void AppEnvironment::scanNow() {
     // Applied in configuration order. A repository that could not be read is still
     // stored and aggregated; only its remote URL is left alone.
     std::map<std::string, std::optional<std::string>> remoteUpdates;
+    std::vector<RepoSnapshot> fresh;
     std::string dateKey = DateHelpers::dateKey(now);
     for (size_t i = 0; i < active.size(); ++i) {
         const RepoConfig& repo = active[i];
@@ -131,6 +144,7 @@ void AppEnvironment::scanNow() {
         }
         std::optional<RepoSnapshot> previous = store_.snapshot(result.snapshot.repoID);
         store_.replaceSnapshot(result.snapshot);
+        fresh.push_back(result.snapshot);
         if (!result.commits.empty()) store_.upsertCommits(result.commits);
         std::optional<WorkSession> open = store_.openSession(repo.id);
         auto fileActivity = activity.find(repo.localPath);
@@ -158,9 +172,23 @@ void AppEnvironment::scanNow() {
         configService_.save(updated);
     }
 
+    // Reminders: stored first, then shown, so a notification that fails loses nothing.
+    AppConfig current = config();
+    ReminderEngine::Reconciliation reminders = ReminderEngine::reconcile(
+        now, current.reminders, current.repositories, fresh,
+        store_.sessions(std::nullopt, std::nullopt), store_.reminders(true));
+    if (!reminders.resolve.empty()) store_.resolveReminders(reminders.resolve);
+    if (!reminders.emit.empty()) {
+        store_.upsertReminders(reminders.emit);
+        postAll(reminders.emit);
+    }
+    store_.pruneResolvedReminders(kResolvedReminderDays);
+
     store_.flush();
+    std::vector<ReminderEvent> open = store_.reminders(true);
     {
         std::lock_guard lock(mutex_);
+        unresolvedReminders_ = std::move(open);
         lastScanAt_ = now;
         isScanning_ = false;
     }
@@ -311,6 +339,61 @@ void AppEnvironment::periodicLoop(std::stop_token stop, int minutes) {
     }
 }
 
+void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
+    if (notifier_ == nullptr) return;
+    for (const ReminderEvent& event : events) notifier_->post(event);
+}
+
+void AppEnvironment::startDailyReviewScheduling() {
+    std::lock_guard lifecycle(reviewLifecycle_);
+    if (reviewer_.joinable()) {
+        reviewer_.request_stop();
+        reviewer_.join();
+    }
+    if (stopping_) return;
+    reviewer_ = std::jthread([this](std::stop_token stop) { dailyReviewLoop(stop); });
+}
+
+void AppEnvironment::dailyReviewLoop(std::stop_token stop) {
+    while (!stop.stop_requested()) {
+        double seconds =
+            DailyReview::secondsUntilNextReview(config().dailyReviewTime, clock_.now());
+        {
+            std::unique_lock lock(reviewMutex_);
+            // A deadline on the wall clock, so time spent suspended counts toward it.
+            auto due = std::chrono::system_clock::now() +
+                       std::chrono::duration_cast<std::chrono::system_clock::duration>(
+                           std::chrono::duration<double>(seconds));
+            reviewWake_.wait_until(lock, stop, due, [] { return false; });
+        }
+        if (stop.stop_requested()) return;
+        fireDayReviewIfEnabled();
+    }
+}
+
+void AppEnvironment::fireDayReviewIfEnabled() {
+    AppConfig current = config();
+    if (!current.reminders.endDayReview || stopping_) return;
+    Date now = clock_.now();
+    int active = 0;
+    for (const DayActivity& day : store_.dayActivities(DateHelpers::dateKey(now))) {
+        if (day.commitCount > 0 || day.estimatedSeconds > 0) ++active;
+    }
+    std::vector<std::string> previous;
+    for (const ReminderEvent& event : store_.reminders(true)) {
+        if (event.kind == ReminderEvent::Kind::endDayReview) previous.push_back(event.id);
+    }
+    ReminderEvent event = ReminderEngine::endDayReview(now, active);
+    // At most one end-of-day reminder is open at a time.
+    if (!previous.empty()) store_.resolveReminders(previous);
+    store_.upsertReminders({event});
+    postAll({event});
+    store_.flush();
+    std::vector<ReminderEvent> open = store_.reminders(true);
+    std::lock_guard lock(mutex_);
+    unresolvedReminders_ = std::move(open);
+}
+
 void AppEnvironment::startWatcher() {
     std::lock_guard lifecycle(watcherLifecycle_);
     watcher_.stop();
@@ -334,6 +417,13 @@ void AppEnvironment::shutdown() {
     {
         std::lock_guard lifecycle(schedulerLifecycle_);
         stopPeriodicScanning();
+    }
+    {
+        std::lock_guard lifecycle(reviewLifecycle_);
+        if (reviewer_.joinable()) {
+            reviewer_.request_stop();
+            reviewer_.join();
+        }
     }
     {
         std::lock_guard lifecycle(watcherLifecycle_);

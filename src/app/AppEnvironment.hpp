@@ -19,6 +19,7 @@
 #include "persistence/ConfigService.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"
+#include "platform/Notifier.hpp"
 #include "platform/ProcessRunner.hpp"
 
 namespace quorvane {
@@ -30,7 +31,10 @@ namespace quorvane {
 // writer lock may construct one.
 class AppEnvironment {
 public:
-    AppEnvironment(std::filesystem::path dataDir, const Clock& clock, const ProcessRunner& runner);
+    // Reminders raised by scans go to `notifier` once stored; without one they are
+    // only stored.
+    AppEnvironment(std::filesystem::path dataDir, const Clock& clock, const ProcessRunner& runner,
+                   Notifier* notifier = nullptr);
     ~AppEnvironment();
     AppEnvironment(const AppEnvironment&) = delete;
     AppEnvironment& operator=(const AppEnvironment&) = delete;
@@ -38,8 +42,8 @@ public:
     // Loads the store and the configuration, once. Enough for a one-shot command.
     void load();
 
-    // Starts the long-running service: load, one scan, then the file watcher and
-    // the periodic scan.
+    // Starts the long-running service: load, one scan, then the file watcher, the
+    // periodic scan and the end-of-day review.
     void bootstrap();
 
     // One scan cycle; returns at once, doing nothing, while another runs or once
@@ -72,6 +76,14 @@ public:
     void startWatcher();
     bool isWatching() const { return watcher_.isRunning(); }
 
+    // Replaces the end-of-day review task: at config.dailyReviewTime each day.
+    void startDailyReviewScheduling();
+
+    // Raises the end-of-day reminder, replacing an open one, when it is switched on.
+    void fireDayReviewIfEnabled();
+
+    std::vector<ReminderEvent> unresolvedReminders() const;
+
     // Records that the repository at `path` saw file activity at `at`.
     void noteFileActivity(const std::string& path, Date at);
 
@@ -88,6 +100,8 @@ public:
 
     static constexpr size_t kMaxParallelScans = 8;
     static constexpr double kIdleTimeoutSeconds = 1200;
+    // Resolved reminders are kept this long, then pruned by the scan.
+    static constexpr int kResolvedReminderDays = 30;
 
 private:
     // What one repository's reading yields.
@@ -97,12 +111,15 @@ private:
     };
 
     void importHistory(const RepoConfig& repo, int days);
+    void postAll(const std::vector<ReminderEvent>& events);
+    void dailyReviewLoop(std::stop_token stop);
     void periodicLoop(std::stop_token stop, int minutes);
     void stopPeriodicScanning();
 
     const std::filesystem::path dataDir_;
     const Clock& clock_;
     const ProcessRunner& runner_;
+    Notifier* const notifier_;
     Store store_;
     ConfigService configService_;
     GitScanner scanner_;
@@ -116,6 +133,7 @@ private:
     bool isScanning_ = false;
     std::optional<Date> lastScanAt_;
     std::map<std::string, Date> fileActivity_;
+    std::vector<ReminderEvent> unresolvedReminders_;
     std::set<std::string> newlyDetected_;
 
     // Set once by shutdown; nothing starts after it.
@@ -127,6 +145,12 @@ private:
     std::condition_variable_any schedulerWake_;
     bool scanRequested_ = false;
     std::jthread scheduler_;
+
+    // The end-of-day review task, replaced like the periodic one.
+    std::mutex reviewLifecycle_;
+    std::mutex reviewMutex_;
+    std::condition_variable_any reviewWake_;
+    std::jthread reviewer_;
 
     // Serialises stopping and restarting the watcher, which several threads may ask for.
     std::mutex watcherLifecycle_;

@@ -6,10 +6,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/DesktopNotifier.hpp"
 #include "platform/Shell.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/FakeProcessRunner.hpp"
+#include "testing/NotificationServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 
@@ -284,6 +286,47 @@ TEST(AppEnvironmentTest, TheWatcherFollowsTheTrackedRepositoriesOfTheRunningServ
     EXPECT_FALSE(env.isWatching());
     env.startWatcher();
     EXPECT_FALSE(env.isWatching());
+}
+
+TEST(AppEnvironmentTest, AScanRaisesAReminderOnceShowsItAndResolvesItAfterAPush) {
+    testing::NotificationServer server;
+    ASSERT_EQ(server.problem(), "");
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    Shell shell;
+    TestRepo origin(dir / "origin.git", TestRepo::Kind::bare);
+    TestRepo seed = TestRepo::cloneOf(origin, dir / "seed");
+    seed.commitFile("a.txt", "a", "first");
+    seed.git({"push", "-q", "origin", "main"});
+    TestRepo work = TestRepo::cloneOf(origin, dir / "api");
+    work.commitFile("b.txt", "b", "not pushed yet");
+
+    DesktopNotifier notifier;
+    AppEnvironment env(dir / "data", clock, shell, &notifier);
+    env.load();
+    env.addDiscovered({RepoDiscovery(shell).makeRepo(work.path())});
+    env.scanNow();
+    std::vector<testing::NotificationServer::Notification> shown =
+        server.waitFor(1, std::chrono::seconds(10));
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].summary, "Quorvane — Push pending");
+    EXPECT_EQ(shown[0].body, "api: 1 unpushed commit. Push them.");
+    ASSERT_EQ(env.unresolvedReminders().size(), 1u);
+    std::string id = env.unresolvedReminders()[0].id;
+
+    clock.advance(60s);
+    env.scanNow();  // still ahead: nothing new
+    clock.advance(60s);
+    work.git({"push", "-q", "origin", "main"});
+    env.scanNow();
+    EXPECT_EQ(server.waitFor(2, 500ms).size(), 1u);
+    EXPECT_TRUE(env.unresolvedReminders().empty());
+    Store saved(dir / "data", clock, Store::Access::readOnly);
+    saved.load();
+    std::vector<ReminderEvent> all = saved.reminders(false);
+    ASSERT_EQ(all.size(), 1u);
+    EXPECT_EQ(all[0].id, id);
+    EXPECT_EQ(all[0].resolvedAt, clock.now());
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ Examples:
   quorvane today                       what you did today, per repository
   quorvane week --date 2026-03-02      the week holding that day, Monday first
   quorvane heatmap --days 90           a calendar of the last 90 days' commits
+  quorvane report daily                today's report as Markdown
   quorvane daemon                      keep watching and scanning until Ctrl-C
 
 Run 'quorvane COMMAND --help' for the details of a command.)";
@@ -306,6 +307,49 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         };
     });
 
+    // report
+    std::string reportPeriod;
+    std::string reportFormat = "md";
+    std::optional<std::string> reportDate, reportOut;
+    CLI::App* report = app.add_subcommand(
+        "report",
+        "Write the day's or the week's report as Markdown, JSON or CSV\n"
+        "'daily' lists the day's counters, each project worked on or left uncommitted\n"
+        "with its commits of that day, what is left to push or commit, and your journal\n"
+        "notes. 'weekly' gives the week's totals, one row per day and the repositories\n"
+        "that need attention. Markdown is printed; JSON and CSV are written to\n"
+        "QVNQuorvane/Reports in your documents folder (XDG_DOCUMENTS_DIR, by default\n"
+        "~/Documents), and --out writes any format to a folder of your choice. The path\n"
+        "of a written file is printed. A weekly report comes as md or json: CSV is a\n"
+        "day's table of projects. It reads what scans recorded and never scans itself.");
+    report->add_option("PERIOD", reportPeriod, "daily or weekly")
+        ->required()
+        ->check(CLI::IsMember({"daily", "weekly"}));
+    report->add_option("--date", reportDate, "The day, or any day of the week (default today)")
+        ->type_name("YYYY-MM-DD")
+        ->check(dateCheck);
+    report->add_option("--format", reportFormat, "md, json or csv (default md)")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"md", "json", "csv"}));
+    report->add_option("--out", reportOut, "Write the file into DIR")->type_name("DIR");
+    report->callback([&] {
+        Commands::ReportOptions options;
+        options.period = reportPeriod == "weekly" ? Commands::ReportOptions::Period::weekly
+                                                  : Commands::ReportOptions::Period::daily;
+        options.format = reportFormat == "json"  ? Commands::ReportOptions::Format::json
+                         : reportFormat == "csv" ? Commands::ReportOptions::Format::csv
+                                                 : Commands::ReportOptions::Format::markdown;
+        if (options.period == Commands::ReportOptions::Period::weekly &&
+            options.format == Commands::ReportOptions::Format::csv) {
+            throw CLI::ValidationError("--format",
+                                       "a weekly report is written as md or json; csv is for "
+                                       "'quorvane report daily'");
+        }
+        if (reportDate) options.day = DateHelpers::parseDateKey(*reportDate);
+        if (reportOut) options.outDir = PathHelpers::canonicalPath(*reportOut);
+        action = [&, options](CommandContext& c) { return Commands::report(c, options); };
+    });
+
     // doctor
     CLI::App* doctor = app.add_subcommand(
         "doctor",
@@ -340,6 +384,33 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         action = [&](CommandContext& c) { return Commands::journal(c, journalOptions); };
     });
 
+    // reminders
+    bool remindersAll = false, remindersJson = false;
+    std::string dismissID;
+    CLI::App* reminders = app.add_subcommand(
+        "reminders",
+        "List the reminders raised by scans: commits to push, work left uncommitted\n"
+        "A reminder is raised once, when its condition appears (unpushed commits, changes\n"
+        "worked on today with no commit, a branch behind its remote, changes left for\n"
+        "days), shown as a desktop notification, and resolved by the first scan that finds\n"
+        "the condition gone. The switches and thresholds are under \"reminders\" in\n"
+        "config.json.");
+    reminders->require_subcommand(0, 1);
+    reminders->add_flag("--all", remindersAll, "Also list resolved reminders (kept 30 days)");
+    reminders->add_flag("--json", remindersJson, "Print the reminders as a JSON array");
+    CLI::App* dismiss = reminders->add_subcommand(
+        "dismiss", "Resolve an open reminder now, given its id or the first characters of it");
+    dismiss->add_option("ID", dismissID, "Reminder id (as listed)")->required();
+    dismiss->callback([&] {
+        action = [&](CommandContext& c) { return Commands::dismissReminder(c, dismissID); };
+    });
+    reminders->callback([&] {
+        if (dismiss->parsed()) return;
+        action = [&](CommandContext& c) {
+            return Commands::reminders(c, remindersAll, remindersJson);
+        };
+    });
+
     // daemon
     CLI::App* daemon = app.add_subcommand(
         "daemon",
@@ -356,8 +427,10 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }
-    for (CLI::App* command : {scan, status, commits, doctor, journal, daemon}) addDataDir(command);
-    for (CLI::App* command : {today, sessions, week, heatmap, ranking, insights}) {
+    for (CLI::App* command : {scan, status, commits, doctor, journal, reminders, dismiss, daemon}) {
+        addDataDir(command);
+    }
+    for (CLI::App* command : {today, sessions, week, heatmap, ranking, insights, report}) {
         addDataDir(command);
     }
     app.footer(kExamples);

@@ -25,6 +25,7 @@
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/KeychainStore.hpp"
 #include "persistence/Store.hpp"
+#include "platform/DesktopNotifier.hpp"
 
 namespace quorvane::Commands {
 
@@ -230,7 +231,8 @@ void printStates(std::ostream& out, const std::vector<const RepoConfig*>& repos,
 int scan(CommandContext& context, bool json) {
     std::optional<DataFolderLock> writer = takeWriterLock(context);
     if (!writer) return 1;
-    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    DesktopNotifier notifier;
+    AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
     env.load();
     if (context.progress) context.err << "scanning..." << std::flush;
     std::vector<std::string> enrolled = env.rescanNowOnMain();

@@ -69,6 +69,20 @@ int heatmap(CommandContext& context, int days, bool json);
 int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json);
 int insights(CommandContext& context, InsightsPeriod period, bool json);
 
+// The day's or the week's report, read from the data folder without the writer lock.
+// Markdown goes to standard output and JSON and CSV to the reports folder, unless
+// `outDir` names a folder: then every format is written there. A written file's
+// path is printed.
+struct ReportOptions {
+    enum class Period { daily, weekly };
+    enum class Format { markdown, json, csv };
+    Period period = Period::daily;
+    Format format = Format::markdown;
+    std::optional<Date> day;  // the day, or any day of the week; today when absent
+    std::optional<std::filesystem::path> outDir;
+};
+int report(CommandContext& context, const ReportOptions& options);
+
 // Shows a day's journal, or changes it: a field given replaces that field (blank
 // text clears it), and `edit` opens the entry in the person's editor.
 struct JournalOptions {
@@ -80,6 +94,11 @@ struct JournalOptions {
     bool json = false;
 };
 int journal(CommandContext& context, const JournalOptions& options);
+
+// Lists the open reminders (all of them with `all`), newest first.
+int reminders(CommandContext& context, bool all, bool json);
+// Resolves the open reminder with this id, or with this unique id prefix.
+int dismissReminder(CommandContext& context, const std::string& id);
 
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);

@@ -11,6 +11,7 @@
 #include "app/AppEnvironment.hpp"
 #include "app/CommandSupport.hpp"
 #include "app/Log.hpp"
+#include "platform/DesktopNotifier.hpp"
 
 namespace quorvane::Commands {
 
@@ -53,7 +54,8 @@ int daemon(CommandContext& context) {
         ::getpid(), context.dataDir.string());
     context.err.flush();
 
-    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    DesktopNotifier notifier;
+    AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
     std::string failure;
     // The first scan can take a while; the main thread stays free to answer signals.
     // Until it is joined, this thread alone writes to context.err.

@@ -16,6 +16,7 @@
 #include "app/Queries.hpp"
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"
+#include "platform/DesktopNotifier.hpp"
 
 namespace quorvane::Commands {
 
@@ -212,7 +213,8 @@ int today(CommandContext& context, bool json, bool scanFirst) {
     if (scanFirst) {
         LockAttempt attempt = DataFolderLock::acquire(context.dataDir);
         if (attempt.lock) {
-            AppEnvironment env(context.dataDir, context.clock, context.runner);
+            DesktopNotifier notifier;
+            AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
             env.load();
             if (context.progress) context.err << "scanning..." << std::flush;
             enrolled = env.rescanNowOnMain();

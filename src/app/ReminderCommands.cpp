@@ -1,0 +1,91 @@
+// The reminders the scans raised: listed, and dismissed one at a time.
+#include <algorithm>
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "app/CommandSupport.hpp"
+#include "app/EnumNames.hpp"
+#include "persistence/Store.hpp"
+#include "reports/ReminderEvent.hpp"
+
+namespace quorvane::Commands {
+
+namespace {
+
+// Ids are UUIDs; the first eight characters are enough to tell them apart in a list.
+constexpr size_t kShortID = 8;
+
+std::string shortID(const std::string& id) {
+    return id.substr(0, kShortID);
+}
+
+}  // namespace
+
+int reminders(CommandContext& context, bool all, bool json) {
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    std::vector<ReminderEvent> events = store.reminders(!all);
+    std::stable_sort(events.begin(), events.end(),
+                     [](const auto& a, const auto& b) { return a.triggeredAt > b.triggeredAt; });
+    if (json) {
+        Json array = Json::array();
+        for (const ReminderEvent& event : events) array.push_back(toJson(event));
+        context.out << JsonCodec::pretty(array);
+        return 0;
+    }
+    if (events.empty()) {
+        context.out << (all ? "No reminders yet.\n" : "No open reminders.\n");
+        return 0;
+    }
+    std::vector<std::vector<std::string>> rows = {{"ID", "RAISED", "KIND", "MESSAGE"}};
+    if (all) rows[0].push_back("RESOLVED");
+    for (const ReminderEvent& event : events) {
+        rows.push_back(
+            {shortID(event.id),
+             DateHelpers::dateKey(event.triggeredAt) + " " + localClockTime(event.triggeredAt),
+             std::string(enumName(event.kind)), event.message});
+        if (all) {
+            rows.back().push_back(event.resolvedAt ? DateHelpers::dateKey(*event.resolvedAt) + " " +
+                                                         localClockTime(*event.resolvedAt)
+                                                   : "open");
+        }
+    }
+    printTable(context.out, rows);
+    if (!all) context.out << "\nDismiss one with: quorvane reminders dismiss ID\n";
+    return 0;
+}
+
+int dismissReminder(CommandContext& context, const std::string& id) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    Store store(context.dataDir, context.clock);
+    store.load();
+    // The full id, or a prefix that only one open reminder has.
+    std::vector<ReminderEvent> matches;
+    for (const ReminderEvent& event : store.reminders(true)) {
+        if (event.id == id) {
+            matches = {event};
+            break;
+        }
+        if (id.size() >= 4 && event.id.starts_with(id)) matches.push_back(event);
+    }
+    if (matches.size() != 1) {
+        context.err << fmt::format(
+            fmt::runtime(
+                matches.empty()
+                    ? "quorvane: no open reminder has the id {} (see: quorvane reminders)\n"
+                    : "quorvane: {} matches several open reminders; give more of the id\n"),
+            id);
+        return 1;
+    }
+    store.resolveReminders({matches[0].id});
+    if (!store.flush()) {
+        context.err << "quorvane: the reminder could not be saved as dismissed (see the log)\n";
+        return 1;
+    }
+    context.out << fmt::format("dismissed: {}\n", matches[0].message);
+    return 0;
+}
+
+}  // namespace quorvane::Commands
