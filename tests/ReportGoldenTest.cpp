@@ -169,9 +169,10 @@ TEST_F(ReportGoldenTest, TheWeeklyReportAsMarkdownAndJSON) {
 }
 
 TEST_F(ReportGoldenTest, FilesGoToTheDocumentsReportsFolderAndWeeklyCSVIsRefused) {
+    std::string data = dataDir().string();
     std::ostringstream out, err;
-    std::vector<const char*> weeklyCSV = {"quorvane", "report",     "weekly",         "--format",
-                                          "csv",      "--data-dir", dataDir().c_str()};
+    std::vector<const char*> weeklyCSV = {"quorvane", "report",     "weekly",    "--format",
+                                          "csv",      "--data-dir", data.c_str()};
     EXPECT_EQ(runCommandLine(static_cast<int>(weeklyCSV.size()), weeklyCSV.data(), out, err, shell_,
                              clock_),
               2);
