@@ -329,5 +329,44 @@ TEST(AppEnvironmentTest, AScanRaisesAReminderOnceShowsItAndResolvesItAfterAPush)
     EXPECT_EQ(all[0].resolvedAt, clock.now());
 }
 
+TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T21:30:00Z"));
+    FakeProcessRunner runner;
+    struct Recorder final : Notifier {
+        void post(const ReminderEvent& event) override { shown.push_back(event); }
+        std::vector<ReminderEvent> shown;
+    } notifier;
+    AppEnvironment env(dir.path(), clock, runner, &notifier);
+    env.load();
+    auto day = [](const std::string& repo, const std::string& key, int commits, int seconds) {
+        DayActivity activity;
+        activity.repoID = repo;
+        activity.dateKey = key;
+        activity.commitCount = commits;
+        activity.estimatedSeconds = seconds;
+        return activity;
+    };
+    env.store().setDayActivity(day("/a", "2026-11-21", 2, 0));
+    env.store().setDayActivity(day("/b", "2026-11-21", 0, 600));
+    env.store().setDayActivity(day("/c", "2026-11-21", 0, 0));  // scanned, but idle
+    env.store().setDayActivity(day("/d", "2026-11-20", 5, 0));  // yesterday
+
+    env.fireDayReviewIfEnabled();
+    ASSERT_EQ(notifier.shown.size(), 1u);
+    EXPECT_EQ(notifier.shown[0].message,
+              "End of day: you worked on 2 projects. Review and note it in the journal.");
+    clock.advance(24h);
+    env.fireDayReviewIfEnabled();
+    std::vector<ReminderEvent> open = env.unresolvedReminders();
+    ASSERT_EQ(open.size(), 1u);  // the evening before was resolved
+    EXPECT_EQ(open[0].message,
+              "End of day: no active project today. Want to note anything in the journal?");
+
+    env.applyConfigChange([](AppConfig& config) { config.reminders.endDayReview = false; });
+    env.fireDayReviewIfEnabled();
+    EXPECT_EQ(notifier.shown.size(), 2u);
+}
+
 }  // namespace
 }  // namespace quorvane
