@@ -18,7 +18,9 @@ const char* plural(long long count) {
 }
 
 std::string nameOf(const RepoConfig& config) {
-    return config.displayName.value_or(config.name);
+    // An empty display name shows nothing useful; the folder's name does.
+    if (config.displayName && !config.displayName->empty()) return *config.displayName;
+    return config.name;
 }
 
 // The same wall-clock time `days` calendar days before `now`, in local time, so a

@@ -128,6 +128,10 @@ TEST(ReminderEngine, RaisesEachConditionInOrderCountingOnlyOneAsSingular) {
                   "The App: 5 modified files worked on today with no commit. Save your progress.",
                   "The App: uncommitted changes for more than 1 days."}));
 
+    named.displayName = "";  // blank: the folder's name stands in
+    EXPECT_EQ(reconcile(prefs, {named}, {many}).emit[0].message,
+              "app: 2 unpushed commits. Push them.");
+
     ReminderPrefs off;
     off.needsPush = off.behindRemote = off.needsCommit = off.staleDirty = false;
     EXPECT_TRUE(reconcile(off, {named}, {many}).emit.empty());
