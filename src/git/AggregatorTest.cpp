@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include "git/Aggregator.hpp"
+#include "testing/ZoneScope.hpp"
 
 namespace quorvane {
 namespace {
@@ -10,18 +11,7 @@ namespace {
 using enum RepoStatus;
 using std::chrono::seconds;
 
-// Sets TZ for one test and restores UTC afterwards.
-class ZoneScope {
-public:
-    explicit ZoneScope(const char* zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~ZoneScope() {
-        setenv("TZ", "UTC", 1);
-        tzset();
-    }
-};
+using testing::ZoneScope;
 
 Date at(const char* iso) {
     return *DateHelpers::parseISO(iso);
