@@ -66,16 +66,11 @@ Json dailyJSON(const DailyReport& report) {
     const TodaySummary& summary = report.summary;
     Json lines = Json::array();
     for (const RepoTodayLine& line : summary.lines) lines.push_back(lineJSON(line));
-    Json json{{"dateKey", report.dateKey},
-              {"activeProjects", summary.activeProjects},
-              {"totalCommits", summary.totalCommits},
-              {"needsPushCount", summary.needsPushCount},
-              {"needsCommitCount", summary.needsCommitCount},
-              {"behindCount", summary.behindCount},
-              {"modifiedFiles", summary.modifiedFiles},
-              {"stagedFiles", summary.stagedFiles},
-              {"pending", report.pending},
-              {"lines", lines}};
+    // The summary's counters as the views give them; the lines take the export's form.
+    Json json = toJson(summary);
+    json["dateKey"] = report.dateKey;
+    json["pending"] = report.pending;
+    json["lines"] = std::move(lines);
     if (report.journal) {
         putIfPresent(json, "journalNotes", report.journal->manualNotes);
         putIfPresent(json, "journalBlockers", report.journal->blockers);
