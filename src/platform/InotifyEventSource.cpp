@@ -37,19 +37,6 @@ bool isInside(const std::string& path, const std::string& folder) {
 
 }  // namespace
 
-InotifyEventSource::Fd& InotifyEventSource::Fd::operator=(Fd&& other) noexcept {
-    if (this != &other) {
-        reset();
-        fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
-}
-
-void InotifyEventSource::Fd::reset() {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = -1;
-}
-
 bool InotifyEventSource::open(const std::vector<std::string>& roots, FolderFilter skip) {
     close();
     inotify_ = Fd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/FileDescriptor.hpp"
 #include "platform/FileEventSource.hpp"
 
 namespace quorvane {
@@ -29,25 +30,6 @@ public:
     size_t watchCount() const { return folders_.size(); }
 
 private:
-    // Owns one descriptor.
-    class Fd {
-    public:
-        Fd() = default;
-        explicit Fd(int fd) : fd_(fd) {}
-        Fd(const Fd&) = delete;
-        Fd& operator=(const Fd&) = delete;
-        Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-        Fd& operator=(Fd&& other) noexcept;
-        ~Fd() { reset(); }
-
-        int get() const { return fd_; }
-        bool valid() const { return fd_ >= 0; }
-        void reset();
-
-    private:
-        int fd_ = -1;
-    };
-
     void readEvents(std::vector<std::string>& changed);
     void watchTree(const std::string& root);
     bool addWatch(const std::string& folder);
