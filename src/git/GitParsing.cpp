@@ -1,5 +1,7 @@
 #include "git/GitParsing.hpp"
 
+#include <algorithm>
+
 #include "app/TextHelpers.hpp"
 
 namespace quorvane::GitParsing {
@@ -20,22 +22,73 @@ std::vector<std::string> splitFirst(std::string_view text, char separator, int m
     return parts;
 }
 
+std::vector<std::vector<std::string_view>> nulRecords(std::string_view output,
+                                                      size_t fieldsPerRecord) {
+    std::vector<std::vector<std::string_view>> records;
+    if (fieldsPerRecord == 0) return records;
+    std::vector<std::string_view> current;
+    size_t start = 0;
+    while (true) {
+        size_t end = output.find('\0', start);
+        if (end == std::string_view::npos) break;  // an unterminated tail is not a field
+        current.push_back(output.substr(start, end - start));
+        start = end + 1;
+        if (current.size() == fieldsPerRecord) {
+            records.push_back(std::move(current));
+            current.clear();
+        }
+    }
+    return records;
+}
+
+bool isObjectName(std::string_view text) {
+    if (text.size() != 40 && text.size() != 64) return false;
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
+}
+
+namespace {
+
+// One record of kCommitFormat's six fields, or nothing when its hashes are not real.
+std::optional<CommitRecord> commitFrom(std::string_view sha, std::string_view shortSha,
+                                       std::string_view name, std::string_view email,
+                                       std::string_view date, std::string_view subject,
+                                       const std::string& repoID, const std::string& branch) {
+    if (!isObjectName(sha) || shortSha.empty() || !sha.starts_with(shortSha)) return std::nullopt;
+    CommitRecord record;
+    record.repoID = repoID;
+    record.sha = std::string(sha);
+    record.shortSha = std::string(shortSha);
+    record.authorName = std::string(name);
+    record.authorEmail = std::string(email);
+    record.committedAt = parseISODate(date).value_or(Date{});
+    record.message = std::string(subject);
+    record.branch = branch;
+    return record;
+}
+
+}  // namespace
+
 std::vector<CommitRecord> commits(std::string_view logOutput, const std::string& repoID,
                                   const std::string& branch) {
     std::vector<CommitRecord> records;
-    for (std::string_view line : Text::nonEmptyLines(logOutput)) {
-        std::vector<std::string> parts = splitFirst(line, '|', 6);
-        if (parts.size() != 6 || parts[0].empty()) continue;
-        CommitRecord record;
-        record.repoID = repoID;
-        record.sha = parts[0];
-        record.shortSha = parts[1];
-        record.authorName = parts[2];
-        record.authorEmail = parts[3];
-        record.committedAt = parseISODate(parts[4]).value_or(Date{});
-        record.message = parts[5];
-        record.branch = branch;
-        records.push_back(std::move(record));
+    for (const auto& f : nulRecords(logOutput, 6)) {
+        if (auto record = commitFrom(f[0], f[1], f[2], f[3], f[4], f[5], repoID, branch)) {
+            records.push_back(std::move(*record));
+        }
+    }
+    return records;
+}
+
+std::vector<CommitRecord> historyCommits(std::string_view logOutput, const std::string& repoID) {
+    std::vector<CommitRecord> records;
+    for (const auto& f : nulRecords(logOutput, 7)) {
+        std::string_view source = f[5];
+        if (source.starts_with("refs/heads/")) source.remove_prefix(11);
+        std::string branch(source);
+        if (auto record = commitFrom(f[0], f[1], f[2], f[3], f[4], f[6], repoID, branch)) {
+            records.push_back(std::move(*record));
+        }
     }
     return records;
 }

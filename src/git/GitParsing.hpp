@@ -21,10 +21,30 @@ struct AheadBehind {
 // subject survives. Empty parts are kept; maxParts below 2 gives the input whole.
 std::vector<std::string> splitFirst(std::string_view text, char separator, int maxParts);
 
-// Reads `git log --pretty=%H|%h|%an|%ae|%aI|%s` output. A line without six parts or
-// without a hash is dropped; an unreadable date becomes the Unix epoch.
+// The log formats. Every field ends with a NUL (with `log -z`), a byte that no
+// name, address or subject can hold, so a field can never forge the ones after it.
+inline constexpr const char* kCommitFormat = "--pretty=%H%x00%h%x00%an%x00%ae%x00%aI%x00%s";
+inline constexpr const char* kLastCommitFormat = "--pretty=%H%x00%aI%x00%s";
+// The same as kCommitFormat with the ref each commit was reached from before the subject.
+inline constexpr const char* kHistoryFormat = "--pretty=%H%x00%h%x00%an%x00%ae%x00%aI%x00%S%x00%s";
+
+// Splits NUL-terminated fields into records of `fieldsPerRecord`, in order. An
+// unterminated or incomplete last record (output cut short) is left out.
+std::vector<std::vector<std::string_view>> nulRecords(std::string_view output,
+                                                      size_t fieldsPerRecord);
+
+// Whether `text` is a full object name: 40 (SHA-1) or 64 (SHA-256) hex digits.
+bool isObjectName(std::string_view text);
+
+// Reads `git log -z` output in kCommitFormat. A record whose hash is not a full
+// object name, or whose short hash does not begin it, is dropped; an unreadable
+// date becomes the Unix epoch, so the commit is kept.
 std::vector<CommitRecord> commits(std::string_view logOutput, const std::string& repoID,
                                   const std::string& branch);
+
+// Reads `git log -z --source` output in kHistoryFormat: like `commits`, with each
+// commit's branch taken from the ref it was reached from ("refs/heads/" removed).
+std::vector<CommitRecord> historyCommits(std::string_view logOutput, const std::string& repoID);
 
 // Counts `git status --porcelain=v1` lines. "MM" counts as staged and modified,
 // "R " as staged and renamed, "UU" only as staged; "??" is untracked unless ignored.

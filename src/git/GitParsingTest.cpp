@@ -50,28 +50,47 @@ TEST(GitParsingTest, SplitFirstKeepsLaterSeparatorsInTheLastPart) {
     EXPECT_EQ(GitParsing::splitFirst("", '|', 3), (Parts{""}));
 }
 
-TEST(GitParsingTest, CommitsKeepPipesInSubjectsAndDropMalformedLines) {
+// Fields as `git log -z` prints them: each one ended by a NUL.
+std::string nulFields(const std::vector<std::string>& fields) {
+    std::string out;
+    for (const std::string& field : fields) out += field + '\0';
+    return out;
+}
+
+TEST(GitParsingTest, CommitsComeFromNulFieldsAndRecordsWithoutARealHashAreDropped) {
+    const std::string sha1(40, 'a'), sha2(64, 'b'), sha3 = "c" + std::string(39, '0');
     std::string log =
-        "abc123|abc|Ada Lovelace|ada@example.org|2026-11-21T10:15:00+01:00|Fix a|b parsing\n"
-        "\n"
-        "|short|no hash|x@y|2026-11-21T10:00:00Z|dropped\n"
-        "only|four|parts|here\n"
-        "def456|def|Bob|bob@example.org|not a date|Keep me\n";
+        nulFields({sha1, "aaaaaaa", "Ada | Lovelace", "ada@example.org",
+                   "2026-11-21T10:15:00+01:00", "Fix a|b parsing"}) +
+        nulFields({"not-a-hash", "abc", "Bob", "b@x", "2026-11-21T10:00:00Z", "dropped"}) +
+        nulFields({sha2, "bbbb", "Bob", "bob@example.org", "not a date", "Keep me"}) +
+        nulFields({sha3, "d", "Short hash", "x@y", "2026-11-21T10:00:00Z", "dropped"}) +
+        // Output cut short: an incomplete last record is not read.
+        nulFields({sha1, "aaaa", "Cut"}) + "off";
     std::vector<CommitRecord> records = GitParsing::commits(log, "/repo", "feature");
     ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].sha, "abc123");
-    EXPECT_EQ(records[0].shortSha, "abc");
-    EXPECT_EQ(records[0].authorName, "Ada Lovelace");
+    EXPECT_EQ(records[0].sha, sha1);
+    EXPECT_EQ(records[0].shortSha, "aaaaaaa");
+    EXPECT_EQ(records[0].authorName, "Ada | Lovelace");
     EXPECT_EQ(records[0].authorEmail, "ada@example.org");
     EXPECT_EQ(records[0].message, "Fix a|b parsing");
     EXPECT_EQ(DateHelpers::isoString(records[0].committedAt), "2026-11-21T09:15:00Z");
-    EXPECT_EQ(records[0].id(), "/repo:abc123");
+    EXPECT_EQ(records[0].id(), "/repo:" + sha1);
     EXPECT_EQ(records[0].branch, "feature");
     EXPECT_FALSE(records[0].isLocalOnly);
     EXPECT_FALSE(records[0].insertions.has_value());
     // An unreadable date keeps the commit, at the epoch.
     EXPECT_EQ(records[1].message, "Keep me");
     EXPECT_EQ(records[1].committedAt.time_since_epoch().count(), 0);
+
+    std::string history =
+        nulFields({sha1, "aaaa", "A", "a@x", "2026-11-21T10:00:00Z", "refs/heads/topic", "one"}) +
+        nulFields({sha2, "bbbb", "B", "b@x", "2026-11-21T10:00:00Z", "main", "two"});
+    std::vector<CommitRecord> branches = GitParsing::historyCommits(history, "/repo");
+    ASSERT_EQ(branches.size(), 2u);
+    EXPECT_EQ(branches[0].branch, "topic");
+    EXPECT_EQ(branches[1].branch, "main");
+    EXPECT_EQ(branches[1].message, "two");
 }
 
 TEST(GitParsingTest, ChangedPathsTakeTheNewNameAndStripQuotes) {

@@ -51,7 +51,29 @@ RepoSnapshot failureSnapshot(std::string repoID, Date now, std::string error) {
 
 ShellResult GitScanner::git(const std::string& path, std::vector<std::string> arguments,
                             double timeout) const {
-    return runner_.run(GitCommand::request(path, std::move(arguments), timeout));
+    return run(GitCommand::request(path, std::move(arguments), timeout, cancellation_));
+}
+
+ShellResult GitScanner::run(ProcessRequest request) const {
+    if (cancellation_ != nullptr && cancellation_->isCancelled()) {
+        return ShellResult{"", "not started: cancelled", -1};
+    }
+    return runner_.run(request);
+}
+
+std::optional<ShellResult> GitScanner::statusWithoutFilters(
+    const std::string& path, std::vector<std::string> arguments) const {
+    // A racily clean or touched file is compared with the index by content, which
+    // runs the clean filter its attributes name. A repository can name a program of
+    // its own there, so its drivers are switched off; the user's own (global) ones,
+    // such as a large-file filter, stay.
+    ShellResult drivers = git(path, GitCommand::filterDriverQuery(), 15);
+    bool noneDefined = drivers.exitCode == 1 && drivers.stdOut.empty();
+    if (!drivers.succeeded() && !noneDefined) return std::nullopt;
+    ProcessRequest request = GitCommand::request(path, std::move(arguments), 30, cancellation_);
+    GitCommand::disableFilterDrivers(request,
+                                     GitCommand::repositoryFilterDrivers(drivers.stdOut));
+    return run(std::move(request));
 }
 
 std::string GitScanner::startOfDayArgument(Date now) {
@@ -89,10 +111,14 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
 
     std::vector<std::string> statusArguments = {"status", "--porcelain=v1"};
     if (ignoreUntracked) statusArguments.emplace_back("--untracked-files=no");
-    ShellResult status = git(path, statusArguments, 30);
-    if (status.succeeded()) {
-        snapshot.files = GitParsing::fileCounts(status.stdOut, ignoreUntracked);
-        snapshot.lastWorkingTreeChangeAt = newestChangeTime(status.stdOut, path, now);
+    // Looking inside a submodule's work tree means a git status there, under that
+    // submodule's own configuration; a submodule still counts when it moved to
+    // another commit.
+    statusArguments.emplace_back("--ignore-submodules=dirty");
+    std::optional<ShellResult> status = statusWithoutFilters(path, statusArguments);
+    if (status && status->succeeded()) {
+        snapshot.files = GitParsing::fileCounts(status->stdOut, ignoreUntracked);
+        snapshot.lastWorkingTreeChangeAt = newestChangeTime(status->stdOut, path, now);
     }
 
     if (snapshot.hasUpstream) {
@@ -109,14 +135,14 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
         snapshot.commitsToday = static_cast<int>(Text::nonEmptyLines(today.stdOut).size());
     }
 
-    ShellResult last = git(path, {"log", "-1", "--pretty=%H|%aI|%s"}, 15);
-    std::string_view lastLine = Text::trim(last.stdOut);
-    if (last.succeeded() && !lastLine.empty()) {
-        std::vector<std::string> parts = GitParsing::splitFirst(lastLine, '|', 3);
-        if (parts.size() == 3 && !parts[0].empty()) {
-            snapshot.lastCommitSha = parts[0];
-            snapshot.lastCommitAt = GitParsing::parseISODate(parts[1]);
-            snapshot.lastCommitMessage = parts[2];
+    ShellResult last = git(path, {"log", "-1", "-z", GitParsing::kLastCommitFormat}, 15);
+    if (last.succeeded()) {
+        // No commits yet gives no record: the normal state of a new repository.
+        auto records = GitParsing::nulRecords(last.stdOut, 3);
+        if (records.size() == 1 && GitParsing::isObjectName(records[0][0])) {
+            snapshot.lastCommitSha = std::string(records[0][0]);
+            snapshot.lastCommitAt = GitParsing::parseISODate(records[0][1]);
+            snapshot.lastCommitMessage = std::string(records[0][2]);
         }
     }
 
@@ -144,8 +170,8 @@ std::vector<CommitRecord> GitScanner::logCommits(const std::string& path,
                                                  const std::optional<std::string>& branch) const {
     std::string repoID = PathHelpers::canonicalPath(path);
     std::string branchName = branch.value_or("");
-    std::vector<std::string> arguments = {"log", "--since=" + sinceArg,
-                                          "--pretty=%H|%h|%an|%ae|%aI|%s"};
+    std::vector<std::string> arguments = {"log", "-z", "--since=" + sinceArg,
+                                          GitParsing::kCommitFormat};
     if (!branchName.empty()) arguments.push_back(branchName);
     ShellResult log = git(path, arguments, 30);
     if (!log.succeeded()) return {};
@@ -163,25 +189,11 @@ std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
                                                      const std::string& sinceArg) const {
     std::string repoID = PathHelpers::canonicalPath(path);
     ShellResult log = git(path,
-                          {"log", "--branches", "--source", "--since=" + sinceArg,
-                           "--pretty=%H|%h|%an|%ae|%aI|%S|%s"},
+                          {"log", "-z", "--branches", "--source", "--since=" + sinceArg,
+                           GitParsing::kHistoryFormat},
                           60);
     if (!log.succeeded()) return {};
-    std::vector<CommitRecord> records;
-    for (std::string_view line : Text::nonEmptyLines(log.stdOut)) {
-        std::vector<std::string> parts = GitParsing::splitFirst(line, '|', 7);
-        if (parts.size() != 7 || parts[0].empty()) continue;
-        // The source is the ref the commit was reached from, "refs/heads/<branch>".
-        std::string branch = parts[5];
-        if (branch.starts_with("refs/heads/")) branch = branch.substr(11);
-        // The subject is last so that a "|" in it survives: rebuild the line the
-        // common parser reads.
-        std::string standard = parts[0] + "|" + parts[1] + "|" + parts[2] + "|" + parts[3] + "|" +
-                               parts[4] + "|" + parts[6];
-        for (CommitRecord& record : GitParsing::commits(standard, repoID, branch)) {
-            records.push_back(std::move(record));
-        }
-    }
+    std::vector<CommitRecord> records = GitParsing::historyCommits(log.stdOut, repoID);
     if (records.empty()) return records;
     // One listing marks every commit that no remote-tracking branch holds, where a
     // question per commit would cost a child each.

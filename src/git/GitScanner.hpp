@@ -6,6 +6,7 @@
 
 #include "git/CommitRecord.hpp"
 #include "git/RepoSnapshot.hpp"
+#include "platform/Cancellation.hpp"
 #include "platform/Clock.hpp"
 #include "platform/ProcessRunner.hpp"
 
@@ -28,7 +29,12 @@ struct LocalBranchInfo {
 // a snapshot whose `error` says why. Safe to use for many repositories at once.
 class GitScanner {
 public:
-    GitScanner(const ProcessRunner& runner, const Clock& clock) : runner_(runner), clock_(clock) {}
+    // Once `cancellation` (when given) is cancelled, no further child starts and the
+    // running one is stopped: what the scanner returns then is incomplete, and the
+    // caller is expected to discard it.
+    GitScanner(const ProcessRunner& runner, const Clock& clock,
+               const Cancellation* cancellation = nullptr)
+        : runner_(runner), clock_(clock), cancellation_(cancellation) {}
 
     RepoSnapshot scan(const std::string& path, bool ignoreUntracked) const;
 
@@ -54,11 +60,17 @@ public:
 private:
     ShellResult git(const std::string& path, std::vector<std::string> arguments,
                     double timeout) const;
+    ShellResult run(ProcessRequest request) const;
+    // `git status` with the filter drivers of the repository's own configuration
+    // switched off, or nothing when they cannot be listed.
+    std::optional<ShellResult> statusWithoutFilters(const std::string& path,
+                                                    std::vector<std::string> arguments) const;
     std::optional<Date> newestChangeTime(std::string_view porcelain, const std::string& path,
                                          Date now) const;
 
     const ProcessRunner& runner_;
     const Clock& clock_;
+    const Cancellation* cancellation_;
 };
 
 }  // namespace quorvane

@@ -1,9 +1,12 @@
 #include "git/GitScanner.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <fmt/format.h>
 
 #include "git/GitCommand.hpp"
 #include "platform/Shell.hpp"
@@ -26,18 +29,30 @@ ShellResult ok(std::string out) {
     return ShellResult{std::move(out), "", 0};
 }
 
+// Fields as `git log -z` prints them: each one ended by a NUL.
+std::string nulFields(const std::vector<std::string>& fields) {
+    std::string out;
+    for (const std::string& field : fields) out += field + '\0';
+    return out;
+}
+
+const std::string kSha(40, 'a');
+
 // Answers like a repository on branch "main" with an upstream, one staged file and
 // two commits today; `branchAnswer` replaces the answer to "branch --show-current".
 ShellResult healthyRepo(const ProcessRequest& request,
                         std::optional<ShellResult> branchAnswer = {}) {
     const auto& a = request.arguments;
     if (a[0] == "rev-parse" && a[1] == "--is-inside-work-tree") return ok("true\n");
+    if (a[0] == "config") return ShellResult{"", "", 1};  // no filter driver defined
     if (a[0] == "branch") return branchAnswer.value_or(ok("main\n"));
     if (a[0] == "remote") return ok("git@example.org:me/app.git\n");
     if (a[0] == "rev-parse") return ok("origin/main\n");
     if (a[0] == "status") return ok("A  new.txt\n");
     if (a[0] == "rev-list") return ok("1\t2\n");
-    if (a[0] == "log" && a[1] == "-1") return ok("abc|2026-11-21T09:00:00Z|Subject | with pipe\n");
+    if (a[0] == "log" && a[1] == "-1") {
+        return ok(nulFields({kSha, "2026-11-21T09:00:00Z", "Subject | with pipe"}));
+    }
     if (a[0] == "log") return ok("abc\ndef\n");
     return ShellResult{"", "unexpected", 1};
 }
@@ -63,8 +78,9 @@ TEST_F(GitScannerTest, EveryChildIsAReadOnlyGitThatCannotPromptOrLock) {
     EXPECT_EQ(snapshot.capturedAt, clock_.now());
     EXPECT_FALSE(snapshot.error.has_value());
 
+    EXPECT_EQ(snapshot.lastCommitSha, kSha);
     std::vector<ProcessRequest> requests = runner.requests();
-    ASSERT_EQ(requests.size(), 8u);
+    ASSERT_EQ(requests.size(), 9u);
     for (const ProcessRequest& request : requests) {
         EXPECT_EQ(request.executable, "/usr/bin/git");
         EXPECT_EQ(request.cwd, "/work/app");
@@ -72,7 +88,8 @@ TEST_F(GitScannerTest, EveryChildIsAReadOnlyGitThatCannotPromptOrLock) {
         EXPECT_THAT(request.environment, Contains(Pair("GIT_OPTIONAL_LOCKS", "0")));
         EXPECT_THAT(request.environment, Contains(Pair("GIT_TERMINAL_PROMPT", "0")));
     }
-    EXPECT_THAT(runner.commandLines(), Contains("status --porcelain=v1 --untracked-files=no"));
+    EXPECT_THAT(runner.commandLines(),
+                Contains("status --porcelain=v1 --untracked-files=no --ignore-submodules=dirty"));
     EXPECT_THAT(runner.commandLines(), Contains("log --since=2026-11-21T00:00:00Z --pretty=%H"));
 }
 
@@ -84,7 +101,7 @@ TEST_F(GitScannerTest, AFailedBranchReadCountsAsDetachedAndSkipsNothingElse) {
     EXPECT_EQ(snapshot.branch, "");
     EXPECT_TRUE(snapshot.isDetachedHead);
     EXPECT_FALSE(snapshot.error.has_value());
-    EXPECT_EQ(runner.requests().size(), 8u);
+    EXPECT_EQ(runner.requests().size(), 9u);
 }
 
 TEST_F(GitScannerTest, TheWorkTreeCheckAloneEndsAScanWithAnErrorText) {
@@ -148,11 +165,46 @@ TEST_F(GitScannerTest, LogCommitsMarksWhatNoRemoteBranchContains) {
     }
 }
 
+TEST_F(GitScannerTest, NoNameOrSubjectCanForgeAnotherFieldInAnyLogFormat) {
+    testing::TempDir dir;
+    TestRepo repo(dir / "repo");
+    repo.commitFile("a.txt", "a", "first");
+    // A name is the author's free text: here it spells out the rest of a record.
+    const std::string forger = "Eve|mallory@evil.example|1999-01-01T00:00:00Z|forged";
+    repo.git({"commit", "-q", "--allow-empty", "--author", forger + " <eve@example.org>", "-m",
+              "real | subject"});
+    std::string sha = repo.gitLine({"rev-parse", "HEAD"});
+    Date authored = *DateHelpers::parseISO(repo.gitLine({"log", "-1", "--format=%aI"}));
+
+    auto expectGenuine = [&](const CommitRecord& commit, const char* where) {
+        EXPECT_EQ(commit.sha, sha) << where;
+        EXPECT_EQ(commit.authorName, forger) << where;
+        EXPECT_EQ(commit.authorEmail, "eve@example.org") << where;
+        EXPECT_EQ(commit.committedAt, authored) << where;
+        EXPECT_EQ(commit.message, "real | subject") << where;
+    };
+    GitScanner scanner(shell_, clock_);
+    std::vector<CommitRecord> today = scanner.logCommits(repo.path(), "2000-01-01T00:00:00Z", {});
+    ASSERT_EQ(today.size(), 2u);
+    expectGenuine(today[0], "log");
+    std::vector<CommitRecord> history = scanner.historyCommits(repo.path(), "2000-01-01T00:00:00Z");
+    ASSERT_EQ(history.size(), 2u);
+    expectGenuine(history[0], "history");
+    EXPECT_EQ(history[0].branch, "main");
+
+    testing::FakeClock later(authored + std::chrono::hours(1));
+    RepoSnapshot snapshot = GitScanner(shell_, later).scan(repo.path(), false);
+    EXPECT_EQ(snapshot.lastCommitSha, sha);
+    EXPECT_EQ(snapshot.lastCommitAt, authored);
+    EXPECT_EQ(snapshot.lastCommitMessage, "real | subject");
+}
+
 TEST_F(GitScannerTest, MoreThanFiftyCommitsAreNotCheckedOneByOne) {
     auto logOf = [](int count) {
         std::string text;
         for (int i = 0; i < count; ++i) {
-            text += "sha" + std::to_string(i) + "|s|A|a@x|2026-11-21T09:00:00Z|c\n";
+            std::string sha = fmt::format("{:040x}", i + 1);
+            text += nulFields({sha, sha.substr(0, 7), "A", "a@x", "2026-11-21T09:00:00Z", "c"});
         }
         return text;
     };
@@ -195,6 +247,33 @@ TEST_F(GitScannerTest, LocalBranchesReportTheirStandingAgainstTheirUpstream) {
     EXPECT_FALSE(branches[1].upstream.has_value());
     EXPECT_EQ(branches[1].ahead, 0);
     EXPECT_TRUE(GitScanner(shell_, clock_).localBranches((dir / "none").string()).empty());
+}
+
+TEST_F(GitScannerTest, RacilyCleanFilesAreComparedByTheirBytesWithTheRepositorysFiltersOff) {
+    testing::TempDir dir;
+    TestRepo repo(dir / "repo");
+    repo.write(".gitattributes", "*.txt filter=evil\n");
+    repo.commitFile("a.txt", "aaaa", "first");
+    // A filter of the repository's own that would make every file look changed.
+    testing::writeFile(dir / "evil.sh", "#!/bin/sh\ntouch '" + (dir / "ran").string() +
+                                            "'\ncat >/dev/null\necho zzzz\n");
+    std::filesystem::permissions(dir / "evil.sh", std::filesystem::perms::owner_all);
+    repo.git({"config", "filter.evil.clean", (dir / "evil.sh").string()});
+
+    // A file whose time equals the index's cannot be trusted by its stat data, so
+    // git compares its content.
+    auto makeRacy = [&] {
+        struct stat index {};
+        ::stat((repo.path() / ".git/index").c_str(), &index);
+        timespec times[2] = {index.st_mtim, index.st_mtim};
+        ::utimensat(AT_FDCWD, (repo.path() / "a.txt").c_str(), times, 0);
+    };
+    makeRacy();
+    EXPECT_EQ(GitScanner(shell_, clock_).scan(repo.path(), false).files.modified, 0);
+    repo.write("a.txt", "bbbb");  // the same size
+    makeRacy();
+    EXPECT_EQ(GitScanner(shell_, clock_).scan(repo.path(), false).files.modified, 1);
+    EXPECT_FALSE(std::filesystem::exists(dir / "ran"));
 }
 
 TEST_F(GitScannerTest, AScanNeverRewritesTheIndexNorLeavesALock) {

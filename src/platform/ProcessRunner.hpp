@@ -7,6 +7,8 @@
 
 namespace quorvane {
 
+class Cancellation;
+
 // The answer of any child process. (The streams are `stdOut` and `stdErr` because
 // `stdout` and `stderr` are macros of the C library.)
 struct ShellResult {
@@ -26,6 +28,9 @@ struct ProcessRequest {
     double timeout = 30.0;                     // seconds before SIGTERM; SIGKILL 3 s later
     std::vector<std::pair<std::string, std::string>> environment;  // set on top of ours
     std::vector<std::string> unsetEnvironment;  // removed from what the child inherits
+    // When given and cancelled, no child starts (exit code -1), and a running one is
+    // ended as at its timeout: SIGTERM, then SIGKILL 3 s later.
+    const Cancellation* cancellation = nullptr;
 };
 
 // The only door to child processes. The real one is `Shell`; tests substitute a

@@ -20,6 +20,7 @@
 
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
+#include "platform/Cancellation.hpp"
 #include "platform/FileDescriptor.hpp"
 
 extern char** environ;
@@ -154,13 +155,15 @@ bool readAvailable(Fd& fd, std::string& into) {
 // Everything that happens between a successful spawn and the child's end.
 class Supervisor {
 public:
-    Supervisor(pid_t pid, Pipe& out, Pipe& err, Pipe& in, std::string input, double timeout)
+    Supervisor(pid_t pid, Pipe& out, Pipe& err, Pipe& in, std::string input, double timeout,
+               const Cancellation* cancellation)
         : pid_(pid),
           out_(std::move(out.read)),
           err_(std::move(err.read)),
           in_(std::move(in.write)),
           input_(std::move(input)),
-          deadline_(SteadyClock::now() + toDuration(timeout)) {
+          deadline_(SteadyClock::now() + toDuration(timeout)),
+          cancellation_(cancellation) {
         setNonBlocking(out_.get());
         setNonBlocking(err_.get());
         if (in_.valid()) setNonBlocking(in_.get());
@@ -208,7 +211,11 @@ private:
     }
 
     // The timeout: SIGTERM to the child's group at the deadline, SIGKILL 3 s later.
+    // A cancellation moves the deadline to now.
     void escalate(SteadyClock::time_point now) {
+        if (!termSent_ && cancellation_ != nullptr && cancellation_->isCancelled()) {
+            deadline_ = std::min(deadline_, now);
+        }
         if (!termSent_ && now >= deadline_) {
             signalGroup(SIGTERM);
             termSent_ = true;
@@ -227,8 +234,10 @@ private:
     int millisecondsUntilNextEvent(SteadyClock::time_point now) const {
         SteadyClock::time_point next = deadline_;
         if (!childDone_ && termSent_) next = killSent_ ? now + std::chrono::hours(1) : killAt_;
-        // Without a pidfd, the child's end is noticed by looking every 10 ms.
-        if (!childDone_ && !pidfd_.valid())
+        // Without a pidfd (or a cancellation descriptor) the child's end (or the
+        // cancellation) is noticed by looking every 10 ms.
+        bool cancelUnseen = cancellation_ != nullptr && cancellation_->pollDescriptor() < 0;
+        if (!childDone_ && (!pidfd_.valid() || cancelUnseen))
             next = std::min(next, now + std::chrono::milliseconds(10));
         if (next <= now) return 0;
         auto ms = std::chrono::ceil<std::chrono::milliseconds>(next - now).count();
@@ -236,7 +245,7 @@ private:
     }
 
     void pollOnce(SteadyClock::time_point now) {
-        pollfd fds[4];
+        pollfd fds[5];
         int count = 0;
         int outIndex = -1, errIndex = -1, inIndex = -1, pidIndex = -1;
         if (out_.valid()) {
@@ -254,6 +263,12 @@ private:
         if (!childDone_ && pidfd_.valid()) {
             pidIndex = count;
             fds[count++] = pollfd{pidfd_.get(), POLLIN, 0};
+        }
+        // Once SIGTERM went out the cancellation has nothing more to say; watching its
+        // descriptor, which stays readable, would only spin.
+        if (!childDone_ && !termSent_ && cancellation_ != nullptr &&
+            cancellation_->pollDescriptor() >= 0) {
+            fds[count++] = pollfd{cancellation_->pollDescriptor(), POLLIN, 0};
         }
         int ready = ::poll(fds, static_cast<nfds_t>(count), millisecondsUntilNextEvent(now));
         if (ready <= 0) return;  // timeout or EINTR: the loop re-evaluates
@@ -284,6 +299,7 @@ private:
     size_t inputOffset_ = 0;
     std::string outBytes_, errBytes_;
     SteadyClock::time_point deadline_, killAt_{};
+    const Cancellation* cancellation_;
     bool childDone_ = false, termSent_ = false, killSent_ = false;
     int status_ = 0;
 };
@@ -354,6 +370,9 @@ std::string Shell::loginShellPath() {
 }
 
 ShellResult Shell::run(const ProcessRequest& request) const {
+    if (request.cancellation != nullptr && request.cancellation->isCancelled()) {
+        return launchFailure("not started: the work it belonged to was cancelled");
+    }
     std::optional<std::string> cwd;
     if (request.cwd) {
         cwd = PathHelpers::expandTilde(*request.cwd);
@@ -409,7 +428,8 @@ ShellResult Shell::run(const ProcessRequest& request) const {
         return launchFailure(
             fmt::format("cannot start {}: {}", request.executable, std::strerror(rc)));
     }
-    Supervisor supervisor(pid, out, err, in, request.standardInput.value_or(""), request.timeout);
+    Supervisor supervisor(pid, out, err, in, request.standardInput.value_or(""), request.timeout,
+                          request.cancellation);
     return supervisor.wait();
 }
 
