@@ -1,8 +1,11 @@
 // The daemon as a person runs it: its own data folder, real repositories, real
 // inotify, and the read commands beside it while it holds the writer lock.
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <chrono>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -190,6 +193,56 @@ TEST_F(DaemonTest, StopsCleanlyInTheMiddleOfItsFirstScan) {
     EXPECT_LE(partial.snapshots().size(), 24u);
     EXPECT_EQ(testing::runQuorvane(dataDir(), {"scan"}).exitCode, 0);
     EXPECT_EQ(read({"status", "--json"}).size(), 24u);
+}
+
+// Whether a git child of `parent` is running with `folder` as its working directory.
+bool gitChildRunsIn(pid_t parent, const std::filesystem::path& folder) {
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", ec)) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string line;
+        if (!std::getline(stat, line)) continue;
+        // "pid (comm) state ppid ...": the name may hold spaces, so read after the ")".
+        size_t close = line.rfind(')');
+        if (close == std::string::npos || line.find("(git)") == std::string::npos) continue;
+        std::istringstream rest(line.substr(close + 2));
+        char state = 0;
+        pid_t ppid = 0;
+        rest >> state >> ppid;
+        if (ppid != parent) continue;
+        if (std::filesystem::read_symlink(entry.path() / "cwd", ec) == folder) return true;
+    }
+    return false;
+}
+
+TEST_F(DaemonTest, ASignalStopsAGitChildThatHangsOnTheRepositoryAndStartsNoOther) {
+    testing::TestRepo fine(codeDir() / "fine");
+    fine.commitFile("a.txt", "a", "first");
+    testing::TestRepo stuck(codeDir() / "stuck");
+    stuck.commitFile("a.txt", "a", "first");
+    // Every git command opens HEAD first; a FIFO there blocks it until its timeout.
+    std::filesystem::remove(stuck.path() / ".git/HEAD");
+    ASSERT_EQ(::mkfifo((stuck.path() / ".git/HEAD").c_str(), 0600), 0);
+    std::filesystem::path stuckPath = std::filesystem::canonical(stuck.path());
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"folders", "add", codeDir().string()}).exitCode, 0);
+
+    auto daemon = startDaemon();
+    // Enrolment reads the new repository with git, which now hangs on it.
+    ASSERT_TRUE(testing::eventually(30s, [&] { return gitChildRunsIn(daemon->pid(), stuckPath); }))
+        << daemon->output();
+    auto signalled = std::chrono::steady_clock::now();
+    daemon->signal(SIGTERM);
+    std::optional<int> status = daemon->waitForExit(60s);
+    auto waited = std::chrono::steady_clock::now() - signalled;
+    ASSERT_TRUE(status.has_value()) << daemon->output();
+    EXPECT_EQ(*status, 0) << daemon->output();
+    // The hung child had 15 s left before its own timeout, and each further child
+    // another 15: a stop that waits for neither is well inside that.
+    EXPECT_LT(waited, 10s) << daemon->output();
+    EXPECT_FALSE(gitChildRunsIn(daemon->pid(), stuckPath));
+    // Cut short, its enrolment is not half-recorded: the next start enrols it whole.
+    Json repos = read({"repos", "list", "--json"});
+    for (const Json& repo : repos) EXPECT_NE(repo.at("id"), stuckPath.string());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "app/DailyReview.hpp"
 #include "app/Enrollment.hpp"
 #include "app/Log.hpp"
+#include "app/PathHelpers.hpp"
 #include "git/Aggregator.hpp"
 #include "git/WorkSessionEngine.hpp"
 #include "reports/ReminderEngine.hpp"
@@ -32,8 +33,8 @@ AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock
       notifier_(notifier),
       store_(dataDir_, clock),
       configService_(dataDir_ / "config.json", clock),
-      scanner_(runner, clock),
-      discovery_(runner),
+      scanner_(runner, clock, &shutdownSignal_),
+      discovery_(runner, &shutdownSignal_),
       watcher_(clock) {}
 
 AppEnvironment::~AppEnvironment() {
@@ -93,8 +94,16 @@ std::vector<std::string> AppEnvironment::newlyDetectedRepoIDs() const {
 }
 
 void AppEnvironment::noteFileActivity(const std::string& path, Date at) {
+    std::string watched = FileWatcher::standardizedPath(path);
     std::lock_guard lock(mutex_);
-    fileActivity_[path] = at;
+    // The watcher names a repository by its standardised folder; a configured path
+    // may be written "~/proj/", so the two meet on the repository's id.
+    for (const RepoConfig& repo : config_.repositories) {
+        if (FileWatcher::standardizedPath(repo.localPath) == watched) {
+            fileActivity_[repo.id] = at;
+            return;
+        }
+    }
 }
 
 void AppEnvironment::scanNow() {
@@ -119,14 +128,15 @@ void AppEnvironment::scanNow() {
 
     // The git work, eight repositories at a time; nothing is applied until all are read.
     std::string since = DateHelpers::isoString(startOfDay);
-    // A shutdown lets the repositories being read finish and starts no others; those
-    // left unread keep their previous state.
+    // A shutdown stops the children in flight and starts no others. A repository
+    // whose reading it may have cut short is left out, so it keeps its previous state.
     std::vector<std::optional<RepoScan>> results = boundedParallelMap<std::optional<RepoScan>>(
         active.size(), kMaxParallelScans, [&](size_t i) -> std::optional<RepoScan> {
             if (stopping_) return std::nullopt;
             RepoScan result;
             result.snapshot = scanner_.scan(active[i].localPath, active[i].ignoreUntracked);
             result.commits = scanner_.logCommits(active[i].localPath, since, std::nullopt);
+            if (stopping_) return std::nullopt;
             return result;
         });
 
@@ -147,7 +157,7 @@ void AppEnvironment::scanNow() {
         fresh.push_back(result.snapshot);
         if (!result.commits.empty()) store_.upsertCommits(result.commits);
         std::optional<WorkSession> open = store_.openSession(repo.id);
-        auto fileActivity = activity.find(repo.localPath);
+        auto fileActivity = activity.find(repo.id);
         std::vector<WorkSession> sessions = WorkSessionEngine::update(
             previous, result.snapshot, open, now, kIdleTimeoutSeconds,
             fileActivity == activity.end() ? std::nullopt
@@ -209,8 +219,11 @@ std::vector<std::string> AppEnvironment::rescanNowOnMain() {
 void AppEnvironment::autoEnrollNewRepos() {
     AppConfig current = config();
     if (!current.autoTrackNewRepos || current.scanFolders.empty()) return;
-    std::vector<std::string> ids = idsOf(current);
-    std::set<std::string> known(ids.begin(), ids.end());
+    std::set<std::string> known;
+    for (const RepoConfig& repo : current.repositories) {
+        known.insert(repo.id);
+        known.insert(PathHelpers::canonicalPath(repo.localPath));
+    }
     // The agent's search depth is deliberately the enrolment depth too.
     std::vector<DiscoveredRepo> found =
         discovery_.discover(current.scanFolders, current.agent.maxScanDepth, known);
@@ -224,37 +237,65 @@ void AppEnvironment::autoEnrollNewRepos() {
 
 std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<DiscoveredRepo>& found) {
     Date now = clock_.now();
-    std::vector<RepoConfig> added;
+    std::vector<RepoConfig> candidates;
+    int historyDays;
+    {
+        std::lock_guard lock(mutex_);
+        // A repository is known by its id and by where its configured path leads, so
+        // a hand-written "~/proj/" is not enrolled a second time as /home/me/proj.
+        std::set<std::string> known(config_.ignoredRepoIDs.begin(), config_.ignoredRepoIDs.end());
+        for (const RepoConfig& repo : config_.repositories) {
+            known.insert(repo.id);
+            known.insert(PathHelpers::canonicalPath(repo.id));
+            known.insert(PathHelpers::canonicalPath(repo.localPath));
+        }
+        for (const DiscoveredRepo& repo : found) {
+            if (!known.insert(repo.repoID).second) continue;
+            candidates.push_back(enrollmentConfig(repo, now));
+        }
+        historyDays = config_.historyDays;
+    }
+    if (candidates.empty()) return {};
+
+    // The history reads are the costly part of enrolment: eight at a time, like a scan.
+    std::string since = DateHelpers::isoString(DateHelpers::startOfDay(now) - kDay * historyDays);
+    std::vector<std::optional<std::vector<CommitRecord>>> histories =
+        boundedParallelMap<std::optional<std::vector<CommitRecord>>>(
+            candidates.size(), kMaxParallelScans,
+            [&](size_t i) -> std::optional<std::vector<CommitRecord>> {
+                if (stopping_) return std::nullopt;
+                if (historyDays <= 0) return std::vector<CommitRecord>{};
+                std::vector<CommitRecord> commits =
+                    scanner_.historyCommits(candidates[i].localPath, since);
+                if (stopping_) return std::nullopt;
+                return commits;
+            });
+
+    std::vector<std::string> ids;
     AppConfig updated;
     {
         std::lock_guard lock(mutex_);
-        std::vector<std::string> ids = idsOf(config_);
-        std::set<std::string> known(ids.begin(), ids.end());
-        std::set<std::string> ignored(config_.ignoredRepoIDs.begin(), config_.ignoredRepoIDs.end());
-        for (const DiscoveredRepo& repo : found) {
-            if (known.count(repo.repoID) != 0 || ignored.count(repo.repoID) != 0) continue;
-            added.push_back(enrollmentConfig(repo, now));
-            known.insert(repo.repoID);
-            config_.repositories.push_back(added.back());
+        std::set<std::string> present;
+        for (const RepoConfig& repo : config_.repositories) present.insert(repo.id);
+        for (size_t i = 0; i < candidates.size(); ++i) {
+            if (!histories[i] || present.contains(candidates[i].id)) continue;
+            config_.repositories.push_back(candidates[i]);
+            ids.push_back(candidates[i].id);
         }
         updated = config_;
     }
-    if (added.empty()) return {};
+    if (ids.empty()) return {};
     configService_.save(updated);
     startWatcher();
-    std::vector<std::string> ids;
-    for (const RepoConfig& repo : added) {
-        importHistory(repo, updated.historyDays);
-        ids.push_back(repo.id);
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        if (histories[i] && std::find(ids.begin(), ids.end(), candidates[i].id) != ids.end()) {
+            storeHistory(candidates[i], *histories[i]);
+        }
     }
     return ids;
 }
 
-void AppEnvironment::importHistory(const RepoConfig& repo, int days) {
-    if (days <= 0) return;
-    Date since = DateHelpers::startOfDay(clock_.now()) - kDay * days;
-    std::vector<CommitRecord> commits =
-        scanner_.historyCommits(repo.localPath, DateHelpers::isoString(since));
+void AppEnvironment::storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits) {
     if (commits.empty()) return;
     store_.upsertCommits(commits);
 
@@ -414,6 +455,7 @@ void AppEnvironment::startWatcher() {
 
 void AppEnvironment::shutdown() {
     stopping_ = true;
+    shutdownSignal_.cancel();
     {
         std::lock_guard lifecycle(schedulerLifecycle_);
         stopPeriodicScanning();

@@ -18,6 +18,7 @@
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/Store.hpp"
+#include "platform/Cancellation.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Notifier.hpp"
 #include "platform/ProcessRunner.hpp"
@@ -62,7 +63,9 @@ public:
     void autoEnrollNewRepos();
 
     // Tracks the found repositories that are neither tracked nor ignored, reads their
-    // recent history, and returns the ids added.
+    // recent history (eight repositories at a time), and returns the ids added. A
+    // repository whose history read a shutdown cut short is not added, so the next
+    // start enrols it whole.
     std::vector<std::string> addDiscovered(const std::vector<DiscoveredRepo>& found);
 
     // Changes the configuration, saves it and restarts the periodic scan.
@@ -84,11 +87,14 @@ public:
 
     std::vector<ReminderEvent> unresolvedReminders() const;
 
-    // Records that the repository at `path` saw file activity at `at`.
+    // Records that the tracked repository watched at `path` (its folder as the
+    // watcher reports it) saw file activity at `at`. Kept under the repository's id,
+    // whatever form its configured path has.
     void noteFileActivity(const std::string& path, Date at);
 
-    // Stops the periodic scan and the watcher, lets a running scan end early (the
-    // git children in flight finish, no new one starts) and flushes the store.
+    // Stops the periodic scan and the watcher, ends a running scan early (the git
+    // children in flight are stopped, no new one starts, and a repository whose
+    // reading was cut short keeps what was stored before) and flushes the store.
     void shutdown();
 
     AppConfig config() const;
@@ -110,7 +116,9 @@ private:
         std::vector<CommitRecord> commits;
     };
 
-    void importHistory(const RepoConfig& repo, int days);
+    // Records the history `commits` of a newly tracked repository: the commits and
+    // one day record per day that has none yet.
+    void storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits);
     void postAll(const std::vector<ReminderEvent>& events);
     void dailyReviewLoop(std::stop_token stop);
     void periodicLoop(std::stop_token stop, int minutes);
@@ -120,6 +128,9 @@ private:
     const Clock& clock_;
     const ProcessRunner& runner_;
     Notifier* const notifier_;
+    // Cancelled once by shutdown: stops the git children of scans, discovery and
+    // history reads, and keeps new ones from starting.
+    Cancellation shutdownSignal_;
     Store store_;
     ConfigService configService_;
     GitScanner scanner_;
@@ -132,7 +143,7 @@ private:
     bool didBootstrap_ = false;
     bool isScanning_ = false;
     std::optional<Date> lastScanAt_;
-    std::map<std::string, Date> fileActivity_;
+    std::map<std::string, Date> fileActivity_;  // by repository id
     std::vector<ReminderEvent> unresolvedReminders_;
     std::set<std::string> newlyDetected_;
 

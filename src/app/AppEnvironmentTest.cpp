@@ -1,11 +1,15 @@
 #include "app/AppEnvironment.hpp"
 
+#include <condition_variable>
 #include <latch>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "app/PathHelpers.hpp"
+#include "git/GitParsing.hpp"
+#include "platform/Cancellation.hpp"
 #include "platform/DesktopNotifier.hpp"
 #include "platform/Shell.hpp"
 #include "testing/BackgroundProcess.hpp"
@@ -34,8 +38,8 @@ bool isWorkTreeCheck(const ProcessRequest& request) {
 }
 
 bool isTodaysLog(const ProcessRequest& request) {
-    return request.arguments[0] == "log" && request.arguments.size() == 3 &&
-           request.arguments[2].starts_with("--pretty=%H|%h");
+    return request.arguments[0] == "log" && request.arguments.size() == 4 &&
+           request.arguments[3] == GitParsing::kCommitFormat;
 }
 
 TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFinished) {
@@ -197,14 +201,20 @@ TEST(AppEnvironmentTest, WithNothingTrackedAScanStillFlushesAndStampsItsTime) {
     EXPECT_TRUE(runner.requests().empty());
 }
 
-TEST(AppEnvironmentTest, AShutdownLetsTheReadsInFlightEndAndStartsNoOther) {
+TEST(AppEnvironmentTest, AShutdownStopsTheReadsInFlightStartsNoOtherAndKeepsWhatWasStored) {
     testing::TempDir dir;
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    std::atomic<bool> hold = false;
+    std::atomic<int> cancelledInFlight = 0;
     std::latch eightStarted(8), release(1);
     FakeProcessRunner runner([&](const ProcessRequest& request) {
-        if (isWorkTreeCheck(request)) {
+        if (hold && isWorkTreeCheck(request)) {
             eightStarted.count_down();
             release.wait();
+            // The real runner stops such a child at once; this one only notes it was asked to.
+            if (request.cancellation != nullptr && request.cancellation->isCancelled()) {
+                ++cancelledInFlight;
+            }
         }
         return ShellResult{"", "", 1};
     });
@@ -214,11 +224,15 @@ TEST(AppEnvironmentTest, AShutdownLetsTheReadsInFlightEndAndStartsNoOther) {
         for (int i = 0; i < 12; ++i)
             config.repositories.push_back(trackedAt("/fake/" + std::to_string(i)));
     });
+    env.scanNow();
+    std::vector<RepoSnapshot> before = env.store().snapshots();
+    ASSERT_EQ(before.size(), 12u);
+    size_t firstScan = runner.requests().size();
 
+    hold = true;
     std::jthread scan([&] { env.scanNow(); });
     eightStarted.wait();
     std::jthread stopper([&] { env.shutdown(); });
-    // The shutdown waits for the eight reads; let them end once it has begun.
     ASSERT_TRUE(testing::eventually(10s, [&] { return env.isShuttingDown(); }));
     std::this_thread::sleep_for(100ms);
     EXPECT_TRUE(env.isScanning());
@@ -226,16 +240,125 @@ TEST(AppEnvironmentTest, AShutdownLetsTheReadsInFlightEndAndStartsNoOther) {
     stopper.join();
     scan.join();
 
-    size_t checks = 0;
-    for (const ProcessRequest& request : runner.requests()) checks += isWorkTreeCheck(request);
-    EXPECT_EQ(checks, 8u);
-    // The eight that were read are stored; the four left unread have no snapshot.
+    // Eight reads were in flight and told to stop; nothing started after the signal.
+    EXPECT_EQ(cancelledInFlight, 8);
+    EXPECT_EQ(runner.requests().size(), firstScan + 8);
+    // Every read was cut short, so every repository keeps what the first scan stored.
     Store saved(dir.path(), clock, Store::Access::readOnly);
     saved.load();
-    EXPECT_EQ(saved.snapshots().size(), 8u);
-    EXPECT_FALSE(saved.snapshot("/fake/11").has_value());
+    std::vector<RepoSnapshot> after = saved.snapshots();
+    ASSERT_EQ(after.size(), 12u);
+    for (size_t i = 0; i < after.size(); ++i) EXPECT_EQ(after[i].id, before[i].id);
     env.scanNow();  // after a shutdown nothing starts
-    EXPECT_EQ(runner.requests().size(), checks * 2);
+    EXPECT_EQ(runner.requests().size(), firstScan + 8);
+}
+
+// Answers enrolment's git children for folders that only look like repositories:
+// history reads ("log --branches") wait for each other until eight are in flight or
+// `hold` says to stay, so how many ran at once shows; everything else fails at once.
+class EnrolmentRunner {
+public:
+    ShellResult answer(const ProcessRequest& request) {
+        if (request.arguments[0] != "log" || request.arguments[2] != "--branches") {
+            return ShellResult{"", "", 1};
+        }
+        std::unique_lock lock(mutex_);
+        maxInFlight_ = std::max(maxInFlight_, ++inFlight_);
+        ++started_;
+        changed_.notify_all();
+        changed_.wait_for(lock, 5s, [&] { return (started_ >= 8 || released_) && !hold_; });
+        --inFlight_;
+        return ShellResult{"", "", 0};
+    }
+    void holdAll() {
+        std::lock_guard lock(mutex_);
+        hold_ = true;
+    }
+    void release() {
+        {
+            std::lock_guard lock(mutex_);
+            hold_ = false;
+            released_ = true;
+        }
+        changed_.notify_all();
+    }
+    bool waitForStarted(int count) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, 10s, [&] { return started_ >= count; });
+    }
+    int maxInFlight() {
+        std::lock_guard lock(mutex_);
+        return maxInFlight_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int inFlight_ = 0, maxInFlight_ = 0, started_ = 0;
+    bool hold_ = false, released_ = false;
+};
+
+TEST(AppEnvironmentTest, EnrolmentReadsEightAtOnceAndAShutdownCutsItShortWithoutHalfAdding) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    for (int i = 0; i < 20; ++i)
+        std::filesystem::create_directories(dir / ("code/repo" + std::to_string(i)) / ".git");
+    auto enrolled = [&](AppEnvironment& env) { return env.config().repositories.size(); };
+
+    EnrolmentRunner all;
+    FakeProcessRunner allRunner([&](const ProcessRequest& r) { return all.answer(r); });
+    AppEnvironment env(dir / "data", clock, allRunner);
+    env.load();
+    env.applyConfigChange([&](AppConfig& config) { config.scanFolders = {(dir / "code").string()}; });
+    env.scanNow();
+    EXPECT_EQ(all.maxInFlight(), 8);
+    EXPECT_EQ(enrolled(env), 20u);
+
+    EnrolmentRunner cut;
+    cut.holdAll();
+    FakeProcessRunner cutRunner([&](const ProcessRequest& r) { return cut.answer(r); });
+    AppEnvironment stopped(dir / "data2", clock, cutRunner);
+    stopped.load();
+    stopped.applyConfigChange(
+        [&](AppConfig& config) { config.scanFolders = {(dir / "code").string()}; });
+    std::jthread scan([&] { stopped.scanNow(); });
+    ASSERT_TRUE(cut.waitForStarted(8));
+    size_t before = cutRunner.requests().size();
+    std::jthread stopper([&] { stopped.shutdown(); });
+    ASSERT_TRUE(testing::eventually(10s, [&] { return stopped.isShuttingDown(); }));
+    cut.release();
+    stopper.join();
+    scan.join();
+    // The eight in flight were the last children; none of the twenty is half-enrolled.
+    EXPECT_EQ(cutRunner.requests().size(), before);
+    EXPECT_EQ(enrolled(stopped), 0u);
+}
+
+TEST(AppEnvironmentTest, FileActivityFindsARepositoryWhosePathIsWrittenWithATilde) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    Shell shell;
+    std::filesystem::path home = PathHelpers::homeDirectory();
+    std::string name = "tilde-" + dir.path().filename().string();
+    TestRepo app(home / name);
+    app.commitFile("main.c", "v1", "first");
+    app.write("main.c", "v2");  // already modified: later edits leave git's counts alone
+    std::string appID = std::filesystem::canonical(app.path()).string();
+
+    AppEnvironment env(dir / "data", clock, shell);
+    env.load();
+    env.addDiscovered({RepoDiscovery(shell).makeRepo(app.path())});
+    env.applyConfigChange(
+        [&](AppConfig& config) { config.repositories[0].localPath = "~/" + name + "/"; });
+    env.bootstrap();
+    app.write("main.c", "v3");
+    EXPECT_TRUE(testing::eventually(20s, [&] {
+        clock.advance(1s);
+        env.scanNow();
+        return env.store().openSession(appID).has_value();
+    }));
+    env.shutdown();
+    std::filesystem::remove_all(app.path());
 }
 
 TEST(AppEnvironmentTest, TheWatcherFollowsTheTrackedRepositoriesOfTheRunningService) {

@@ -39,8 +39,15 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     bool refused = false;
     for (const std::string& path : paths) {
         WorkTree tree = workTreeAt(context, path);
+        // git's answer has invalid bytes already replaced, so the given path tells.
+        if (tree.problem.empty() && !Text::isValidUtf8(PathHelpers::canonicalPath(path))) {
+            tree.problem =
+                "its path is not valid UTF-8, which the data files cannot hold; rename the "
+                "folder to track it";
+        }
         if (!tree.problem.empty()) {
-            context.err << fmt::format("quorvane: cannot track {}: {}\n", path, tree.problem);
+            context.err << fmt::format("quorvane: cannot track {}: {}\n",
+                                       Text::escapeInvalidUtf8(path), tree.problem);
             refused = true;
             continue;
         }

@@ -70,6 +70,34 @@ std::vector<std::string_view> words(std::string_view text) {
     return pieces;
 }
 
+bool isValidUtf8(std::string_view bytes) {
+    while (!bytes.empty()) {
+        size_t length = validSequenceLength(bytes);
+        if (length == 0) return false;
+        bytes.remove_prefix(length);
+    }
+    return true;
+}
+
+std::string escapeInvalidUtf8(std::string_view bytes) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::string out;
+    while (!bytes.empty()) {
+        size_t length = validSequenceLength(bytes);
+        if (length == 0) {
+            unsigned char byte = static_cast<unsigned char>(bytes.front());
+            out += "\\x";
+            out += kHex[byte >> 4];
+            out += kHex[byte & 0xF];
+            bytes.remove_prefix(1);
+            continue;
+        }
+        out.append(bytes.substr(0, length));
+        bytes.remove_prefix(length);
+    }
+    return out;
+}
+
 std::string repairUtf8(std::string_view bytes) {
     std::string out;
     out.reserve(bytes.size());

@@ -15,6 +15,13 @@ std::vector<std::string_view> nonEmptyLines(std::string_view text);
 // Splits on any run of spaces and tabs, leaving out empty pieces.
 std::vector<std::string_view> words(std::string_view text);
 
+// Whether `bytes` is valid UTF-8 throughout.
+bool isValidUtf8(std::string_view bytes);
+
+// `bytes` with every byte of an invalid sequence written as "\xNN", for showing a
+// name that is not UTF-8 without losing which bytes it holds.
+std::string escapeInvalidUtf8(std::string_view bytes);
+
 // Returns `bytes` as valid UTF-8: each invalid or truncated sequence becomes U+FFFD.
 std::string repairUtf8(std::string_view bytes);
 

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <filesystem>
 
+#include <fmt/format.h>
+
+#include "app/BoundedParallel.hpp"
+#include "app/Log.hpp"
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
@@ -46,7 +50,9 @@ bool isSkippedName(const std::string& name) {
 
 std::optional<std::string> RepoDiscovery::gitLine(const std::string& path,
                                                   std::vector<std::string> arguments) const {
-    ShellResult result = runner_.run(GitCommand::request(path, std::move(arguments), 15));
+    if (cancellation_ != nullptr && cancellation_->isCancelled()) return std::nullopt;
+    ShellResult result =
+        runner_.run(GitCommand::request(path, std::move(arguments), 15, cancellation_));
     if (!result.succeeded()) return std::nullopt;
     std::vector<std::string_view> lines = Text::nonEmptyLines(result.stdOut);
     for (std::string_view line : lines) {
@@ -77,34 +83,51 @@ DiscoveredRepo RepoDiscovery::makeRepo(const std::string& path) const {
     return repo;
 }
 
+bool RepoDiscovery::refuseUnstorable(const std::string& id) const {
+    if (Text::isValidUtf8(id)) return false;
+    std::lock_guard lock(refusedMutex_);
+    if (refusedReported_.insert(id).second) {
+        Log::app().error(fmt::format(
+            "not tracking {}: its path is not valid UTF-8, which the data files cannot hold; "
+            "rename the folder to track it",
+            Text::escapeInvalidUtf8(id)));
+    }
+    return true;
+}
+
 std::vector<DiscoveredRepo> RepoDiscovery::discover(
     const std::vector<std::string>& folders, int maxDepth,
     const std::set<std::string>& knownRepoIDs) const {
-    std::vector<DiscoveredRepo> repos;
     // Shared by every starting folder, so nested or repeated folders list a
     // repository once.
     std::set<std::string> seen;
+    std::vector<std::string> found;
     for (const std::string& folder : folders) {
         std::string start = PathHelpers::canonicalPath(folder);
         std::error_code ec;
         if (start.empty() || !fs::is_directory(start, ec)) continue;
-        walk(start, 0, maxDepth, knownRepoIDs, seen, repos);
+        walk(start, 0, maxDepth, seen, found);
     }
+    // The walk is cheap and sequential; reading the new repositories is what costs,
+    // so it runs like a scan, a few at a time.
+    std::vector<DiscoveredRepo> repos = boundedParallelMap<DiscoveredRepo>(
+        found.size(), kMaxParallelReads, [&](size_t i) {
+            return knownRepoIDs.contains(found[i]) ? knownRepo(found[i]) : makeRepo(found[i]);
+        });
     std::stable_sort(repos.begin(), repos.end(), nameLess);
     return repos;
 }
 
 void RepoDiscovery::walk(const fs::path& path, int depth, int maxDepth,
-                         const std::set<std::string>& known, std::set<std::string>& seen,
-                         std::vector<DiscoveredRepo>& repos) const {
+                         std::set<std::string>& seen, std::vector<std::string>& found) const {
     std::error_code ec;
     // A ".git" file counts as much as a folder: linked worktrees and submodules have one.
     if (fs::exists(path / ".git", ec)) {
         std::string id = PathHelpers::canonicalPath(path.string());
-        // Checked before makeRepo, so a repository reached twice costs its git
-        // commands once.
-        if (!seen.insert(id).second) return;
-        repos.push_back(known.contains(id) ? knownRepo(id) : makeRepo(path.string()));
+        // Checked before anything is read, so a repository reached twice costs its
+        // git commands once.
+        if (!seen.insert(id).second || refuseUnstorable(id)) return;
+        found.push_back(std::move(id));
         return;
     }
     if (depth >= maxDepth) return;
@@ -118,7 +141,7 @@ void RepoDiscovery::walk(const fs::path& path, int depth, int maxDepth,
         if (!fs::is_directory(child, childError)) continue;
         fs::file_status own = fs::symlink_status(child, childError);
         if (!childError && fs::is_symlink(own)) continue;
-        walk(child, depth + 1, maxDepth, known, seen, repos);
+        walk(child, depth + 1, maxDepth, seen, found);
     }
 }
 

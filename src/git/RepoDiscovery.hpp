@@ -8,6 +8,9 @@
 #include <string_view>
 #include <vector>
 
+#include <mutex>
+
+#include "platform/Cancellation.hpp"
 #include "platform/ProcessRunner.hpp"
 
 namespace quorvane {
@@ -28,7 +31,12 @@ struct DiscoveredRepo {
 // and a failed one only leaves a field empty.
 class RepoDiscovery {
 public:
-    explicit RepoDiscovery(const ProcessRunner& runner) : runner_(runner) {}
+    // Once `cancellation` (when given) is cancelled no further git child starts; the
+    // repositories read by then are still listed, the others come back as if git
+    // had failed on them.
+    explicit RepoDiscovery(const ProcessRunner& runner,
+                           const Cancellation* cancellation = nullptr)
+        : runner_(runner), cancellation_(cancellation) {}
 
     // Folder names the walk never enters: dependencies, build output and tool data,
     // which hold no repository of the user's own but can hold thousands of folders.
@@ -39,7 +47,10 @@ public:
     // The working trees under `folders` (each tilde-expanded and resolved), at most
     // `maxDepth` levels down, never inside another repository, hidden or skipped
     // folder, nor through a symbolic link. Each repository appears once, sorted by
-    // name regardless of case. Repositories in `knownRepoIDs` cost no child process.
+    // name regardless of case. Repositories in `knownRepoIDs` cost no child process;
+    // the others are read at most kMaxParallelReads at a time. A repository whose
+    // path is not valid UTF-8 is left out (the data files hold text only), and said
+    // so in the log once per path for the life of this object.
     std::vector<DiscoveredRepo> discover(const std::vector<std::string>& folders, int maxDepth,
                                          const std::set<std::string>& knownRepoIDs) const;
 
@@ -49,18 +60,25 @@ public:
 
     std::string detectDefaultBranch(const std::string& path, const std::string& fallback) const;
 
+    static constexpr size_t kMaxParallelReads = 8;
+
 private:
     // Visits `path` and, below `maxDepth`, its plain sub-folders depth first, adding
-    // each repository not yet in `seen` to `repos`.
+    // the canonical path of each repository not yet in `seen` to `found`.
     void walk(const std::filesystem::path& path, int depth, int maxDepth,
-              const std::set<std::string>& known, std::set<std::string>& seen,
-              std::vector<DiscoveredRepo>& repos) const;
+              std::set<std::string>& seen, std::vector<std::string>& found) const;
+
+    // True (and logged, once per path) when `id` cannot be kept in the data files.
+    bool refuseUnstorable(const std::string& id) const;
 
     // The first non-empty line a git command prints, trimmed; nothing on failure.
     std::optional<std::string> gitLine(const std::string& path,
                                        std::vector<std::string> arguments) const;
 
     const ProcessRunner& runner_;
+    const Cancellation* cancellation_;
+    mutable std::mutex refusedMutex_;
+    mutable std::set<std::string> refusedReported_;
 };
 
 }  // namespace quorvane

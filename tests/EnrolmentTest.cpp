@@ -1,0 +1,68 @@
+// What ends up tracked: every repository once, and none whose path the data files
+// could not hold.
+#include <fstream>
+#include <iterator>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "app/PathHelpers.hpp"
+#include "persistence/JsonCodec.hpp"
+#include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
+
+namespace quorvane {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+
+Json trackedRepos(const fs::path& data) {
+    ShellResult list = testing::runQuorvane(data, {"repos", "list", "--json"});
+    EXPECT_EQ(list.exitCode, 0) << list.stdErr;
+    return JsonCodec::parse(list.stdOut);
+}
+
+TEST(EnrolmentTest, APathThatIsNotUtf8IsRefusedAndNoFolderIsEnrolledTwice) {
+    testing::TempDir dir;
+    fs::path data = dir / "data";
+    // Latin-1 "café": a valid Linux file name, but no text a JSON file can hold.
+    fs::path latin1 = dir / "code/caf\xe9";
+    testing::TestRepo(latin1).commitFile("a.txt", "a", "first");
+    fs::path home = PathHelpers::homeDirectory();
+    std::string name = "enrol-" + dir.path().filename().string();
+    testing::TestRepo own(home / name);
+    own.commitFile("a.txt", "a", "first");
+
+    ShellResult add = testing::runQuorvane(data, {"repos", "add", latin1.string()});
+    EXPECT_EQ(add.exitCode, 1);
+    EXPECT_THAT(add.stdErr, HasSubstr("caf\\xe9"));
+    EXPECT_THAT(add.stdErr, HasSubstr("not valid UTF-8"));
+
+    // A repository tracked under a hand-written path is the same folder as the one a
+    // scan folder finds.
+    ASSERT_EQ(testing::runQuorvane(data, {"repos", "add", own.path().string()}).exitCode, 0);
+    Json written = JsonCodec::parse([&] {
+        std::ifstream in(data / "config.json");
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }());
+    written["repositories"][0]["id"] = "~/" + name + "/";
+    written["repositories"][0]["localPath"] = "~/" + name + "/";
+    testing::writeFile(data / "config.json", written.dump(2));
+
+    ASSERT_EQ(testing::runQuorvane(data, {"folders", "add", (dir / "code").string(), home.string()})
+                  .exitCode,
+              0);
+    for (int scan = 0; scan < 3; ++scan) {
+        ShellResult result = testing::runQuorvane(data, {"scan"});
+        EXPECT_EQ(result.exitCode, 0) << result.stdErr;
+    }
+    Json repos = trackedRepos(data);
+    ASSERT_EQ(repos.size(), 1u) << repos.dump(2);
+    EXPECT_EQ(repos[0].at("localPath"), "~/" + name + "/");
+    fs::remove_all(own.path());
+}
+
+}  // namespace
+}  // namespace quorvane
