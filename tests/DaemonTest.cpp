@@ -84,9 +84,12 @@ TEST_F(DaemonTest, FileEditsAndCommitsBecomeASessionAndEverythingIsSavedOnSigter
     ASSERT_EQ(testing::runQuorvane(dataDir(), {"folders", "add", codeDir().string()}).exitCode, 0);
 
     auto daemon = startDaemon();
+    // "ready" comes once the first scan is saved and the watches are set: an edit
+    // before that would go unseen.
     ASSERT_TRUE(testing::eventually(60s, [&] {
-        return read({"status", "--json"}).size() == 2;
+        return daemon->output().find("quorvane daemon: ready") != std::string::npos;
     })) << daemon->output();
+    ASSERT_EQ(read({"status", "--json"}).size(), 2u);
 
     // The one writer is named to anyone else who wants to write.
     ShellResult refused = testing::runQuorvane(dataDir(), {"scan"});

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/Cancellation.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
@@ -78,6 +79,32 @@ TEST(ShellTest, ATimedOutChildGetsSigtermAndKeepsItsOutput) {
     EXPECT_LT(secondsSince(start), 2.5);
     EXPECT_EQ(result.exitCode, 15);
     EXPECT_EQ(result.stdOut, "started\n");
+}
+
+TEST(ShellTest, ACancellationStopsARunningChildAndKeepsTheNextFromStarting) {
+    Cancellation cancellation;
+    ProcessRequest request;
+    request.executable = "/bin/sh";
+    request.arguments = {"-c", "echo started; exec sleep 30"};
+    request.timeout = 60;
+    request.cancellation = &cancellation;
+    auto start = std::chrono::steady_clock::now();
+    std::jthread canceller([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        cancellation.cancel();
+    });
+    ShellResult result = Shell().run(request);
+    // Stopped as at a timeout, long before its own 60 s.
+    EXPECT_EQ(result.exitCode, 15);
+    EXPECT_EQ(result.stdOut, "started\n");
+    EXPECT_LT(secondsSince(start), 10.0);
+
+    request.arguments = {"-c", "touch started"};
+    testing::TempDir dir;
+    request.cwd = dir.path().string();
+    ShellResult refused = Shell().run(request);
+    EXPECT_EQ(refused.exitCode, -1);
+    EXPECT_FALSE(std::filesystem::exists(dir / "started"));
 }
 
 TEST(ShellTest, AChildIgnoringSigtermIsKilledThreeSecondsLater) {
