@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "app/NameOrder.hpp"
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
@@ -11,19 +12,6 @@ namespace quorvane {
 namespace {
 
 namespace fs = std::filesystem;
-
-char foldAsciiCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-// Orders names the way a person scans a list, "alpha", "Beta", "gamma": letters
-// compare without regard to case. Only ASCII letters fold, so the order does not
-// depend on the process's locale.
-bool nameLess(const DiscoveredRepo& a, const DiscoveredRepo& b) {
-    return std::lexicographical_compare(
-        a.name.begin(), a.name.end(), b.name.begin(), b.name.end(),
-        [](char x, char y) { return foldAsciiCase(x) < foldAsciiCase(y); });
-}
 
 // A tracked repository needs no git command: what enrolment would read is already
 // in its configuration.
@@ -90,7 +78,10 @@ std::vector<DiscoveredRepo> RepoDiscovery::discover(
         if (start.empty() || !fs::is_directory(start, ec)) continue;
         walk(start, 0, maxDepth, knownRepoIDs, seen, repos);
     }
-    std::stable_sort(repos.begin(), repos.end(), nameLess);
+    // Stable, so equal names keep the order in which they were found.
+    std::stable_sort(
+        repos.begin(), repos.end(),
+        [](const DiscoveredRepo& a, const DiscoveredRepo& b) { return nameLess(a.name, b.name); });
     return repos;
 }
 
