@@ -31,8 +31,8 @@ namespace quorvane {
 // writer lock may construct one.
 class AppEnvironment {
 public:
-    // Reminders raised by scans go to `notifier` once stored; without one they are
-    // only stored.
+    // Reminders raised by scans go to `notifier` once stored, and are closed there once
+    // resolved; without one they are only stored.
     AppEnvironment(std::filesystem::path dataDir, const Clock& clock, const ProcessRunner& runner,
                    Notifier* notifier = nullptr);
     ~AppEnvironment();
@@ -112,6 +112,7 @@ private:
 
     void importHistory(const RepoConfig& repo, int days);
     void postAll(const std::vector<ReminderEvent>& events);
+    void closeAll(const std::vector<std::string>& reminderIDs);
     void dailyReviewLoop(std::stop_token stop);
     void periodicLoop(std::stop_token stop, int minutes);
     void stopPeriodicScanning();
