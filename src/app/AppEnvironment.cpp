@@ -188,6 +188,7 @@ void AppEnvironment::scanNow() {
         now, current.reminders, current.repositories, fresh,
         store_.sessions(std::nullopt, std::nullopt), store_.reminders(true));
     if (!reminders.resolve.empty()) store_.resolveReminders(reminders.resolve);
+    closeAll(reminders.resolve);
     if (!reminders.emit.empty()) {
         store_.upsertReminders(reminders.emit);
         postAll(reminders.emit);
@@ -385,6 +386,12 @@ void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
     for (const ReminderEvent& event : events) notifier_->post(event);
 }
 
+// Resolved reminders leave the screen; the store has recorded them first.
+void AppEnvironment::closeAll(const std::vector<std::string>& reminderIDs) {
+    if (notifier_ == nullptr) return;
+    for (const std::string& id : reminderIDs) notifier_->close(id);
+}
+
 void AppEnvironment::startDailyReviewScheduling() {
     std::lock_guard lifecycle(reviewLifecycle_);
     if (reviewer_.joinable()) {
@@ -427,6 +434,7 @@ void AppEnvironment::fireDayReviewIfEnabled() {
     ReminderEvent event = ReminderEngine::endDayReview(now, active);
     // At most one end-of-day reminder is open at a time.
     if (!previous.empty()) store_.resolveReminders(previous);
+    closeAll(previous);
     store_.upsertReminders({event});
     postAll({event});
     store_.flush();

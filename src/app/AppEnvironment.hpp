@@ -32,8 +32,8 @@ namespace quorvane {
 // writer lock may construct one.
 class AppEnvironment {
 public:
-    // Reminders raised by scans go to `notifier` once stored; without one they are
-    // only stored.
+    // Reminders raised by scans go to `notifier` once stored, and are closed there once
+    // resolved; without one they are only stored.
     AppEnvironment(std::filesystem::path dataDir, const Clock& clock, const ProcessRunner& runner,
                    Notifier* notifier = nullptr);
     ~AppEnvironment();
@@ -120,6 +120,7 @@ private:
     // one day record per day that has none yet.
     void storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits);
     void postAll(const std::vector<ReminderEvent>& events);
+    void closeAll(const std::vector<std::string>& reminderIDs);
     void dailyReviewLoop(std::stop_token stop);
     void periodicLoop(std::stop_token stop, int minutes);
     void stopPeriodicScanning();

@@ -22,6 +22,7 @@
 namespace quorvane {
 namespace {
 
+using ::testing::ElementsAre;
 using testing::FakeProcessRunner;
 using testing::TestRepo;
 using namespace std::chrono_literals;
@@ -443,6 +444,8 @@ TEST(AppEnvironmentTest, AScanRaisesAReminderOnceShowsItAndResolvesItAfterAPush)
     work.git({"push", "-q", "origin", "main"});
     env.scanNow();
     EXPECT_EQ(server.waitFor(2, 500ms).size(), 1u);
+    EXPECT_THAT(server.closed(), ElementsAre(shown[0].id))
+        << "a resolved reminder's notification leaves the screen";
     EXPECT_TRUE(env.unresolvedReminders().empty());
     Store saved(dir / "data", clock, Store::Access::readOnly);
     saved.load();
@@ -458,7 +461,9 @@ TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
     FakeProcessRunner runner;
     struct Recorder final : Notifier {
         void post(const ReminderEvent& event) override { shown.push_back(event); }
+        void close(const std::string& reminderID) override { closed.push_back(reminderID); }
         std::vector<ReminderEvent> shown;
+        std::vector<std::string> closed;
     } notifier;
     AppEnvironment env(dir.path(), clock, runner, &notifier);
     env.load();
@@ -482,7 +487,8 @@ TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
     clock.advance(24h);
     env.fireDayReviewIfEnabled();
     std::vector<ReminderEvent> open = env.unresolvedReminders();
-    ASSERT_EQ(open.size(), 1u);  // the evening before was resolved
+    ASSERT_EQ(open.size(), 1u);  // the evening before was resolved, and leaves the screen
+    EXPECT_THAT(notifier.closed, ElementsAre(notifier.shown[0].id));
     EXPECT_EQ(open[0].message,
               "End of day: no active project today. Want to note anything in the journal?");
 

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <climits>
 #include <ctime>
 #include <set>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+
+#include "app/NameOrder.hpp"
 
 namespace quorvane::Aggregator {
 namespace {
@@ -55,15 +56,6 @@ int staleDaysFor(const RepoConfig& config) {
 
 bool inWindow(Date date, Date start, Date end) {
     return date >= start && date <= end;
-}
-
-// Case-insensitive for ASCII letters; other bytes compare as they stand, which keeps
-// UTF-8 names in code point order.
-bool nameLess(std::string_view a, std::string_view b) {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-        return std::tolower(static_cast<unsigned char>(x)) <
-               std::tolower(static_cast<unsigned char>(y));
-    });
 }
 
 std::tm localParts(Date date) {

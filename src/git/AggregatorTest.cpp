@@ -267,6 +267,25 @@ TEST(Aggregator, WeekRunsMondayToSundayInLocalTime) {
     EXPECT_FALSE(empty.mostNeglected.has_value());
 }
 
+TEST(Aggregator, NamesSortByLetterWhateverTheirCaseOrAccentAndTiesKeepTheirOrder) {
+    const Date now = at("2026-11-18T12:00:00Z");
+    std::vector<RepoConfig> configs = {repo("g", "gamma"), repo("a2", "Alpha"),
+                                       repo("e", "Émile"), repo("b", "Beta"),
+                                       repo("a1", "alpha")};
+    std::vector<DayActivity> days;
+    std::vector<RepoSnapshot> snapshots;
+    for (const RepoConfig& config : configs) {
+        days.push_back(day(config.id, "2026-11-18", 1, 0));
+        snapshots.push_back(snap(config.id));
+    }
+    const std::vector<std::string> expected = {"Alpha", "alpha", "Beta", "Émile", "gamma"};
+    EXPECT_EQ(names(Aggregator::weeklySummary(now, configs, days).perRepo), expected);
+    // With no activity dates at all, the ranking falls back to the same order.
+    EXPECT_EQ(names(Aggregator::activityRanking(now, configs, snapshots, {}, {}, now,
+                                                Aggregator::RankingOrder::pureRecency)),
+              expected);
+}
+
 TEST(Aggregator, HeatmapHasOneCellPerLocalDayEndingToday) {
     ZoneScope zone("America/New_York");
     std::vector<DayActivity> days = {day("app", "2026-10-29", 9, 0), day("app", "2026-10-31", 0, 0),

@@ -97,14 +97,16 @@ std::vector<std::string> FileWatcher::watchOrder(const std::vector<std::string>&
     return sorted;
 }
 
-std::vector<std::string> FileWatcher::touchedRepos(const std::vector<std::string>& changed,
+std::vector<std::string> FileWatcher::touchedRepos(const std::vector<FileChange>& changed,
                                                    const std::vector<std::string>& repos) {
     std::vector<std::string> touched;
-    for (const std::string& path : changed) {
-        std::string standard = standardizedPath(path);
-        // inotify names a new generated folder by its own path, with no separator after
-        // it; that event is as meaningless as the ones inside it.
-        if (isIgnored(standard) || isIgnored(standard + "/")) continue;
+    for (const FileChange& change : changed) {
+        std::string standard = standardizedPath(change.path);
+        if (isIgnored(standard)) continue;
+        // inotify names a generated folder that appears or goes by its own path, with no
+        // separator after it; that event is as meaningless as the ones inside it. A file
+        // of that name, such as a linked worktree's ".git", is the user's.
+        if (change.isFolder && isIgnored(standard + "/")) continue;
         std::optional<std::string> repo = matchRepoID(standard, repos);
         if (!repo || std::find(touched.begin(), touched.end(), *repo) != touched.end()) continue;
         touched.push_back(std::move(*repo));
@@ -180,7 +182,7 @@ void FileWatcher::run() {
             timeout = std::chrono::ceil<std::chrono::milliseconds>(*next - steady_.now());
         }
         lock.unlock();
-        std::vector<std::string> changed = source_->wait(timeout);
+        std::vector<FileChange> changed = source_->wait(timeout);
         lock.lock();
         if (stopping_) return;
         MonotonicClock::TimePoint at = steady_.now();

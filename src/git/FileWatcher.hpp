@@ -97,8 +97,10 @@ public:
     // The paths standardised and sorted longest first, as they are watched and matched.
     static std::vector<std::string> watchOrder(const std::vector<std::string>& paths);
 
-    // The repositories that the changed paths touch, each once, ignored paths left out.
-    static std::vector<std::string> touchedRepos(const std::vector<std::string>& changed,
+    // The repositories that the changes touch, each once. Ignored paths are left out,
+    // and so is a folder that is itself ignored, such as a new "dist" folder; a file
+    // with such a name is activity.
+    static std::vector<std::string> touchedRepos(const std::vector<FileChange>& changed,
                                                  const std::vector<std::string>& repos);
 
 private:

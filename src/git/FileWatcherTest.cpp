@@ -4,6 +4,8 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <fstream>
+#include <iterator>
 
 #include "git/FileWatcher.hpp"
 #include "testing/FakeClock.hpp"
@@ -33,7 +35,7 @@ public:
         skip_ = std::move(skip);
         return true;
     }
-    std::vector<std::string> wait(std::optional<std::chrono::milliseconds> timeout) override {
+    std::vector<FileChange> wait(std::optional<std::chrono::milliseconds> timeout) override {
         std::unique_lock lock(mutex_);
         lastTimeout_ = timeout;
         waiting_ = true;
@@ -41,7 +43,7 @@ public:
         changed_.wait(lock, [&] { return !batches_.empty() || interrupted_; });
         waiting_ = interrupted_ = false;
         if (batches_.empty()) return {};
-        std::vector<std::string> batch = std::move(batches_.front());
+        std::vector<FileChange> batch = std::move(batches_.front());
         batches_.pop_front();
         return batch;
     }
@@ -52,11 +54,16 @@ public:
     }
     void close() override { ++closes_; }
 
-    // Hands over a batch (none: just a wake-up) and waits until the watcher is done with it.
-    void feed(std::optional<std::vector<std::string>> batch) {
-        if (!batch) interrupt();
+    // Hands over a batch of changed files (none: just a wake-up) and waits until the
+    // watcher is done with it.
+    void feed(std::optional<std::vector<std::string>> files) {
+        if (!files) interrupt();
         std::unique_lock lock(mutex_);
-        if (batch) batches_.push_back(std::move(*batch));
+        if (files) {
+            std::vector<FileChange> batch;
+            for (std::string& path : *files) batch.push_back(FileChange{.path = std::move(path)});
+            batches_.push_back(std::move(batch));
+        }
         changed_.notify_all();
         changed_.wait_for(lock, kGenerousWait,
                           [&] { return waiting_ && batches_.empty() && !interrupted_; });
@@ -73,7 +80,7 @@ public:
 private:
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<std::vector<std::string>> batches_;
+    std::deque<std::vector<FileChange>> batches_;
     std::optional<std::chrono::milliseconds> lastTimeout_;
     bool waiting_ = false, interrupted_ = false;
 };
@@ -115,14 +122,25 @@ TEST(FileWatcherTest, IgnoresGeneratedFoldersAndMatchesTheInnermostRepository) {
     EXPECT_EQ(FileWatcher::matchRepoID("/a/bc", repos), "/a");
     EXPECT_EQ(FileWatcher::matchRepoID("/a/b", repos), "/a/b");
     EXPECT_EQ(FileWatcher::matchRepoID("/abc", repos), std::nullopt);
-    EXPECT_THAT(
-        FileWatcher::touchedRepos(
-            {"/a/b/x", "/a/b/.git/HEAD", "/a/one", "/a//two", "/elsewhere", "/a/b/y"}, repos),
-        ElementsAre("/a/b", "/a"));
-    // A generated folder's own creation is named without a separator after it.
-    EXPECT_TRUE(
-        FileWatcher::touchedRepos({"/a/node_modules", "/a/b/dist", "/a/b/.git"}, repos).empty());
-    EXPECT_THAT(FileWatcher::touchedRepos({"/a/distribution"}, repos), ElementsAre("/a"));
+    auto files = [](std::vector<std::string> paths) {
+        std::vector<FileChange> changes;
+        for (std::string& path : paths) changes.push_back(FileChange{.path = std::move(path)});
+        return changes;
+    };
+    EXPECT_THAT(FileWatcher::touchedRepos(files({"/a/b/x", "/a/b/.git/HEAD", "/a/one", "/a//two",
+                                                 "/elsewhere", "/a/b/y"}),
+                                          repos),
+                ElementsAre("/a/b", "/a"));
+    // A generated folder's own creation is named without a separator after it; a file
+    // of the same name, such as a linked worktree's ".git", is work.
+    std::vector<FileChange> generatedFolders = {{"/a/node_modules", true},
+                                                {"/a/b/dist", true},
+                                                {"/a/b/.git", true},
+                                                {"/a/.build", true}};
+    EXPECT_TRUE(FileWatcher::touchedRepos(generatedFolders, repos).empty());
+    EXPECT_THAT(FileWatcher::touchedRepos(files({"/a/b/.git"}), repos), ElementsAre("/a/b"));
+    EXPECT_THAT(FileWatcher::touchedRepos(files({"/a/dist"}), repos), ElementsAre("/a"));
+    EXPECT_THAT(FileWatcher::touchedRepos({{"/a/distribution", true}}, repos), ElementsAre("/a"));
 }
 
 TEST(FileWatcherTest, AReportFallsDueAQuietPeriodAfterTheLastEvent) {
@@ -201,6 +219,29 @@ TEST_F(FileWatcherThreadTest, StopDropsPendingReportsAndASecondStartChangesNothi
     EXPECT_EQ(source_->opened_.size(), 2u);
 }
 
+// Collects the folder names of the repositories a real watcher reports, in order.
+class ReportedNames {
+public:
+    FileWatcher::ActivityCallback callback() {
+        return [this](std::string repo, Date) {
+            std::lock_guard lock(mutex_);
+            names_.push_back(std::filesystem::path(repo).filename().string());
+            arrived_.notify_all();
+        };
+    }
+    // What has arrived once there are `count` reports, or a generous wait has passed.
+    std::vector<std::string> waitFor(size_t count) {
+        std::unique_lock lock(mutex_);
+        arrived_.wait_for(lock, kGenerousWait, [&] { return names_.size() >= count; });
+        return names_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::vector<std::string> names_;
+};
+
 // The real thing: inotify on repositories in a temporary folder, in real time.
 TEST(FileWatcherInotifyTest, ReportsRealWritesOncePerBurstIncludingNewFolders) {
     testing::TempDir dir("watch");
@@ -209,30 +250,51 @@ TEST(FileWatcherInotifyTest, ReportsRealWritesOncePerBurstIncludingNewFolders) {
     b.write("node_modules/pkg/index.js", "x");
     SystemClock clock;
     FileWatcher watcher(clock);
-    std::vector<std::string> reported;
-    std::mutex mutex;
-    std::condition_variable arrived;
-    watcher.start({a.path().string(), b.path().string()}, [&](std::string repo, Date) {
-        std::lock_guard lock(mutex);
-        reported.push_back(std::filesystem::path(repo).filename().string());
-        arrived.notify_all();
-    });
-    auto waitFor = [&](size_t count) {
-        std::unique_lock lock(mutex);
-        arrived.wait_for(lock, kGenerousWait, [&] { return reported.size() >= count; });
-        return reported;
-    };
+    ReportedNames reported;
+    watcher.start({a.path().string(), b.path().string()}, reported.callback());
 
     // Ignored writes come first: were they reported, b's report would come before a's.
     b.write(".git/objects/ab/cdef", "blob");
     b.write("node_modules/pkg/index.js", "y");
     for (int i = 0; i < 5; ++i) a.write("src/main.cpp", std::to_string(i));
-    EXPECT_THAT(waitFor(1), ElementsAre("a"));
+    EXPECT_THAT(reported.waitFor(1), ElementsAre("a"));
     // A folder made after start is watched: a file written in it is a report of its own.
     std::filesystem::create_directory(b.path() / "fresh");
-    EXPECT_THAT(waitFor(2), ElementsAre("a", "b"));
+    EXPECT_THAT(reported.waitFor(2), ElementsAre("a", "b"));
     b.write("fresh/file.txt", "new");
-    EXPECT_THAT(waitFor(3), ElementsAre("a", "b", "b"));
+    EXPECT_THAT(reported.waitFor(3), ElementsAre("a", "b", "b"));
+    watcher.stop();
+}
+
+// Only folders with a generated folder's name are ignored. A file may carry such a
+// name: a linked worktree has a ".git" file, a project may have a script "dist".
+TEST(FileWatcherInotifyTest, AFileNamedLikeAGeneratedFolderIsActivityButSuchAFolderIsNot) {
+    testing::TempDir dir("watch");
+    testing::TestRepo a(dir / "a");
+    a.commitFile("a.txt", "a", "first");
+    std::filesystem::path linked = dir / "linked";
+    a.git({"worktree", "add", "-q", linked.string()});
+    std::ifstream gitFile(linked / ".git");
+    std::string pointer((std::istreambuf_iterator<char>(gitFile)),
+                        std::istreambuf_iterator<char>());
+    ASSERT_TRUE(pointer.starts_with("gitdir: ")) << pointer;
+    SystemClock clock;
+    FileWatcher watcher(clock);
+    ReportedNames reported;
+    watcher.start({a.path().string(), linked.string()}, reported.callback());
+
+    // Generated folders come and go first: were they reported, a's report would come
+    // before linked's.
+    for (const char* folder : {"dist", ".build", "node_modules"})
+        std::filesystem::create_directory(a.path() / folder);
+    std::filesystem::remove(a.path() / "dist");
+    testing::writeFile(linked / ".git", pointer);  // rewritten as it was
+    EXPECT_THAT(reported.waitFor(1), ElementsAre("linked"));
+
+    testing::writeFile(a.path() / "dist", "#!/bin/sh\n");  // a new file where the folder was
+    EXPECT_THAT(reported.waitFor(2), ElementsAre("linked", "a"));
+    std::filesystem::remove(a.path() / "dist");
+    EXPECT_THAT(reported.waitFor(3), ElementsAre("linked", "a", "a"));
     watcher.stop();
 }
 

@@ -7,6 +7,7 @@
 
 #include "app/BoundedParallel.hpp"
 #include "app/Log.hpp"
+#include "app/NameOrder.hpp"
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
@@ -15,19 +16,6 @@ namespace quorvane {
 namespace {
 
 namespace fs = std::filesystem;
-
-char foldAsciiCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-// Orders names the way a person scans a list, "alpha", "Beta", "gamma": letters
-// compare without regard to case. Only ASCII letters fold, so the order does not
-// depend on the process's locale.
-bool nameLess(const DiscoveredRepo& a, const DiscoveredRepo& b) {
-    return std::lexicographical_compare(
-        a.name.begin(), a.name.end(), b.name.begin(), b.name.end(),
-        [](char x, char y) { return foldAsciiCase(x) < foldAsciiCase(y); });
-}
 
 // A tracked repository needs no git command: what enrolment would read is already
 // in its configuration.
@@ -114,7 +102,10 @@ std::vector<DiscoveredRepo> RepoDiscovery::discover(
         found.size(), kMaxParallelReads, [&](size_t i) {
             return knownRepoIDs.contains(found[i]) ? knownRepo(found[i]) : makeRepo(found[i]);
         });
-    std::stable_sort(repos.begin(), repos.end(), nameLess);
+    // Stable, so equal names keep the order in which they were found.
+    std::stable_sort(
+        repos.begin(), repos.end(),
+        [](const DiscoveredRepo& a, const DiscoveredRepo& b) { return nameLess(a.name, b.name); });
     return repos;
 }
 

@@ -56,6 +56,7 @@ TEST_F(RepoDiscoveryTest, SortsByNameAndReadsBranchesFromGit) {
     origin.commitFile("a.txt", "a", "first");
     TestRepo::cloneOf(origin, dir_ / "x/gamma").git({"checkout", "-q", "-b", "topic"});
     TestRepo(dir_ / "x/Beta").git({"checkout", "-q", "-b", "trunk"});
+    TestRepo(dir_ / "x/Émile");  // sorts as an E, not after every ASCII letter
     TestRepo alpha(dir_ / "x/alpha");
     alpha.commitFile("a.txt", "a", "first");
     alpha.git({"checkout", "-q", "--detach"});
@@ -63,7 +64,7 @@ TEST_F(RepoDiscoveryTest, SortsByNameAndReadsBranchesFromGit) {
     origin.git({"worktree", "add", "-q", "-b", "feature", at("x/delta")});
 
     std::vector<DiscoveredRepo> repos = RepoDiscovery(shell_).discover({at("x")}, 1, {});
-    ASSERT_EQ(repos.size(), 4u);
+    ASSERT_EQ(repos.size(), 5u);
     auto fields = [](const DiscoveredRepo& r) {
         return std::vector<std::string>{r.name, r.currentBranch, r.defaultBranch,
                                         r.remoteURL.value_or("-")};
@@ -71,7 +72,8 @@ TEST_F(RepoDiscoveryTest, SortsByNameAndReadsBranchesFromGit) {
     EXPECT_THAT(fields(repos[0]), ElementsAre("alpha", "", "main", "-"));
     EXPECT_THAT(fields(repos[1]), ElementsAre("Beta", "trunk", "trunk", "-"));
     EXPECT_THAT(fields(repos[2]), ElementsAre("delta", "feature", "feature", "-"));
-    EXPECT_THAT(fields(repos[3]), ElementsAre("gamma", "topic", "main", at("origin")));
+    EXPECT_THAT(fields(repos[3]), ElementsAre("Émile", "main", "main", "-"));
+    EXPECT_THAT(fields(repos[4]), ElementsAre("gamma", "topic", "main", at("origin")));
 }
 
 TEST_F(RepoDiscoveryTest, AKnownRepositoryCostsNoChildProcess) {

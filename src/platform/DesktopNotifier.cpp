@@ -26,8 +26,10 @@ constexpr const char* kSoundName = "message-new-instant";
 // reminder is not worth holding a scan up longer than this.
 constexpr uint64_t kCallTimeoutMicroseconds = 5'000'000;
 
-// Releases the bus connection and message references on every path out of post().
-struct BusHandles {
+}  // namespace
+
+// Releases the bus connection and message references on every path out of a call.
+struct DesktopNotifier::BusHandles {
     sd_bus* bus = nullptr;
     sd_bus_message* call = nullptr;
     sd_bus_message* reply = nullptr;
@@ -41,34 +43,18 @@ struct BusHandles {
     }
 };
 
-}  // namespace
-
 void DesktopNotifier::post(const ReminderEvent& event) {
-    // Only an address given by the session counts: guessing a socket path would reach
-    // another user's or a stale bus when run outside a desktop session.
-    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-    if (address == nullptr || *address == '\0') {
-        noteFailure("no session bus", 0);
-        return;
-    }
-
-    // One connection per notification: reminders are rare, and a connection of our
-    // own needs no lock and survives a restarted bus.
+    std::lock_guard lock(mutex_);
     BusHandles h;
-    int r = sd_bus_new(&h.bus);
-    if (r >= 0) r = sd_bus_set_address(h.bus, address);
-    if (r >= 0) r = sd_bus_set_bus_client(h.bus, 1);
-    if (r >= 0) r = sd_bus_start(h.bus);
-    if (r < 0) {
-        noteFailure("cannot connect to the session bus", r);
-        return;
-    }
+    if (!connect(h)) return;
 
+    uint32_t replacesID = 0;
+    if (auto known = shown_.find(event.id); known != shown_.end()) replacesID = known->second;
     std::string summary(title(event.kind));
-    r = sd_bus_message_new_method_call(h.bus, &h.call, kService, kPath, kInterface, "Notify");
+    int r = sd_bus_message_new_method_call(h.bus, &h.call, kService, kPath, kInterface, "Notify");
     // app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout
     if (r >= 0) {
-        r = sd_bus_message_append(h.call, "susss", "Quorvane", uint32_t{0}, "", summary.c_str(),
+        r = sd_bus_message_append(h.call, "susss", "Quorvane", replacesID, "", summary.c_str(),
                                   event.message.c_str());
     }
     if (r >= 0) r = sd_bus_message_append(h.call, "as", 0);
@@ -82,7 +68,58 @@ void DesktopNotifier::post(const ReminderEvent& event) {
     if (r < 0) {
         noteFailure(sd_bus_error_is_set(&h.error) ? h.error.name : "the notification call failed",
                     r);
+        return;
     }
+    uint32_t id = 0;
+    r = sd_bus_message_read(h.reply, "u", &id);
+    if (r < 0) {
+        noteFailure("the notification server's answer holds no id", r);
+        return;
+    }
+    shown_[event.id] = id;
+}
+
+void DesktopNotifier::close(const std::string& reminderID) {
+    std::lock_guard lock(mutex_);
+    auto known = shown_.find(reminderID);
+    if (known == shown_.end()) return;
+    uint32_t id = known->second;
+    // Forgotten whatever comes of the call: a resolved reminder is never shown again,
+    // so its id would serve nothing.
+    shown_.erase(known);
+    BusHandles h;
+    if (!connect(h)) return;
+    int r = sd_bus_message_new_method_call(h.bus, &h.call, kService, kPath, kInterface,
+                                           "CloseNotification");
+    if (r >= 0) r = sd_bus_message_append(h.call, "u", id);
+    if (r < 0) {
+        noteFailure("cannot build the call that closes a notification", r);
+        return;
+    }
+    // The user may have dismissed the notification already, and some servers answer
+    // that with an error; either way it is gone, so the answer is not looked at.
+    sd_bus_call(h.bus, h.call, kCallTimeoutMicroseconds, &h.error, &h.reply);
+}
+
+bool DesktopNotifier::connect(BusHandles& h) {
+    // Only an address given by the session counts: guessing a socket path would reach
+    // another user's or a stale bus when run outside a desktop session.
+    const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (address == nullptr || *address == '\0') {
+        noteFailure("no session bus", 0);
+        return false;
+    }
+    // One connection per call: reminders are rare, and a connection of our own needs
+    // no lock of the bus library's and survives a restarted bus.
+    int r = sd_bus_new(&h.bus);
+    if (r >= 0) r = sd_bus_set_address(h.bus, address);
+    if (r >= 0) r = sd_bus_set_bus_client(h.bus, 1);
+    if (r >= 0) r = sd_bus_start(h.bus);
+    if (r < 0) {
+        noteFailure("cannot connect to the session bus", r);
+        return false;
+    }
+    return true;
 }
 
 void DesktopNotifier::noteFailure(const char* what, int error) {

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/DesktopNotifier.hpp"
@@ -12,6 +13,8 @@
 
 namespace quorvane {
 namespace {
+
+using ::testing::ElementsAre;
 
 ReminderEvent staleReminder() {
     ReminderEvent event;
@@ -40,6 +43,33 @@ TEST(DesktopNotifier, PostsOneNotificationTitledByKind) {
     EXPECT_EQ(received[0].hints,
               (std::map<std::string, std::string>{{"sound-name", "message-new-instant"}}));
     EXPECT_EQ(received[0].expireTimeout, -1);
+}
+
+TEST(DesktopNotifier, ARepostedReminderReplacesItsOwnNotificationAndCloseTakesItDown) {
+    testing::NotificationServer server;
+    ASSERT_EQ(server.problem(), "");
+    DesktopNotifier notifier;
+    ReminderEvent stale = staleReminder();
+    ReminderEvent other = stale;
+    other.id = "0B8E7A52-0000-4000-8000-000000000003";
+    notifier.post(stale);
+    notifier.post(other);
+    notifier.post(stale);
+
+    auto received = server.notifications();
+    ASSERT_EQ(received.size(), 3u);
+    EXPECT_EQ(received[1].replacesID, 0u) << "another reminder is a notification of its own";
+    EXPECT_EQ(received[2].replacesID, received[0].id);
+
+    notifier.close(stale.id);
+    notifier.close(stale.id);  // forgotten once closed
+    notifier.close("0B8E7A52-0000-4000-8000-00000000FFFF");
+    EXPECT_THAT(server.closed(), ElementsAre(received[0].id));
+    // Closed means forgotten: shown again, it is a notification of its own.
+    notifier.post(stale);
+    received = server.notifications();
+    ASSERT_EQ(received.size(), 4u);
+    EXPECT_EQ(received[3].replacesID, 0u);
 }
 
 TEST(DesktopNotifier, WithoutASessionBusNothingIsShownAndOneLineSaysSo) {

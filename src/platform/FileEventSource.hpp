@@ -8,6 +8,14 @@
 
 namespace quorvane {
 
+// One changed path as the operating system named it.
+struct FileChange {
+    std::string path;
+    // A file and a folder may share a name (a linked worktree's ".git" file, the
+    // ".git" folder), and only some folders' own changes mean nothing.
+    bool isFolder = false;
+};
+
 // Says whether a folder, and everything below it, is left unwatched.
 using FolderFilter = std::function<bool(const std::string& folder)>;
 
@@ -24,8 +32,8 @@ public:
     virtual bool open(const std::vector<std::string>& roots, FolderFilter skip) = 0;
 
     // Blocks until something changed, `timeout` passed (none: no limit) or
-    // interrupt() was called, and returns the paths that changed, possibly none.
-    virtual std::vector<std::string> wait(std::optional<std::chrono::milliseconds> timeout) = 0;
+    // interrupt() was called, and returns what changed, possibly nothing.
+    virtual std::vector<FileChange> wait(std::optional<std::chrono::milliseconds> timeout) = 0;
 
     // Makes the current wait() return at once, or the next one if none is running.
     virtual void interrupt() = 0;

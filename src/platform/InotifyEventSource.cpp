@@ -65,9 +65,9 @@ void InotifyEventSource::interrupt() {
     [[maybe_unused]] ssize_t written = ::write(wake_.get(), &one, sizeof one);
 }
 
-std::vector<std::string> InotifyEventSource::wait(
+std::vector<FileChange> InotifyEventSource::wait(
     std::optional<std::chrono::milliseconds> timeout) {
-    std::vector<std::string> changed;
+    std::vector<FileChange> changed;
     if (!inotify_.valid()) return changed;
     int milliseconds = -1;
     if (timeout) {
@@ -85,7 +85,7 @@ std::vector<std::string> InotifyEventSource::wait(
     return changed;
 }
 
-void InotifyEventSource::readEvents(std::vector<std::string>& changed) {
+void InotifyEventSource::readEvents(std::vector<FileChange>& changed) {
     alignas(inotify_event) char buffer[64 * 1024];
     while (true) {
         ssize_t length = ::read(inotify_.get(), buffer, sizeof buffer);
@@ -109,7 +109,9 @@ void InotifyEventSource::readEvents(std::vector<std::string>& changed) {
                 if ((event->mask & (IN_CREATE | IN_MOVED_TO)) != 0) watchTree(path);
                 if ((event->mask & IN_MOVED_FROM) != 0) forgetTree(path);
             }
-            changed.push_back(std::move(path));
+            // Every watch is on a folder, so an event with no name is about that folder.
+            bool isFolder = (event->mask & IN_ISDIR) != 0 || event->len == 0;
+            changed.push_back(FileChange{.path = std::move(path), .isFolder = isFolder});
         }
     }
 }

@@ -22,7 +22,7 @@ public:
     explicit InotifyEventSource(size_t watchLimit = 0) : watchLimit_(watchLimit) {}
 
     bool open(const std::vector<std::string>& roots, FolderFilter skip) override;
-    std::vector<std::string> wait(std::optional<std::chrono::milliseconds> timeout) override;
+    std::vector<FileChange> wait(std::optional<std::chrono::milliseconds> timeout) override;
     void interrupt() override;
     void close() override;
 
@@ -30,7 +30,7 @@ public:
     size_t watchCount() const { return folders_.size(); }
 
 private:
-    void readEvents(std::vector<std::string>& changed);
+    void readEvents(std::vector<FileChange>& changed);
     void watchTree(const std::string& root);
     bool addWatch(const std::string& folder);
     // Drops the watches of a folder that moved away, and of everything below it.

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <set>
 
@@ -14,8 +15,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
+using ::testing::AnyOf;
 using ::testing::Contains;
 using ::testing::Each;
+using ::testing::Ge;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -25,7 +28,7 @@ std::set<std::string> collectUntil(InotifyEventSource& source, const fs::path& w
     std::set<std::string> seen;
     auto giveUp = std::chrono::steady_clock::now() + 20s;
     while (!seen.contains(wanted.string()) && std::chrono::steady_clock::now() < giveUp) {
-        for (std::string& path : source.wait(1s)) seen.insert(std::move(path));
+        for (FileChange& change : source.wait(1s)) seen.insert(std::move(change.path));
     }
     return seen;
 }
@@ -69,6 +72,40 @@ TEST(InotifyEventSourceTest, WatchesTheTreeButNotSkippedFoldersOrLinksAndFollows
     testing::writeFile(dir / "away/inner/d.txt", "d");
     EXPECT_THAT(writeAndCollect(source, root / "sentinel"), Each(Not(HasSubstr("d.txt"))));
     EXPECT_EQ(source.watchCount(), 4u);
+}
+
+// Generated folders are told from files of the same name by this flag alone.
+TEST(InotifyEventSourceTest, SaysWhetherAChangedPathIsAFolder) {
+    testing::TempDir dir("inotify");
+    fs::path root = dir / "root";
+    fs::create_directories(root);
+    InotifyEventSource source;
+    ASSERT_TRUE(
+        source.open({root.string()}, [](const std::string& f) { return f.ends_with("/dist"); }));
+
+    fs::permissions(root, fs::perms::owner_all);  // an event of the watched folder itself
+    fs::create_directory(root / "dist");
+    testing::writeFile(root / ".git", "gitdir: elsewhere\n");
+    fs::remove(root / "dist");
+    fs::remove(root / ".git");
+    testing::writeFile(root / "sentinel", "x");
+    // Each change as "name folder" or "name file", in the order inotify gave them.
+    std::vector<std::string> seen;
+    auto giveUp = std::chrono::steady_clock::now() + 20s;
+    while (std::find(seen.begin(), seen.end(), "sentinel file") == seen.end() &&
+           std::chrono::steady_clock::now() < giveUp) {
+        for (const FileChange& change : source.wait(1s)) {
+            std::string name = change.path == root.string()
+                                   ? "root"
+                                   : fs::path(change.path).lexically_relative(root).string();
+            seen.push_back(name + (change.isFolder ? " folder" : " file"));
+        }
+    }
+    // Made and removed: "dist" twice as a folder, ".git" at least twice as a file.
+    EXPECT_THAT(seen, Contains("dist folder").Times(2));
+    EXPECT_THAT(seen, Contains(".git file").Times(Ge(2)));
+    EXPECT_THAT(seen, Contains("root folder"));
+    EXPECT_THAT(seen, Not(Contains(AnyOf("dist file", ".git folder", "sentinel folder"))));
 }
 
 TEST(InotifyEventSourceTest, InterruptEndsAWaitAndDescriptorsCloseOnExec) {

@@ -123,7 +123,12 @@ int NotificationServerHandlers::notify(sd_bus_message* call, void* userdata, sd_
     return sd_bus_reply_method_return(call, "u", id);
 }
 
-int NotificationServerHandlers::closeNotification(sd_bus_message* call, void*, sd_bus_error*) {
+int NotificationServerHandlers::closeNotification(sd_bus_message* call, void* userdata,
+                                                  sd_bus_error*) {
+    uint32_t id = 0;
+    int r = sd_bus_message_read(call, "u", &id);
+    if (r < 0) return r;
+    static_cast<NotificationServer*>(userdata)->recordClose(id);
     return sd_bus_reply_method_return(call, "");
 }
 
@@ -183,10 +188,21 @@ void NotificationServer::serve(std::promise<std::string>* ready) {
 
 uint32_t NotificationServer::record(Notification notification) {
     std::lock_guard lock(mutex_);
-    notification.id = nextID_++;
+    // A replacement keeps the id of the notification it replaces.
+    notification.id = notification.replacesID != 0 ? notification.replacesID : nextID_++;
     received_.push_back(std::move(notification));
     arrived_.notify_all();
     return received_.back().id;
+}
+
+void NotificationServer::recordClose(uint32_t id) {
+    std::lock_guard lock(mutex_);
+    closed_.push_back(id);
+}
+
+std::vector<uint32_t> NotificationServer::closed() const {
+    std::lock_guard lock(mutex_);
+    return closed_;
 }
 
 std::vector<NotificationServer::Notification> NotificationServer::notifications() const {

@@ -18,7 +18,8 @@ namespace quorvane::testing {
 // A desktop notification server for tests: a private session bus (this process's
 // session bus while the object exists, inherited by the children it starts) with
 // org.freedesktop.Notifications served on it from a thread of its own. It records
-// every Notify call and answers it with ids 1, 2, 3...
+// every Notify call and answers it with ids 1, 2, 3..., or with its replaces_id when
+// that is not 0, as servers do; it records the id of every CloseNotification call.
 class NotificationServer {
 public:
     // One Notify call as the server received it.
@@ -52,12 +53,17 @@ public:
     // returns everything received by then; compare its size with what was expected.
     std::vector<Notification> waitFor(size_t count, std::chrono::milliseconds limit) const;
 
+    // The ids CloseNotification was called with, in arrival order. The call waits for
+    // the answer, so a close made before this is in.
+    std::vector<uint32_t> closed() const;
+
 private:
     // The server thread: connects, takes the name, reports through `ready`, then
     // answers calls until `stopping_` is set.
     void serve(std::promise<std::string>* ready);
     // Stores a received call under the next id and returns that id.
     uint32_t record(Notification notification);
+    void recordClose(uint32_t id);
 
     PrivateSessionBus bus_;
     std::string problem_;
@@ -67,6 +73,7 @@ private:
     mutable std::mutex mutex_;
     mutable std::condition_variable arrived_;
     std::vector<Notification> received_;
+    std::vector<uint32_t> closed_;
     uint32_t nextID_ = 1;
 
     friend struct NotificationServerHandlers;
