@@ -97,18 +97,35 @@ std::vector<std::string> FileWatcher::watchOrder(const std::vector<std::string>&
     return sorted;
 }
 
+std::string_view FileWatcher::belowRepository(std::string_view path, std::string_view repo) {
+    return path.size() >= repo.size() ? path.substr(repo.size()) : std::string_view();
+}
+
+bool FileWatcher::skipsFolder(const std::string& folder, const std::vector<std::string>& repos) {
+    std::string standard = standardizedPath(folder);
+    std::optional<std::string> repo = matchRepoID(standard, repos);
+    // Only what lies below the repository counts: a repository that itself sits in a
+    // folder named "dist" is watched like any other.
+    std::string below(repo ? belowRepository(standard, *repo) : std::string_view(standard));
+    return isIgnored(below + "/");
+}
+
 std::vector<std::string> FileWatcher::touchedRepos(const std::vector<FileChange>& changed,
                                                    const std::vector<std::string>& repos) {
     std::vector<std::string> touched;
     for (const FileChange& change : changed) {
         std::string standard = standardizedPath(change.path);
-        if (isIgnored(standard)) continue;
+        std::optional<std::string> repo = matchRepoID(standard, repos);
+        if (!repo) continue;
+        // The fragments are looked for below the repository only, so one that lives
+        // under ~/dist still reports its work.
+        std::string below(belowRepository(standard, *repo));
+        if (isIgnored(below)) continue;
         // inotify names a generated folder that appears or goes by its own path, with no
         // separator after it; that event is as meaningless as the ones inside it. A file
         // of that name, such as a linked worktree's ".git", is the user's.
-        if (change.isFolder && isIgnored(standard + "/")) continue;
-        std::optional<std::string> repo = matchRepoID(standard, repos);
-        if (!repo || std::find(touched.begin(), touched.end(), *repo) != touched.end()) continue;
+        if (change.isFolder && isIgnored(below + "/")) continue;
+        if (std::find(touched.begin(), touched.end(), *repo) != touched.end()) continue;
         touched.push_back(std::move(*repo));
     }
     return touched;
@@ -125,7 +142,7 @@ void FileWatcher::start(const std::vector<std::string>& paths, ActivityCallback 
     std::vector<std::string> sorted = watchOrder(paths);
     // Changes in ignored folders would be dropped anyway; leaving them unwatched
     // spares the kernel's watches and this process's wake-ups.
-    FolderFilter skip = [](const std::string& folder) { return isIgnored(folder + "/"); };
+    FolderFilter skip = [sorted](const std::string& folder) { return skipsFolder(folder, sorted); };
     if (!source_->open(sorted, std::move(skip))) return;
     {
         std::lock_guard lock(mutex_);

@@ -103,7 +103,14 @@ public:
     static std::vector<std::string> touchedRepos(const std::vector<FileChange>& changed,
                                                  const std::vector<std::string>& repos);
 
+    // Whether a folder under one of `repos` (ordered as by watchOrder) is left
+    // unwatched: a generated folder below its repository.
+    static bool skipsFolder(const std::string& folder, const std::vector<std::string>& repos);
+
 private:
+    // The part of `path` below `repo`, which holds it: "" or "/...".
+    static std::string_view belowRepository(std::string_view path, std::string_view repo);
+
     void run();
 
     const Clock& clock_;

@@ -141,6 +141,18 @@ TEST(FileWatcherTest, IgnoresGeneratedFoldersAndMatchesTheInnermostRepository) {
     EXPECT_THAT(FileWatcher::touchedRepos(files({"/a/b/.git"}), repos), ElementsAre("/a/b"));
     EXPECT_THAT(FileWatcher::touchedRepos(files({"/a/dist"}), repos), ElementsAre("/a"));
     EXPECT_THAT(FileWatcher::touchedRepos({{"/a/distribution", true}}, repos), ElementsAre("/a"));
+
+    // Only what lies below a repository is looked at: one kept under ~/dist or in a
+    // folder named .build is watched, and its own generated folders still are not.
+    std::vector<std::string> nested = {"/home/me/dist/app", "/w/.build/tool"};
+    EXPECT_THAT(FileWatcher::touchedRepos(files({"/home/me/dist/app/main.c", "/w/.build/tool/x",
+                                                 "/home/me/dist/app/dist/bundle.js"}),
+                                          nested),
+                ElementsAre("/home/me/dist/app", "/w/.build/tool"));
+    EXPECT_FALSE(FileWatcher::skipsFolder("/home/me/dist/app", nested));
+    EXPECT_FALSE(FileWatcher::skipsFolder("/home/me/dist/app/src", nested));
+    EXPECT_TRUE(FileWatcher::skipsFolder("/home/me/dist/app/node_modules", nested));
+    EXPECT_TRUE(FileWatcher::skipsFolder("/w/.build/tool/.git", nested));
 }
 
 TEST(FileWatcherTest, AReportFallsDueAQuietPeriodAfterTheLastEvent) {
