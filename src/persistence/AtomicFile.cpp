@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 #include <fmt/format.h>
@@ -75,15 +77,34 @@ std::optional<std::string> write(const fs::path& path, std::string_view bytes, u
     return std::nullopt;
 }
 
-ReadResult read(const fs::path& path) {
+ReadResult read(const fs::path& path, size_t maxBytes) {
     ReadResult result;
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // O_NONBLOCK: opening a FIFO must not wait for a writer. O_NOFOLLOW: a link put
+    // in a data file's place is not followed to whatever it names.
+    int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) {
         result.missing = errno == ENOENT;
-        result.error = failure("open", path);
+        result.error = errno == ELOOP ? fmt::format("{} is a symbolic link", path.string())
+                                      : failure("open", path);
+        return result;
+    }
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) {
+        result.error = failure("stat", path);
+        ::close(fd);
+        return result;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        result.error = fmt::format("{} is {}, not a regular file", path.string(),
+                                   S_ISDIR(info.st_mode)                            ? "a folder"
+                                   : S_ISFIFO(info.st_mode)                         ? "a FIFO"
+                                   : S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode) ? "a device"
+                                                                                    : "a socket");
+        ::close(fd);
         return result;
     }
     std::string bytes;
+    if (info.st_size > 0) bytes.reserve(std::min(static_cast<size_t>(info.st_size), maxBytes));
     char buffer[65536];
     while (true) {
         ssize_t n = ::read(fd, buffer, sizeof buffer);
@@ -94,6 +115,12 @@ ReadResult read(const fs::path& path) {
             return result;
         }
         if (n == 0) break;
+        // Checked while reading too: a file may grow after the fstat.
+        if (bytes.size() + static_cast<size_t>(n) > maxBytes) {
+            result.error = fmt::format("{} is larger than {} MiB", path.string(), maxBytes >> 20);
+            ::close(fd);
+            return result;
+        }
         bytes.append(buffer, static_cast<size_t>(n));
     }
     ::close(fd);
@@ -110,10 +137,22 @@ void removeStaleTemporaries(const fs::path& path) {
     }
 }
 
-bool quarantine(const fs::path& path, Date now) {
-    fs::path target = path;
-    target += fmt::format(".corrupt-{}", now.time_since_epoch().count());
-    return ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0;
+std::optional<fs::path> quarantine(const fs::path& path, Date now, std::string* why) {
+    long long seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(now.time_since_epoch()).count();
+    // RENAME_NOREPLACE makes "is the name free" and "take it" one step, so a file
+    // set aside earlier in the same second is never replaced.
+    for (int n = 0; n < 1000; ++n) {
+        fs::path target = path;
+        target += n == 0 ? fmt::format(".corrupt-{}", seconds)
+                         : fmt::format(".corrupt-{}-{}", seconds, n);
+        if (::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) {
+            return target;
+        }
+        if (errno != EEXIST) break;
+    }
+    if (why != nullptr) *why = failure("rename", path);
+    return std::nullopt;
 }
 
 }  // namespace quorvane::AtomicFile

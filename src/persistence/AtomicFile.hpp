@@ -23,15 +23,24 @@ struct ReadResult {
     std::string error;                 // why it could not be read, otherwise
 };
 
-ReadResult read(const std::filesystem::path& path);
+// No data file of ours comes near this; anything larger is not one of ours.
+inline constexpr size_t kMaxReadBytes = size_t{512} << 20;
+
+// Reads a regular file whole. Anything else in its place (a folder, a FIFO, a
+// device, a symbolic link) is an error rather than a wait or an endless read, and
+// so is a file larger than `maxBytes`. Only ENOENT counts as missing.
+ReadResult read(const std::filesystem::path& path, size_t maxBytes = kMaxReadBytes);
 
 // Removes the temporary files that an interrupted `write` of `path` left behind.
 // Only the folder's one writer may call it: another writer's temporary is live.
 void removeStaleTemporaries(const std::filesystem::path& path);
 
 // Moves an unreadable file aside to "<name>.corrupt-<seconds since 1970>" in the
-// same folder, so that it is kept for the user and never overwritten. An existing
-// file of that name is not replaced: the move fails and false is returned.
-bool quarantine(const std::filesystem::path& path, Date now);
+// same folder, so that it is kept for the user. An earlier file of that name is
+// never replaced: the next free "<name>.corrupt-<seconds>-<n>" is taken instead.
+// Returns where the file went, or nothing when it could not be moved; `why` then
+// says what stopped it.
+std::optional<std::filesystem::path> quarantine(const std::filesystem::path& path, Date now,
+                                                std::string* why = nullptr);
 
 }  // namespace quorvane::AtomicFile

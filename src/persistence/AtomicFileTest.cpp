@@ -1,6 +1,7 @@
 #include "persistence/AtomicFile.hpp"
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 
@@ -59,18 +60,53 @@ TEST(AtomicFileTest, ReadTellsAMissingFileFromAnUnreadableOne) {
     AtomicFile::ReadResult folder = AtomicFile::read(dir.path());
     EXPECT_FALSE(folder.missing);
     EXPECT_FALSE(folder.bytes.has_value());
-    EXPECT_THAT(folder.error, HasSubstr("read"));
+    EXPECT_THAT(folder.error, HasSubstr("a folder, not a regular file"));
 }
 
-TEST(AtomicFileTest, QuarantineMovesAsideButNeverOntoAnEarlierQuarantine) {
+TEST(AtomicFileTest, ReadNeitherWaitsOnAFifoNorFollowsALinkNorReadsWithoutEnd) {
+    testing::TempDir dir;
+    // Opening a FIFO without a writer blocks for ever unless the open does not wait.
+    ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+    AtomicFile::ReadResult fifo = AtomicFile::read(dir / "fifo");
+    EXPECT_FALSE(fifo.missing);
+    EXPECT_FALSE(fifo.bytes.has_value());
+    EXPECT_THAT(fifo.error, HasSubstr("a FIFO"));
+
+    // Through a link, /dev/zero would be read until memory runs out.
+    std::filesystem::create_symlink("/dev/zero", dir / "link");
+    AtomicFile::ReadResult link = AtomicFile::read(dir / "link");
+    EXPECT_FALSE(link.missing);
+    EXPECT_FALSE(link.bytes.has_value());
+    EXPECT_THAT(link.error, HasSubstr("symbolic link"));
+
+    // A device node in the file's own place; making one needs root.
+    if (::mknod((dir / "zero").c_str(), S_IFCHR | 0600, ::makedev(1, 5)) == 0) {
+        AtomicFile::ReadResult device = AtomicFile::read(dir / "zero");
+        EXPECT_FALSE(device.bytes.has_value());
+        EXPECT_THAT(device.error, HasSubstr("a device"));
+    }
+
+    testing::writeFile(dir / "big", std::string(4096, 'x'));
+    EXPECT_THAT(AtomicFile::read(dir / "big", 4095).error, HasSubstr("larger than"));
+    EXPECT_EQ(AtomicFile::read(dir / "big", 4096).bytes->size(), 4096u);
+}
+
+TEST(AtomicFileTest, QuarantineTakesTheNextFreeNameRatherThanFailOrReplace) {
     testing::TempDir dir;
     Date now{std::chrono::seconds(1795000000)};
     testing::writeFile(dir / "store.json", "broken once");
-    EXPECT_TRUE(AtomicFile::quarantine(dir / "store.json", now));
+    EXPECT_EQ(AtomicFile::quarantine(dir / "store.json", now),
+              dir / "store.json.corrupt-1795000000");
     testing::writeFile(dir / "store.json", "broken twice");
-    EXPECT_FALSE(AtomicFile::quarantine(dir / "store.json", now));
+    EXPECT_EQ(AtomicFile::quarantine(dir / "store.json", now),
+              dir / "store.json.corrupt-1795000000-1");
     EXPECT_EQ(AtomicFile::read(dir / "store.json.corrupt-1795000000").bytes, "broken once");
-    EXPECT_EQ(AtomicFile::read(dir / "store.json").bytes, "broken twice");
+    EXPECT_EQ(AtomicFile::read(dir / "store.json.corrupt-1795000000-1").bytes, "broken twice");
+    EXPECT_TRUE(AtomicFile::read(dir / "store.json").missing);
+
+    std::string why;
+    EXPECT_FALSE(AtomicFile::quarantine(dir / "store.json", now, &why).has_value());
+    EXPECT_THAT(why, HasSubstr("No such file"));
 }
 
 TEST(AtomicFileTest, StaleTemporariesOfOneFileAreRemovedAndNothingElse) {

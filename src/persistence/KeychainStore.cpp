@@ -93,35 +93,57 @@ FileSecretBackend::FileSecretBackend(std::filesystem::path file, const Clock& cl
 
 namespace {
 
-// secrets.json: {"<service>": {"<account>": "<secret>"}}.
-Json readSecretsFile(const std::filesystem::path& file, const Clock& clock) {
-    AtomicFile::ReadResult read = AtomicFile::read(file);
-    if (!read.bytes) return Json::object();
-    try {
-        Json json = JsonCodec::parse(*read.bytes);
-        if (json.is_object()) {
-            bool wellFormed = true;
-            for (const auto& [service, accounts] : json.items()) {
-                if (!accounts.is_object()) wellFormed = false;
-                for (const auto& [account, value] : accounts.items()) {
-                    if (!value.is_string()) wellFormed = false;
+// secrets.json: {"<service>": {"<account>": "<secret>"}}. Missing: no secrets yet.
+// Unreadable or malformed: set aside so a write never replaces tokens it could not
+// read; nothing when even that failed, and then nothing may be written.
+std::optional<Json> readSecretsFile(const std::filesystem::path& file, const Clock& clock) {
+    AtomicFile::ReadResult read = AtomicFile::read(file, size_t{1} << 20);
+    if (read.missing) return Json::object();
+    if (read.bytes) {
+        try {
+            Json json = JsonCodec::parse(*read.bytes);
+            if (json.is_object()) {
+                bool wellFormed = true;
+                for (const auto& [service, accounts] : json.items()) {
+                    if (!accounts.is_object()) wellFormed = false;
+                    for (const auto& [account, value] : accounts.items()) {
+                        if (!value.is_string()) wellFormed = false;
+                    }
                 }
+                if (wellFormed) return json;
             }
-            if (wellFormed) return json;
-        }
-    } catch (const DecodeError&) {}
-    AtomicFile::quarantine(file, clock.now());
-    Log::app().error(fmt::format("{} unreadable — quarantined", file.filename().string()));
-    return Json::object();
+        } catch (const DecodeError&) {}
+    }
+    // The log names the file only: what it holds, or why it did not parse, may
+    // quote a token.
+    std::string name = file.filename().string();
+    if (AtomicFile::quarantine(file, clock.now())) {
+        Log::app().error(fmt::format("{} unreadable — quarantined", name));
+        return Json::object();
+    }
+    Log::app().error(
+        fmt::format("{} unreadable and could not be set aside; no token is saved "
+                    "until it is moved away",
+                    name));
+    return std::nullopt;
+}
+
+bool writeSecretsFile(const std::filesystem::path& file, const Json& secrets) {
+    if (auto error = AtomicFile::write(file, JsonCodec::pretty(secrets))) {
+        Log::app().error(fmt::format("write {} failed: {}", file.filename().string(), *error));
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
 
 std::optional<std::string> FileSecretBackend::read(const std::string& service,
                                                    const std::string& account) {
-    Json secrets = readSecretsFile(file_, clock_);
-    auto accounts = secrets.find(service);
-    if (accounts == secrets.end()) return std::nullopt;
+    std::optional<Json> secrets = readSecretsFile(file_, clock_);
+    if (!secrets) return std::nullopt;
+    auto accounts = secrets->find(service);
+    if (accounts == secrets->end()) return std::nullopt;
     auto value = accounts->find(account);
     if (value == accounts->end()) return std::nullopt;
     return value->get<std::string>();
@@ -129,23 +151,19 @@ std::optional<std::string> FileSecretBackend::read(const std::string& service,
 
 bool FileSecretBackend::write(const std::string& service, const std::string& account,
                               const std::string& value) {
-    Json secrets = readSecretsFile(file_, clock_);
-    secrets[service][account] = value;
-    if (auto error = AtomicFile::write(file_, JsonCodec::pretty(secrets))) {
-        Log::app().error(fmt::format("write {} failed: {}", file_.filename().string(), *error));
-        return false;
-    }
-    return true;
+    std::optional<Json> secrets = readSecretsFile(file_, clock_);
+    if (!secrets) return false;
+    (*secrets)[service][account] = value;
+    return writeSecretsFile(file_, *secrets);
 }
 
 void FileSecretBackend::remove(const std::string& service, const std::string& account) {
-    Json secrets = readSecretsFile(file_, clock_);
-    auto accounts = secrets.find(service);
-    if (accounts == secrets.end() || accounts->erase(account) == 0) return;
-    if (accounts->empty()) secrets.erase(service);
-    if (auto error = AtomicFile::write(file_, JsonCodec::pretty(secrets))) {
-        Log::app().error(fmt::format("write {} failed: {}", file_.filename().string(), *error));
-    }
+    std::optional<Json> secrets = readSecretsFile(file_, clock_);
+    if (!secrets) return;
+    auto accounts = secrets->find(service);
+    if (accounts == secrets->end() || accounts->erase(account) == 0) return;
+    if (accounts->empty()) secrets->erase(service);
+    writeSecretsFile(file_, *secrets);
 }
 
 std::string FileSecretBackend::description() const {

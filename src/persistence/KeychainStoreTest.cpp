@@ -70,6 +70,25 @@ TEST_F(KeychainStoreTest, ACorruptSecretsFileIsMovedAsideNotOverwritten) {
     EXPECT_EQ(keychain.string("x"), "v");
 }
 
+TEST_F(KeychainStoreTest, ASecretsFileThatCannotBeOpenedIsKeptAndNeverReplaced) {
+    // A FIFO: opening it must not wait for a writer, and it is set aside.
+    ASSERT_EQ(::mkfifo((dir_ / "secrets.json").c_str(), 0600), 0);
+    KeychainStore keychain(KeychainStore::kService,
+                           std::make_unique<FileSecretBackend>(dir_ / "secrets.json", clock_));
+    EXPECT_FALSE(keychain.string("x").has_value());
+    EXPECT_TRUE(std::filesystem::is_fifo(dir_ / "secrets.json.corrupt-1795000000"));
+    EXPECT_TRUE(keychain.set("v", "x"));
+
+    // When it cannot even be set aside, no token is saved over what it may hold.
+    std::filesystem::remove(dir_ / "secrets.json");
+    testing::writeFile(dir_ / "secrets.json", "{");
+    for (int n = 1; n < 1000; ++n) {
+        testing::writeFile(dir_ / ("secrets.json.corrupt-1795000000-" + std::to_string(n)), "");
+    }
+    EXPECT_FALSE(keychain.set("w", "y"));
+    EXPECT_EQ(fileText(dir_ / "secrets.json"), "{");
+}
+
 TEST_F(KeychainStoreTest, ATokenReachesNoOtherFileOfTheDataFolderAndNoLogLine) {
     testing::LogCapture log;
     KeychainStore keychain(KeychainStore::kService,

@@ -91,7 +91,7 @@ Store::Slot Store::keyedSlot(Keyed<Record>& collection,
                     collection.items = std::move(items);
                 },
                 [&collection] { return encodeArray(collection.items | std::views::values); },
-                [&collection] { collection.items.clear(); }, &collection.dirty};
+                [&collection] { collection.items.clear(); }, &collection.dirty, false};
 }
 
 template <class Record>
@@ -106,7 +106,7 @@ Store::Slot Store::listedSlot(Listed<Record>& collection) {
                     collection.items = std::move(records);
                 },
                 [&collection] { return encodeArray(collection.items); },
-                [&collection] { collection.items.clear(); }, &collection.dirty};
+                [&collection] { collection.items.clear(); }, &collection.dirty, false};
 }
 
 Store::Store(std::filesystem::path dir, const Clock& clock, Access access)
@@ -148,6 +148,11 @@ Store::Store(std::filesystem::path dir, const Clock& clock, Access access)
         keyedSlot<ProjectMetadata>(metadata_, [](const ProjectMetadata& m) { return m.repoID; }));
 }
 
+std::string Store::flushProblem() const {
+    std::lock_guard lock(mutex_);
+    return lastFlushProblem_;
+}
+
 bool Store::isLoaded() const {
     std::lock_guard lock(mutex_);
     return loaded_;
@@ -163,36 +168,59 @@ void Store::load() {
 void Store::readFile(const std::string& name) {
     Slot& slot = slots_.at(name);
     slot.clear();
+    slot.blocked = false;
     if (access_ == Access::readWrite) AtomicFile::removeStaleTemporaries(dir_ / name);
     AtomicFile::ReadResult file = AtomicFile::read(dir_ / name);
-    if (!file.bytes) {
+    if (file.missing) {
         // Nothing to read: the first flush creates the file.
         *slot.dirty = true;
         return;
     }
-    try {
-        slot.decode(*file.bytes);
-        *slot.dirty = false;
-    } catch (const DecodeError& error) {
-        slot.clear();
-        *slot.dirty = true;
-        if (access_ == Access::readOnly) {
-            Log::store().error(fmt::format("{} unreadable: {}", name, error.what()));
+    std::string problem = file.error;
+    if (file.bytes) {
+        try {
+            slot.decode(*file.bytes);
+            *slot.dirty = false;
             return;
+        } catch (const DecodeError& error) {
+            problem = error.what();
         }
-        AtomicFile::quarantine(dir_ / name, clock_.now());
-        Log::store().error(fmt::format("{} unreadable — quarantined: {}", name, error.what()));
     }
+    // A file that is there but cannot be read or decoded still holds what the user
+    // recorded: it is set aside, never written over.
+    slot.clear();
+    *slot.dirty = true;
+    if (access_ == Access::readOnly) {
+        Log::store().error(fmt::format("{} unreadable: {}", name, problem));
+        return;
+    }
+    std::string why;
+    if (AtomicFile::quarantine(dir_ / name, clock_.now(), &why)) {
+        Log::store().error(fmt::format("{} unreadable — quarantined: {}", name, problem));
+        return;
+    }
+    slot.blocked = true;
+    Log::store().error(
+        fmt::format("{} unreadable and could not be set aside ({}); it will not "
+                    "be written until it is moved away: {}",
+                    name, why, problem));
 }
 
 bool Store::writeFile(const std::string& name) {
     if (access_ == Access::readOnly) {
-        Log::store().error(fmt::format("write {} failed: the store was opened read-only", name));
+        lastFlushProblem_ = fmt::format("write {} failed: the store was opened read-only", name);
+        Log::store().error(lastFlushProblem_);
         return false;
     }
     Slot& slot = slots_.at(name);
+    if (slot.blocked) {
+        lastFlushProblem_ = fmt::format(
+            "{} was not written: it could not be read at load and could not be set aside", name);
+        return false;
+    }
     if (auto error = AtomicFile::write(dir_ / name, slot.encode())) {
-        Log::store().error(fmt::format("write {} failed: {}", name, *error));
+        lastFlushProblem_ = fmt::format("write {} failed: {}", name, *error);
+        Log::store().error(lastFlushProblem_);
         *slot.dirty = true;
         return false;
     }
@@ -203,11 +231,13 @@ bool Store::writeFile(const std::string& name) {
 bool Store::flush() {
     std::lock_guard lock(mutex_);
     if (!loaded_) {
-        Log::store().error(
-            "flush() before load() — refusing to overwrite existing data with empty collections");
+        lastFlushProblem_ =
+            "flush() before load() — refusing to overwrite existing data with empty collections";
+        Log::store().error(lastFlushProblem_);
         return false;
     }
     bool allWritten = true;
+    lastFlushProblem_.clear();
     for (const std::string& name : flushOrder()) {
         if (*slots_.at(name).dirty && !writeFile(name)) allWritten = false;
     }

@@ -49,15 +49,17 @@ public:
     Store(std::filesystem::path dir, const Clock& clock, Access access = Access::readWrite);
 
     // Reads every file. A missing file is an empty collection; one that cannot be
-    // decoded is moved aside to "<name>.corrupt-<seconds>" (never in read-only
-    // access) and its collection starts empty. Then trims the audit log to 90 days
-    // and 5000 entries.
+    // read or decoded is moved aside to "<name>.corrupt-<seconds>" (never in
+    // read-only access) and its collection starts empty. A file that could not be
+    // moved aside is never written by this store. Then trims the audit log to 90
+    // days and 5000 entries.
     void load();
 
     // Writes every collection that changed since its file was last written. A
     // failed write is logged and retried at the next flush. Refused before `load`.
-    // True when nothing is left unwritten.
+    // True when nothing is left unwritten; `flushProblem` then says why not.
     bool flush();
+    std::string flushProblem() const;
 
     bool isLoaded() const;
     const std::filesystem::path& dir() const { return dir_; }
@@ -166,6 +168,7 @@ private:
         std::function<std::string()> encode;
         std::function<void()> clear;
         bool* dirty;
+        bool blocked = false;  // unreadable and still in place: never written over
     };
 
     template <class Record>
@@ -182,6 +185,7 @@ private:
     Access access_;
     mutable std::mutex mutex_;
     bool loaded_ = false;
+    std::string lastFlushProblem_;
 
     Keyed<RepoSnapshot> snapshots_;
     Keyed<CommitRecord> commits_;

@@ -1,6 +1,7 @@
 #include "persistence/Store.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <iterator>
@@ -225,6 +226,68 @@ TEST_F(StoreTest, ATruncatedFileIsQuarantinedWhileTheOtherFourteenLoad) {
     store.flush();  // a new, empty file takes the name; the damaged one is kept
     EXPECT_EQ(fileText(dir_ / "commits.json"), "[]\n");
     EXPECT_TRUE(std::filesystem::exists(quarantined));
+}
+
+TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
+    Store& writer = loaded();
+    fillEverything(writer);
+    writer.flush();
+    const std::string reminders = fileText(dir_ / "reminders.json");
+    // A folder, a FIFO (whose open must not wait for a writer) and a number beyond
+    // any double each stand where a data file should be.
+    std::filesystem::remove(dir_ / "commits.json");
+    testing::writeFile(dir_ / "commits.json" / "inside", "kept");
+    std::filesystem::remove(dir_ / "sessions.json");
+    ASSERT_EQ(::mkfifo((dir_ / "sessions.json").c_str(), 0600), 0);
+    const std::string huge = R"([{"repoID": "/r", "dateKey": "2026-11-21", "commitCount": 1e400}])";
+    testing::writeFile(dir_ / "day_activity.json", huge);
+
+    testing::LogCapture log;
+    Store& store = loaded();
+    const std::string suffix = ".corrupt-1795262400";
+    EXPECT_EQ(fileText(dir_ / ("commits.json" + suffix) / "inside"), "kept");
+    EXPECT_TRUE(std::filesystem::is_fifo(dir_ / ("sessions.json" + suffix)));
+    EXPECT_EQ(fileText(dir_ / ("day_activity.json" + suffix)), huge);
+    std::vector<std::string> messages;
+    for (const auto& line : log.lines()) messages.push_back(line.message);
+    EXPECT_THAT(messages, ::testing::IsSupersetOf({
+                              HasSubstr("commits.json unreadable — quarantined: "),
+                              HasSubstr("sessions.json unreadable — quarantined: "),
+                              HasSubstr("day_activity.json unreadable — quarantined: "),
+                          }));
+    EXPECT_EQ(store.reminders(false).size(), 1u);  // the others still load
+
+    ASSERT_TRUE(store.flush());
+    EXPECT_EQ(fileText(dir_ / "commits.json"), "[]\n");
+    EXPECT_EQ(fileText(dir_ / "reminders.json"), reminders);
+
+    // Permission bits do not stop root, so only another user sees this one.
+    if (::geteuid() != 0) {
+        ::chmod((dir_ / "reminders.json").c_str(), 0);
+        Store& again = loaded();
+        EXPECT_EQ(fileText(dir_ / ("reminders.json" + suffix)), reminders);
+        ASSERT_TRUE(again.flush());
+        EXPECT_EQ(fileText(dir_ / "reminders.json"), "[]\n");
+    }
+}
+
+TEST_F(StoreTest, AFileThatCouldNotBeSetAsideIsNeverWritten) {
+    testing::writeFile(dir_ / "commits.json", "[{");
+    // Every name a quarantine could take this second is taken already.
+    testing::writeFile(dir_ / "commits.json.corrupt-1795262400", "");
+    for (int n = 1; n < 1000; ++n) {
+        testing::writeFile(dir_ / ("commits.json.corrupt-1795262400-" + std::to_string(n)), "");
+    }
+    testing::LogCapture log;
+    Store& store = loaded();
+    ASSERT_FALSE(log.lines().empty());
+    EXPECT_THAT(log.lines().back().message,
+                HasSubstr("commits.json unreadable and could not be set aside"));
+    store.upsertCommits({commit("/r", "abc1", kNow)});
+    EXPECT_FALSE(store.flush());
+    EXPECT_THAT(store.flushProblem(), HasSubstr("commits.json was not written"));
+    EXPECT_EQ(fileText(dir_ / "commits.json"), "[{");
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "sessions.json"));  // the rest is written
 }
 
 TEST_F(StoreTest, FlushWritesOnlyWhatChangedAndRetriesAFailedWrite) {
