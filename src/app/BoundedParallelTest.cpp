@@ -2,6 +2,8 @@
 
 #include <latch>
 #include <mutex>
+#include <stdexcept>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -41,6 +43,26 @@ TEST(BoundedParallelTest, HandlesNothingToDoAndFewerItemsThanThreads) {
     std::vector<int> results =
         boundedParallelMap<int>(3, 8, [](size_t i) { return static_cast<int>(i) + 1; });
     EXPECT_EQ(results, (std::vector<int>{1, 2, 3}));
+}
+
+TEST(BoundedParallelTest, AnExceptionOnAPoolThreadReachesTheCaller) {
+    // The caller's own thread holds its first item until a pool thread has thrown,
+    // so the throw happens off the caller's thread: it used to end the process.
+    const std::thread::id caller = std::this_thread::get_id();
+    std::latch thrown(1);
+    try {
+        boundedParallelMap<int>(4, 2, [&](size_t) {
+            if (std::this_thread::get_id() == caller) {
+                thrown.wait();
+                return 0;
+            }
+            thrown.count_down();
+            throw std::runtime_error("failed on a pool thread");
+        });
+        ADD_FAILURE() << "the exception was lost";
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "failed on a pool thread");
+    }
 }
 
 }  // namespace

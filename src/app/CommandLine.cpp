@@ -451,7 +451,15 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         return 1;
     }
     CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};
-    return action(context);
+    // Decoding errors are handled where files are read; whatever else goes wrong
+    // ends the command with its reason rather than an abort. What was saved before
+    // stays saved: every file is replaced whole or not at all.
+    try {
+        return action(context);
+    } catch (const std::exception& error) {
+        err << fmt::format("quorvane: {}\n", error.what());
+        return 1;
+    }
 }
 
 }  // namespace quorvane

@@ -189,7 +189,11 @@ void FileWatcher::run() {
             ActivityCallback callback = onActivity_;
             // The callback may take the application's own lock; never call it under ours.
             lock.unlock();
-            if (callback) callback(repo, clock_.now());
+            // Thrown out of this thread it would end the process; the activity is
+            // only a hint, so losing one is the lesser harm.
+            try {
+                if (callback) callback(repo, clock_.now());
+            } catch (const std::exception&) {}
             lock.lock();
             if (stopping_) return;
         }

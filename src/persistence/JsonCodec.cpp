@@ -16,7 +16,9 @@ std::string pretty(const Json& value) {
 Json parse(std::string_view text) {
     try {
         return Json::parse(text);
-    } catch (const Json::parse_error& error) {
+    } catch (const Json::exception& error) {
+        // Not only syntax: a number too large for a double ("1e400") is an
+        // out_of_range, and it must end as a decoding error like any other.
         throw DecodeError(std::string("not valid JSON: ") + error.what());
     }
 }
@@ -81,7 +83,7 @@ void forEachArrayElement(std::string_view text,
             Json value;
             try {
                 value = Json::parse(element);
-            } catch (const Json::parse_error& error) {
+            } catch (const Json::exception& error) {
                 throw DecodeError(
                     fmt::format("not valid JSON: element {}: {}", index, error.what()));
             }

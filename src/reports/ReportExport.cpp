@@ -100,7 +100,7 @@ std::string dailyCSV(const TodaySummary& summary) {
 fs::path saveText(const fs::path& dir, const std::string& fileName, std::string_view text) {
     std::error_code error;
     fs::create_directories(dir, error);
-    if (error || !fs::is_directory(dir)) {
+    if (error || !fs::is_directory(dir, error)) {
         throw ReportExportError(fmt::format("cannot create the reports folder {}: {}", dir.string(),
                                             error ? error.message() : "not a folder"));
     }
