@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
+
 #include "app/BoundedParallel.hpp"
 #include "app/DailyReview.hpp"
 #include "app/Enrollment.hpp"
@@ -111,7 +113,21 @@ void AppEnvironment::scanNow() {
         std::lock_guard lock(mutex_);
         if (isScanning_ || stopping_) return;
         isScanning_ = true;
+        saveProblem_.clear();
     }
+    // However the scan ends, it is over: shutdown waits for this, and a scan that
+    // threw must not leave it waiting for ever.
+    struct ScanEnd {
+        AppEnvironment& env;
+        ~ScanEnd() {
+            {
+                std::lock_guard lock(env.mutex_);
+                env.isScanning_ = false;
+            }
+            env.scanFinished_.notify_all();
+        }
+    } scanEnd{*this};
+    if (adoptConfigEdits()) startWatcher();
     autoEnrollNewRepos();
 
     Date now = clock_.now();
@@ -169,17 +185,13 @@ void AppEnvironment::scanNow() {
     }
 
     if (!remoteUpdates.empty()) {
-        AppConfig updated;
-        {
-            std::lock_guard lock(mutex_);
+        changeConfig([&](AppConfig& config) {
             // By id into the current list: a repository removed meanwhile is not matched.
-            for (RepoConfig& repo : config_.repositories) {
+            for (RepoConfig& repo : config.repositories) {
                 auto update = remoteUpdates.find(repo.id);
                 if (update != remoteUpdates.end()) repo.remoteURL = update->second;
             }
-            updated = config_;
-        }
-        configService_.save(updated);
+        });
     }
 
     // Reminders: stored first, then shown, so a notification that fails loses nothing.
@@ -195,15 +207,11 @@ void AppEnvironment::scanNow() {
     }
     store_.pruneResolvedReminders(kResolvedReminderDays);
 
-    store_.flush();
+    if (!store_.flush()) noteSaveProblem(store_.flushProblem());
     std::vector<ReminderEvent> open = store_.reminders(true);
-    {
-        std::lock_guard lock(mutex_);
-        unresolvedReminders_ = std::move(open);
-        lastScanAt_ = now;
-        isScanning_ = false;
-    }
-    scanFinished_.notify_all();
+    std::lock_guard lock(mutex_);
+    unresolvedReminders_ = std::move(open);
+    lastScanAt_ = now;
 }
 
 std::vector<std::string> AppEnvironment::rescanNowOnMain() {
@@ -273,20 +281,26 @@ std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<Discove
             });
 
     std::vector<std::string> ids;
-    AppConfig updated;
-    {
-        std::lock_guard lock(mutex_);
+    std::optional<std::string> unsaved = changeConfig([&](AppConfig& config) {
+        ids.clear();
         std::set<std::string> present;
-        for (const RepoConfig& repo : config_.repositories) present.insert(repo.id);
+        for (const RepoConfig& repo : config.repositories) present.insert(repo.id);
         for (size_t i = 0; i < candidates.size(); ++i) {
             if (!histories[i] || present.contains(candidates[i].id)) continue;
-            config_.repositories.push_back(candidates[i]);
+            config.repositories.push_back(candidates[i]);
             ids.push_back(candidates[i].id);
         }
-        updated = config_;
-    }
+    });
     if (ids.empty()) return {};
-    configService_.save(updated);
+    // Not enrolled on disk: recording their history now would leave commits of
+    // repositories the configuration does not list. The next scan tries again.
+    if (unsaved) {
+        std::lock_guard lock(mutex_);
+        std::erase_if(config_.repositories, [&](const RepoConfig& repo) {
+            return std::find(ids.begin(), ids.end(), repo.id) != ids.end();
+        });
+        return {};
+    }
     startWatcher();
     for (size_t i = 0; i < candidates.size(); ++i) {
         if (histories[i] && std::find(ids.begin(), ids.end(), candidates[i].id) != ids.end()) {
@@ -296,7 +310,8 @@ std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<Discove
     return ids;
 }
 
-void AppEnvironment::storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits) {
+void AppEnvironment::storeHistory(const RepoConfig& repo,
+                                  const std::vector<CommitRecord>& commits) {
     if (commits.empty()) return;
     store_.upsertCommits(commits);
 
@@ -325,30 +340,66 @@ void AppEnvironment::storeHistory(const RepoConfig& repo, const std::vector<Comm
     }
 }
 
-void AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& change) {
-    AppConfig updated;
+std::optional<std::string> AppEnvironment::changeConfig(
+    const std::function<void(AppConfig&)>& change) {
+    ConfigService::SaveResult result;
+    // Each round takes in what was edited by hand first; a file edited again
+    // between the reload and the save costs one more round.
+    for (int round = 0; round < 3; ++round) {
+        adoptConfigEdits();
+        AppConfig updated;
+        {
+            std::lock_guard lock(mutex_);
+            change(config_);
+            updated = config_;
+        }
+        result = configService_.save(updated);
+        if (result.outcome != ConfigService::SaveResult::Outcome::changedOnDisk) break;
+    }
+    if (result.ok()) return std::nullopt;
+    noteSaveProblem(result.problem);
+    return result.problem;
+}
+
+bool AppEnvironment::adoptConfigEdits() {
+    std::optional<AppConfig> edited = configService_.reloadIfChanged();
+    if (!edited) return false;
+    std::lock_guard lock(mutex_);
+    config_ = std::move(*edited);
+    return true;
+}
+
+void AppEnvironment::noteSaveProblem(const std::string& problem) {
+    std::lock_guard lock(mutex_);
+    if (saveProblem_.empty()) saveProblem_ = problem;  // the first reason is the cause
+}
+
+std::string AppEnvironment::saveProblem() const {
+    std::lock_guard lock(mutex_);
+    return saveProblem_;
+}
+
+bool AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& change) {
     {
         std::lock_guard lock(mutex_);
-        change(config_);
-        updated = config_;
+        saveProblem_.clear();
     }
+    bool saved = !changeConfig(change).has_value();
     startWatcher();
-    configService_.save(updated);
     bool running;
     {
         std::lock_guard lock(mutex_);
         running = didBootstrap_;
     }
     if (running) startPeriodicScanning();
+    return saved;
 }
 
 void AppEnvironment::startPeriodicScanning() {
     std::lock_guard lifecycle(schedulerLifecycle_);
     stopPeriodicScanning();
     if (stopping_) return;
-    int minutes = std::max(1, config().scanIntervalMinutes);  // read once: a change restarts it
-    scheduler_ =
-        std::jthread([this, minutes](std::stop_token stop) { periodicLoop(stop, minutes); });
+    scheduler_ = std::jthread([this](std::stop_token stop) { periodicLoop(stop); });
 }
 
 // Called with schedulerLifecycle_ held.
@@ -366,8 +417,11 @@ void AppEnvironment::requestScan() {
     schedulerWake_.notify_all();
 }
 
-void AppEnvironment::periodicLoop(std::stop_token stop, int minutes) {
+void AppEnvironment::periodicLoop(std::stop_token stop) {
     while (!stop.stop_requested()) {
+        // Read at every round, so an interval edited by hand takes effect. A year at
+        // most: longer waits overflow the clock's arithmetic.
+        int minutes = std::clamp(config().scanIntervalMinutes, 1, 366 * 24 * 60);
         {
             std::unique_lock lock(schedulerMutex_);
             // Sleeps until the interval ends, a scan is asked for or a stop is
@@ -377,7 +431,12 @@ void AppEnvironment::periodicLoop(std::stop_token stop, int minutes) {
             scanRequested_ = false;
         }
         if (stop.stop_requested()) return;
-        scanNow();
+        // An unexpected failure costs one scan, not the daemon.
+        try {
+            scanNow();
+        } catch (const std::exception& error) {
+            Log::app().error(fmt::format("scan failed: {}", error.what()));
+        }
     }
 }
 
@@ -415,7 +474,11 @@ void AppEnvironment::dailyReviewLoop(std::stop_token stop) {
             reviewWake_.wait_until(lock, stop, due, [] { return false; });
         }
         if (stop.stop_requested()) return;
-        fireDayReviewIfEnabled();
+        try {
+            fireDayReviewIfEnabled();
+        } catch (const std::exception& error) {
+            Log::app().error(fmt::format("end-of-day review failed: {}", error.what()));
+        }
     }
 }
 
@@ -437,7 +500,7 @@ void AppEnvironment::fireDayReviewIfEnabled() {
     closeAll(previous);
     store_.upsertReminders({event});
     postAll({event});
-    store_.flush();
+    if (!store_.flush()) noteSaveProblem(store_.flushProblem());
     std::vector<ReminderEvent> open = store_.reminders(true);
     std::lock_guard lock(mutex_);
     unresolvedReminders_ = std::move(open);

@@ -68,8 +68,17 @@ public:
     // start enrols it whole.
     std::vector<std::string> addDiscovered(const std::vector<DiscoveredRepo>& found);
 
-    // Changes the configuration, saves it and restarts the periodic scan.
-    void applyConfigChange(const std::function<void(AppConfig&)>& change);
+    // Changes the configuration, saves it and restarts the periodic scan. False when
+    // it could not be saved; `saveProblem` says why.
+    bool applyConfigChange(const std::function<void(AppConfig&)>& change);
+
+    // Takes in an edit made by hand to config.json since it was last read, when
+    // there is one that can be decoded. True when the running configuration changed.
+    bool adoptConfigEdits();
+
+    // Why the last scan, or a configuration change since, left something unsaved;
+    // empty when everything was written.
+    std::string saveProblem() const;
 
     // Replaces the periodic scan task: every scanIntervalMinutes (at least 1).
     void startPeriodicScanning();
@@ -122,7 +131,12 @@ private:
     void postAll(const std::vector<ReminderEvent>& events);
     void closeAll(const std::vector<std::string>& reminderIDs);
     void dailyReviewLoop(std::stop_token stop);
-    void periodicLoop(std::stop_token stop, int minutes);
+    void periodicLoop(std::stop_token stop);
+    // Applies `change` to the running configuration and saves it; a hand edit made
+    // meanwhile is taken in first and `change` applied to it, so it is never
+    // reverted. Returns the reason it was not saved, if it was not.
+    std::optional<std::string> changeConfig(const std::function<void(AppConfig&)>& change);
+    void noteSaveProblem(const std::string& problem);
     void stopPeriodicScanning();
 
     const std::filesystem::path dataDir_;
@@ -147,6 +161,7 @@ private:
     std::map<std::string, Date> fileActivity_;  // by repository id
     std::vector<ReminderEvent> unresolvedReminders_;
     std::set<std::string> newlyDetected_;
+    std::string saveProblem_;
 
     // Set once by shutdown; nothing starts after it.
     std::atomic<bool> stopping_ = false;

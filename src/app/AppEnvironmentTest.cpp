@@ -9,6 +9,7 @@
 
 #include "app/PathHelpers.hpp"
 #include "git/GitParsing.hpp"
+#include "persistence/AtomicFile.hpp"
 #include "platform/Cancellation.hpp"
 #include "platform/DesktopNotifier.hpp"
 #include "platform/Shell.hpp"
@@ -310,7 +311,8 @@ TEST(AppEnvironmentTest, EnrolmentReadsEightAtOnceAndAShutdownCutsItShortWithout
     FakeProcessRunner allRunner([&](const ProcessRequest& r) { return all.answer(r); });
     AppEnvironment env(dir / "data", clock, allRunner);
     env.load();
-    env.applyConfigChange([&](AppConfig& config) { config.scanFolders = {(dir / "code").string()}; });
+    env.applyConfigChange(
+        [&](AppConfig& config) { config.scanFolders = {(dir / "code").string()}; });
     env.scanNow();
     EXPECT_EQ(all.maxInFlight(), 8);
     EXPECT_EQ(enrolled(env), 20u);
@@ -495,6 +497,34 @@ TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
     env.applyConfigChange([](AppConfig& config) { config.reminders.endDayReview = false; });
     env.fireDayReviewIfEnabled();
     EXPECT_EQ(notifier.shown.size(), 2u);
+}
+
+TEST(AppEnvironmentTest, AHandEditOfTheConfigurationIsTakenInNeverReverted) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    FakeProcessRunner runner;
+    AppEnvironment env(dir.path(), clock, runner);
+    env.load();
+    auto editByHand = [&](int minutes) {
+        AppConfig onDisk = ConfigService::decode(*AtomicFile::read(dir / "config.json").bytes);
+        onDisk.scanIntervalMinutes = minutes;
+        testing::writeFile(dir / "config.json", ConfigService::encode(onDisk));
+    };
+
+    // A change the program makes afterwards lands on top of the edit.
+    editByHand(45);
+    EXPECT_TRUE(env.applyConfigChange(
+        [](AppConfig& config) { config.theme = AppConfig::ThemePref::dark; }));
+    AppConfig saved = ConfigService::decode(*AtomicFile::read(dir / "config.json").bytes);
+    EXPECT_EQ(saved.scanIntervalMinutes, 45);
+    EXPECT_EQ(saved.theme, AppConfig::ThemePref::dark);
+    EXPECT_EQ(env.config().scanIntervalMinutes, 45);
+
+    // And the next scan follows an edit even when it has nothing to save.
+    editByHand(50);
+    env.scanNow();
+    EXPECT_EQ(env.config().scanIntervalMinutes, 50);
+    EXPECT_EQ(env.saveProblem(), "");
 }
 
 }  // namespace

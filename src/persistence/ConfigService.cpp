@@ -23,12 +23,25 @@ std::string ConfigService::encode(const AppConfig& config) {
     return JsonCodec::pretty(toJson(config));
 }
 
+std::optional<ConfigService::Identity> ConfigService::identityOnDisk() const {
+    struct stat info {};
+    if (::lstat(fileURL_.c_str(), &info) != 0) return std::nullopt;
+    return Identity{
+        info.st_dev, info.st_ino, info.st_size,
+        static_cast<long long>(info.st_mtim.tv_sec) * 1'000'000'000LL + info.st_mtim.tv_nsec};
+}
+
 AppConfig ConfigService::load() {
     std::unique_lock lock(mutex_);
     AtomicFile::removeStaleTemporaries(fileURL_);
+    tracking_ = true;
+    refused_.reset();
+    // Taken before reading, so an edit made while it is read counts as a change.
+    known_ = identityOnDisk();
     AtomicFile::ReadResult file = AtomicFile::read(fileURL_);
     if (file.missing) {
         AppConfig defaults;
+        known_.reset();
         lock.unlock();
         save(defaults);
         return defaults;
@@ -45,9 +58,20 @@ AppConfig ConfigService::load() {
         // saving defaults over it would lose what it holds.
         problem = file.error;
     }
-    AtomicFile::quarantine(fileURL_, clock_.now());
-    Log::app().error(
-        fmt::format("config.json unreadable — quarantined, running on defaults: {}", problem));
+    std::string why;
+    if (AtomicFile::quarantine(fileURL_, clock_.now(), &why)) {
+        known_.reset();
+        Log::app().error(
+            fmt::format("config.json unreadable — quarantined, running on defaults: {}", problem));
+    } else {
+        // Still in place: `known_` stays this version's identity, which no save
+        // matches after the defaults are in memory, so nothing writes over it.
+        refused_ = known_;
+        Log::app().error(
+            fmt::format("config.json unreadable and could not be set aside ({}), "
+                        "running on defaults without saving: {}",
+                        why, problem));
+    }
     return AppConfig{};
 }
 
@@ -66,11 +90,55 @@ AppConfig ConfigService::read() const {
     return AppConfig{};
 }
 
-void ConfigService::save(const AppConfig& config) {
+ConfigService::SaveResult ConfigService::save(const AppConfig& config) {
     std::lock_guard lock(mutex_);
+    if (tracking_) {
+        std::optional<Identity> onDisk = identityOnDisk();
+        if (onDisk != known_ || (refused_ && onDisk == refused_)) {
+            SaveResult result{SaveResult::Outcome::changedOnDisk,
+                              "config.json was changed on disk since it was read; it is not "
+                              "written over"};
+            Log::app().error(result.problem);
+            return result;
+        }
+    }
     std::string bytes = encode(config);
     if (auto error = AtomicFile::write(fileURL_, bytes)) {
-        Log::app().error(fmt::format("config.json write failed: {}", *error));
+        SaveResult result{SaveResult::Outcome::failed,
+                          fmt::format("config.json write failed: {}", *error)};
+        Log::app().error(result.problem);
+        return result;
+    }
+    known_ = identityOnDisk();
+    return {};
+}
+
+std::optional<AppConfig> ConfigService::reloadIfChanged() {
+    std::lock_guard lock(mutex_);
+    if (!tracking_) return std::nullopt;
+    std::optional<Identity> onDisk = identityOnDisk();
+    if (onDisk == known_ || (refused_ && onDisk == refused_)) return std::nullopt;
+    if (!onDisk) {
+        // Deleted by hand: nothing newer to keep; the next save writes it again.
+        known_.reset();
+        return std::nullopt;
+    }
+    AtomicFile::ReadResult file = AtomicFile::read(fileURL_);
+    try {
+        if (!file.bytes) throw DecodeError(file.error);
+        AppConfig config = decode(*file.bytes);
+        known_ = onDisk;
+        refused_.reset();
+        Log::app().info("config.json was changed on disk; the running configuration follows it");
+        return config;
+    } catch (const DecodeError& error) {
+        refused_ = onDisk;
+        Log::app().error(
+            fmt::format("config.json was changed on disk but cannot be read; the "
+                        "running configuration is kept and the file is not written "
+                        "over until it is fixed: {}",
+                        error.what()));
+        return std::nullopt;
     }
 }
 

@@ -126,10 +126,15 @@ TEST_F(ConfigServiceTest, AnUnreadableFileIsMovedAsideLoggedAndNotOverwritten) {
                 StartsWith("config.json unreadable — quarantined, running on defaults: "));
     EXPECT_THAT(log.lines()[0].message, HasSubstr("theme"));
 
-    // A second bad file in the same second cannot take the name: it stays where it is.
+    // A second bad file in the same second takes the next free name.
     loadText("not json");
     EXPECT_EQ(readAll(quarantined()), broken);
-    EXPECT_EQ(readAll(file()), "not json");
+    EXPECT_EQ(readAll(dir_ / "config.json.corrupt-1795000000-1"), "not json");
+    EXPECT_FALSE(std::filesystem::exists(file()));
+
+    // A number no double can hold is a decoding error like any other.
+    EXPECT_EQ(loadText(R"({"historyDays": 1e400})"), AppConfig{});
+    EXPECT_EQ(readAll(dir_ / "config.json.corrupt-1795000000-2"), R"({"historyDays": 1e400})");
 }
 
 TEST_F(ConfigServiceTest, AFileThatCannotBeReadIsKeptRatherThanReplaced) {
@@ -186,6 +191,40 @@ TEST_F(ConfigServiceTest, AFailedSaveIsLoggedAndLeavesTheOldFile) {
     ASSERT_EQ(log.lines().size(), 1u);
     EXPECT_THAT(log.lines()[0].message, StartsWith("config.json write failed: "));
     EXPECT_EQ(ConfigService::decode(readAll(file())), AppConfig{});
+}
+
+TEST_F(ConfigServiceTest, AHandEditIsNeverWrittenOverByAnOlderCopy) {
+    AppConfig running = loadText(R"({"historyDays": 7})");
+    // The user's editor writes a new file beside the running program.
+    testing::writeFile(file(), R"({"historyDays": 9, "scanFolders": ["/home/u/code"]})");
+
+    running.theme = AppConfig::ThemePref::dark;
+    ConfigService::SaveResult refused = service_.save(running);
+    EXPECT_EQ(refused.outcome, ConfigService::SaveResult::Outcome::changedOnDisk);
+    EXPECT_THAT(readAll(file()), HasSubstr("/home/u/code"));
+
+    std::optional<AppConfig> edited = service_.reloadIfChanged();
+    ASSERT_TRUE(edited.has_value());
+    EXPECT_EQ(edited->historyDays, 9);
+    EXPECT_FALSE(service_.reloadIfChanged().has_value());  // nothing new since
+    edited->theme = AppConfig::ThemePref::dark;
+    EXPECT_TRUE(service_.save(*edited).ok());
+    AppConfig onDisk = ConfigService::decode(readAll(file()));
+    EXPECT_EQ(onDisk.scanFolders, std::vector<std::string>{"/home/u/code"});
+    EXPECT_EQ(onDisk.theme, AppConfig::ThemePref::dark);
+
+    // A half-finished edit is neither taken in nor written over until it decodes.
+    testing::LogCapture log;
+    testing::writeFile(file(), R"({"historyDays": )");
+    EXPECT_FALSE(service_.reloadIfChanged().has_value());
+    EXPECT_FALSE(service_.reloadIfChanged().has_value());
+    ASSERT_EQ(log.lines().size(), 1u);  // said once, not at every look
+    EXPECT_THAT(log.lines()[0].message, HasSubstr("changed on disk but cannot be read"));
+    EXPECT_FALSE(service_.save(*edited).ok());
+    EXPECT_EQ(readAll(file()), R"({"historyDays": )");
+    testing::writeFile(file(), R"({"historyDays": 3})");
+    ASSERT_TRUE(service_.reloadIfChanged().has_value());
+    EXPECT_TRUE(service_.save(*edited).ok());
 }
 
 }  // namespace
