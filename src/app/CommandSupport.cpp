@@ -31,6 +31,18 @@ std::optional<DataFolderLock> takeWriterLock(const CommandContext& context) {
     return std::nullopt;
 }
 
+bool reportSave(const CommandContext& context, const ConfigService::SaveResult& result) {
+    if (result.ok()) return true;
+    context.err << fmt::format("quorvane: the change was not saved: {}\n", result.problem);
+    return false;
+}
+
+bool reportFlush(const CommandContext& context, const std::string& problem) {
+    if (problem.empty()) return true;
+    context.err << fmt::format("quorvane: not everything could be saved: {}\n", problem);
+    return false;
+}
+
 AppConfig readConfig(const CommandContext& context) {
     return ConfigService(context.dataDir / "config.json", context.clock).read();
 }

@@ -25,6 +25,12 @@ ConfigService configService(const CommandContext& context);
 // Becomes the one writer of the data folder, or says who is and returns nothing.
 std::optional<DataFolderLock> takeWriterLock(const CommandContext& context);
 
+// True when the configuration was saved; otherwise says why on stderr.
+bool reportSave(const CommandContext& context, const ConfigService::SaveResult& result);
+
+// True when `problem` is empty; otherwise says on stderr what was not saved.
+bool reportFlush(const CommandContext& context, const std::string& problem);
+
 // What a reader sees: the configuration as it is on disk, never written.
 AppConfig readConfig(const CommandContext& context);
 

@@ -61,11 +61,15 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     AppEnvironment env(context.dataDir, context.clock, context.runner);
     env.load();
     // Tracking by hand lifts an earlier "stop tracking".
-    env.applyConfigChange([&](AppConfig& config) {
+    bool lifted = env.applyConfigChange([&](AppConfig& config) {
         std::erase_if(config.ignoredRepoIDs, [&](const std::string& id) {
             return std::find(tops.begin(), tops.end(), id) != tops.end();
         });
     });
+    if (!lifted) {
+        reportFlush(context, env.saveProblem());
+        return 1;
+    }
     RepoDiscovery discovery(context.runner);
     std::vector<DiscoveredRepo> found;
     AppConfig current = env.config();
@@ -85,8 +89,8 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
             context.out << fmt::format("tracking {} ({})\n", repo.name, repo.repoID);
         }
     }
-    env.store().flush();
-    return 0;
+    if (!env.store().flush()) return reportFlush(context, env.store().flushProblem()) ? 0 : 1;
+    return reportFlush(context, env.saveProblem()) ? 0 : 1;
 }
 
 int reposList(CommandContext& context, bool json) {
@@ -127,13 +131,16 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
         config.ignoredRepoIDs.end()) {
         config.ignoredRepoIDs.push_back(id);
     }
-    service.save(config);
+    if (!reportSave(context, service.save(config))) return 1;
     // What was recorded about it goes too, so no view goes on counting a repository
     // that is no longer tracked; tracking it again reads its recent history anew.
     Store store(context.dataDir, context.clock);
     store.load();
     store.purgeRepo(id);
-    store.flush();
+    if (!store.flush()) {
+        reportFlush(context, store.flushProblem());
+        return 1;
+    }
     context.out << fmt::format("stopped tracking {} ({}); its recorded history was removed\n", name,
                                id);
     return 0;
@@ -170,7 +177,7 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
         context.out << fmt::format("scan folder added: {}\n", folder);
         changed = true;
     }
-    if (changed) service.save(config);
+    if (changed && !reportSave(context, service.save(config))) return 1;
     return 0;
 }
 
@@ -196,8 +203,7 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
         std::erase(config.scanFolders, folder);
         context.out << fmt::format("scan folder removed: {}\n", folder);
     }
-    service.save(config);
-    return 0;
+    return reportSave(context, service.save(config)) ? 0 : 1;
 }
 
 int foldersList(CommandContext& context) {
@@ -244,6 +250,8 @@ int scan(CommandContext& context, bool json) {
     if (context.progress) context.err << "scanning..." << std::flush;
     std::vector<std::string> enrolled = env.rescanNowOnMain();
     if (context.progress) context.err << "\r\033[K" << std::flush;
+    // What was read is still shown; the exit status says it was not kept.
+    const int status = reportFlush(context, env.saveProblem()) ? 0 : 1;
 
     AppConfig config = env.config();
     std::vector<const RepoConfig*> active = trackedRepos(config);
@@ -255,15 +263,15 @@ int scan(CommandContext& context, bool json) {
             if (snapshot) array.push_back(toJson(*snapshot));
         }
         context.out << JsonCodec::pretty(array);
-        return 0;
+        return status;
     }
     for (const std::string& id : enrolled) context.out << fmt::format("newly tracked: {}\n", id);
     if (active.empty()) {
         context.out << kNothingTracked;
-        return 0;
+        return status;
     }
     printStates(context.out, active, snapshots);
-    return 0;
+    return status;
 }
 
 int status(CommandContext& context, bool json) {

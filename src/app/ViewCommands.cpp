@@ -219,6 +219,8 @@ int today(CommandContext& context, bool json, bool scanFirst) {
             if (context.progress) context.err << "scanning..." << std::flush;
             enrolled = env.rescanNowOnMain();
             if (context.progress) context.err << "\r\033[K" << std::flush;
+            // The view below still shows what is on disk; the warning says it is stale.
+            reportFlush(context, env.saveProblem());
         }
     }
     View view(context);

@@ -1,0 +1,111 @@
+// Data files that are there but cannot be read or decoded, and a data folder that
+// cannot be written, met by the real program.
+#include <sys/stat.h>
+
+#include <fstream>
+#include <iterator>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "testing/TempDir.hpp"
+#include "tests/CliRunner.hpp"
+
+namespace quorvane {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::string fileText(const std::filesystem::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+// The files of `dir` whose names start with `prefix`.
+std::vector<std::string> named(const std::filesystem::path& dir, const std::string& prefix) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        std::string name = entry.path().filename().string();
+        if (name.starts_with(prefix)) names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+class UnreadableFilesTest : public ::testing::Test {
+protected:
+    std::filesystem::path data() const { return dir_ / "data"; }
+
+    void SetUp() override {
+        std::filesystem::create_directory(data());
+        ::chmod(data().c_str(), 0700);
+    }
+
+    testing::TempDir dir_;
+};
+
+TEST_F(UnreadableFilesTest, ANumberNoDoubleHoldsCrashesNoCommand) {
+    ASSERT_EQ(testing::runQuorvane(data(), {"scan"}).exitCode, 0);
+    const std::string huge = R"({"historyDays": 1e400})";
+    testing::writeFile(data() / "config.json", huge);
+    testing::writeFile(data() / "commits.json", "[1e400]");
+    testing::writeFile(data() / "journals.json", R"([{"dateKey": "2026-11-21", "x": -1e999}])");
+
+    // Readers first: they report and move nothing.
+    for (std::vector<std::string> command : {std::vector<std::string>{"status"},
+                                             {"commits"},
+                                             {"today", "--no-scan"},
+                                             {"week"},
+                                             {"journal"},
+                                             {"reminders"},
+                                             {"doctor"}}) {
+        ShellResult result = testing::runQuorvane(data(), command);
+        EXPECT_NE(result.exitCode, 134) << command[0] << " aborted: " << result.stdErr;
+        EXPECT_THAT(result.stdErr, Not(HasSubstr("terminate"))) << command[0];
+    }
+    EXPECT_EQ(fileText(data() / "config.json"), huge);
+
+    // The writer sets every bad file aside and goes on.
+    ShellResult scan = testing::runQuorvane(data(), {"scan"});
+    EXPECT_EQ(scan.exitCode, 0) << scan.stdErr;
+    ASSERT_EQ(named(data(), "config.json.corrupt-").size(), 1u);
+    EXPECT_EQ(fileText(data() / named(data(), "config.json.corrupt-")[0]), huge);
+    EXPECT_EQ(named(data(), "commits.json.corrupt-").size(), 1u);
+    EXPECT_EQ(named(data(), "journals.json.corrupt-").size(), 1u);
+    EXPECT_EQ(fileText(data() / "commits.json"), "[]\n");
+}
+
+TEST_F(UnreadableFilesTest, AFileTheUserCannotOpenIsSetAsideNotEmptied) {
+    ASSERT_EQ(testing::runQuorvane(data(), {"scan"}).exitCode, 0);
+    const std::string journal =
+        R"([{"dateKey": "2026-11-21", "notes": "kept", "updatedAt": "2026-11-21T10:00:00Z"}])";
+    testing::writeFile(data() / "journals.json", journal);
+    testing::giveToUnprivilegedUser(data());
+    ASSERT_EQ(::chmod((data() / "journals.json").c_str(), 0), 0);
+
+    ShellResult scan = testing::runQuorvaneUnprivileged(data(), {"scan"});
+    EXPECT_EQ(scan.exitCode, 0) << scan.stdErr;
+    EXPECT_THAT(scan.stdErr, HasSubstr("journals.json unreadable — quarantined: "));
+    EXPECT_THAT(scan.stdErr, HasSubstr("Permission denied"));
+    std::vector<std::string> aside = named(data(), "journals.json.corrupt-");
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_EQ(fileText(data() / aside[0]), journal);
+}
+
+TEST_F(UnreadableFilesTest, AScanThatSavesNothingFailsWithTheReason) {
+    // The lock file is the writer's own, made before the folder is closed to writes.
+    testing::writeFile(data() / "quorvane.lock", "");
+    ::chmod((data() / "quorvane.lock").c_str(), 0600);
+    testing::giveToUnprivilegedUser(data());
+    ASSERT_EQ(::chmod(data().c_str(), 0500), 0);
+
+    ShellResult scan = testing::runQuorvaneUnprivileged(data(), {"scan"});
+    ::chmod(data().c_str(), 0700);
+    EXPECT_EQ(scan.exitCode, 1) << scan.stdErr;
+    EXPECT_THAT(scan.stdErr, HasSubstr("quorvane: not everything could be saved: "));
+    EXPECT_THAT(scan.stdErr, HasSubstr("Permission denied"));
+}
+
+}  // namespace
+}  // namespace quorvane
