@@ -61,7 +61,9 @@ TEST_F(UnreadableFilesTest, ANumberNoDoubleHoldsCrashesNoCommand) {
                                              {"reminders"},
                                              {"doctor"}}) {
         ShellResult result = testing::runQuorvane(data(), command);
-        EXPECT_NE(result.exitCode, 134) << command[0] << " aborted: " << result.stdErr;
+        // 0, or 1 for doctor's finding; an abort shows as the signal's number.
+        EXPECT_TRUE(result.exitCode == 0 || result.exitCode == 1)
+            << command[0] << " ended with " << result.exitCode << ": " << result.stdErr;
         EXPECT_THAT(result.stdErr, Not(HasSubstr("terminate"))) << command[0];
     }
     EXPECT_EQ(fileText(data() / "config.json"), huge);
