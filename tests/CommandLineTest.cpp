@@ -1,4 +1,7 @@
 // The commands that manage what is tracked, driven through the built program.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -232,6 +235,33 @@ TEST_F(CommandLineTest, EveryCommandTeachesItsUseAndBadUsageExitsTwo) {
 
     EXPECT_EQ(quorvane({"frobnicate"}).exitCode, 2);
     EXPECT_EQ(quorvane({"repos", "add"}).exitCode, 2);
+}
+
+TEST_F(CommandLineTest, ADataFolderOthersCanWriteToOrOwnIsRefusedAndDoctorSaysWhy) {
+    std::filesystem::create_directories(dataDir());
+    ::chmod(dataDir().c_str(), 0777);
+    for (std::vector<std::string> command :
+         {std::vector<std::string>{"scan"}, {"status"}, {"repos", "list"}}) {
+        ShellResult refused = quorvane(command);
+        EXPECT_EQ(refused.exitCode, 1) << command[0];
+        EXPECT_THAT(refused.stdErr, HasSubstr("can be written by other users (mode 0777)"));
+        EXPECT_THAT(refused.stdErr, HasSubstr("chmod 700 " + dataDir().string()));
+    }
+    EXPECT_FALSE(std::filesystem::exists(dataDir() / "config.json"));  // nothing touched
+    ShellResult doctor = quorvane({"doctor"});
+    EXPECT_EQ(doctor.exitCode, 1);
+    EXPECT_THAT(doctor.stdOut, HasSubstr("unsafe: "));
+
+    ::chmod(dataDir().c_str(), 0700);
+    EXPECT_EQ(quorvane({"scan"}).exitCode, 0);
+
+    // Someone else's folder, even a private one; only root can make one here.
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::chown(dataDir().c_str(), testing::kUnprivilegedUser, 0), 0);
+        ShellResult foreign = quorvane({"scan"});
+        EXPECT_EQ(foreign.exitCode, 1);
+        EXPECT_THAT(foreign.stdErr, HasSubstr("belongs to another user (uid 65534)"));
+    }
 }
 
 }  // namespace

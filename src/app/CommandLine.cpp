@@ -78,6 +78,7 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     addDataDir(&app);
 
     std::function<int(CommandContext&)> action;
+    bool diagnosing = false;  // doctor: reports an unsafe data folder rather than refusing it
 
     // repos
     CLI::App* repos = app.add_subcommand("repos", "Track, list and stop tracking repositories");
@@ -356,7 +357,10 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "Check the data folder, git, the secret store and the configuration\n"
         "Says which secret store is in use: the desktop's Secret Service, or the file\n"
         "secrets.json in the data folder when none answers. Exits 1 when something is wrong.");
-    doctor->callback([&] { action = [](CommandContext& c) { return Commands::doctor(c); }; });
+    doctor->callback([&] {
+        action = [](CommandContext& c) { return Commands::doctor(c); };
+        diagnosing = true;
+    });
 
     // journal
     Commands::JournalOptions journalOptions;
@@ -448,6 +452,13 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
                                     : std::filesystem::path(PathHelpers::canonicalPath(dataDir));
     if (!PathHelpers::ensurePrivateDirectory(dir)) {
         err << fmt::format("quorvane: cannot use the data folder {}\n", dir.string());
+        return 1;
+    }
+    // Whoever can write to the data folder can change what every command reads and
+    // swap its files; doctor still runs, to say so.
+    if (std::optional<std::string> problem = PathHelpers::dataFolderProblem(dir);
+        problem && !diagnosing) {
+        err << fmt::format("quorvane: refusing the data folder: {}\n", *problem);
         return 1;
     }
     CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};

@@ -354,10 +354,12 @@ int doctor(CommandContext& context) {
     std::error_code ec;
     auto perms = fs::status(context.dataDir, ec).permissions();
     bool writable = ::access(context.dataDir.c_str(), W_OK) == 0;
+    std::optional<std::string> unsafe = PathHelpers::dataFolderProblem(context.dataDir);
     rows.push_back({"data folder", context.dataDir.string(),
-                    writable ? fmt::format("ok (mode {:o})", static_cast<unsigned>(perms) & 0777)
-                             : "not writable"});
-    healthy = healthy && writable;
+                    unsafe     ? "unsafe: " + *unsafe
+                    : writable ? fmt::format("ok (mode {:o})", static_cast<unsigned>(perms) & 0777)
+                               : "not writable"});
+    healthy = healthy && writable && !unsafe;
 
     ProcessRequest version;
     version.executable = std::string(GitCommand::kGitPath);

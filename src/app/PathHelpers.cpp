@@ -5,9 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <vector>
+
+#include <fmt/format.h>
 
 namespace quorvane::PathHelpers {
 
@@ -56,6 +60,24 @@ bool ensurePrivateDirectory(const fs::path& dir) {
         if (::mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) return false;
     }
     return fs::is_directory(dir, ec);
+}
+
+std::optional<std::string> dataFolderProblem(const fs::path& dir) {
+    struct stat info {};
+    if (::stat(dir.c_str(), &info) != 0) {
+        return fmt::format("{}: {}", dir.string(), std::strerror(errno));
+    }
+    if (!S_ISDIR(info.st_mode)) return fmt::format("{} is not a folder", dir.string());
+    if (info.st_uid != ::geteuid()) {
+        return fmt::format("{} belongs to another user (uid {}); use a folder of your own",
+                           dir.string(), info.st_uid);
+    }
+    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return fmt::format(
+            "{} can be written by other users (mode {:04o}); make it private with: chmod 700 {}",
+            dir.string(), info.st_mode & 07777, dir.string());
+    }
+    return std::nullopt;
 }
 
 fs::path appSupportDir() {

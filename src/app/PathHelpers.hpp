@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,5 +26,10 @@ std::filesystem::path appSupportDir();
 // Creates `dir` and its parents, giving the folder itself mode 0700. Returns false
 // when it does not exist as a folder afterwards.
 bool ensurePrivateDirectory(const std::filesystem::path& dir);
+
+// Why `dir` may not serve as a data folder, or nothing when it may: it must be a
+// folder (a link to one is followed) of this user that no one else can write to,
+// since whoever can write there can replace what the program reads.
+std::optional<std::string> dataFolderProblem(const std::filesystem::path& dir);
 
 }  // namespace quorvane::PathHelpers

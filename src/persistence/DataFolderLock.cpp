@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -28,14 +29,50 @@ std::optional<pid_t> readPid(int fd) {
     return static_cast<pid_t>(pid);
 }
 
+// Why the open lock file is not one this process may lock and write its pid
+// into, or nothing when it is: a regular file of this user with no other name.
+std::optional<std::string> unsafeLockFile(int fd, const std::filesystem::path& path) {
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) {
+        return fmt::format("stat {}: {}", path.string(), std::strerror(errno));
+    }
+    std::string what;
+    if (!S_ISREG(info.st_mode)) {
+        what = "is not a regular file";
+    } else if (info.st_uid != ::geteuid()) {
+        what = fmt::format("belongs to another user (uid {})", info.st_uid);
+    } else if (info.st_nlink != 1) {
+        what = "has another name (a hard link)";
+    } else {
+        return std::nullopt;
+    }
+    return fmt::format("{} {}; nothing was written to it. Remove it and try again", path.string(),
+                       what);
+}
+
+// Opens the lock file without following a link put in its place, and without
+// waiting should it be a FIFO.
+int openLockFile(const std::filesystem::path& path, int flags) {
+    return ::open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+}
+
 }  // namespace
 
 LockAttempt DataFolderLock::acquire(const std::filesystem::path& dir) {
     std::filesystem::path path = dir / kFileName;
-    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    int fd = openLockFile(path, O_RDWR | O_CREAT);
     if (fd < 0) {
-        return {std::nullopt, std::nullopt,
-                fmt::format("open {}: {}", path.string(), std::strerror(errno))};
+        std::string why = errno == ELOOP
+                              ? fmt::format(
+                                    "{} is a symbolic link; nothing was written to it. "
+                                    "Remove it and try again",
+                                    path.string())
+                              : fmt::format("open {}: {}", path.string(), std::strerror(errno));
+        return {std::nullopt, std::nullopt, why};
+    }
+    if (std::optional<std::string> unsafe = unsafeLockFile(fd, path)) {
+        ::close(fd);
+        return {std::nullopt, std::nullopt, *unsafe};
     }
     if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
         int error = errno;
@@ -54,8 +91,12 @@ LockAttempt DataFolderLock::acquire(const std::filesystem::path& dir) {
 }
 
 std::optional<pid_t> DataFolderLock::currentHolder(const std::filesystem::path& dir) {
-    int fd = ::open((dir / kFileName).c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = openLockFile(dir / kFileName, O_RDONLY);
     if (fd < 0) return std::nullopt;
+    if (unsafeLockFile(fd, dir / kFileName)) {
+        ::close(fd);
+        return std::nullopt;
+    }
     std::optional<pid_t> holder;
     if (::flock(fd, LOCK_SH | LOCK_NB) == 0) {
         ::flock(fd, LOCK_UN);

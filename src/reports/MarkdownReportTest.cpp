@@ -205,6 +205,9 @@ TEST(ReportExportTest, TheFileIsWrittenWholeAndAFailureNamesThePath) {
     Json json = JsonCodec::parse(AtomicFile::read(written).bytes.value_or(""));
     EXPECT_EQ(json["lines"][0]["statuses"], Json::array({"synced", "activeToday"}));
     EXPECT_FALSE(json.contains("journalNotes"));
+    // A report may quote the journal: it is the user's alone.
+    EXPECT_EQ(std::filesystem::status(written).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 
     // A folder cannot be made under a file.
     testing::writeFile(dir / "blocked", "x");

@@ -105,7 +105,7 @@ fs::path saveText(const fs::path& dir, const std::string& fileName, std::string_
                                             error ? error.message() : "not a folder"));
     }
     fs::path path = dir / fileName;
-    if (std::optional<std::string> problem = AtomicFile::write(path, text, 0644)) {
+    if (std::optional<std::string> problem = AtomicFile::write(path, text, 0600)) {
         throw ReportExportError(
             fmt::format("cannot write the report {}: {}", path.string(), *problem));
     }
