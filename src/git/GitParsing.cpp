@@ -1,6 +1,9 @@
 #include "git/GitParsing.hpp"
 
 #include <algorithm>
+#include <limits>
+
+#include <fmt/format.h>
 
 #include "app/TextHelpers.hpp"
 
@@ -143,6 +146,162 @@ std::vector<std::string> changedPaths(std::string_view porcelain) {
         if (!rest.empty()) paths.emplace_back(rest);
     }
     return paths;
+}
+
+namespace {
+
+// Splits `text` on single spaces into `count` fields, the last one taking the rest
+// (a path may hold spaces). Nothing when there are fewer.
+std::optional<std::vector<std::string_view>> fields(std::string_view text, size_t count) {
+    std::vector<std::string_view> out;
+    while (out.size() + 1 < count) {
+        size_t space = text.find(' ');
+        if (space == std::string_view::npos) return std::nullopt;
+        out.push_back(text.substr(0, space));
+        text.remove_prefix(space + 1);
+    }
+    out.push_back(text);
+    return out;
+}
+
+bool isStatusCode(char c) {
+    return c == '.' || c == 'M' || c == 'T' || c == 'A' || c == 'D' || c == 'R' || c == 'C' ||
+           c == 'U';
+}
+
+bool readScore(std::string_view score) {
+    if (score.size() < 2 || (score[0] != 'R' && score[0] != 'C')) return false;
+    return std::all_of(score.begin() + 1, score.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+std::optional<AheadBehind> readAheadBehind(std::string_view text) {
+    auto parts = fields(text, 2);
+    if (!parts || (*parts)[0].size() < 2 || (*parts)[1].size() < 2 || (*parts)[0][0] != '+' ||
+        (*parts)[1][0] != '-') {
+        return std::nullopt;
+    }
+    long long ahead = 0, behind = 0;
+    if (!Text::parseInt((*parts)[0].substr(1), ahead) ||
+        !Text::parseInt((*parts)[1].substr(1), behind) || ahead < 0 || behind < 0 ||
+        ahead > std::numeric_limits<int>::max() || behind > std::numeric_limits<int>::max()) {
+        return std::nullopt;
+    }
+    return AheadBehind{static_cast<int>(ahead), static_cast<int>(behind)};
+}
+
+}  // namespace
+
+std::optional<StatusV2> parseStatusV2(std::string_view output) {
+    StatusV2 status;
+    bool sawOid = false, sawHead = false;
+    size_t pos = 0;
+    auto next = [&]() -> std::optional<std::string_view> {
+        size_t end = output.find('\0', pos);
+        if (end == std::string_view::npos) return std::nullopt;
+        std::string_view record = output.substr(pos, end - pos);
+        pos = end + 1;
+        return record;
+    };
+    while (pos < output.size()) {
+        std::optional<std::string_view> record = next();
+        if (!record || record->size() < 2) return std::nullopt;
+        std::string_view text = *record;
+        if (text.starts_with("# ")) {
+            auto header = fields(text.substr(2), 2);
+            if (!header) continue;
+            std::string_view name = (*header)[0], value = (*header)[1];
+            if (name == "branch.oid") {
+                status.oid = std::string(value);
+                sawOid = true;
+            } else if (name == "branch.head") {
+                status.head = std::string(value);
+                sawHead = true;
+            } else if (name == "branch.upstream") {
+                status.upstream = std::string(value);
+            } else if (name == "branch.ab") {
+                status.aheadBehind = readAheadBehind(value);
+                if (!status.aheadBehind) return std::nullopt;
+            }
+            continue;
+        }
+        if (text[1] != ' ') return std::nullopt;
+        StatusV2::Entry entry;
+        entry.kind = text[0];
+        std::string_view rest = text.substr(2);
+        std::optional<std::vector<std::string_view>> parts;
+        switch (entry.kind) {
+            case '1': parts = fields(rest, 8); break;
+            case '2': parts = fields(rest, 9); break;
+            case 'u': parts = fields(rest, 10); break;
+            case '?':
+            case '!':
+                entry.x = entry.y = entry.kind;
+                entry.path = std::string(rest);
+                if (entry.path.empty()) return std::nullopt;
+                status.entries.push_back(std::move(entry));
+                continue;
+            default: return std::nullopt;
+        }
+        if (!parts || (*parts)[0].size() != 2 || parts->back().empty()) return std::nullopt;
+        entry.x = (*parts)[0][0];
+        entry.y = (*parts)[0][1];
+        if (!isStatusCode(entry.x) || !isStatusCode(entry.y)) return std::nullopt;
+        entry.path = std::string(parts->back());
+        if (entry.kind == '2') {
+            if (!readScore((*parts)[7])) return std::nullopt;
+            std::optional<std::string_view> origin = next();
+            if (!origin || origin->empty()) return std::nullopt;
+            entry.origin = std::string(*origin);
+        }
+        status.entries.push_back(std::move(entry));
+    }
+    if (!sawOid || !sawHead || status.oid.empty() || status.head.empty()) return std::nullopt;
+    return status;
+}
+
+std::string porcelainV1Path(std::string_view path, bool quotePath) {
+    std::string escaped;
+    bool mustQuote = false;
+    for (char c : path) {
+        unsigned char byte = static_cast<unsigned char>(c);
+        const char* named = nullptr;
+        switch (c) {
+            case '\a': named = "\\a"; break;
+            case '\b': named = "\\b"; break;
+            case '\t': named = "\\t"; break;
+            case '\n': named = "\\n"; break;
+            case '\v': named = "\\v"; break;
+            case '\f': named = "\\f"; break;
+            case '\r': named = "\\r"; break;
+            case '"': named = "\\\""; break;
+            case '\\': named = "\\\\"; break;
+            default: break;
+        }
+        if (named != nullptr) {
+            escaped += named;
+            mustQuote = true;
+        } else if (byte < 0x20 || byte == 0x7f || (byte >= 0x80 && quotePath)) {
+            escaped += fmt::format("\\{:03o}", byte);
+            mustQuote = true;
+        } else {
+            escaped += c;
+        }
+    }
+    if (mustQuote || path.find(' ') != std::string_view::npos) return '"' + escaped + '"';
+    return escaped;
+}
+
+std::string porcelainV1(const StatusV2& status, bool quotePath) {
+    std::string listing;
+    for (const StatusV2::Entry& entry : status.entries) {
+        listing += entry.x == '.' ? ' ' : entry.x;
+        listing += entry.y == '.' ? ' ' : entry.y;
+        listing += ' ';
+        if (entry.kind == '2') listing += porcelainV1Path(entry.origin, quotePath) + " -> ";
+        listing += porcelainV1Path(entry.path, quotePath);
+        listing += '\n';
+    }
+    return listing;
 }
 
 }  // namespace quorvane::GitParsing

@@ -62,4 +62,39 @@ std::optional<Date> parseISODate(std::string_view text);
 // quoted path are left as they are, so such a path simply matches no file.
 std::vector<std::string> changedPaths(std::string_view porcelain);
 
+// What `git status --porcelain=v2 --branch -z` says: the branch headers and one
+// entry per changed path, paths as raw bytes.
+struct StatusV2 {
+    struct Entry {
+        char kind = '1';     // '1' changed, '2' renamed or copied, 'u' unmerged, '?', '!'
+        char x = '.';        // index side of the XY code; '.' is unchanged
+        char y = '.';        // work tree side
+        std::string path;    // the path now
+        std::string origin;  // with '2': the path it was renamed or copied from
+        bool operator==(const Entry&) const = default;
+    };
+    std::string oid;                         // HEAD's commit, or "(initial)" before the first
+    std::string head;                        // the branch, or "(detached)"
+    std::optional<std::string> upstream;     // configured, even when its ref is gone
+    std::optional<AheadBehind> aheadBehind;  // only when the upstream's ref exists
+    std::vector<Entry> entries;
+
+    bool operator==(const StatusV2&) const = default;
+};
+
+// Parses the whole output strictly: an unknown entry kind, a field count that does
+// not fit, a missing branch header or an unterminated record gives nothing, and
+// the caller reads the repository the slow way instead. Headers other than the
+// branch ones (a stash count) are skipped.
+std::optional<StatusV2> parseStatusV2(std::string_view output);
+
+// A path as `git status --porcelain=v1` prints it: in double quotes with C escapes
+// when it holds a control character, '"', '\\' or (with core.quotePath) a byte
+// above 0x7f; in plain double quotes when it holds a space; bare otherwise.
+std::string porcelainV1Path(std::string_view path, bool quotePath);
+
+// The `git status --porcelain=v1` listing of the same entries, line for line, so
+// that `fileCounts` and `changedPaths` read it exactly as they read git's own.
+std::string porcelainV1(const StatusV2& status, bool quotePath);
+
 }  // namespace quorvane::GitParsing

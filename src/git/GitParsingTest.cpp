@@ -116,5 +116,51 @@ TEST(GitParsingTest, ParseISODateAcceptsZonesAndFractions) {
     EXPECT_FALSE(GitParsing::parseISODate("2026-02-30T18:58:03Z").has_value());
 }
 
+TEST(GitParsingTest, StatusV2IsReadStrictlyAndNoByteSequenceBreaksIt) {
+    using namespace std::string_literals;
+    const std::string good =
+        "# branch.oid 1111111111111111111111111111111111111111\0# branch.head main\0"
+        "# branch.upstream origin/main\0# branch.ab +2 -1\0# stash 3\0"
+        "1 .M N... 100644 100644 100644 aaaa bbbb a file.txt\0"
+        "2 R. N... 100644 100644 100644 aaaa bbbb R100 new name\0old name\0"
+        "u UU N... 100644 100644 100644 100644 aaaa bbbb cccc both.txt\0"
+        "? caf\xc3\xa9.txt\0"s;
+    std::optional<GitParsing::StatusV2> status = GitParsing::parseStatusV2(good);
+    ASSERT_TRUE(status.has_value());
+    EXPECT_EQ(status->head, "main");
+    EXPECT_EQ(status->upstream, "origin/main");
+    EXPECT_EQ(status->aheadBehind, (GitParsing::AheadBehind{2, 1}));
+    ASSERT_EQ(status->entries.size(), 4u);
+    EXPECT_EQ(status->entries[1].origin, "old name");
+    // The v1 listing git would print: quotes for the space, escapes for the byte.
+    EXPECT_EQ(GitParsing::porcelainV1(*status, true),
+              " M \"a file.txt\"\nR  \"old name\" -> \"new name\"\nUU both.txt\n"
+              "?? \"caf\\303\\251.txt\"\n");
+    EXPECT_EQ(GitParsing::porcelainV1Path("caf\xc3\xa9", false), "caf\xc3\xa9");
+
+    // Each of these is refused rather than half read.
+    for (const std::string& bad : {
+             good.substr(0, good.size() - 1),                              // cut short
+             "# branch.head main\0"s,                                      // no oid
+             good + "3 .M x\0",                                            // unknown kind
+             good + "1 .Z N... 100644 100644 100644 aaaa bbbb x\0",        // unknown code
+             good + "2 R. N... 100644 100644 100644 aaaa bbbb R100 x\0"s,  // no origin
+             "# branch.oid x\0# branch.head m\0# branch.ab 2 1\0"s,        // no signs
+         }) {
+        EXPECT_FALSE(GitParsing::parseStatusV2(bad).has_value()) << bad;
+    }
+    // Every prefix and every single-byte change: an answer or a refusal, never a crash.
+    for (size_t cut = 0; cut <= good.size(); ++cut) GitParsing::parseStatusV2(good.substr(0, cut));
+    for (size_t at = 0; at < good.size(); ++at) {
+        for (char byte : {'\0', ' ', '\n', '#', '2', 'x'}) {
+            std::string changed = good;
+            changed[at] = byte;
+            if (auto parsed = GitParsing::parseStatusV2(changed)) {
+                GitParsing::porcelainV1(*parsed, true);
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace quorvane
