@@ -2,6 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <time.h>
+
+#include <algorithm>
 #include <filesystem>
 #include <set>
 
@@ -9,6 +12,7 @@
 #include "app/TextHelpers.hpp"
 #include "app/Uuid.hpp"
 #include "git/GitCommand.hpp"
+#include "git/GitConfigListing.hpp"
 #include "git/GitParsing.hpp"
 
 namespace quorvane {
@@ -71,8 +75,7 @@ std::optional<ShellResult> GitScanner::statusWithoutFilters(
     bool noneDefined = drivers.exitCode == 1 && drivers.stdOut.empty();
     if (!drivers.succeeded() && !noneDefined) return std::nullopt;
     ProcessRequest request = GitCommand::request(path, std::move(arguments), 30, cancellation_);
-    GitCommand::disableFilterDrivers(request,
-                                     GitCommand::repositoryFilterDrivers(drivers.stdOut));
+    GitCommand::disableFilterDrivers(request, GitCommand::repositoryFilterDrivers(drivers.stdOut));
     return run(std::move(request));
 }
 
@@ -150,6 +153,187 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
     return snapshot;
 }
 
+RepoReading GitScanner::readLiterally(const std::string& path, bool ignoreUntracked,
+                                      const std::string& since) const {
+    RepoReading reading;
+    reading.snapshot = scan(path, ignoreUntracked);
+    reading.commits = logCommits(path, since, std::nullopt);
+    return reading;
+}
+
+RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
+                             const std::string& since, const ScanMemo* previous) const {
+    namespace fs = std::filesystem;
+    std::string repoID = PathHelpers::canonicalPath(path);
+    Date now = clock_.now();
+    if (previous != nullptr && previous->repoID != repoID) previous = nullptr;
+    // One log answers both today's count and today's commits only when they are
+    // counted from the same midnight; across one, read the slow way.
+    if (since != startOfDayArgument(now)) return readLiterally(path, ignoreUntracked, since);
+
+    // The configuration: reused while none of the files it came from changed.
+    ScanMemo memo;
+    memo.repoID = repoID;
+    memo.since = since;
+    bool configFresh = previous != nullptr && !previous->configFiles.empty() &&
+                       ScanMemo::stamp([&] {
+                           std::vector<std::string> paths;
+                           for (const auto& file : previous->configFiles)
+                               paths.push_back(file.path);
+                           return paths;
+                       }()) == previous->configFiles;
+    if (configFresh) {
+        memo.configFiles = previous->configFiles;
+        memo.filterDrivers = previous->filterDrivers;
+        memo.remoteURL = previous->remoteURL;
+        memo.quotePath = previous->quotePath;
+        memo.commonDir = previous->commonDir;
+    } else {
+        struct timespec started {};
+        ::clock_gettime(CLOCK_REALTIME, &started);
+        ShellResult query = git(path, GitConfigListing::query(), 15);
+        bool nothingMatched = query.exitCode == 1 && query.stdOut.empty();
+        std::optional<GitConfigListing> listing = query.succeeded() || nothingMatched
+                                                      ? GitConfigListing::parse(query.stdOut)
+                                                      : std::nullopt;
+        if (!listing) return readLiterally(path, ignoreUntracked, since);
+        memo.filterDrivers = listing->repositoryFilterDrivers();
+        memo.quotePath = listing->quotePath();
+        std::optional<std::string> localConfig = listing->localConfigFile(path);
+        if (localConfig) memo.commonDir = fs::path(*localConfig).parent_path().string();
+        memo.remoteURL = listing->originURL();
+        bool hasOriginURL = std::any_of(listing->entries.begin(), listing->entries.end(),
+                                        [](const auto& e) { return e.key == "remote.origin.url"; });
+        // A remote can also be named by a file of the older layouts, which only
+        // git itself reads.
+        bool legacyRemote = !localConfig ||
+                            fs::exists(fs::path(memo.commonDir) / "remotes" / "origin") ||
+                            fs::exists(fs::path(memo.commonDir) / "branches" / "origin");
+        if (!hasOriginURL && legacyRemote) {
+            ShellResult remote = git(path, {"remote", "get-url", "origin"}, 15);
+            memo.remoteURL = std::nullopt;
+            if (remote.succeeded() && !Text::trim(remote.stdOut).empty()) {
+                memo.remoteURL = std::string(Text::trim(remote.stdOut));
+            }
+        }
+        // Kept only when every file it depends on is known and none changed while it
+        // was read; otherwise the next scan asks again.
+        if (localConfig && !listing->includesOnBranch() && !listing->usesWorktreeConfig() &&
+            !legacyRemote) {
+            std::vector<std::string> files = ScanMemo::userConfigFiles();
+            for (std::string& file : listing->sourceFiles(path)) files.push_back(std::move(file));
+            files.push_back(*localConfig);
+            memo.configFiles = ScanMemo::stamp(files);
+            long long startedNs =
+                static_cast<long long>(started.tv_sec) * 1'000'000'000LL + started.tv_nsec;
+            for (const auto& file : memo.configFiles) {
+                if (file.exists && file.changedNs >= startedNs) memo.configFiles.clear();
+            }
+        }
+    }
+
+    // Branch, upstream, standing and every count from one status.
+    std::vector<std::string> arguments = {"status", "--porcelain=v2", "--branch", "-z",
+                                          "--ahead-behind"};
+    if (ignoreUntracked) arguments.emplace_back("--untracked-files=no");
+    arguments.emplace_back("--ignore-submodules=dirty");
+    ProcessRequest request = GitCommand::request(path, std::move(arguments), 30, cancellation_);
+    GitCommand::disableFilterDrivers(request, memo.filterDrivers);
+    ShellResult status = run(std::move(request));
+    // Not a work tree, or a repository git cannot read: the slow way words the
+    // error exactly as a scan always has.
+    if (!status.succeeded()) return readLiterally(path, ignoreUntracked, since);
+    std::optional<GitParsing::StatusV2> parsed = GitParsing::parseStatusV2(status.stdOut);
+    if (!parsed) return readLiterally(path, ignoreUntracked, since);
+
+    RepoReading reading;
+    RepoSnapshot& snapshot = reading.snapshot;
+    snapshot.id = newUUID();
+    snapshot.repoID = repoID;
+    snapshot.capturedAt = now;
+    snapshot.branch = parsed->head == "(detached)" ? std::string() : parsed->head;
+    snapshot.remoteURL = memo.remoteURL;
+    // An upstream whose ref is gone is configured but cannot be resolved.
+    snapshot.hasUpstream = parsed->upstream.has_value() && parsed->aheadBehind.has_value();
+    if (snapshot.hasUpstream) {
+        snapshot.ahead = parsed->aheadBehind->ahead;
+        snapshot.behind = parsed->aheadBehind->behind;
+    }
+    std::string listing = GitParsing::porcelainV1(*parsed, memo.quotePath);
+    snapshot.files = GitParsing::fileCounts(listing, ignoreUntracked);
+    snapshot.lastWorkingTreeChangeAt = newestChangeTime(listing, path, now);
+    snapshot.isDetachedHead = snapshot.branch.empty();
+
+    // The newest commit and today's: unchanged while HEAD and the day are.
+    memo.headOid = parsed->oid;
+    bool reuse = configFresh && previous->headOid == memo.headOid && previous->since == since;
+    if (reuse) {
+        memo.commitsToday = previous->commitsToday;
+        memo.lastCommitSha = previous->lastCommitSha;
+        memo.lastCommitMessage = previous->lastCommitMessage;
+        memo.lastCommitAt = previous->lastCommitAt;
+        memo.todaysCommits = previous->todaysCommits;
+    } else if (memo.headOid != "(initial)") {
+        ShellResult head = git(path, {"log", "-1", "-z", "--pretty=%H%x00%aI%x00%ct%x00%s"}, 15);
+        auto records = GitParsing::nulRecords(head.stdOut, 4);
+        long long committed = 0;
+        if (!head.succeeded() || records.size() != 1 || !GitParsing::isObjectName(records[0][0]) ||
+            !Text::parseInt(records[0][2], committed)) {
+            return readLiterally(path, ignoreUntracked, since);
+        }
+        memo.lastCommitSha = std::string(records[0][0]);
+        memo.lastCommitAt = GitParsing::parseISODate(records[0][1]);
+        memo.lastCommitMessage = std::string(records[0][3]);
+        // log --since starts from HEAD and never walks past a commit older than the
+        // limit: when HEAD is, nothing is listed.
+        std::optional<Date> limit = DateHelpers::parseISO(since);
+        if (!limit || committed >= limit->time_since_epoch().count()) {
+            ShellResult log =
+                git(path, {"log", "-z", "--since=" + since, GitParsing::kCommitFormat}, 30);
+            if (!log.succeeded()) return readLiterally(path, ignoreUntracked, since);
+            memo.todaysCommits = GitParsing::commits(log.stdOut, repoID, "");
+            memo.commitsToday = static_cast<int>(memo.todaysCommits.size());
+        }
+    }
+    snapshot.commitsToday = memo.commitsToday;
+    snapshot.lastCommitSha = memo.lastCommitSha;
+    snapshot.lastCommitMessage = memo.lastCommitMessage;
+    snapshot.lastCommitAt = memo.lastCommitAt;
+
+    // Which of today's commits no remote holds: unchanged while the commits and the
+    // remote-tracking refs are.
+    memo.refsFingerprint =
+        memo.commonDir.empty() ? std::string() : ScanMemo::refsFingerprintOf(memo.commonDir);
+    bool marksFresh =
+        reuse && !memo.refsFingerprint.empty() && previous->refsFingerprint == memo.refsFingerprint;
+    if (!marksFresh) {
+        for (CommitRecord& commit : memo.todaysCommits) commit.isLocalOnly = false;
+        markUnpushed(path, since, memo.todaysCommits);
+    }
+    reading.commits = memo.todaysCommits;
+    reading.memo = std::move(memo);
+    return reading;
+}
+
+void GitScanner::markUnpushed(const std::string& path, const std::string& since,
+                              std::vector<CommitRecord>& commits) const {
+    if (commits.empty() || commits.size() > kMaxContainsChecks) return;
+    // One walk answers for all of them what `branch -r --contains` answers for one:
+    // a commit is listed exactly when no remote-tracking ref reaches it. The age
+    // limit keeps the walk to today's commits when there is no remote at all.
+    std::vector<std::string> arguments = {"rev-list", "--since=" + since};
+    for (const CommitRecord& commit : commits) arguments.push_back(commit.sha);
+    arguments.emplace_back("--not");
+    arguments.emplace_back("--remotes");
+    ShellResult listing = git(path, arguments, 20);
+    if (!listing.succeeded()) return;
+    std::set<std::string_view> local;
+    for (std::string_view line : Text::nonEmptyLines(listing.stdOut)) {
+        local.insert(Text::trim(line));
+    }
+    for (CommitRecord& commit : commits) commit.isLocalOnly = local.contains(commit.sha);
+}
+
 std::optional<Date> GitScanner::newestChangeTime(std::string_view porcelain,
                                                  const std::string& path, Date now) const {
     std::filesystem::path root(PathHelpers::expandTilde(path));
@@ -188,10 +372,10 @@ std::vector<CommitRecord> GitScanner::logCommits(const std::string& path,
 std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
                                                      const std::string& sinceArg) const {
     std::string repoID = PathHelpers::canonicalPath(path);
-    ShellResult log = git(path,
-                          {"log", "-z", "--branches", "--source", "--since=" + sinceArg,
-                           GitParsing::kHistoryFormat},
-                          60);
+    ShellResult log = git(
+        path,
+        {"log", "-z", "--branches", "--source", "--since=" + sinceArg, GitParsing::kHistoryFormat},
+        60);
     if (!log.succeeded()) return {};
     std::vector<CommitRecord> records = GitParsing::historyCommits(log.stdOut, repoID);
     if (records.empty()) return records;

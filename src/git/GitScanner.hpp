@@ -6,6 +6,7 @@
 
 #include "git/CommitRecord.hpp"
 #include "git/RepoSnapshot.hpp"
+#include "git/ScanMemo.hpp"
 #include "platform/Cancellation.hpp"
 #include "platform/Clock.hpp"
 #include "platform/ProcessRunner.hpp"
@@ -24,6 +25,15 @@ struct LocalBranchInfo {
     bool operator==(const LocalBranchInfo&) const = default;
 };
 
+// What one reading of a repository gives: the snapshot and today's commits, equal
+// field by field to what `scan` and `logCommits` give, and what the next reading
+// may reuse.
+struct RepoReading {
+    RepoSnapshot snapshot;
+    std::vector<CommitRecord> commits;
+    std::optional<ScanMemo> memo;  // nothing when the repository was read the slow way
+};
+
 // Reads one working tree through a fixed series of read-only git commands. It
 // never writes to a repository and never fails: a repository it cannot read gives
 // a snapshot whose `error` says why. Safe to use for many repositories at once.
@@ -37,6 +47,14 @@ public:
         : runner_(runner), clock_(clock), cancellation_(cancellation) {}
 
     RepoSnapshot scan(const std::string& path, bool ignoreUntracked) const;
+
+    // The snapshot and today's commits (`since` as for logCommits, no branch), read
+    // with as few children as `previous` allows: one `git status` when nothing it
+    // depends on changed, at most three for a repository seen for the first time
+    // with no commit today. Whatever cannot be read this way, such as a folder that
+    // is not a work tree, is read through `scan` and `logCommits`.
+    RepoReading read(const std::string& path, bool ignoreUntracked, const std::string& since,
+                     const ScanMemo* previous) const;
 
     // Commits reachable from HEAD (or `branch`) since `sinceArg`, newest first.
     // When there are 1 to 50, each is checked against the remote-tracking branches
@@ -65,6 +83,11 @@ private:
     // switched off, or nothing when they cannot be listed.
     std::optional<ShellResult> statusWithoutFilters(const std::string& path,
                                                     std::vector<std::string> arguments) const;
+    RepoReading readLiterally(const std::string& path, bool ignoreUntracked,
+                              const std::string& since) const;
+    // Sets isLocalOnly on 1 to 50 commits with one rev-list, as logCommits would.
+    void markUnpushed(const std::string& path, const std::string& since,
+                      std::vector<CommitRecord>& commits) const;
     std::optional<Date> newestChangeTime(std::string_view porcelain, const std::string& path,
                                          Date now) const;
 

@@ -1,0 +1,160 @@
+#include "git/ScanMemo.hpp"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include "app/PathHelpers.hpp"
+
+namespace quorvane {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+long long nanoseconds(const struct timespec& time) {
+    return static_cast<long long>(time.tv_sec) * 1'000'000'000LL + time.tv_nsec;
+}
+
+// FNV-1a, enough to tell one listing from another; not a defence against anyone.
+void mix(unsigned long long& hash, std::string_view text) {
+    for (char c : text) {
+        hash ^= static_cast<unsigned char>(c);
+        hash *= 1099511628211ULL;
+    }
+}
+
+void mixEntry(unsigned long long& hash, const std::string& name, const struct stat& info) {
+    mix(hash, fmt::format("{}\n{}:{}:{}:{}:{}\n", name, info.st_ino, info.st_size,
+                          nanoseconds(info.st_mtim), nanoseconds(info.st_ctim), info.st_mode));
+}
+
+void mixTree(unsigned long long& hash, const fs::path& dir, const std::string& name) {
+    struct stat info {};
+    if (::lstat((dir / name).c_str(), &info) != 0) {
+        mix(hash, name + "\nabsent\n");
+        return;
+    }
+    mixEntry(hash, name, info);
+    if (!S_ISDIR(info.st_mode)) return;
+    std::error_code error;
+    // A folder's own times change when an entry is added, removed or renamed, but
+    // not when a loose ref file is rewritten in place: every entry is stamped.
+    std::vector<std::string> children;
+    for (const auto& entry : fs::directory_iterator(dir / name, error)) {
+        children.push_back(entry.path().filename().string());
+    }
+    std::sort(children.begin(), children.end());
+    for (const std::string& child : children) mixTree(hash, dir, name + "/" + child);
+}
+
+}  // namespace
+
+std::vector<ScanMemo::FileStamp> ScanMemo::stamp(const std::vector<std::string>& paths) {
+    std::vector<FileStamp> stamps;
+    for (const std::string& path : paths) {
+        FileStamp stamp;
+        stamp.path = path;
+        struct stat info {};
+        // Followed, as git follows a link when it reads a config file.
+        if (::stat(path.c_str(), &info) == 0) {
+            stamp.exists = true;
+            stamp.device = info.st_dev;
+            stamp.inode = info.st_ino;
+            stamp.size = static_cast<unsigned long long>(info.st_size);
+            stamp.modifiedNs = nanoseconds(info.st_mtim);
+            stamp.changedNs = nanoseconds(info.st_ctim);
+        }
+        stamps.push_back(std::move(stamp));
+    }
+    return stamps;
+}
+
+std::string ScanMemo::refsFingerprintOf(const std::string& commonDir) {
+    unsigned long long hash = 14695981039346656037ULL;
+    fs::path dir(commonDir);
+    for (const char* name :
+         {"refs/remotes", "refs/replace", "packed-refs", "shallow", "info/grafts"}) {
+        mixTree(hash, dir, name);
+    }
+    return fmt::format("{:016x}", hash);
+}
+
+std::vector<std::string> ScanMemo::userConfigFiles() {
+    std::vector<std::string> files;
+    fs::path home = PathHelpers::homeDirectory();
+    const char* global = std::getenv("GIT_CONFIG_GLOBAL");
+    if (global != nullptr && global[0] != '\0') {
+        files.emplace_back(global);
+    } else {
+        files.push_back((home / ".gitconfig").string());
+        const char* xdg = std::getenv("XDG_CONFIG_HOME");
+        fs::path base = xdg != nullptr && xdg[0] == '/' ? fs::path(xdg) : home / ".config";
+        files.push_back((base / "git" / "config").string());
+    }
+    const char* system = std::getenv("GIT_CONFIG_SYSTEM");
+    files.emplace_back(system != nullptr && system[0] != '\0' ? system : "/etc/gitconfig");
+    return files;
+}
+
+void fromJson(const Json& json, ScanMemo::FileStamp& out, const std::string& path) {
+    ObjectReader reader(json, path);
+    out.path = reader.required<std::string>("path");
+    out.exists = reader.required<bool>("exists");
+    out.device = static_cast<unsigned long long>(reader.orDefault<long long>("device", 0));
+    out.inode = static_cast<unsigned long long>(reader.orDefault<long long>("inode", 0));
+    out.size = static_cast<unsigned long long>(reader.orDefault<long long>("size", 0));
+    out.modifiedNs = reader.orDefault<long long>("modifiedNs", 0);
+    out.changedNs = reader.orDefault<long long>("changedNs", 0);
+}
+
+Json toJson(const ScanMemo::FileStamp& stamp) {
+    return Json{{"path", stamp.path},
+                {"exists", stamp.exists},
+                {"device", static_cast<long long>(stamp.device)},
+                {"inode", static_cast<long long>(stamp.inode)},
+                {"size", static_cast<long long>(stamp.size)},
+                {"modifiedNs", stamp.modifiedNs},
+                {"changedNs", stamp.changedNs}};
+}
+
+void fromJson(const Json& json, ScanMemo& out, const std::string& path) {
+    ObjectReader reader(json, path);
+    out.repoID = reader.required<std::string>("repoID");
+    out.configFiles = reader.required<std::vector<ScanMemo::FileStamp>>("configFiles");
+    out.commonDir = reader.orDefault<std::string>("commonDir", "");
+    out.filterDrivers = reader.required<std::vector<std::string>>("filterDrivers");
+    out.remoteURL = reader.optional<std::string>("remoteURL");
+    out.quotePath = reader.required<bool>("quotePath");
+    out.headOid = reader.required<std::string>("headOid");
+    out.since = reader.required<std::string>("since");
+    out.commitsToday = reader.required<int>("commitsToday");
+    out.lastCommitSha = reader.optional<std::string>("lastCommitSha");
+    out.lastCommitMessage = reader.optional<std::string>("lastCommitMessage");
+    out.lastCommitAt = reader.optional<Date>("lastCommitAt");
+    out.todaysCommits = reader.required<std::vector<CommitRecord>>("todaysCommits");
+    out.refsFingerprint = reader.required<std::string>("refsFingerprint");
+}
+
+Json toJson(const ScanMemo& memo) {
+    Json json{{"repoID", memo.repoID},
+              {"configFiles", toJson(memo.configFiles)},
+              {"commonDir", memo.commonDir},
+              {"filterDrivers", toJson(memo.filterDrivers)},
+              {"quotePath", memo.quotePath},
+              {"headOid", memo.headOid},
+              {"since", memo.since},
+              {"commitsToday", memo.commitsToday},
+              {"todaysCommits", toJson(memo.todaysCommits)},
+              {"refsFingerprint", memo.refsFingerprint}};
+    putIfPresent(json, "remoteURL", memo.remoteURL);
+    putIfPresent(json, "lastCommitSha", memo.lastCommitSha);
+    putIfPresent(json, "lastCommitMessage", memo.lastCommitMessage);
+    putIfPresent(json, "lastCommitAt", memo.lastCommitAt);
+    return json;
+}
+
+}  // namespace quorvane

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "git/CommitRecord.hpp"
+#include "persistence/JsonCodec.hpp"
+
+namespace quorvane {
+
+// What one scan of a repository learned that the next scan may reuse instead of
+// asking git again, each part with what it depends on. A part is reused only when
+// everything it depends on is unchanged; otherwise it is read anew.
+struct ScanMemo {
+    // One file a result depended on, as it was then: a different identity, size or
+    // time, or a file appearing or going, means the result may have changed.
+    struct FileStamp {
+        std::string path;
+        bool exists = false;
+        unsigned long long device = 0, inode = 0, size = 0;
+        long long modifiedNs = 0, changedNs = 0;
+        bool operator==(const FileStamp&) const = default;
+    };
+
+    std::string repoID;
+
+    // The configuration: the files it was read from and what it said. Everything
+    // below depends on it too: it can change how log prints.
+    std::vector<FileStamp> configFiles;  // empty: not to be reused
+    std::string commonDir;               // the git folder shared by all work trees
+    std::vector<std::string> filterDrivers;
+    std::optional<std::string> remoteURL;
+    bool quotePath = true;
+
+    // HEAD and the day: what today's commits and the newest commit depend on.
+    std::string headOid;
+    std::string since;
+    int commitsToday = 0;
+    std::optional<std::string> lastCommitSha;
+    std::optional<std::string> lastCommitMessage;
+    std::optional<Date> lastCommitAt;
+    std::vector<CommitRecord> todaysCommits;
+
+    // The remote-tracking, replacement and shallow state today's unpushed marks
+    // depend on, as one fingerprint.
+    std::string refsFingerprint;
+
+    bool operator==(const ScanMemo&) const = default;
+
+    // The state of each file now.
+    static std::vector<FileStamp> stamp(const std::vector<std::string>& paths);
+
+    // A fingerprint of the refs and files under `commonDir` that decide which
+    // commits a remote holds: refs/remotes, refs/replace, packed-refs, shallow and
+    // info/grafts. Read without following links or opening any file.
+    static std::string refsFingerprintOf(const std::string& commonDir);
+
+    // The user's and the system's configuration files, which apply to every
+    // repository whether or not they said anything the scan asked for.
+    static std::vector<std::string> userConfigFiles();
+};
+
+void fromJson(const Json& json, ScanMemo& out, const std::string& path);
+Json toJson(const ScanMemo& memo);
+void fromJson(const Json& json, ScanMemo::FileStamp& out, const std::string& path);
+Json toJson(const ScanMemo::FileStamp& stamp);
+
+}  // namespace quorvane
