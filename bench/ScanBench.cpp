@@ -1,6 +1,9 @@
-// Builds a corpus of repositories of varied size and state, scans it the way
-// `quorvane scan` does (8 repositories at a time), and compares the wall time with
-// plain `git status --porcelain` over the same repositories, 8 at a time.
+// Builds a corpus of repositories of varied size and state and times, in paired
+// rounds, plain `git status --porcelain` over every repository (8 at a time)
+// against the scan cycle of `quorvane scan` (the same code, in this process):
+// steady (nothing changed since the previous scan), cold (a data folder that has
+// never scanned them), and the literal command list the scanner reads with when it
+// has nothing to go on. Prints medians, children per repository and the ratios.
 //
 //   quorvane_bench_scan [--repos N] [--rounds R]
 #include <algorithm>
@@ -9,11 +12,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <fmt/format.h>
 
+#include "app/AppEnvironment.hpp"
 #include "app/BoundedParallel.hpp"
 #include "app/DateHelpers.hpp"
 #include "bench/Corpus.hpp"
@@ -66,6 +71,39 @@ Measurement median(std::vector<Measurement> runs) {
     return runs[runs.size() / 2];
 }
 
+double medianOf(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// One scan cycle of an application whose data folder tracks every repository.
+Measurement scanCycle(CountingRunner& runner, AppEnvironment& env) {
+    runner.reset();
+    auto start = SteadyClock::now();
+    env.scanNow();
+    double seconds = std::chrono::duration<double>(SteadyClock::now() - start).count();
+    return {seconds, runner.started()};
+}
+
+// A data folder that tracks `paths`, loaded and never scanned.
+std::unique_ptr<AppEnvironment> trackingEnvironment(const std::filesystem::path& dir,
+                                                    const std::vector<std::string>& paths,
+                                                    const Clock& clock,
+                                                    const ProcessRunner& runner) {
+    auto env = std::make_unique<AppEnvironment>(dir, clock, runner);
+    env->load();
+    env->applyConfigChange([&](AppConfig& config) {
+        config.historyDays = 0;
+        for (const std::string& path : paths) {
+            RepoConfig repo;
+            repo.id = repo.localPath = path;
+            repo.name = std::filesystem::path(path).filename().string();
+            config.repositories.push_back(repo);
+        }
+    });
+    return env;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -94,37 +132,49 @@ int main(int argc, char** argv) {
     auto status = [&](size_t i) {
         runner.run(GitCommand::request(paths[i], {"status", "--porcelain"}, 30));
     };
-    auto scanOnly = [&](size_t i) { scanner.scan(paths[i], false); };
-    auto scanCycle = [&](size_t i) {
+    auto literal = [&](size_t i) {
         scanner.scan(paths[i], false);
         scanner.logCommits(paths[i], since, std::nullopt);
     };
 
-    measure(runner, paths.size(), status);  // warm the page cache before timing anything
-    std::vector<Measurement> statusRuns, scanRuns, cycleRuns;
+    testing::TempDir data("quorvane-bench-data");
+    std::unique_ptr<AppEnvironment> steadyEnv =
+        trackingEnvironment(data / "steady", paths, clock, runner);
+    scanCycle(runner, *steadyEnv);          // the scan that the steady ones follow
+    measure(runner, paths.size(), status);  // and a warm page cache for everyone
+
+    std::vector<Measurement> statusRuns, steadyRuns, coldRuns, literalRuns;
+    std::vector<double> steadyRatios, coldRatios, literalRatios;
     for (int r = 0; r < rounds; ++r) {
         statusRuns.push_back(measure(runner, paths.size(), status));
-        scanRuns.push_back(measure(runner, paths.size(), scanOnly));
-        cycleRuns.push_back(measure(runner, paths.size(), scanCycle));
+        steadyRuns.push_back(scanCycle(runner, *steadyEnv));
+        auto coldEnv = trackingEnvironment(data / fmt::format("cold{}", r), paths, clock, runner);
+        coldRuns.push_back(scanCycle(runner, *coldEnv));
+        literalRuns.push_back(measure(runner, paths.size(), literal));
+        steadyRatios.push_back(steadyRuns.back().seconds / statusRuns.back().seconds);
+        coldRatios.push_back(coldRuns.back().seconds / statusRuns.back().seconds);
+        literalRatios.push_back(literalRuns.back().seconds / statusRuns.back().seconds);
+        std::cerr << fmt::format("round {}/{} done\n", r + 1, rounds);
     }
-    Measurement plain = median(statusRuns), scan = median(scanRuns), cycle = median(cycleRuns);
+    Measurement plain = median(statusRuns), steady = median(steadyRuns), cold = median(coldRuns),
+                slow = median(literalRuns);
     double n = static_cast<double>(paths.size());
 
     std::cout << fmt::format("corpus: {} repositories, {} commits, {} files, built in {:.1f} s\n",
                              paths.size(), corpus.commits, corpus.files, buildSeconds);
-    std::cout << fmt::format("median of {} rounds, 8 repositories at a time:\n", rounds);
-    std::cout << fmt::format(
-        "  scan (GitScanner.scan)            wall {:7.3f} s  children/repo {:6.2f}\n", scan.seconds,
-        scan.children / n);
-    std::cout << fmt::format(
-        "  scan + today's commits            wall {:7.3f} s  children/repo {:6.2f}\n",
-        cycle.seconds, cycle.children / n);
-    std::cout << fmt::format(
-        "  git status --porcelain            wall {:7.3f} s  children/repo {:6.2f}\n",
-        plain.seconds, plain.children / n);
-    std::cout << fmt::format("  ratio scan / git status           {:.2f}\n",
-                             scan.seconds / plain.seconds);
-    std::cout << fmt::format("  ratio scan + commits / git status {:.2f}\n",
-                             cycle.seconds / plain.seconds);
+    std::cout << fmt::format("median of {} paired rounds, 8 repositories at a time:\n", rounds);
+    auto row = [&](std::string_view name, const Measurement& m) {
+        std::cout << fmt::format("  {:34} wall {:7.3f} s  children/repo {:6.2f}\n", name, m.seconds,
+                                 m.children / n);
+    };
+    row("quorvane scan, steady", steady);
+    row("quorvane scan, cold", cold);
+    row("literal command list", slow);
+    row("git status --porcelain", plain);
+    std::cout << fmt::format("  ratio steady / git status         {:.2f}\n",
+                             medianOf(steadyRatios));
+    std::cout << fmt::format("  ratio cold / git status           {:.2f}\n", medianOf(coldRatios));
+    std::cout << fmt::format("  ratio literal / git status        {:.2f}\n",
+                             medianOf(literalRatios));
     return 0;
 }

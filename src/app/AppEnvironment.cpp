@@ -11,6 +11,7 @@
 #include "app/PathHelpers.hpp"
 #include "git/Aggregator.hpp"
 #include "git/WorkSessionEngine.hpp"
+#include "persistence/AtomicFile.hpp"
 #include "reports/ReminderEngine.hpp"
 
 namespace quorvane {
@@ -51,6 +52,7 @@ void AppEnvironment::load() {
     }
     store_.load();
     AppConfig loaded = configService_.load();
+    loadScanMemos();
     std::vector<ReminderEvent> open = store_.reminders(true);
     std::lock_guard lock(mutex_);
     config_ = std::move(loaded);
@@ -134,12 +136,14 @@ void AppEnvironment::scanNow() {
     Date startOfDay = DateHelpers::startOfDay(now);
     std::vector<RepoConfig> active;
     std::map<std::string, Date> activity;
+    std::map<std::string, ScanMemo> memos;
     {
         std::lock_guard lock(mutex_);
         for (const RepoConfig& repo : config_.repositories) {
             if (repo.trackingEnabled) active.push_back(repo);
         }
         activity = fileActivity_;
+        memos = scanMemos_;
     }
 
     // The git work, eight repositories at a time; nothing is applied until all are read.
@@ -149,12 +153,32 @@ void AppEnvironment::scanNow() {
     std::vector<std::optional<RepoScan>> results = boundedParallelMap<std::optional<RepoScan>>(
         active.size(), kMaxParallelScans, [&](size_t i) -> std::optional<RepoScan> {
             if (stopping_) return std::nullopt;
-            RepoScan result;
-            result.snapshot = scanner_.scan(active[i].localPath, active[i].ignoreUntracked);
-            result.commits = scanner_.logCommits(active[i].localPath, since, std::nullopt);
+            const ScanMemo* memo = nullptr;
+            auto found = memos.find(active[i].id);
+            if (found != memos.end()) memo = &found->second;
+            RepoScan result =
+                scanner_.read(active[i].localPath, active[i].ignoreUntracked, since, memo);
             if (stopping_) return std::nullopt;
             return result;
         });
+
+    {
+        std::lock_guard lock(mutex_);
+        std::map<std::string, ScanMemo> kept;
+        for (size_t i = 0; i < active.size(); ++i) {
+            // A reading cut short keeps the memo it started from.
+            std::optional<ScanMemo> memo = results[i] ? results[i]->memo : std::nullopt;
+            if (!results[i]) {
+                auto previous = memos.find(active[i].id);
+                if (previous != memos.end()) memo = previous->second;
+            }
+            if (memo) kept.emplace(active[i].id, std::move(*memo));
+        }
+        if (kept != scanMemos_) {
+            scanMemos_ = std::move(kept);
+            scanMemosChanged_ = true;
+        }
+    }
 
     // Applied in configuration order. A repository that could not be read is still
     // stored and aggregated; only its remote URL is left alone.
@@ -208,6 +232,7 @@ void AppEnvironment::scanNow() {
     store_.pruneResolvedReminders(kResolvedReminderDays);
 
     if (!store_.flush()) noteSaveProblem(store_.flushProblem());
+    saveScanMemos();
     std::vector<ReminderEvent> open = store_.reminders(true);
     std::lock_guard lock(mutex_);
     unresolvedReminders_ = std::move(open);
@@ -367,6 +392,50 @@ bool AppEnvironment::adoptConfigEdits() {
     std::lock_guard lock(mutex_);
     config_ = std::move(*edited);
     return true;
+}
+
+void AppEnvironment::loadScanMemos() {
+    const std::filesystem::path file = dataDir_ / kScanCacheFile;
+    AtomicFile::removeStaleTemporaries(file);
+    AtomicFile::ReadResult read = AtomicFile::read(file);
+    if (read.missing) return;
+    std::map<std::string, ScanMemo> memos;
+    try {
+        if (!read.bytes) throw DecodeError(read.error);
+        Json json = JsonCodec::parse(*read.bytes);
+        if (!json.is_object()) throw DecodeError("expected an object of memos");
+        for (const auto& [id, memo] : json.items()) fromJson(memo, memos[id], id);
+    } catch (const DecodeError& error) {
+        // Moved aside rather than replaced, like every other file of the folder;
+        // the scans rebuild it.
+        if (AtomicFile::quarantine(file, clock_.now())) {
+            Log::app().error(
+                fmt::format("{} unreadable — quarantined: {}", kScanCacheFile, error.what()));
+        } else {
+            std::lock_guard lock(mutex_);
+            scanCacheBlocked_ = true;
+            Log::app().error(
+                fmt::format("{} unreadable and could not be set aside; scans go "
+                            "on without it: {}",
+                            kScanCacheFile, error.what()));
+        }
+        return;
+    }
+    std::lock_guard lock(mutex_);
+    scanMemos_ = std::move(memos);
+}
+
+void AppEnvironment::saveScanMemos() {
+    Json json = Json::object();
+    {
+        std::lock_guard lock(mutex_);
+        if (!scanMemosChanged_ || scanCacheBlocked_) return;
+        for (const auto& [id, memo] : scanMemos_) json[id] = toJson(memo);
+        scanMemosChanged_ = false;
+    }
+    if (auto error = AtomicFile::write(dataDir_ / kScanCacheFile, JsonCodec::pretty(json))) {
+        Log::app().error(fmt::format("write {} failed: {}", kScanCacheFile, *error));
+    }
 }
 
 void AppEnvironment::noteSaveProblem(const std::string& problem) {

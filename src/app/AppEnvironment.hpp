@@ -114,16 +114,20 @@ public:
     Store& store() { return store_; }
 
     static constexpr size_t kMaxParallelScans = 8;
+    static constexpr const char* kScanCacheFile = "scan_cache.json";
     static constexpr double kIdleTimeoutSeconds = 1200;
     // Resolved reminders are kept this long, then pruned by the scan.
     static constexpr int kResolvedReminderDays = 30;
 
 private:
     // What one repository's reading yields.
-    struct RepoScan {
-        RepoSnapshot snapshot;
-        std::vector<CommitRecord> commits;
-    };
+    using RepoScan = RepoReading;
+
+    // What each repository's last reading remembers, kept in "scan_cache.json" so
+    // that the next scan, in this process or the next, starts fewer git children.
+    // Only a cache: losing it costs one slower scan.
+    void loadScanMemos();
+    void saveScanMemos();
 
     // Records the history `commits` of a newly tracked repository: the commits and
     // one day record per day that has none yet.
@@ -162,6 +166,9 @@ private:
     std::vector<ReminderEvent> unresolvedReminders_;
     std::set<std::string> newlyDetected_;
     std::string saveProblem_;
+    std::map<std::string, ScanMemo> scanMemos_;  // by repository id
+    bool scanMemosChanged_ = false;
+    bool scanCacheBlocked_ = false;  // unreadable and still in place: never written over
 
     // Set once by shutdown; nothing starts after it.
     std::atomic<bool> stopping_ = false;

@@ -186,7 +186,9 @@ TEST(AppEnvironmentTest, AScanDuringAScanReturnsAtOnce) {
     release.count_down();
     first.join();
     EXPECT_FALSE(env.isScanning());
-    EXPECT_EQ(runner.requests().size(), 2u);  // one work tree check and one today's log
+    // The configuration, the remote (the configuration named no git folder) and
+    // status; status failing, the slow way: the work tree check and today's log.
+    EXPECT_EQ(runner.requests().size(), 5u);
 }
 
 TEST(AppEnvironmentTest, WithNothingTrackedAScanStillFlushesAndStampsItsTime) {
@@ -243,8 +245,10 @@ TEST(AppEnvironmentTest, AShutdownStopsTheReadsInFlightStartsNoOtherAndKeepsWhat
     scan.join();
 
     // Eight reads were in flight and told to stop; nothing started after the signal.
+    // Each had asked for its configuration, its remote and its status (failing here)
+    // before the work tree check it was held in.
     EXPECT_EQ(cancelledInFlight, 8);
-    EXPECT_EQ(runner.requests().size(), firstScan + 8);
+    EXPECT_EQ(runner.requests().size(), firstScan + 8 * 4);
     // Every read was cut short, so every repository keeps what the first scan stored.
     Store saved(dir.path(), clock, Store::Access::readOnly);
     saved.load();
@@ -252,7 +256,7 @@ TEST(AppEnvironmentTest, AShutdownStopsTheReadsInFlightStartsNoOtherAndKeepsWhat
     ASSERT_EQ(after.size(), 12u);
     for (size_t i = 0; i < after.size(); ++i) EXPECT_EQ(after[i].id, before[i].id);
     env.scanNow();  // after a shutdown nothing starts
-    EXPECT_EQ(runner.requests().size(), firstScan + 8);
+    EXPECT_EQ(runner.requests().size(), firstScan + 8 * 4);
 }
 
 // Answers enrolment's git children for folders that only look like repositories:
