@@ -12,7 +12,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -38,14 +40,29 @@ class CountingRunner final : public ProcessRunner {
 public:
     ShellResult run(const ProcessRequest& request) const override {
         ++started_;
+        {
+            std::lock_guard lock(mutex_);
+            ++byFolder_[request.cwd.value_or("")];
+        }
         return shell_.run(request);
     }
     long started() const { return started_.load(); }
-    void reset() { started_ = 0; }
+    void reset() {
+        started_ = 0;
+        std::lock_guard lock(mutex_);
+        byFolder_.clear();
+    }
+    // Children started in each working folder since the last reset.
+    std::map<std::string, int> byFolder() const {
+        std::lock_guard lock(mutex_);
+        return byFolder_;
+    }
 
 private:
     Shell shell_;
     mutable std::atomic<long> started_{0};
+    mutable std::mutex mutex_;
+    mutable std::map<std::string, int> byFolder_;
 };
 
 struct Measurement {
@@ -145,11 +162,19 @@ int main(int argc, char** argv) {
 
     std::vector<Measurement> statusRuns, steadyRuns, coldRuns, literalRuns;
     std::vector<double> steadyRatios, coldRatios, literalRatios;
+    int mostForClean = 0, cleanCount = 0;
     for (int r = 0; r < rounds; ++r) {
         statusRuns.push_back(measure(runner, paths.size(), status));
         steadyRuns.push_back(scanCycle(runner, *steadyEnv));
         auto coldEnv = trackingEnvironment(data / fmt::format("cold{}", r), paths, clock, runner);
         coldRuns.push_back(scanCycle(runner, *coldEnv));
+        // The most any clean repository (nothing changed, no commit today) cost.
+        std::map<std::string, int> children = runner.byFolder();
+        for (const RepoSnapshot& snapshot : coldEnv->store().snapshots()) {
+            if (snapshot.error || snapshot.files.total() > 0 || snapshot.commitsToday > 0) continue;
+            ++cleanCount;
+            mostForClean = std::max(mostForClean, children[snapshot.repoID]);
+        }
         literalRuns.push_back(measure(runner, paths.size(), literal));
         steadyRatios.push_back(steadyRuns.back().seconds / statusRuns.back().seconds);
         coldRatios.push_back(coldRuns.back().seconds / statusRuns.back().seconds);
@@ -171,6 +196,9 @@ int main(int argc, char** argv) {
     row("quorvane scan, cold", cold);
     row("literal command list", slow);
     row("git status --porcelain", plain);
+    std::cout << fmt::format(
+        "  cold scan, most children for one clean repository: {} ({} of them)\n", mostForClean,
+        cleanCount / rounds);
     std::cout << fmt::format("  ratio steady / git status         {:.2f}\n",
                              medianOf(steadyRatios));
     std::cout << fmt::format("  ratio cold / git status           {:.2f}\n", medianOf(coldRatios));

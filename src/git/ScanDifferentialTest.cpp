@@ -100,13 +100,28 @@ TEST_F(ScanDifferentialTest, EveryWorkTreeStateReadsAsTheLiteralCommandsReadIt) 
     repo.git({"config", "core.quotePath", "false"});
     EXPECT_EQ(readBoth(repo), 3);
 
-    // An unmerged path from a conflicting merge.
     repo.git({"add", "-A"});
     repo.git({"commit", "-q", "-m", "everything"});
+
+    // Copies are told apart from additions only when status is asked to look.
+    repo.git({"config", "status.renames", "copies"});
+    std::string body;
+    for (int line = 0; line < 40; ++line) body += "line " + std::to_string(line) + "\n";
+    repo.commitFile("long.txt", body, "long");
+    repo.write("long copy.txt", body);
+    repo.write("long.txt", body + "changed\n");
+    repo.git({"add", "long copy.txt", "long.txt"});
+    ASSERT_THAT(repo.git({"status", "--porcelain=v1"}), ::testing::HasSubstr("C  "));
+    readBoth(repo);
+    repo.git({"commit", "-q", "-m", "copied"});
+
+    // An unmerged path from a conflicting merge.
     repo.git({"checkout", "-q", "-b", "other", "HEAD~1"});
     repo.commitFile("a.txt", "theirs\n", "theirs");
     repo.git({"checkout", "-q", "main"});
+    repo.commitFile("a.txt", "ours\n", "ours");
     repo.gitResult({"merge", "-q", "other"});
+    ASSERT_THAT(repo.git({"status", "--porcelain=v1"}), ::testing::HasSubstr("UU a.txt"));
     readBoth(repo);
 }
 
