@@ -104,18 +104,22 @@ std::vector<std::string> repositoryFilterDrivers(std::string_view queryOutput) {
     }
     std::vector<std::string> drivers;
     for (size_t i = 0; i + 1 < fields.size(); i += 2) {
-        std::string_view scope = fields[i], key = fields[i + 1];
-        if (scope == "global" || scope == "system") continue;
-        if (!key.starts_with(kFilterPrefix)) continue;
-        std::string_view rest = key.substr(kFilterPrefix.size());
-        size_t lastDot = rest.rfind('.');
-        if (lastDot == std::string_view::npos || lastDot == 0) continue;
-        std::string name(rest.substr(0, lastDot));
-        if (std::find(drivers.begin(), drivers.end(), name) == drivers.end()) {
-            drivers.push_back(std::move(name));
-        }
+        addRepositoryFilterDriver(drivers, fields[i], fields[i + 1]);
     }
     return drivers;
+}
+
+void addRepositoryFilterDriver(std::vector<std::string>& drivers, std::string_view scope,
+                               std::string_view key) {
+    if (scope == "global" || scope == "system") return;
+    if (!key.starts_with(kFilterPrefix)) return;
+    std::string_view rest = key.substr(kFilterPrefix.size());
+    size_t lastDot = rest.rfind('.');
+    if (lastDot == std::string_view::npos || lastDot == 0) return;
+    std::string name(rest.substr(0, lastDot));
+    if (std::find(drivers.begin(), drivers.end(), name) == drivers.end()) {
+        drivers.push_back(std::move(name));
+    }
 }
 
 void disableFilterDrivers(ProcessRequest& request, const std::vector<std::string>& drivers) {

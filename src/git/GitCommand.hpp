@@ -37,6 +37,11 @@ std::vector<std::string> filterDriverQuery();
 // user's global and system files are theirs and are trusted. A name may hold dots.
 std::vector<std::string> repositoryFilterDrivers(std::string_view queryOutput);
 
+// Adds the driver that config `key`, read from `scope`, belongs to, unless it is
+// the user's own (global or system), not a filter key, or already listed.
+void addRepositoryFilterDriver(std::vector<std::string>& drivers, std::string_view scope,
+                               std::string_view key);
+
 // Adds to `request` the settings that switch off each named filter driver (no
 // clean, smudge or process command, not required), so that comparing a work tree
 // file with the index reads the file's bytes as they are.

@@ -5,6 +5,7 @@
 
 #include "app/PathHelpers.hpp"
 #include "app/TextHelpers.hpp"
+#include "git/GitCommand.hpp"
 
 namespace quorvane {
 
@@ -90,15 +91,7 @@ std::optional<GitConfigListing> GitConfigListing::parse(std::string_view output)
 std::vector<std::string> GitConfigListing::repositoryFilterDrivers() const {
     std::vector<std::string> drivers;
     for (const Entry& entry : entries) {
-        if (entry.scope == "global" || entry.scope == "system") continue;
-        if (!entry.key.starts_with("filter.")) continue;
-        std::string_view rest = std::string_view(entry.key).substr(7);
-        size_t lastDot = rest.rfind('.');
-        if (lastDot == std::string_view::npos || lastDot == 0) continue;
-        std::string name(rest.substr(0, lastDot));
-        if (std::find(drivers.begin(), drivers.end(), name) == drivers.end()) {
-            drivers.push_back(std::move(name));
-        }
+        GitCommand::addRepositoryFilterDriver(drivers, entry.scope, entry.key);
     }
     return drivers;
 }
