@@ -1,0 +1,48 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace quorvane {
+
+// One GET, as the GitHub and AI clients need it.
+struct HttpRequest {
+    std::string url;
+    std::vector<std::pair<std::string, std::string>> headers;  // sent in this order
+    double timeoutSeconds = 60;
+};
+
+// What came back, or why nothing did.
+struct HttpResponse {
+    long status = 0;
+    std::string body;
+    std::vector<std::pair<std::string, std::string>> headers;  // as received
+    std::optional<std::string> transportError;                 // set when no HTTP reply arrived
+
+    // The first header of that name, compared without regard to case.
+    std::optional<std::string> header(std::string_view name) const;
+};
+
+// The door to the network. Calls may come from any thread.
+class HttpTransport {
+public:
+    virtual ~HttpTransport() = default;
+    virtual HttpResponse get(const HttpRequest& request) const = 0;
+};
+
+// Over libcurl: http and https only, no redirect followed, the reply body capped
+// (a larger one is a transport error rather than memory spent on it).
+class CurlTransport final : public HttpTransport {
+public:
+    static constexpr size_t kMaxBodyBytes = size_t{64} << 20;
+    HttpResponse get(const HttpRequest& request) const override;
+};
+
+// Whether `url` is an address a strict parser accepts (no blank, a scheme, a
+// host); the canonical form of it when it is.
+std::optional<std::string> parseURL(std::string_view url);
+
+}  // namespace quorvane

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace quorvane::testing {
+
+// A real HTTP/1.1 server on 127.0.0.1 at a port of its own, one connection at a
+// time, each closed after its reply. It answers each path (with its query) with
+// the reply a test set, 404 otherwise, and records every request head it read.
+class LoopbackHttpServer {
+public:
+    struct Reply {
+        int status = 200;
+        std::vector<std::pair<std::string, std::string>> headers;
+        std::string body;
+        bool silent = false;  // read the request, then answer nothing until stopped
+    };
+
+    LoopbackHttpServer();
+    ~LoopbackHttpServer();
+    LoopbackHttpServer(const LoopbackHttpServer&) = delete;
+    LoopbackHttpServer& operator=(const LoopbackHttpServer&) = delete;
+
+    // "http://127.0.0.1:<port>"
+    std::string base() const;
+    void set(const std::string& pathAndQuery, Reply reply);
+    // Request heads, oldest first: request line and headers, CRLFs kept.
+    std::vector<std::string> requests() const;
+
+private:
+    void serve();
+
+    int listener_ = -1;
+    int stopPipe_[2] = {-1, -1};
+    int port_ = 0;
+    mutable std::mutex mutex_;
+    std::map<std::string, Reply> replies_;
+    std::vector<std::string> requests_;
+    std::thread thread_;
+};
+
+}  // namespace quorvane::testing
