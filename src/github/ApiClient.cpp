@@ -1,0 +1,230 @@
+#include "github/ApiClient.hpp"
+
+#include "app/TextHelpers.hpp"
+
+namespace quorvane {
+
+namespace {
+
+using Kind = QuorvaneError::Kind;
+
+// Every piece between separators, empty ones included.
+std::vector<std::string_view> split(std::string_view text, char separator) {
+    std::vector<std::string_view> pieces;
+    size_t start = 0;
+    while (true) {
+        size_t end = text.find(separator, start);
+        pieces.push_back(text.substr(start, end == std::string_view::npos ? end : end - start));
+        if (end == std::string_view::npos) return pieces;
+        start = end + 1;
+    }
+}
+
+std::string decodeFailure(const std::exception& error) {
+    return std::string("GitHub: failed to decode response — ") + error.what();
+}
+
+// The scheme, host and port of an address: a next page elsewhere would be handed
+// the token.
+std::string origin(const std::string& url) {
+    size_t scheme = url.find("://");
+    if (scheme == std::string::npos) return {};
+    size_t end = url.find_first_of("/?#", scheme + 3);
+    return url.substr(0, end);
+}
+
+GitHubUser decodeUser(const Json& json) {
+    ObjectReader reader(json, "");
+    return GitHubUser{reader.required<std::string>("login"), reader.optional<std::string>("name"),
+                      reader.optional<std::string>("avatar_url")};
+}
+
+RemoteRepository decodeRepository(const Json& json, const std::string& path,
+                                  const std::string& accountID, Date now) {
+    ObjectReader reader(json, path);
+    RemoteRepository repo;
+    repo.name = reader.required<std::string>("name");
+    repo.fullName = reader.required<std::string>("full_name");
+    auto ownerJson = json.find("owner");
+    if (ownerJson == json.end() || ownerJson->is_null()) {
+        throw DecodeError(reader.childPath("owner") + ": required key is missing");
+    }
+    repo.owner = ObjectReader(*ownerJson, reader.childPath("owner")).required<std::string>("login");
+    repo.id = accountID + ":" + repo.owner + "/" + repo.name;
+    repo.accountID = accountID;
+    repo.htmlURL = reader.orDefault<std::string>("html_url", "");
+    repo.sshURL = reader.orDefault<std::string>("ssh_url", "");
+    repo.cloneURL = reader.orDefault<std::string>("clone_url", "");
+    repo.isPrivate = reader.orDefault<bool>("private", false);
+    repo.isFork = reader.orDefault<bool>("fork", false);
+    repo.isArchived = reader.orDefault<bool>("archived", false);
+    repo.defaultBranch = reader.orDefault<std::string>("default_branch", "main");
+    repo.description = reader.optional<std::string>("description");
+    repo.language = reader.optional<std::string>("language");
+    repo.pushedAt = ApiClient::parseDate(reader.optional<std::string>("pushed_at"));
+    repo.updatedAt = ApiClient::parseDate(reader.optional<std::string>("updated_at"));
+    repo.lastSyncedAt = now;
+    return repo;
+}
+
+RemoteBranch decodeBranch(const Json& json, const std::string& path) {
+    ObjectReader reader(json, path);
+    RemoteBranch branch;
+    branch.name = reader.required<std::string>("name");
+    auto commit = json.find("commit");
+    if (commit != json.end() && !commit->is_null()) {
+        branch.lastCommitSha =
+            ObjectReader(*commit, reader.childPath("commit")).optional<std::string>("sha");
+    }
+    return branch;
+}
+
+}  // namespace
+
+ApiClient::ApiClient(std::optional<std::string> token, const HttpTransport& transport,
+                     const Clock& clock, std::string baseURL)
+    : token_(std::move(token)), transport_(transport), clock_(clock), baseURL_(std::move(baseURL)) {
+    while (!baseURL_.empty() && baseURL_.back() == '/') baseURL_.pop_back();
+}
+
+HttpRequest ApiClient::makeRequest(const std::string& url) const {
+    HttpRequest request;
+    request.url = url;
+    request.headers = {{"Accept", "application/vnd.github+json"},
+                       {"X-GitHub-Api-Version", "2022-11-28"},
+                       {"User-Agent", "Quorvane/2.0 (+https://github.com)"}};
+    if (token_) request.headers.emplace_back("Authorization", "Bearer " + *token_);
+    request.timeoutSeconds = 60;
+    return request;
+}
+
+std::optional<std::string> ApiClient::address(const std::string& pathAndQuery) const {
+    return parseURL(baseURL_ + pathAndQuery);
+}
+
+std::optional<QuorvaneError> ApiClient::mapHTTPError(const HttpResponse& response) {
+    long status = response.status;
+    if (status >= 200 && status <= 299) return std::nullopt;
+    if (status == 404) return QuorvaneError(Kind::notFound, "GitHub: not found/inaccessible");
+    if (status == 403) {
+        std::optional<std::string> remaining = response.header("x-ratelimit-remaining");
+        if (remaining && *remaining == "0") {
+            return QuorvaneError(Kind::rateLimit, "GitHub rate limit exceeded");
+        }
+        return QuorvaneError(Kind::http, "GitHub forbidden", 403);
+    }
+    if (status == 401) return QuorvaneError(Kind::auth, "GitHub: token invalid/expired");
+    return QuorvaneError(Kind::http, "GitHub error", static_cast<int>(status));
+}
+
+std::pair<Json, HttpResponse> ApiClient::request(const std::string& url) const {
+    HttpResponse response = transport_.get(makeRequest(url));
+    if (response.transportError) {
+        throw QuorvaneError(Kind::network, "GitHub: network error — " + *response.transportError);
+    }
+    if (response.status < 100 || response.status > 599) {
+        throw QuorvaneError(Kind::msg, "GitHub: invalid response");
+    }
+    if (std::optional<QuorvaneError> error = mapHTTPError(response)) throw *error;
+    try {
+        Json body = JsonCodec::parse(response.body);
+        return {std::move(body), std::move(response)};
+    } catch (const DecodeError& error) {
+        throw QuorvaneError(Kind::msg, decodeFailure(error));
+    }
+}
+
+std::vector<Json> ApiClient::paginated(const std::string& firstURL) const {
+    std::vector<Json> elements;
+    std::string url = firstURL;
+    const std::string home = origin(firstURL);
+    while (true) {
+        auto [page, response] = request(url);
+        if (!page.is_array()) {
+            throw QuorvaneError(Kind::msg,
+                                "GitHub: failed to decode response — expected an "
+                                "array, found " +
+                                    JsonCodec::describe(page));
+        }
+        for (Json& element : page) elements.push_back(std::move(element));
+        std::optional<std::string> next = nextURL(response.header("Link"));
+        // A next page on another host would be sent the token: the walk ends there.
+        if (!next || origin(*next) != home) return elements;
+        url = *next;
+    }
+}
+
+GitHubUser ApiClient::getAuthenticatedUser() const {
+    std::optional<std::string> url = address("/user");
+    if (!url) throw QuorvaneError(Kind::msg, "GitHub: invalid URL /user");
+    Json body = request(*url).first;
+    try {
+        return decodeUser(body);
+    } catch (const DecodeError& error) {
+        throw QuorvaneError(Kind::msg, decodeFailure(error));
+    }
+}
+
+std::vector<RemoteRepository> ApiClient::listRepositories(const std::string& accountID,
+                                                          bool includePrivate,
+                                                          bool includeArchived) const {
+    std::optional<std::string> url = address(
+        "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&sort=pushed");
+    if (!url) throw QuorvaneError(Kind::msg, "GitHub: invalid URL /user/repos");
+    Date now = clock_.now();
+    std::vector<RemoteRepository> repos;
+    std::vector<Json> elements = paginated(*url);
+    try {
+        for (size_t i = 0; i < elements.size(); ++i) {
+            RemoteRepository repo =
+                decodeRepository(elements[i], "[" + std::to_string(i) + "]", accountID, now);
+            if (!includePrivate && repo.isPrivate) continue;
+            if (!includeArchived && repo.isArchived) continue;
+            repos.push_back(std::move(repo));
+        }
+    } catch (const DecodeError& error) {
+        throw QuorvaneError(Kind::msg, decodeFailure(error));
+    }
+    return repos;
+}
+
+std::vector<RemoteBranch> ApiClient::listBranches(const std::string& owner,
+                                                  const std::string& repo) const {
+    std::string path = "/repos/" + owner + "/" + repo + "/branches";
+    std::optional<std::string> url = address(path + "?per_page=100");
+    if (!url) throw QuorvaneError(Kind::msg, "GitHub: invalid URL " + path);
+    std::vector<RemoteBranch> branches;
+    std::vector<Json> elements = paginated(*url);
+    try {
+        for (size_t i = 0; i < elements.size(); ++i) {
+            branches.push_back(decodeBranch(elements[i], "[" + std::to_string(i) + "]"));
+        }
+    } catch (const DecodeError& error) {
+        throw QuorvaneError(Kind::msg, decodeFailure(error));
+    }
+    return branches;
+}
+
+std::optional<std::string> ApiClient::nextURL(const std::optional<std::string>& link) {
+    if (!link) return std::nullopt;
+    for (std::string_view entry : split(*link, ',')) {
+        std::vector<std::string_view> segments = split(entry, ';');
+        if (segments.size() < 2) continue;
+        bool isNext = false;
+        for (size_t i = 1; i < segments.size(); ++i) {
+            if (segments[i].find("rel=\"next\"") != std::string_view::npos) isNext = true;
+        }
+        if (!isNext) continue;
+        std::string_view target = Text::trim(segments[0]);
+        if (target.size() < 2 || target.front() != '<' || target.back() != '>') continue;
+        return parseURL(target.substr(1, target.size() - 2));
+    }
+    return std::nullopt;
+}
+
+std::optional<Date> ApiClient::parseDate(const std::optional<std::string>& text) {
+    if (!text || text->empty()) return std::nullopt;
+    return DateHelpers::parseISO(*text);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/QuorvaneError.hpp"
+#include "github/RemoteBranch.hpp"
+#include "github/RemoteRepository.hpp"
+#include "persistence/JsonCodec.hpp"
+#include "platform/Clock.hpp"
+#include "platform/HttpTransport.hpp"
+
+namespace quorvane {
+
+// The authenticated user, as /user gives it.
+struct GitHubUser {
+    std::string login;
+    std::optional<std::string> name;
+    std::optional<std::string> avatarURL;
+    bool operator==(const GitHubUser&) const = default;
+};
+
+// What the account sync reads from GitHub. Every call throws QuorvaneError.
+class GitHubClient {
+public:
+    virtual ~GitHubClient() = default;
+    virtual GitHubUser getAuthenticatedUser() const = 0;
+    // Every repository the user reaches, most recently pushed first; private and
+    // archived ones only when asked for. `accountID` names the records.
+    virtual std::vector<RemoteRepository> listRepositories(const std::string& accountID,
+                                                           bool includePrivate,
+                                                           bool includeArchived) const = 0;
+    virtual std::vector<RemoteBranch> listBranches(const std::string& owner,
+                                                   const std::string& repo) const = 0;
+};
+
+// The GitHub REST API, read only, for one token. Keeps no cache and no rate-limit
+// state: a limit is reported, not waited out. Pages are read one after another and
+// a failed page fails the whole listing.
+class ApiClient final : public GitHubClient {
+public:
+    static constexpr const char* kPublicAPI = "https://api.github.com";
+
+    // No token: no Authorization header at all. An empty one is still sent.
+    ApiClient(std::optional<std::string> token, const HttpTransport& transport, const Clock& clock,
+              std::string baseURL = kPublicAPI);
+
+    GitHubUser getAuthenticatedUser() const override;
+    std::vector<RemoteRepository> listRepositories(const std::string& accountID,
+                                                   bool includePrivate,
+                                                   bool includeArchived) const override;
+    std::vector<RemoteBranch> listBranches(const std::string& owner,
+                                           const std::string& repo) const override;
+
+    // The request for `url`, with every header GitHub is sent.
+    HttpRequest makeRequest(const std::string& url) const;
+
+    // The rel="next" address of a Link header, or nothing.
+    static std::optional<std::string> nextURL(const std::optional<std::string>& link);
+    // Internet date-time, with or without fractional seconds; nothing otherwise.
+    static std::optional<Date> parseDate(const std::optional<std::string>& text);
+    // The error a status stands for, or nothing for 2xx.
+    static std::optional<QuorvaneError> mapHTTPError(const HttpResponse& response);
+
+private:
+    // One request: the decoded body and the response it came in.
+    std::pair<Json, HttpResponse> request(const std::string& url) const;
+    // Every element of every page, from `firstURL` on.
+    std::vector<Json> paginated(const std::string& firstURL) const;
+    std::optional<std::string> address(const std::string& pathAndQuery) const;
+
+    std::optional<std::string> token_;
+    const HttpTransport& transport_;
+    const Clock& clock_;
+    std::string baseURL_;
+};
+
+}  // namespace quorvane
