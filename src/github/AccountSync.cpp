@@ -1,0 +1,96 @@
+#include "github/AccountSync.hpp"
+
+#include <set>
+
+#include "app/TextHelpers.hpp"
+#include "git/GitCommand.hpp"
+
+namespace quorvane {
+
+namespace {
+
+std::string lower(std::string_view text) {
+    std::string out;
+    for (char c : text) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+}  // namespace
+
+namespace AuthResolver {
+
+std::optional<std::string> processEnvironment(const char* name) {
+    const char* value = std::getenv(name);
+    if (value == nullptr) return std::nullopt;
+    return std::string(value);
+}
+
+std::optional<std::string> token(const GitHubAccount& account, KeychainStore& keychain,
+                                 const ProcessRunner& runner, const Environment& environment) {
+    if (!account.keychainRef.empty()) {
+        std::optional<std::string> stored = keychain.string(account.keychainRef);
+        if (stored && !stored->empty()) return stored;
+    }
+    if (account.authType != GitHubAccount::AuthType::ghCLI) return std::nullopt;
+    for (const char* name : {"GITHUB_TOKEN", "GH_TOKEN"}) {
+        std::optional<std::string> value = environment(name);
+        if (value && !value->empty()) return value;
+    }
+    ShellResult gh = runner.loginShell("gh auth token", std::nullopt, 60);
+    std::string printed(Text::trim(gh.stdOut));
+    if (gh.succeeded() && !printed.empty()) return printed;
+
+    ProcessRequest fill;
+    fill.executable = std::string(GitCommand::kGitPath);
+    fill.arguments = {"credential", "fill"};
+    fill.standardInput = "protocol=https\nhost=github.com\n\n";
+    fill.timeout = 15;
+    // Only what a helper already holds: nothing may ask the user, on a terminal or
+    // through an askpass window, in the middle of a background sync.
+    fill.environment = {{"GIT_TERMINAL_PROMPT", "0"}, {"GIT_ASKPASS", ""}};
+    fill.unsetEnvironment = {"SSH_ASKPASS"};
+    ShellResult credential = runner.run(fill);
+    if (!credential.succeeded()) return std::nullopt;
+    for (std::string_view line : Text::nonEmptyLines(credential.stdOut)) {
+        if (!line.starts_with("password=")) continue;
+        std::string password(Text::trim(line.substr(9)));
+        if (!password.empty()) return password;
+    }
+    return std::nullopt;
+}
+
+}  // namespace AuthResolver
+
+AccountSyncEngine::Result AccountSyncEngine::sync(
+    const GitHubAccount& account, const SyncPrefs& prefs,
+    const std::vector<std::pair<std::string, std::string>>& tracked, Date now) const {
+    Result result;
+    result.user = client_.getAuthenticatedUser();
+    result.repos = client_.listRepositories(account.id, prefs.syncPrivate, prefs.syncArchived);
+    std::set<std::string> keys;
+    for (const auto& [owner, repo] : tracked) keys.insert(lower(owner) + "/" + lower(repo));
+    for (const RemoteRepository& repo : result.repos) {
+        if (!keys.contains(lower(repo.owner) + "/" + lower(repo.name))) continue;
+        std::vector<RemoteBranch> branches;
+        try {
+            branches = client_.listBranches(repo.owner, repo.name);
+        } catch (const QuorvaneError&) {
+            continue;  // one repository's branches never fail the account
+        }
+        std::string repoID = account.id + ":" + repo.owner + "/" + repo.name;
+        for (const RemoteBranch& branch : branches) {
+            BranchRecord record;
+            record.repoID = repoID;
+            record.name = branch.name;
+            record.isRemote = true;
+            record.id = record.composedID();
+            record.lastCommitSha = branch.lastCommitSha;
+            record.lastCommitDate = branch.lastCommitDate;
+            record.lastSyncedAt = now;
+            result.branches.push_back(std::move(record));
+        }
+    }
+    return result;
+}
+
+}  // namespace quorvane
