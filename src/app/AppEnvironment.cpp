@@ -12,6 +12,7 @@
 #include "git/Aggregator.hpp"
 #include "git/WorkSessionEngine.hpp"
 #include "persistence/AtomicFile.hpp"
+#include "persistence/KeychainStore.hpp"
 #include "reports/ReminderEngine.hpp"
 
 namespace quorvane {
@@ -29,13 +30,15 @@ std::vector<std::string> idsOf(const AppConfig& config) {
 }  // namespace
 
 AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock,
-                               const ProcessRunner& runner, Notifier* notifier)
+                               const ProcessRunner& runner, Notifier* notifier,
+                               const HttpTransport* transport)
     : dataDir_(std::move(dataDir)),
       clock_(clock),
       runner_(runner),
       notifier_(notifier),
       store_(dataDir_, clock),
       configService_(dataDir_ / "config.json", clock),
+      transport_(transport != nullptr ? *transport : defaultTransport_),
       scanner_(runner, clock, &shutdownSignal_),
       discovery_(runner, &shutdownSignal_),
       watcher_(clock) {}
@@ -66,6 +69,7 @@ void AppEnvironment::bootstrap() {
         didBootstrap_ = true;
     }
     load();
+    reconcileAccounts();
     scanNow();
     startWatcher();
     startPeriodicScanning();

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -15,15 +16,19 @@
 #include "git/FileWatcher.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
+#include "github/RemoteSyncSummary.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Cancellation.hpp"
 #include "platform/Clock.hpp"
+#include "platform/HttpTransport.hpp"
 #include "platform/Notifier.hpp"
 #include "platform/ProcessRunner.hpp"
 
 namespace quorvane {
+
+class KeychainStore;
 
 // The program's centre: the configuration in memory, the store, and the scan cycle
 // that turns git's answers into snapshots, commits, sessions and day activity.
@@ -35,7 +40,7 @@ public:
     // Reminders raised by scans go to `notifier` once stored, and are closed there once
     // resolved; without one they are only stored.
     AppEnvironment(std::filesystem::path dataDir, const Clock& clock, const ProcessRunner& runner,
-                   Notifier* notifier = nullptr);
+                   Notifier* notifier = nullptr, const HttpTransport* transport = nullptr);
     ~AppEnvironment();
     AppEnvironment(const AppEnvironment&) = delete;
     AppEnvironment& operator=(const AppEnvironment&) = delete;
@@ -96,6 +101,19 @@ public:
 
     std::vector<ReminderEvent> unresolvedReminders() const;
 
+    // The store holds the accounts; config.json mirrors them and may be ahead after a
+    // store file was set aside. Accounts only the mirror has go back into the store,
+    // then the mirror is replaced by the store's list.
+    void reconcileAccounts();
+
+    // One sync cycle: each account with sync on is read from GitHub (its token,
+    // user, repositories and the branches of tracked repositories), then every
+    // tracked repository is mapped to its remote. One account's failure is a line
+    // in the summary, never the end of the cycle. Skipped while another runs.
+    RemoteSyncSummary syncNow(bool includeLocalScan);
+    bool hasSyncableAccount() const;
+    bool isSyncing() const;
+
     // Records that the tracked repository watched at `path` (its folder as the
     // watcher reports it) saw file activity at `at`. Kept under the repository's id,
     // whatever form its configured path has.
@@ -141,6 +159,11 @@ private:
     // reverted. Returns the reason it was not saved, if it was not.
     std::optional<std::string> changeConfig(const std::function<void(AppConfig&)>& change);
     void noteSaveProblem(const std::string& problem);
+    // Replaces the entry with the account's id, or appends it.
+    static void mirrorAccountToConfig(AppConfig& config, const GitHubAccount& account);
+    // The secret store, chosen on first use (asking for the desktop's costs a
+    // round trip on the session bus).
+    KeychainStore& keychain();
     void stopPeriodicScanning();
 
     const std::filesystem::path dataDir_;
@@ -152,6 +175,10 @@ private:
     Cancellation shutdownSignal_;
     Store store_;
     ConfigService configService_;
+    CurlTransport defaultTransport_;
+    const HttpTransport& transport_;
+    std::once_flag keychainChosen_;
+    std::unique_ptr<KeychainStore> keychain_;
     GitScanner scanner_;
     RepoDiscovery discovery_;
 
@@ -161,6 +188,7 @@ private:
     bool didLoad_ = false;
     bool didBootstrap_ = false;
     bool isScanning_ = false;
+    bool isSyncing_ = false;
     std::optional<Date> lastScanAt_;
     std::map<std::string, Date> fileActivity_;  // by repository id
     std::vector<ReminderEvent> unresolvedReminders_;

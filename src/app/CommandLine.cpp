@@ -34,6 +34,7 @@ Examples:
   quorvane folders add ~/code          remember a folder that holds repositories
   quorvane scan                        read every tracked repository now
   quorvane scan --json                 the same, as JSON snapshots
+  quorvane sync                        read GitHub and link repositories to remotes
   quorvane status                      what the last scan found, without scanning
   quorvane commits --repo ~/code/api   the stored commits of one repository
   quorvane today                       what you did today, per repository
@@ -160,6 +161,21 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     scan->add_flag("--json", scanJson, "Print the snapshots as a JSON array");
     scan->callback(
         [&] { action = [&](CommandContext& c) { return Commands::scan(c, scanJson); }; });
+
+    // sync
+    bool syncScan = false, syncJson = false;
+    CLI::App* sync = app.add_subcommand(
+        "sync",
+        "Read your GitHub accounts now and link each repository to its remote\n"
+        "For every account with sync on: its repositories, and the branches of those you\n"
+        "track; then each tracked repository is matched to its GitHub counterpart by its\n"
+        "remote URL. Tokens come from the secret store (or gh and git's credential\n"
+        "helpers for an account that uses gh). Exits 1 only when every account failed.");
+    sync->add_flag("--scan", syncScan, "Scan the local repositories first");
+    sync->add_flag("--json", syncJson, "Print the summary as JSON");
+    sync->callback([&] {
+        action = [&](CommandContext& c) { return Commands::sync(c, syncScan, syncJson); };
+    });
 
     // status
     bool statusJson = false;
@@ -431,7 +447,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }
-    for (CLI::App* command : {scan, status, commits, doctor, journal, reminders, dismiss, daemon}) {
+    for (CLI::App* command :
+         {scan, sync, status, commits, doctor, journal, reminders, dismiss, daemon}) {
         addDataDir(command);
     }
     for (CLI::App* command : {today, sessions, week, heatmap, ranking, insights, report}) {

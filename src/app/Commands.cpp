@@ -274,6 +274,35 @@ int scan(CommandContext& context, bool json) {
     return status;
 }
 
+int sync(CommandContext& context, bool scanFirst, bool json) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    DesktopNotifier notifier;
+    AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
+    env.load();
+    env.reconcileAccounts();
+    if (context.progress) context.err << "syncing..." << std::flush;
+    RemoteSyncSummary summary = env.syncNow(scanFirst);
+    if (context.progress) context.err << "\r\033[K" << std::flush;
+    int status = reportFlush(context, env.saveProblem()) ? 0 : 1;
+    if (summary.accountsFailed > 0 && summary.accountsSynced == 0) status = 1;
+    if (json) {
+        context.out << JsonCodec::pretty(toJson(summary));
+        return status;
+    }
+    if (summary.accountsSynced + summary.accountsFailed == 0) {
+        context.out << "No GitHub account to sync.\n";
+        return status;
+    }
+    context.out << fmt::format("{} synced, {} failed; {}, {} linked to their remote\n",
+                               plural(summary.accountsSynced, "account"),
+                               plural(summary.accountsFailed, "account"),
+                               plural(summary.remoteRepos, "remote repository"),
+                               plural(summary.mappedRepos, "repository"));
+    for (const std::string& error : summary.errors) context.out << "  " << error << "\n";
+    return status;
+}
+
 int status(CommandContext& context, bool json) {
     AppConfig config = readConfig(context);
     Store store(context.dataDir, context.clock, Store::Access::readOnly);

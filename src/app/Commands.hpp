@@ -35,6 +35,8 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
 int foldersList(CommandContext& context);
 
 int scan(CommandContext& context, bool json);
+// One sync cycle over the GitHub accounts; exits 1 only when every account failed.
+int sync(CommandContext& context, bool scanFirst, bool json);
 int status(CommandContext& context, bool json);
 
 struct CommitsOptions {

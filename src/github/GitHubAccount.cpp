@@ -14,19 +14,22 @@ void fromJson(const Json& json, GitHubAccount& out, const std::string& path) {
     out.syncEnabled = reader.required<bool>("syncEnabled");
     out.status = reader.required<GitHubAccount::Status>("status");
     out.scopesNote = reader.optional<std::string>("scopesNote");
+    out.apiBaseURL = reader.optional<std::string>("apiBaseURL");
 }
 
 Json toJson(const GitHubAccount& account) {
-    return Json{{"id", account.id},
-                {"displayName", account.displayName},
-                {"username", account.username},
-                {"avatarURL", orNull(account.avatarURL)},
-                {"authType", toJson(account.authType)},
-                {"keychainRef", account.keychainRef},
-                {"lastSyncAt", orNull(account.lastSyncAt)},
-                {"syncEnabled", account.syncEnabled},
-                {"status", toJson(account.status)},
-                {"scopesNote", orNull(account.scopesNote)}};
+    Json json{{"id", account.id},
+              {"displayName", account.displayName},
+              {"username", account.username},
+              {"avatarURL", orNull(account.avatarURL)},
+              {"authType", toJson(account.authType)},
+              {"keychainRef", account.keychainRef},
+              {"lastSyncAt", orNull(account.lastSyncAt)},
+              {"syncEnabled", account.syncEnabled},
+              {"status", toJson(account.status)},
+              {"scopesNote", orNull(account.scopesNote)}};
+    putIfPresent(json, "apiBaseURL", account.apiBaseURL);
+    return json;
 }
 
 }  // namespace quorvane

@@ -28,6 +28,9 @@ struct GitHubAccount {
     bool syncEnabled = true;
     Status status = Status::unchecked;
     std::optional<std::string> scopesNote;
+    // The REST API's base address when it is not the public one (GitHub Enterprise
+    // Server); left out of the JSON when absent.
+    std::optional<std::string> apiBaseURL;
 
     bool operator==(const GitHubAccount&) const = default;
 };

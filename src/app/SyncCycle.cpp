@@ -1,0 +1,191 @@
+// The remote side of the application: accounts and the sync cycle.
+#include <fmt/format.h>
+
+#include "app/AppEnvironment.hpp"
+#include "app/Log.hpp"
+#include "github/AccountSync.hpp"
+#include "github/RepoMapper.hpp"
+#include "persistence/KeychainStore.hpp"
+
+namespace quorvane {
+
+namespace {
+
+std::string_view statusWord(GitHubAccount::Status status) {
+    return status == GitHubAccount::Status::tokenInvalid ? "tokenInvalid" : "error";
+}
+
+}  // namespace
+
+KeychainStore& AppEnvironment::keychain() {
+    std::call_once(keychainChosen_, [this] {
+        keychain_ = std::make_unique<KeychainStore>(KeychainStore::kService,
+                                                    KeychainStore::chooseBackend(dataDir_, clock_));
+    });
+    return *keychain_;
+}
+
+void AppEnvironment::mirrorAccountToConfig(AppConfig& config, const GitHubAccount& account) {
+    for (GitHubAccount& entry : config.accounts) {
+        if (entry.id == account.id) {
+            entry = account;
+            return;
+        }
+    }
+    config.accounts.push_back(account);
+}
+
+void AppEnvironment::reconcileAccounts() {
+    std::set<std::string> stored;
+    for (const GitHubAccount& account : store_.accounts()) stored.insert(account.id);
+    std::vector<GitHubAccount> missing;
+    for (const GitHubAccount& account : config().accounts) {
+        if (!stored.contains(account.id)) missing.push_back(account);
+    }
+    for (const GitHubAccount& account : missing) store_.upsertAccount(account);
+    std::vector<GitHubAccount> accounts = store_.accounts();
+    if (missing.empty()) {
+        std::lock_guard lock(mutex_);
+        config_.accounts = std::move(accounts);
+        return;
+    }
+    Log::app().info(
+        fmt::format("reconcileAccounts: re-seeded {} account(s) into the Store from config.json",
+                    missing.size()));
+    if (!store_.flush()) noteSaveProblem(store_.flushProblem());
+    changeConfig([&](AppConfig& config) { config.accounts = accounts; });
+}
+
+bool AppEnvironment::hasSyncableAccount() const {
+    std::vector<GitHubAccount> accounts = store_.accounts();
+    return std::any_of(accounts.begin(), accounts.end(),
+                       [](const GitHubAccount& account) { return account.syncEnabled; });
+}
+
+bool AppEnvironment::isSyncing() const {
+    std::lock_guard lock(mutex_);
+    return isSyncing_;
+}
+
+RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
+    RemoteSyncSummary summary;
+    {
+        std::lock_guard lock(mutex_);
+        if (isSyncing_ || stopping_) {
+            summary.skipped = true;
+            summary.skippedReason = isSyncing_ ? "a sync is already running" : "shutting down";
+            return summary;
+        }
+        isSyncing_ = true;
+        saveProblem_.clear();
+    }
+    struct SyncEnd {
+        AppEnvironment& env;
+        ~SyncEnd() {
+            std::lock_guard lock(env.mutex_);
+            env.isSyncing_ = false;
+        }
+    } syncEnd{*this};
+
+    if (includeLocalScan) scanNow();
+    adoptConfigEdits();
+    Date now = clock_.now();
+    std::vector<RepoSnapshot> snapshots = store_.snapshots();
+    AppConfig current = config();
+
+    // Which GitHub repositories the user tracks: their branches are the only ones read.
+    std::vector<std::pair<std::string, std::string>> tracked;
+    for (const RepoConfig& repo : current.repositories) {
+        if (!repo.trackingEnabled) continue;
+        std::optional<std::string> url = repo.remoteURL;
+        for (const RepoSnapshot& snapshot : snapshots) {
+            if (snapshot.repoID == repo.id && snapshot.remoteURL) {
+                url = snapshot.remoteURL;
+                break;
+            }
+        }
+        if (!url) continue;
+        if (auto pair = RepoMapper::ownerRepo(*url)) tracked.push_back(std::move(*pair));
+    }
+
+    std::vector<GitHubAccount> updates;
+    for (const GitHubAccount& account : store_.accounts()) {
+        if (!account.syncEnabled || stopping_) continue;
+        GitHubAccount updated = account;
+        std::optional<std::string> token = AuthResolver::token(account, keychain(), runner_);
+        if (!token) {
+            updated.status = GitHubAccount::Status::tokenInvalid;
+            updates.push_back(updated);
+            ++summary.accountsFailed;
+            summary.errors.push_back(account.displayName +
+                                     ": no token available (Keychain / gh CLI)");
+            continue;
+        }
+        ApiClient client(std::move(token), transport_, clock_,
+                         account.apiBaseURL.value_or(ApiClient::kPublicAPI));
+        AccountSyncEngine engine(client);
+        AccountSyncEngine::Result result;
+        try {
+            result = engine.sync(account, current.sync, tracked, now);
+        } catch (const QuorvaneError& error) {
+            updated.status = error.kind() == QuorvaneError::Kind::auth
+                                 ? GitHubAccount::Status::tokenInvalid
+                                 : GitHubAccount::Status::error;
+            updates.push_back(updated);
+            ++summary.accountsFailed;
+            summary.errors.push_back(fmt::format("{}: {} — {}", account.displayName,
+                                                 statusWord(updated.status), error.description()));
+            continue;
+        }
+        store_.replaceRemoteRepos(account.id, result.repos);
+        std::map<std::string, std::vector<BranchRecord>> byRepository;
+        for (BranchRecord& branch : result.branches) {
+            byRepository[branch.repoID].push_back(std::move(branch));
+        }
+        for (const auto& [repoID, branches] : byRepository) {
+            store_.replaceBranches(repoID, branches);
+        }
+        if (!result.user.login.empty()) updated.username = result.user.login;
+        if (result.user.avatarURL) updated.avatarURL = result.user.avatarURL;
+        updated.lastSyncAt = now;
+        updated.status = GitHubAccount::Status::connected;
+        updates.push_back(updated);
+        ++summary.accountsSynced;
+        summary.syncedAt = now;
+    }
+    for (const GitHubAccount& account : updates) store_.upsertAccount(account);
+
+    // Every tracked repository against every remote one; the user's own links win.
+    std::vector<RemoteRepository> remotes = store_.remoteRepos(std::nullopt);
+    std::vector<RepositoryMapping> computed =
+        RepoMapper::map(current.repositories, snapshots, remotes, now);
+    std::vector<RepositoryMapping> confirmed;
+    for (const RepositoryMapping& mapping : store_.mappings()) {
+        if (mapping.confirmedByUser) confirmed.push_back(mapping);
+    }
+    std::vector<RepositoryMapping> mappings = RepoMapper::reconcile(computed, confirmed);
+    store_.replaceMappings(mappings);
+    summary.remoteRepos = static_cast<int>(remotes.size());
+    summary.mappedRepos = static_cast<int>(std::count_if(
+        mappings.begin(), mappings.end(),
+        [](const RepositoryMapping& m) { return m.kind == RepositoryMapping::Kind::mapped; }));
+    // The alignment of each repository (sync state, merged branches, health and
+    // their reminders) builds on these mappings; it joins the cycle here.
+
+    if (!store_.flush()) noteSaveProblem(store_.flushProblem());
+    if (!updates.empty()) {
+        changeConfig([&](AppConfig& config) {
+            for (const GitHubAccount& account : updates) mirrorAccountToConfig(config, account);
+        });
+    }
+    std::vector<ReminderEvent> open = store_.reminders(true);
+    {
+        std::lock_guard lock(mutex_);
+        unresolvedReminders_ = std::move(open);
+        lastScanAt_ = now;
+    }
+    startWatcher();
+    return summary;
+}
+
+}  // namespace quorvane
