@@ -121,4 +121,12 @@ bool parseInt(std::string_view text, long long& value) {
     return ec == std::errc() && end == text.data() + text.size();
 }
 
+std::string asciiLower(std::string_view text) {
+    std::string out(text);
+    for (char& c : out) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return out;
+}
+
 }  // namespace quorvane::Text

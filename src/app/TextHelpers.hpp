@@ -28,4 +28,8 @@ std::string repairUtf8(std::string_view bytes);
 // Reads an optional sign followed by decimal digits and nothing else.
 bool parseInt(std::string_view text, long long& value);
 
+// ASCII letters in lower case, every other byte as it is: for names that compare
+// without case the way git and GitHub compare them.
+std::string asciiLower(std::string_view text);
+
 }  // namespace quorvane::Text

@@ -26,8 +26,7 @@ bool isInclude(std::string_view key) {
 // git's reading of a boolean: no value is true, an empty one false.
 std::optional<bool> configBool(const std::optional<std::string>& value) {
     if (!value) return true;
-    std::string lower;
-    for (char c : *value) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string lower = Text::asciiLower(*value);
     if (lower == "true" || lower == "yes" || lower == "on") return true;
     if (lower == "false" || lower == "no" || lower == "off" || lower.empty()) return false;
     long long number = 0;

@@ -7,16 +7,6 @@
 
 namespace quorvane {
 
-namespace {
-
-std::string lower(std::string_view text) {
-    std::string out;
-    for (char c : text) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
-}  // namespace
-
 namespace AuthResolver {
 
 std::optional<std::string> processEnvironment(const char* name) {
@@ -68,9 +58,11 @@ AccountSyncEngine::Result AccountSyncEngine::sync(
     result.user = client_.getAuthenticatedUser();
     result.repos = client_.listRepositories(account.id, prefs.syncPrivate, prefs.syncArchived);
     std::set<std::string> keys;
-    for (const auto& [owner, repo] : tracked) keys.insert(lower(owner) + "/" + lower(repo));
+    for (const auto& [owner, repo] : tracked)
+        keys.insert(Text::asciiLower(owner) + "/" + Text::asciiLower(repo));
     for (const RemoteRepository& repo : result.repos) {
-        if (!keys.contains(lower(repo.owner) + "/" + lower(repo.name))) continue;
+        if (!keys.contains(Text::asciiLower(repo.owner) + "/" + Text::asciiLower(repo.name)))
+            continue;
         std::vector<RemoteBranch> branches;
         try {
             branches = client_.listBranches(repo.owner, repo.name);

@@ -9,13 +9,6 @@ namespace quorvane::RepoMapper {
 
 namespace {
 
-std::string lower(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
 std::vector<std::string_view> pieces(std::string_view text, char separator) {
     std::vector<std::string_view> out;
     size_t start = 0;
@@ -57,16 +50,18 @@ std::optional<std::pair<std::string, std::string>> ownerRepo(std::string_view re
         size_t slash = rest.find('/');
         if (slash == std::string_view::npos) return std::nullopt;
         std::vector<std::string_view> authority = pieces(rest.substr(0, slash), ':');
-        if (authority.empty() || lower(authority[0]) != kGitHubHost) return std::nullopt;
+        if (authority.empty() || Text::asciiLower(authority[0]) != kGitHubHost) return std::nullopt;
         path = rest.substr(slash + 1);
     } else if (text.find(':') != std::string_view::npos &&
                text.find('@') != std::string_view::npos) {
         size_t colon = text.find(':');
-        if (lower(afterFirst(text.substr(0, colon), '@')) != kGitHubHost) return std::nullopt;
+        if (Text::asciiLower(afterFirst(text.substr(0, colon), '@')) != kGitHubHost)
+            return std::nullopt;
         path = text.substr(colon + 1);
     } else {
         size_t slash = text.find('/');
-        if (slash == std::string_view::npos || lower(text.substr(0, slash)) != kGitHubHost) {
+        if (slash == std::string_view::npos ||
+            Text::asciiLower(text.substr(0, slash)) != kGitHubHost) {
             return std::nullopt;
         }
         path = text.substr(slash + 1);
@@ -100,10 +95,13 @@ std::vector<RepositoryMapping> map(const std::vector<RepoConfig>& configs,
         if (!parsed) {
             mapping = row(Kind::localOnly, config.id, now);
         } else {
-            std::string owner = lower(parsed->first), name = lower(parsed->second);
+            std::string owner = Text::asciiLower(parsed->first),
+                        name = Text::asciiLower(parsed->second);
             const RemoteRepository* picked = nullptr;
             for (const RemoteRepository& remote : remotes) {
-                if (lower(remote.owner) != owner || lower(remote.name) != name) continue;
+                if (Text::asciiLower(remote.owner) != owner ||
+                    Text::asciiLower(remote.name) != name)
+                    continue;
                 if (picked == nullptr) picked = &remote;
                 if (config.preferredAccountID && remote.accountID == *config.preferredAccountID) {
                     picked = &remote;
@@ -116,8 +114,9 @@ std::vector<RepositoryMapping> map(const std::vector<RepoConfig>& configs,
                 mapping.remoteRepoID = picked->id;
                 mapping.accountID = picked->accountID;
             } else {
-                bool sameName = std::any_of(remotes.begin(), remotes.end(),
-                                            [&](const auto& r) { return lower(r.name) == name; });
+                bool sameName = std::any_of(remotes.begin(), remotes.end(), [&](const auto& r) {
+                    return Text::asciiLower(r.name) == name;
+                });
                 mapping = row(sameName ? Kind::accountMismatch : Kind::remoteInaccessible,
                               config.id, now);
             }
