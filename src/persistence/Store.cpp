@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ranges>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -447,9 +448,25 @@ void Store::upsertAccount(const GitHubAccount& account) {
 void Store::removeAccount(const std::string& accountID) {
     std::lock_guard lock(mutex_);
     if (accounts_.items.erase(accountID) > 0) accounts_.dirty = true;
+    std::set<std::string> gone;
+    for (const auto& [id, repo] : remoteRepos_.items) {
+        if (repo.accountID == accountID) gone.insert(id);
+    }
     if (eraseWhere(remoteRepos_.items,
                    [&](const RemoteRepository& r) { return r.accountID == accountID; })) {
         remoteRepos_.dirty = true;
+    }
+    // A link or a branch row that points at a repository only this account saw would
+    // point at nothing; the next sync computes the links of what is left.
+    if (eraseWhere(mappings_.items, [&](const RepositoryMapping& m) {
+            return m.accountID == accountID ||
+                   (m.remoteRepoID && gone.contains(*m.remoteRepoID));
+        })) {
+        mappings_.dirty = true;
+    }
+    if (eraseWhere(branches_.items,
+                   [&](const BranchRecord& b) { return gone.contains(b.repoID); })) {
+        branches_.dirty = true;
     }
 }
 

@@ -101,6 +101,8 @@ public:
     // Accounts, sorted by display name then id.
     std::vector<GitHubAccount> accounts() const;
     void upsertAccount(const GitHubAccount& account);
+    // Also drops the account's remote repositories, their branch rows and every
+    // link to them.
     void removeAccount(const std::string& accountID);
 
     std::vector<RemoteRepository> remoteRepos(const std::optional<std::string>& accountID) const;

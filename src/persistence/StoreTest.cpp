@@ -448,10 +448,27 @@ TEST_F(StoreTest, AccountsAndRepositoriesTakeWhatBelongsToThemWhenRemoved) {
     other.id = "acc2:me/x";
     other.accountID = "acc2";
     store.replaceRemoteRepos("acc2", {other});
+    RepositoryMapping linked, linkedElsewhere;
+    linked.id = "acc:me/r";
+    linked.remoteRepoID = "acc:me/r";
+    linkedElsewhere.id = "/x";
+    linkedElsewhere.localRepoID = "/x";
+    linkedElsewhere.remoteRepoID = "acc2:me/x";
+    linkedElsewhere.accountID = "acc2";
+    store.upsertMappings({linked, linkedElsewhere});
+    BranchRecord remoteBranch;
+    remoteBranch.id = "acc:me/r#main#R";
+    remoteBranch.repoID = "acc:me/r";
+    store.replaceBranches("acc:me/r", {remoteBranch});
     store.removeAccount("acc");
     EXPECT_TRUE(store.accounts().empty());
     ASSERT_EQ(store.remoteRepos(std::nullopt).size(), 1u);
     EXPECT_EQ(store.remoteRepos(std::nullopt)[0].id, "acc2:me/x");
+    EXPECT_TRUE(store.branches("acc:me/r").empty());
+    std::vector<std::string> kept;
+    for (const RepositoryMapping& m : store.mappings()) kept.push_back(m.id);
+    EXPECT_THAT(kept, ::testing::UnorderedElementsAre("/r", "/x"));  // "/r" has no remote side
+    EXPECT_EQ(store.branches("/r").size(), 1u);
 
     store.upsertCommits({commit("/keep", "k", kNow)});
     store.purgeRepo("/r");
@@ -462,7 +479,8 @@ TEST_F(StoreTest, AccountsAndRepositoriesTakeWhatBelongsToThemWhenRemoved) {
     EXPECT_TRUE(store.dayActivities("2026-11-21").empty());
     EXPECT_FALSE(store.syncState("/r").has_value());
     EXPECT_TRUE(store.branches("/r").empty());
-    EXPECT_TRUE(store.mappings().empty());
+    ASSERT_EQ(store.mappings().size(), 1u);
+    EXPECT_EQ(store.mappings()[0].id, "/x");
     EXPECT_TRUE(store.journal("2026-11-21").has_value());  // the journal is not the repository's
 }
 
