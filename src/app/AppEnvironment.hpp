@@ -106,6 +106,38 @@ public:
     // then the mirror is replaced by the store's list.
     void reconcileAccounts();
 
+    // What checking an account with GitHub gave: the account as it now stands and,
+    // when it is not connected, why, in GitHub's words.
+    struct AccountCheck {
+        GitHubAccount account;
+        std::string problem;
+        bool stored = true;  // false when nothing was kept
+    };
+
+    // Adds an account for a personal access token: the token goes to the secret
+    // store and nowhere else, then the account is checked with GitHub, stored and
+    // mirrored into config.json. A refused token still adds it, as tokenInvalid.
+    // Nothing when the secret store would not take the token: then nothing is added.
+    std::optional<AccountCheck> addAccount(const std::string& displayName, const std::string& token,
+                                           std::optional<std::string> apiBaseURL = std::nullopt);
+    // The account of the gh tool's active login (or of GITHUB_TOKEN, GH_TOKEN or git's
+    // credential helpers), refreshed when one with that login exists, new otherwise.
+    // Its token is never copied: it is asked for each time. Nothing when no token is
+    // found; `stored` false when GitHub would not say whose it is.
+    std::optional<AccountCheck> importAccountFromGh(
+        std::optional<std::string> apiBaseURL = std::nullopt);
+    // The imported account, only when GitHub accepted it.
+    std::optional<GitHubAccount> connectGitHubViaGh();
+    // Checks the stored account with GitHub and keeps its new status; nothing when
+    // there is no account with this id.
+    std::optional<AccountCheck> validateAccount(const std::string& accountID);
+    // Deletes the account's own token, the account, its remote repositories, their
+    // branches and links, and its entry in config.json. False when there is none.
+    bool removeAccount(const std::string& accountID);
+    // Whether GitHub's answer names the login the account knew; an account that knew
+    // none yet matches any.
+    static bool loginMatches(const std::string& expected, const std::string& resolved);
+
     // One sync cycle: each account with sync on is read from GitHub (its token,
     // user, repositories and the branches of tracked repositories), then every
     // tracked repository is mapped to its remote. One account's failure is a line
@@ -159,6 +191,10 @@ private:
     // reverted. Returns the reason it was not saved, if it was not.
     std::optional<std::string> changeConfig(const std::function<void(AppConfig&)>& change);
     void noteSaveProblem(const std::string& problem);
+    // The account with its status as GitHub now answers for its token.
+    AccountCheck validatedStamp(const GitHubAccount& account);
+    // Stores the account, mirrors it into config.json and saves both.
+    void keepAccount(const GitHubAccount& account);
     // Replaces the entry with the account's id, or appends it.
     static void mirrorAccountToConfig(AppConfig& config, const GitHubAccount& account);
     // The secret store, chosen on first use (asking for the desktop's costs a

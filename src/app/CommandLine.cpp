@@ -14,6 +14,7 @@
 #include "app/Commands.hpp"
 #include "app/DateHelpers.hpp"
 #include "app/PathHelpers.hpp"
+#include "platform/HttpTransport.hpp"
 
 namespace quorvane {
 
@@ -34,6 +35,7 @@ Examples:
   quorvane folders add ~/code          remember a folder that holds repositories
   quorvane scan                        read every tracked repository now
   quorvane scan --json                 the same, as JSON snapshots
+  quorvane accounts add --name Work    add a GitHub account (token on stdin)
   quorvane sync                        read GitHub and link repositories to remotes
   quorvane status                      what the last scan found, without scanning
   quorvane commits --repo ~/code/api   the stored commits of one repository
@@ -173,8 +175,105 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "helpers for an account that uses gh). Exits 1 only when every account failed.");
     sync->add_flag("--scan", syncScan, "Scan the local repositories first");
     sync->add_flag("--json", syncJson, "Print the summary as JSON");
-    sync->callback([&] {
-        action = [&](CommandContext& c) { return Commands::sync(c, syncScan, syncJson); };
+    sync->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::sync(c, syncScan, syncJson); }; });
+
+    // accounts
+    CLI::App* accounts = app.add_subcommand(
+        "accounts",
+        "Add, list, check and remove the GitHub accounts that sync reads\n"
+        "An account's token stays in the secret store (the desktop's Secret Service, or\n"
+        "secrets.json, mode 0600, in the data folder when none answers); config.json and\n"
+        "the other data files only name it.");
+    accounts->require_subcommand(1);
+
+    Commands::AccountsAddOptions addOptions;
+    CLI::App* accountsAdd = accounts->add_subcommand(
+        "add",
+        "Add an account for a personal access token, read from standard input\n"
+        "On a terminal you are asked for the token and it is not shown as you type;\n"
+        "otherwise the first line of standard input is taken, as in\n"
+        "  secret-tool lookup ... | quorvane accounts add --name Work\n"
+        "The token is never taken from the command line, where other users could read\n"
+        "it. It is checked with GitHub at once. A token GitHub refuses still adds the\n"
+        "account, as tokenInvalid, and the command exits 1. A classic token needs the\n"
+        "'repo' scope to see private repositories; a fine-grained one needs read access to\n"
+        "metadata.");
+    accountsAdd->add_option("--name", addOptions.name, "The name you give the account")
+        ->type_name("NAME")
+        ->required();
+    auto httpAddress = [](std::string& text) -> std::string {
+        while (text.size() > 1 && text.back() == '/') text.pop_back();
+        std::optional<std::string> url = parseURL(text);
+        if (url && (url->starts_with("https://") || url->starts_with("http://"))) return {};
+        return fmt::format(
+            "\"{}\" is not an http or https address, such as https://github.example.com/api/v3",
+            text);
+    };
+    accountsAdd
+        ->add_option("--api-url", addOptions.apiURL,
+                     "The REST API of a GitHub Enterprise Server (default: GitHub's own)")
+        ->type_name("URL")
+        ->check(CLI::Validator(httpAddress, "", "address"));
+    accountsAdd->add_flag("--json", addOptions.json, "Print the account and any problem as JSON");
+    accountsAdd->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::accountsAdd(c, addOptions); }; });
+
+    bool accountsJson = false;
+    CLI::App* accountsImport = accounts->add_subcommand(
+        "import-gh",
+        "Add (or refresh) the account the gh tool is signed in to\n"
+        "The token is looked for in GITHUB_TOKEN, GH_TOKEN, 'gh auth token' (through your\n"
+        "login shell) and git's credential helpers for github.com, in that order. It is\n"
+        "not copied: each sync asks for it again, so 'gh auth refresh' is all it takes.");
+    std::optional<std::string> importURL;
+    accountsImport
+        ->add_option("--api-url", importURL,
+                     "The REST API the token belongs to, for GitHub Enterprise Server")
+        ->type_name("URL")
+        ->check(CLI::Validator(httpAddress, "", "address"));
+    accountsImport->add_flag("--json", accountsJson, "Print the account and any problem as JSON");
+    accountsImport->callback([&] {
+        action = [&](CommandContext& c) {
+            return Commands::accountsImportGh(c, importURL, accountsJson);
+        };
+    });
+
+    CLI::App* accountsList = accounts->add_subcommand(
+        "list",
+        "List the accounts: login, how the token is found, status and last sync\n"
+        "Reads the data folder only, so it works while the daemon runs.");
+    accountsList->add_flag("--json", accountsJson, "Print the account records as a JSON array");
+    accountsList->callback([&] {
+        action = [&](CommandContext& c) { return Commands::accountsList(c, accountsJson); };
+    });
+
+    std::string accountKey;
+    CLI::App* accountsCheck = accounts->add_subcommand(
+        "check",
+        "Ask GitHub whether an account's token still works, and keep the answer\n"
+        "Exits 1 unless the account comes out connected.");
+    accountsCheck
+        ->add_option("ID|NAME", accountKey, "The account's id (or its start), name or login")
+        ->required();
+    accountsCheck->add_flag("--json", accountsJson, "Print the account and any problem as JSON");
+    accountsCheck->callback([&] {
+        action = [&](CommandContext& c) {
+            return Commands::accountsCheck(c, accountKey, accountsJson);
+        };
+    });
+
+    CLI::App* accountsRemove = accounts->add_subcommand(
+        "remove",
+        "Remove an account, its token and what sync read through it\n"
+        "Deletes its token from the secret store (a gh account's token is gh's and stays),\n"
+        "its remote repositories, their branches and the links to them. Your local\n"
+        "repositories are not touched.");
+    accountsRemove
+        ->add_option("ID|NAME", accountKey, "The account's id (or its start), name or login")
+        ->required();
+    accountsRemove->callback([&] {
+        action = [&](CommandContext& c) { return Commands::accountsRemove(c, accountKey); };
     });
 
     // status
@@ -443,7 +542,7 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "a scan now.");
     daemon->callback([&] { action = [](CommandContext& c) { return Commands::daemon(c); }; });
 
-    for (CLI::App* group : {repos, folders}) {
+    for (CLI::App* group : {repos, folders, accounts}) {
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }

@@ -39,6 +39,21 @@ int scan(CommandContext& context, bool json);
 int sync(CommandContext& context, bool scanFirst, bool json);
 int status(CommandContext& context, bool json);
 
+// GitHub accounts. Adding reads the token from standard input, never from the
+// arguments, and keeps it in the secret store only. Each exits 1 when the account
+// is not connected afterwards.
+struct AccountsAddOptions {
+    std::string name;
+    std::optional<std::string> apiURL;  // GitHub Enterprise Server's REST API
+    bool json = false;
+};
+int accountsAdd(CommandContext& context, const AccountsAddOptions& options);
+int accountsImportGh(CommandContext& context, const std::optional<std::string>& apiURL, bool json);
+int accountsList(CommandContext& context, bool json);
+// `key` is the account's id, a unique start of it, its name or its login.
+int accountsCheck(CommandContext& context, const std::string& key, bool json);
+int accountsRemove(CommandContext& context, const std::string& key);
+
 struct CommitsOptions {
     std::optional<std::string> repo;  // id or path; all repositories when absent
     size_t limit = 20;

@@ -1,0 +1,301 @@
+// quorvane accounts: add, import-gh, list, check, remove.
+#include <signal.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "app/AppEnvironment.hpp"
+#include "app/CommandSupport.hpp"
+#include "app/EnumNames.hpp"
+#include "app/TextHelpers.hpp"
+#include "persistence/Store.hpp"
+
+namespace quorvane::Commands {
+
+namespace {
+
+using Status = GitHubAccount::Status;
+
+// A token is one line; anything longer than this is not one.
+constexpr size_t kMaxTokenBytes = 16 * 1024;
+
+// The terminal's settings while echo is off, put back by a signal that ends the
+// program there, so a Ctrl-C at the prompt does not leave a terminal that types
+// blind.
+struct termios savedTerminal;
+volatile sig_atomic_t echoIsOff = 0;
+
+void restoreTerminalAndDie(int signal) {
+    if (echoIsOff) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &savedTerminal);
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+class EchoOff {
+public:
+    EchoOff() {
+        if (::tcgetattr(STDIN_FILENO, &savedTerminal) != 0) return;
+        struct sigaction action {};
+        action.sa_handler = restoreTerminalAndDie;
+        for (int i = 0; i < 3; ++i) ::sigaction(kSignals[i], &action, &previous_[i]);
+        struct termios quiet = savedTerminal;
+        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        echoIsOff = ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet) == 0;
+        active_ = true;
+    }
+    ~EchoOff() {
+        if (!active_) return;
+        if (echoIsOff) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &savedTerminal);
+        echoIsOff = 0;
+        for (int i = 0; i < 3; ++i) ::sigaction(kSignals[i], &previous_[i], nullptr);
+    }
+    EchoOff(const EchoOff&) = delete;
+    EchoOff& operator=(const EchoOff&) = delete;
+
+private:
+    static constexpr int kSignals[3] = {SIGINT, SIGTERM, SIGHUP};
+    struct sigaction previous_[3]{};
+    bool active_ = false;
+};
+
+// The first line of standard input, without its line end and surrounding blanks.
+// On a terminal the person is asked for it and it is not echoed. Nothing, with
+// the reason in `problem`, when there is no line or it is too long to be a token.
+std::optional<std::string> readTokenLine(const CommandContext& context, const std::string& prompt,
+                                         std::string& problem) {
+    bool terminal = ::isatty(STDIN_FILENO) == 1;
+    std::optional<EchoOff> echoOff;
+    if (terminal) {
+        context.err << prompt << std::flush;
+        echoOff.emplace();
+    }
+    std::string line;
+    char buffer[512];
+    while (line.find('\n') == std::string::npos && line.size() <= kMaxTokenBytes) {
+        ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        line.append(buffer, static_cast<size_t>(n));
+    }
+    if (terminal) context.err << "\n";
+    line = line.substr(0, line.find('\n'));
+    if (line.size() > kMaxTokenBytes) {
+        problem = "the first line of standard input is too long to be a token";
+        return std::nullopt;
+    }
+    std::string token(Text::trim(line));
+    if (token.empty()) {
+        problem = "no token on standard input: pipe it in, or type it when asked";
+        return std::nullopt;
+    }
+    return token;
+}
+
+std::string shortID(const std::string& id) {
+    return id.substr(0, 8);
+}
+
+std::string authWord(const GitHubAccount& account) {
+    return account.authType == GitHubAccount::AuthType::ghCLI ? "gh" : "token";
+}
+
+// The one account a person means by `key`: its id, a unique start of it (4
+// characters at least), or its name or login, without regard to case.
+const GitHubAccount* findAccount(const CommandContext& context,
+                                 const std::vector<GitHubAccount>& accounts,
+                                 const std::string& key) {
+    std::vector<const GitHubAccount*> byID, byName;
+    std::string lowered = Text::asciiLower(key);
+    for (const GitHubAccount& account : accounts) {
+        if (account.id == key) return &account;
+        if (key.size() >= 4 && Text::asciiLower(account.id).starts_with(lowered)) {
+            byID.push_back(&account);
+        }
+        if (Text::asciiLower(account.displayName) == lowered ||
+            (!account.username.empty() && Text::asciiLower(account.username) == lowered)) {
+            byName.push_back(&account);
+        }
+    }
+    const std::vector<const GitHubAccount*>& matches = byName.empty() ? byID : byName;
+    if (matches.size() == 1) return matches[0];
+    if (matches.empty()) {
+        context.err << fmt::format(
+            "quorvane: no account is called {} (see: quorvane accounts list)\n", key);
+    } else {
+        context.err << fmt::format("quorvane: {} matches {} accounts; give its id\n", key,
+                                   matches.size());
+    }
+    return nullptr;
+}
+
+Json checkJson(const AppEnvironment::AccountCheck& check) {
+    Json json = Json::object();
+    json["account"] = toJson(check.account);
+    json["problem"] = check.problem.empty() ? Json(nullptr) : Json(check.problem);
+    return json;
+}
+
+// "Work (octocat): connected", or the status and GitHub's reason.
+std::string describeCheck(const AppEnvironment::AccountCheck& check) {
+    const GitHubAccount& account = check.account;
+    std::string who = account.username.empty() || account.username == account.displayName
+                          ? account.displayName
+                          : fmt::format("{} ({})", account.displayName, account.username);
+    if (check.problem.empty()) return fmt::format("{}: {}", who, enumName(account.status));
+    return fmt::format("{}: {} — {}", who, enumName(account.status), check.problem);
+}
+
+// Prints a check's outcome; 0 when the account is connected.
+int finishCheck(const CommandContext& context, AppEnvironment& env,
+                const AppEnvironment::AccountCheck& check, const std::string& verb, bool json) {
+    int status = check.account.status == Status::connected ? 0 : 1;
+    if (!reportFlush(context, env.saveProblem())) status = 1;
+    if (json) {
+        context.out << JsonCodec::pretty(checkJson(check));
+        return status;
+    }
+    context.out << verb << " " << describeCheck(check) << "\n";
+    if (check.stored && !check.account.id.empty()) {
+        context.out << "  id " << check.account.id << "\n";
+    }
+    return status;
+}
+
+}  // namespace
+
+int accountsAdd(CommandContext& context, const AccountsAddOptions& options) {
+    std::string name(Text::trim(options.name));
+    if (name.empty()) {
+        context.err << "quorvane: --name must not be blank\n";
+        return 2;
+    }
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    env.load();
+    env.reconcileAccounts();
+    for (const GitHubAccount& account : env.store().accounts()) {
+        if (Text::asciiLower(account.displayName) == Text::asciiLower(name)) {
+            context.err << fmt::format(
+                "quorvane: an account called {} exists already; choose another --name\n", name);
+            return 1;
+        }
+    }
+    std::string problem;
+    std::optional<std::string> token =
+        readTokenLine(context, fmt::format("GitHub token for {}: ", name), problem);
+    if (!token) {
+        context.err << "quorvane: " << problem << "\n";
+        return 1;
+    }
+    std::optional<AppEnvironment::AccountCheck> check =
+        env.addAccount(name, *token, options.apiURL);
+    if (!check) {
+        context.err << fmt::format("quorvane: nothing was added: {}\n", env.saveProblem());
+        return 1;
+    }
+    int status = finishCheck(context, env, *check, "added", options.json);
+    if (!options.json && check->account.status != Status::connected) {
+        context.out << fmt::format(
+            "  The account is kept. Check it again with: quorvane accounts check {}\n", name);
+    }
+    return status;
+}
+
+int accountsImportGh(CommandContext& context, const std::optional<std::string>& apiURL, bool json) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    env.load();
+    env.reconcileAccounts();
+    std::optional<AppEnvironment::AccountCheck> check = env.importAccountFromGh(apiURL);
+    if (!check) {
+        context.err << "quorvane: no GitHub token found: GITHUB_TOKEN and GH_TOKEN are unset, "
+                       "'gh auth token' gave none and git's credential helpers hold none for "
+                       "github.com. Sign in with 'gh auth login' first.\n";
+        return 1;
+    }
+    if (!check->stored) {
+        context.err << fmt::format("quorvane: nothing was imported: {}\n", check->problem);
+        return 1;
+    }
+    return finishCheck(context, env, *check, "imported", json);
+}
+
+int accountsList(CommandContext& context, bool json) {
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    std::vector<GitHubAccount> accounts = store.accounts();
+    // An account config.json still holds after the store's file was set aside is
+    // one the next writer puts back: it is listed already.
+    for (const GitHubAccount& mirrored : readConfig(context).accounts) {
+        if (std::none_of(accounts.begin(), accounts.end(),
+                         [&](const GitHubAccount& a) { return a.id == mirrored.id; })) {
+            accounts.push_back(mirrored);
+        }
+    }
+    if (json) {
+        Json array = Json::array();
+        for (const GitHubAccount& account : accounts) array.push_back(toJson(account));
+        context.out << JsonCodec::pretty(array);
+        return 0;
+    }
+    if (accounts.empty()) {
+        context.out << "No GitHub account yet. Add one with: quorvane accounts add --name NAME "
+                       "(the token is read from standard input), or take gh's with: quorvane "
+                       "accounts import-gh\n";
+        return 0;
+    }
+    std::vector<std::vector<std::string>> rows = {
+        {"ID", "NAME", "LOGIN", "AUTH", "STATUS", "SYNC", "LAST SYNC", "API"}};
+    for (const GitHubAccount& account : accounts) {
+        rows.push_back({shortID(account.id), account.displayName,
+                        account.username.empty() ? "-" : account.username, authWord(account),
+                        std::string(enumName(account.status)), account.syncEnabled ? "on" : "off",
+                        account.lastSyncAt
+                            ? fmt::format("{} {}", DateHelpers::dateKey(*account.lastSyncAt),
+                                          localClockTime(*account.lastSyncAt))
+                            : "never",
+                        account.apiBaseURL.value_or("github.com")});
+    }
+    printTable(context.out, rows);
+    return 0;
+}
+
+int accountsCheck(CommandContext& context, const std::string& key, bool json) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    env.load();
+    env.reconcileAccounts();
+    std::vector<GitHubAccount> accounts = env.store().accounts();
+    const GitHubAccount* account = findAccount(context, accounts, key);
+    if (account == nullptr) return 1;
+    std::optional<AppEnvironment::AccountCheck> check = env.validateAccount(account->id);
+    if (!check) return 1;
+    return finishCheck(context, env, *check, "checked", json);
+}
+
+int accountsRemove(CommandContext& context, const std::string& key) {
+    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    if (!writer) return 1;
+    AppEnvironment env(context.dataDir, context.clock, context.runner);
+    env.load();
+    env.reconcileAccounts();
+    std::vector<GitHubAccount> accounts = env.store().accounts();
+    const GitHubAccount* account = findAccount(context, accounts, key);
+    if (account == nullptr) return 1;
+    GitHubAccount removed = *account;
+    env.removeAccount(removed.id);
+    if (!reportFlush(context, env.saveProblem())) return 1;
+    context.out << fmt::format(
+        "removed {} ({}){}\n", removed.displayName, shortID(removed.id),
+        removed.keychainRef.empty() ? "" : " and its token from the secret store");
+    return 0;
+}
+
+}  // namespace quorvane::Commands
