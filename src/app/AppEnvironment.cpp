@@ -31,7 +31,7 @@ std::vector<std::string> idsOf(const AppConfig& config) {
 
 AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock,
                                const ProcessRunner& runner, Notifier* notifier,
-                               const HttpTransport* transport)
+                               const HttpTransport* transport, const MeteredSource* metered)
     : dataDir_(std::move(dataDir)),
       clock_(clock),
       runner_(runner),
@@ -39,6 +39,7 @@ AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock
       store_(dataDir_, clock),
       configService_(dataDir_ / "config.json", clock),
       transport_(transport != nullptr ? *transport : defaultTransport_),
+      metered_(metered != nullptr ? *metered : defaultMetered_),
       scanner_(runner, clock, &shutdownSignal_),
       discovery_(runner, &shutdownSignal_),
       watcher_(clock) {}
@@ -73,7 +74,22 @@ void AppEnvironment::bootstrap() {
     scanNow();
     startWatcher();
     startPeriodicScanning();
+    startPeriodicSync();
     startDailyReviewScheduling();
+    // The scan above has run, so this sync reads GitHub only. It runs beside the
+    // service; shutdown ends its requests.
+    if (config().sync.syncOnStart && hasSyncableAccount()) {
+        std::lock_guard lifecycle(syncLifecycle_);
+        if (!stopping_) {
+            startupSync_ = std::jthread([this] {
+                try {
+                    syncNow(false);
+                } catch (const std::exception& error) {
+                    Log::app().error(fmt::format("sync failed: {}", error.what()));
+                }
+            });
+        }
+    }
 }
 
 AppConfig AppEnvironment::config() const {
@@ -464,7 +480,10 @@ bool AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& ch
         std::lock_guard lock(mutex_);
         running = didBootstrap_;
     }
-    if (running) startPeriodicScanning();
+    if (running) {
+        startPeriodicScanning();
+        startPeriodicSync();
+    }
     return saved;
 }
 
@@ -603,6 +622,12 @@ void AppEnvironment::shutdown() {
     {
         std::lock_guard lifecycle(schedulerLifecycle_);
         stopPeriodicScanning();
+    }
+    {
+        std::lock_guard lifecycle(syncLifecycle_);
+        stopPeriodicSync();
+        // The signal above has ended its requests and children.
+        if (startupSync_.joinable()) startupSync_.join();
     }
     {
         std::lock_guard lifecycle(reviewLifecycle_);

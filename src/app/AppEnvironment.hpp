@@ -23,6 +23,7 @@
 #include "platform/Cancellation.hpp"
 #include "platform/Clock.hpp"
 #include "platform/HttpTransport.hpp"
+#include "platform/MeteredNetwork.hpp"
 #include "platform/Notifier.hpp"
 #include "platform/ProcessRunner.hpp"
 
@@ -39,8 +40,11 @@ class AppEnvironment {
 public:
     // Reminders raised by scans go to `notifier` once stored, and are closed there once
     // resolved; without one they are only stored.
+    // The periodic sync asks `metered` (NetworkManager's answer by default) before
+    // each round when it may only sync on unmetered links.
     AppEnvironment(std::filesystem::path dataDir, const Clock& clock, const ProcessRunner& runner,
-                   Notifier* notifier = nullptr, const HttpTransport* transport = nullptr);
+                   Notifier* notifier = nullptr, const HttpTransport* transport = nullptr,
+                   const MeteredSource* metered = nullptr);
     ~AppEnvironment();
     AppEnvironment(const AppEnvironment&) = delete;
     AppEnvironment& operator=(const AppEnvironment&) = delete;
@@ -48,8 +52,9 @@ public:
     // Loads the store and the configuration, once. Enough for a one-shot command.
     void load();
 
-    // Starts the long-running service: load, one scan, then the file watcher, the
-    // periodic scan and the end-of-day review.
+    // Starts the long-running service: load, the accounts put back from config.json,
+    // one scan, then the file watcher, the periodic scan, the periodic sync and the
+    // end-of-day review, and a sync in the background when syncOnStart asks for one.
     void bootstrap();
 
     // One scan cycle; returns at once, doing nothing, while another runs or once
@@ -146,6 +151,13 @@ public:
     bool hasSyncableAccount() const;
     bool isSyncing() const;
 
+    // Replaces the periodic sync task: every sync.interval, none when it is manual.
+    void startPeriodicSync();
+    bool isPeriodicSyncRunning();
+    // One round of the periodic sync. False when it passed: no account has sync on,
+    // or the link is metered and sync.wifiOnly keeps syncs off such links.
+    bool periodicSyncTick();
+
     // Records that the tracked repository watched at `path` (its folder as the
     // watcher reports it) saw file activity at `at`. Kept under the repository's id,
     // whatever form its configured path has.
@@ -201,6 +213,9 @@ private:
     // round trip on the session bus).
     KeychainStore& keychain();
     void stopPeriodicScanning();
+    void syncLoop(std::stop_token stop);
+    // Called with syncLifecycle_ held.
+    void stopPeriodicSync();
 
     const std::filesystem::path dataDir_;
     const Clock& clock_;
@@ -213,6 +228,8 @@ private:
     ConfigService configService_;
     CurlTransport defaultTransport_;
     const HttpTransport& transport_;
+    NetworkManagerMetered defaultMetered_;
+    const MeteredSource& metered_;
     std::once_flag keychainChosen_;
     std::unique_ptr<KeychainStore> keychain_;
     GitScanner scanner_;
@@ -249,6 +266,14 @@ private:
     std::mutex reviewMutex_;
     std::condition_variable_any reviewWake_;
     std::jthread reviewer_;
+
+    // The periodic sync task, replaced like the periodic scan, and the one sync
+    // started with the service.
+    std::mutex syncLifecycle_;
+    std::mutex syncMutex_;
+    std::condition_variable_any syncWake_;
+    std::jthread syncer_;
+    std::jthread startupSync_;
 
     // Serialises stopping and restarting the watcher, which several threads may ask for.
     std::mutex watcherLifecycle_;

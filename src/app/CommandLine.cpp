@@ -536,7 +536,10 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "Keep watching and scanning in the foreground until stopped\n"
         "Scans once at start, then every scanIntervalMinutes (default 10), and notes file\n"
         "changes in tracked repositories as they happen, so that editing without\n"
-        "committing still counts as work. It is the data folder's one writer while it\n"
+        "committing still counts as work. With GitHub accounts it syncs them at start\n"
+        "(sync.syncOnStart) and every sync.interval (m30 by default; manual turns it\n"
+        "off); with sync.wifiOnly a round passes while NetworkManager calls the link\n"
+        "metered. It is the data folder's one writer while it\n"
         "runs: commands that change the data folder are refused until it stops.\n"
         "SIGTERM or SIGINT (Ctrl-C) stops it after saving everything; SIGUSR1 asks for\n"
         "a scan now.");

@@ -15,6 +15,17 @@ std::string_view statusWord(GitHubAccount::Status status) {
     return status == GitHubAccount::Status::tokenInvalid ? "tokenInvalid" : "error";
 }
 
+// Minutes between periodic syncs; 0 for none.
+int intervalMinutes(SyncPrefs::Interval interval) {
+    switch (interval) {
+        case SyncPrefs::Interval::manual: return 0;
+        case SyncPrefs::Interval::m15: return 15;
+        case SyncPrefs::Interval::m30: return 30;
+        case SyncPrefs::Interval::h1: return 60;
+    }
+    return 0;
+}
+
 }  // namespace
 
 KeychainStore& AppEnvironment::keychain() {
@@ -112,7 +123,11 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
     for (const GitHubAccount& account : store_.accounts()) {
         if (!account.syncEnabled || stopping_) continue;
         GitHubAccount updated = account;
-        std::optional<std::string> token = AuthResolver::token(account, keychain(), runner_);
+        std::optional<std::string> token = AuthResolver::token(
+            account, keychain(), runner_, AuthResolver::processEnvironment, &shutdownSignal_);
+        // A shutdown cut the account short: what it was cut off from says nothing
+        // about its token, so its status stays.
+        if (stopping_) break;
         if (!token) {
             updated.status = GitHubAccount::Status::tokenInvalid;
             updates.push_back(updated);
@@ -122,12 +137,13 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
             continue;
         }
         ApiClient client(std::move(token), transport_, clock_,
-                         account.apiBaseURL.value_or(ApiClient::kPublicAPI));
+                         account.apiBaseURL.value_or(ApiClient::kPublicAPI), &shutdownSignal_);
         AccountSyncEngine engine(client);
         AccountSyncEngine::Result result;
         try {
             result = engine.sync(account, current.sync, tracked, now);
         } catch (const QuorvaneError& error) {
+            if (stopping_) break;
             updated.status = error.kind() == QuorvaneError::Kind::auth
                                  ? GitHubAccount::Status::tokenInvalid
                                  : GitHubAccount::Status::error;
@@ -186,6 +202,53 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
     }
     startWatcher();
     return summary;
+}
+
+void AppEnvironment::startPeriodicSync() {
+    std::lock_guard lifecycle(syncLifecycle_);
+    stopPeriodicSync();
+    if (stopping_ || intervalMinutes(config().sync.interval) == 0) return;
+    syncer_ = std::jthread([this](std::stop_token stop) { syncLoop(stop); });
+}
+
+bool AppEnvironment::isPeriodicSyncRunning() {
+    std::lock_guard lifecycle(syncLifecycle_);
+    return syncer_.joinable();
+}
+
+void AppEnvironment::stopPeriodicSync() {
+    if (!syncer_.joinable()) return;
+    syncer_.request_stop();
+    syncer_.join();
+}
+
+void AppEnvironment::syncLoop(std::stop_token stop) {
+    while (!stop.stop_requested()) {
+        // Read at every round, so an interval edited by hand takes effect.
+        int minutes = intervalMinutes(config().sync.interval);
+        if (minutes == 0) return;
+        {
+            std::unique_lock lock(syncMutex_);
+            syncWake_.wait_for(lock, stop, std::chrono::minutes(minutes), [] { return false; });
+        }
+        if (stop.stop_requested()) return;
+        // An unexpected failure costs one round, not the daemon.
+        try {
+            periodicSyncTick();
+        } catch (const std::exception& error) {
+            Log::app().error(fmt::format("sync failed: {}", error.what()));
+        }
+    }
+}
+
+bool AppEnvironment::periodicSyncTick() {
+    if (!hasSyncableAccount()) return false;
+    if (config().sync.wifiOnly && metered_.isMetered()) {
+        Log::app().debug("periodic sync passed: the link is metered and sync.wifiOnly is on");
+        return false;
+    }
+    syncNow(false);
+    return true;
 }
 
 }  // namespace quorvane

@@ -1,4 +1,5 @@
 // The sync cycle against real HTTP servers on loopback, one per account.
+#include <atomic>
 #include <fstream>
 #include <iterator>
 
@@ -172,6 +173,57 @@ TEST(SyncCycleTest, AccountsOnlyConfigHoldsGoBackIntoTheStore) {
     reread.load();
     EXPECT_EQ(reread.accounts().size(), 2u);
     EXPECT_TRUE(env.hasSyncableAccount());
+}
+
+// The link as the test says it is.
+class SettableMetered final : public MeteredSource {
+public:
+    bool isMetered() const override { return metered; }
+    std::atomic<bool> metered = false;
+};
+
+TEST(SyncCycleTest, ThePeriodicSyncPassesWithoutAccountsAndOnAMeteredLinkWhenToldTo) {
+    testing::TempDir dir;
+    NoSessionBus noBus(dir / "no-bus");
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-25T10:00:00Z"));
+    testing::LoopbackHttpServer github;
+    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
+    github.set(kRepos, {200, {}, "[]", false});
+    SettableMetered link;
+    Shell shell;
+    AppEnvironment env(dir / "data", clock, shell, nullptr, nullptr, &link);
+    env.load();
+
+    EXPECT_FALSE(env.periodicSyncTick());  // no account
+    GitHubAccount off = account("A", github.base());
+    off.syncEnabled = false;
+    env.store().upsertAccount(off);
+    EXPECT_FALSE(env.periodicSyncTick());  // none with sync on
+    EXPECT_TRUE(github.requests().empty());
+
+    KeychainStore secrets(KeychainStore::kService, std::make_unique<FileSecretBackend>(
+                                                       dir / "data" / "secrets.json", clock));
+    ASSERT_TRUE(secrets.set(kToken, off.keychainRef));
+    env.store().upsertAccount(account("A", github.base()));
+    link.metered = true;
+    env.applyConfigChange([](AppConfig& config) { config.sync.wifiOnly = true; });
+    EXPECT_FALSE(env.periodicSyncTick());
+    EXPECT_TRUE(github.requests().empty());
+    link.metered = false;
+    EXPECT_TRUE(env.periodicSyncTick());
+    EXPECT_EQ(github.requests().size(), 2u);
+    link.metered = true;
+    env.applyConfigChange([](AppConfig& config) { config.sync.wifiOnly = false; });
+    EXPECT_TRUE(env.periodicSyncTick());
+    EXPECT_EQ(github.requests().size(), 4u);
+
+    // Only a running service has a periodic task, and a manual interval has none.
+    env.startPeriodicSync();
+    EXPECT_TRUE(env.isPeriodicSyncRunning());
+    env.applyConfigChange(
+        [](AppConfig& config) { config.sync.interval = SyncPrefs::Interval::manual; });
+    env.startPeriodicSync();
+    EXPECT_FALSE(env.isPeriodicSyncRunning());
 }
 
 }  // namespace

@@ -16,7 +16,8 @@ std::optional<std::string> processEnvironment(const char* name) {
 }
 
 std::optional<std::string> token(const GitHubAccount& account, KeychainStore& keychain,
-                                 const ProcessRunner& runner, const Environment& environment) {
+                                 const ProcessRunner& runner, const Environment& environment,
+                                 const Cancellation* cancellation) {
     if (!account.keychainRef.empty()) {
         std::optional<std::string> stored = keychain.string(account.keychainRef);
         if (stored && !stored->empty()) return stored;
@@ -26,7 +27,7 @@ std::optional<std::string> token(const GitHubAccount& account, KeychainStore& ke
         std::optional<std::string> value = environment(name);
         if (value && !value->empty()) return value;
     }
-    ShellResult gh = runner.loginShell("gh auth token", std::nullopt, 60);
+    ShellResult gh = runner.loginShell("gh auth token", std::nullopt, 60, cancellation);
     std::string printed(Text::trim(gh.stdOut));
     if (gh.succeeded() && !printed.empty()) return printed;
 
@@ -35,6 +36,7 @@ std::optional<std::string> token(const GitHubAccount& account, KeychainStore& ke
     fill.arguments = {"credential", "fill"};
     fill.standardInput = "protocol=https\nhost=github.com\n\n";
     fill.timeout = 15;
+    fill.cancellation = cancellation;
     // Only what a helper already holds: nothing may ask the user, on a terminal or
     // through an askpass window, in the middle of a background sync.
     fill.environment = {{"GIT_TERMINAL_PROMPT", "0"}, {"GIT_ASKPASS", ""}};

@@ -27,9 +27,11 @@ using Environment = std::function<std::optional<std::string>(const char* name)>;
 // The process's own environment.
 std::optional<std::string> processEnvironment(const char* name);
 
+// A cancelled `cancellation` stops the gh and git children at once.
 std::optional<std::string> token(const GitHubAccount& account, KeychainStore& keychain,
                                  const ProcessRunner& runner,
-                                 const Environment& environment = processEnvironment);
+                                 const Environment& environment = processEnvironment,
+                                 const Cancellation* cancellation = nullptr);
 
 }  // namespace AuthResolver
 

@@ -82,8 +82,12 @@ RemoteBranch decodeBranch(const Json& json, const std::string& path) {
 }  // namespace
 
 ApiClient::ApiClient(std::optional<std::string> token, const HttpTransport& transport,
-                     const Clock& clock, std::string baseURL)
-    : token_(std::move(token)), transport_(transport), clock_(clock), baseURL_(std::move(baseURL)) {
+                     const Clock& clock, std::string baseURL, const Cancellation* cancellation)
+    : token_(std::move(token)),
+      transport_(transport),
+      clock_(clock),
+      baseURL_(std::move(baseURL)),
+      cancellation_(cancellation) {
     while (!baseURL_.empty() && baseURL_.back() == '/') baseURL_.pop_back();
 }
 
@@ -95,6 +99,7 @@ HttpRequest ApiClient::makeRequest(const std::string& url) const {
                        {"User-Agent", "Quorvane/2.0 (+https://github.com)"}};
     if (token_) request.headers.emplace_back("Authorization", "Bearer " + *token_);
     request.timeoutSeconds = 60;
+    request.cancellation = cancellation_;
     return request;
 }
 

@@ -44,8 +44,9 @@ public:
     static constexpr const char* kPublicAPI = "https://api.github.com";
 
     // No token: no Authorization header at all. An empty one is still sent.
+    // A cancelled `cancellation` ends the request in flight (a network error).
     ApiClient(std::optional<std::string> token, const HttpTransport& transport, const Clock& clock,
-              std::string baseURL = kPublicAPI);
+              std::string baseURL = kPublicAPI, const Cancellation* cancellation = nullptr);
 
     GitHubUser getAuthenticatedUser() const override;
     std::vector<RemoteRepository> listRepositories(const std::string& accountID,
@@ -75,6 +76,7 @@ private:
     const HttpTransport& transport_;
     const Clock& clock_;
     std::string baseURL_;
+    const Cancellation* cancellation_;
 };
 
 }  // namespace quorvane

@@ -5,6 +5,8 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/Cancellation.hpp"
+
 namespace quorvane {
 
 namespace {
@@ -65,6 +67,12 @@ size_t onHeader(char* data, size_t size, size_t count, void* user) {
     return size * count;
 }
 
+// libcurl asks about once a second, waiting or not; a non-zero answer ends the request.
+int onProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+    const auto* cancellation = static_cast<const Cancellation*>(user);
+    return cancellation->isCancelled() ? 1 : 0;
+}
+
 }  // namespace
 
 std::optional<std::string> HttpResponse::header(std::string_view name) const {
@@ -122,6 +130,15 @@ HttpResponse CurlTransport::get(const HttpRequest& request) const {
     curl_easy_setopt(c, CURLOPT_WRITEDATA, &exchange);
     curl_easy_setopt(c, CURLOPT_HEADERFUNCTION, onHeader);
     curl_easy_setopt(c, CURLOPT_HEADERDATA, &exchange);
+    if (request.cancellation != nullptr) {
+        if (request.cancellation->isCancelled()) {
+            exchange.response.transportError = "cancelled";
+            return exchange.response;
+        }
+        curl_easy_setopt(c, CURLOPT_NOPROGRESS, 0L);
+        curl_easy_setopt(c, CURLOPT_XFERINFOFUNCTION, onProgress);
+        curl_easy_setopt(c, CURLOPT_XFERINFODATA, request.cancellation);
+    }
     char errorText[CURL_ERROR_SIZE] = {};
     curl_easy_setopt(c, CURLOPT_ERRORBUFFER, errorText);
 
@@ -129,8 +146,9 @@ HttpResponse CurlTransport::get(const HttpRequest& request) const {
     if (code != CURLE_OK) {
         HttpResponse failed;
         failed.transportError =
-            exchange.tooLarge
-                ? std::string("the reply is larger than 64 MiB")
+            exchange.tooLarge ? std::string("the reply is larger than 64 MiB")
+            : code == CURLE_ABORTED_BY_CALLBACK
+                ? std::string("cancelled")
                 : std::string(errorText[0] != '\0' ? errorText : curl_easy_strerror(code));
         return failed;
     }

@@ -8,11 +8,16 @@
 
 namespace quorvane {
 
+class Cancellation;
+
 // One GET, as the GitHub and AI clients need it.
 struct HttpRequest {
     std::string url;
     std::vector<std::pair<std::string, std::string>> headers;  // sent in this order
     double timeoutSeconds = 60;
+    // When given and cancelled, the request ends within about a second, as a
+    // transport error, rather than at its timeout.
+    const Cancellation* cancellation = nullptr;
 };
 
 // What came back, or why nothing did.

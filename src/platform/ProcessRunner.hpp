@@ -45,7 +45,7 @@ public:
 
     // Runs a command line through the user's login shell ("-lc"), without input.
     ShellResult loginShell(const std::string& commandLine, std::optional<std::string> cwd,
-                           double timeout) const;
+                           double timeout, const Cancellation* cancellation = nullptr) const;
 };
 
 }  // namespace quorvane

@@ -324,8 +324,10 @@ public:
 }  // namespace
 
 ShellResult ProcessRunner::loginShell(const std::string& commandLine,
-                                      std::optional<std::string> cwd, double timeout) const {
+                                      std::optional<std::string> cwd, double timeout,
+                                      const Cancellation* cancellation) const {
     ProcessRequest request;
+    request.cancellation = cancellation;
     request.executable = Shell::loginShellPath();
     request.arguments = {"-lc", commandLine};
     request.cwd = std::move(cwd);
