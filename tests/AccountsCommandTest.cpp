@@ -1,6 +1,12 @@
 // The accounts commands and sync, run as the real program against real HTTP
 // servers on loopback standing in for GitHub.
+#include <poll.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
 
 #include <fstream>
 #include <iterator>
@@ -219,6 +225,62 @@ TEST_F(AccountsCommandTest, TheGhLoginIsImportedOnceAndItsTokenNeverCopied) {
         EXPECT_THAT(readAll(entry.path()), Not(HasSubstr(kToken))) << entry.path();
     }
     EXPECT_THAT(outputs_, Not(HasSubstr(kToken)));
+}
+
+// Reads the terminal's side of a pseudo-terminal into `seen` until `wanted` shows
+// (or, with an empty `wanted`, until the program closes it), for 60 s at most.
+bool readTerminal(int terminal, std::string& seen, const std::string& wanted) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (wanted.empty() || seen.find(wanted) == std::string::npos) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        pollfd ready{terminal, POLLIN, 0};
+        if (::poll(&ready, 1, 1000) <= 0) continue;
+        char buffer[512];
+        ssize_t n = ::read(terminal, buffer, sizeof buffer);
+        if (n <= 0) return wanted.empty();  // EIO once the program has gone
+        seen.append(buffer, static_cast<size_t>(n));
+    }
+    return true;
+}
+
+TEST_F(AccountsCommandTest, ATokenTypedAtATerminalIsAskedForAndNotShown) {
+    testing::LoopbackHttpServer github;
+    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
+    // Everything the child needs is made before the fork: it only execs.
+    std::vector<std::string> arguments = {QUORVANE_BINARY, "accounts",   "add",
+                                          "--name",        "Typed",      "--api-url",
+                                          github.base(),   "--data-dir", data_.string()};
+    std::vector<std::string> environment = {
+        "DBUS_SESSION_BUS_ADDRESS=unix:path=" + (dir_ / "no-bus").string(), "TERM=dumb",
+        "HOME=" + dir_.path().string(), "PATH=/usr/bin:/bin"};
+    std::vector<char*> argv, envp;
+    for (std::string& a : arguments) argv.push_back(a.data());
+    for (std::string& e : environment) envp.push_back(e.data());
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
+
+    int terminal = -1;
+    pid_t pid = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        ::execve(argv[0], argv.data(), envp.data());
+        ::_exit(127);
+    }
+    std::string seen;
+    bool asked = readTerminal(terminal, seen, "GitHub token for Typed: ");
+    EXPECT_TRUE(asked) << seen;
+    std::string typed = std::string(kToken) + "\n";
+    if (asked) {
+        EXPECT_EQ(::write(terminal, typed.data(), typed.size()), ssize_t(typed.size()));
+    }
+    readTerminal(terminal, seen, "");
+    ::close(terminal);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << seen;
+    EXPECT_THAT(seen, HasSubstr("added Typed (octocat): connected"));
+    EXPECT_THAT(seen, Not(HasSubstr(kToken)));
+    EXPECT_THAT(readAll(data_ / "secrets.json"), HasSubstr(kToken));
 }
 
 }  // namespace

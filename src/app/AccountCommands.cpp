@@ -70,8 +70,10 @@ std::optional<std::string> readTokenLine(const CommandContext& context, const st
     bool terminal = ::isatty(STDIN_FILENO) == 1;
     std::optional<EchoOff> echoOff;
     if (terminal) {
-        context.err << prompt << std::flush;
+        // Echo goes off before the question: what is typed as soon as it shows must
+        // not be shown.
         echoOff.emplace();
+        context.err << prompt << std::flush;
     }
     std::string line;
     char buffer[512];
