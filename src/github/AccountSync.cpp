@@ -1,5 +1,7 @@
 #include "github/AccountSync.hpp"
 
+#include <algorithm>
+#include <cctype>
 #include <set>
 
 #include "app/TextHelpers.hpp"
@@ -15,6 +17,24 @@ std::optional<std::string> processEnvironment(const char* name) {
     return std::string(value);
 }
 
+std::optional<std::string> githubHost(const GitHubAccount& account) {
+    if (!account.apiBaseURL) return "github.com";
+    std::string_view url = *account.apiBaseURL;
+    size_t start = url.find("://");
+    if (start == std::string_view::npos) return std::nullopt;
+    start += 3;
+    std::string host(url.substr(start, url.find_first_of("/?#", start) - start));
+    // The host goes into a command line and a credential request: letters, digits,
+    // dots, dashes and a port, nothing a shell or git would read otherwise.
+    bool plain = !host.empty() && std::all_of(host.begin(), host.end(), [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) || c == '.' || c == '-' || c == ':';
+    });
+    if (!plain || host.front() == '-') return std::nullopt;
+    host = Text::asciiLower(host);
+    if (host == "api.github.com") return "github.com";
+    return host;
+}
+
 std::optional<std::string> token(const GitHubAccount& account, KeychainStore& keychain,
                                  const ProcessRunner& runner, const Environment& environment,
                                  const Cancellation* cancellation) {
@@ -27,14 +47,17 @@ std::optional<std::string> token(const GitHubAccount& account, KeychainStore& ke
         std::optional<std::string> value = environment(name);
         if (value && !value->empty()) return value;
     }
-    ShellResult gh = runner.loginShell("gh auth token", std::nullopt, 60, cancellation);
+    std::optional<std::string> host = githubHost(account);
+    if (!host) return std::nullopt;
+    std::string ask = *host == "github.com" ? "gh auth token" : "gh auth token --hostname " + *host;
+    ShellResult gh = runner.loginShell(ask, std::nullopt, 60, cancellation);
     std::string printed(Text::trim(gh.stdOut));
     if (gh.succeeded() && !printed.empty()) return printed;
 
     ProcessRequest fill;
     fill.executable = std::string(GitCommand::kGitPath);
     fill.arguments = {"credential", "fill"};
-    fill.standardInput = "protocol=https\nhost=github.com\n\n";
+    fill.standardInput = "protocol=https\nhost=" + *host + "\n\n";
     fill.timeout = 15;
     fill.cancellation = cancellation;
     // Only what a helper already holds: nothing may ask the user, on a terminal or

@@ -27,6 +27,11 @@ using Environment = std::function<std::optional<std::string>(const char* name)>;
 // The process's own environment.
 std::optional<std::string> processEnvironment(const char* name);
 
+// The host an account's token belongs to, as gh and git's credential helpers name
+// it: "github.com" for the public API, the API's own host (with its port) for
+// GitHub Enterprise Server. Nothing when apiBaseURL holds no plain host name.
+std::optional<std::string> githubHost(const GitHubAccount& account);
+
 // A cancelled `cancellation` stops the gh and git children at once.
 std::optional<std::string> token(const GitHubAccount& account, KeychainStore& keychain,
                                  const ProcessRunner& runner,

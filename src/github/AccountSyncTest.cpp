@@ -77,6 +77,27 @@ TEST_F(AuthResolverTest, TheFirstSourceThatHasATokenWinsInTheSettledOrder) {
     EXPECT_EQ(fill.timeout, 15);
     credential = "password=\n";
     EXPECT_EQ(resolve(account(Type::ghCLI, ""), runner), std::nullopt);
+
+    // An Enterprise Server account asks gh and the helpers for its own host, and a
+    // hand-edited address that is not a plain host asks nothing.
+    GitHubAccount enterprise = account(Type::ghCLI, "");
+    enterprise.apiBaseURL = "https://GHE.example.com:8443/api/v3";
+    size_t before = runner.requests().size();
+    resolve(enterprise, runner);
+    ASSERT_EQ(runner.requests().size(), before + 2);
+    EXPECT_EQ(runner.requests()[before].arguments.back(),
+              "gh auth token --hostname ghe.example.com:8443");
+    EXPECT_EQ(runner.requests()[before + 1].standardInput,
+              "protocol=https\nhost=ghe.example.com:8443\n\n");
+    enterprise.apiBaseURL = "https://api.github.com";
+    EXPECT_EQ(AuthResolver::githubHost(enterprise), "github.com");
+    for (const char* hostile : {"https://x;reboot/api", "https://$(id)/", "https://-x/", "x"}) {
+        enterprise.apiBaseURL = hostile;
+        EXPECT_EQ(AuthResolver::githubHost(enterprise), std::nullopt) << hostile;
+    }
+    before = runner.requests().size();
+    EXPECT_EQ(resolve(enterprise, runner), std::nullopt);
+    EXPECT_EQ(runner.requests().size(), before);
 }
 
 // Sets an environment variable for the length of a test.
