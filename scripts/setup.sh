@@ -9,13 +9,25 @@ packages=(
   libcurl4-openssl-dev libsecret-1-dev libsystemd-dev uuid-dev libicu-dev
   libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
   dbus-daemon gnome-keyring libsecret-tools
+  nodejs npm
 )
+
+# Names that installed packages provide: a Node.js from another archive (such as
+# NodeSource's nodejs) provides npm itself and conflicts with Debian's npm, so
+# asking apt for npm there would fail.
+provided=$(dpkg-query -W -f='${db:Status-Abbrev}|${Provides}\n' 2>/dev/null |
+  awk -F'|' '$1 ~ /^ii/ { print $2 }' | tr ',' '\n' |
+  sed -E 's/^ +//; s/ *\(.*\)//; s/:any$//' | sort -u)
 
 missing=()
 for package in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
-    missing+=("$package")
+  if dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    continue
   fi
+  if grep -qxF "$package" <<<"$provided"; then
+    continue
+  fi
+  missing+=("$package")
 done
 if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: every package is installed"

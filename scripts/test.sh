@@ -6,6 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
+# GitHub's published replies, which the GitHub client tests replay.
+bash scripts/github-material.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
