@@ -16,6 +16,7 @@
 
 #include "persistence/JsonCodec.hpp"
 #include "platform/Shell.hpp"
+#include "testing/GitHubMaterial.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
@@ -89,14 +90,24 @@ protected:
 };
 
 TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsToken) {
+    // GitHub's own example replies: the user octocat, the repository
+    // octocat/Hello-World and its branch.
+    const testing::GitHubMaterial* material = nullptr;
+    try {
+        material = &testing::GitHubMaterial::shared();
+    } catch (const std::exception& error) {
+        FAIL() << error.what();
+    }
+    auto body = [&](const std::string& pointer) { return material->at(pointer).dump(); };
+    const std::string refusedBody = body("/declared/requiresAuthentication/body");
     testing::LoopbackHttpServer github, other;
-    github.set("/user", {200, {}, R"({"login": "octocat", "avatar_url": "https://a/1"})", false});
+    github.set("/user", {200, {}, body("/examples/user/body"), false});
     other.set("/user", {200, {}, R"({"login": "hubot"})", false});
 
     // A tracked repository whose remote GitHub spells in another case.
     testing::TestRepo local(dir_ / "hello");
     local.commitFile("a.txt", "a", "first");
-    local.git({"remote", "add", "origin", "git@github.com:octocat/hello-world.git"});
+    local.git({"remote", "add", "origin", "git@github.com:OCTOCAT/hello-world.git"});
     ASSERT_EQ(run({"repos", "add", local.path().string()}).exitCode, 0);
 
     ShellResult added =
@@ -113,7 +124,7 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
     EXPECT_THAT(github.requests()[0], HasSubstr(std::string("Authorization: Bearer ") + kToken));
 
     // A token GitHub refuses is still added, and says so.
-    other.set("/user", {401, {}, R"({"message": "Bad credentials"})", false});
+    other.set("/user", {401, {}, refusedBody, false});
     ShellResult refused =
         run({"accounts", "add", "--name", "Side", "--api-url", other.base()}, kOtherToken);
     EXPECT_EQ(refused.exitCode, 1);
@@ -130,11 +141,11 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
     // GitHub's own case; the refused account is a line in the errors.
     github.set(kRepos, {200,
                         {{"Link", "<" + github.base() + "/user/repos?page=2>; rel=\"next\""}},
-                        "[" + repoJSON("Octocat", "Hello-World") + "]",
+                        body("/examples/repositories/body"),
                         false});
     github.set("/user/repos?page=2", {200, {}, "[" + repoJSON("octocat", "other") + "]", false});
-    github.set("/repos/Octocat/Hello-World/branches?per_page=100",
-               {200, {}, R"([{"name": "main", "commit": {"sha": "abc"}}])", false});
+    github.set("/repos/octocat/Hello-World/branches?per_page=100",
+               {200, {}, body("/examples/branches/body"), false});
     ShellResult synced = run({"sync", "--json"});
     EXPECT_EQ(synced.exitCode, 0) << synced.stdErr;
     Json summary = parse(synced);
@@ -150,22 +161,29 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
     }
     EXPECT_THAT(asked,
                 ElementsAre("GET /user", "GET /user", "GET " + kRepos, "GET /user/repos?page=2",
-                            "GET /repos/Octocat/Hello-World/branches?per_page=100"));
+                            "GET /repos/octocat/Hello-World/branches?per_page=100"));
 
     // A rate limit makes the account an error; a refused token, tokenInvalid; each
     // check keeps its answer, and a good answer brings the account back.
-    github.set("/user", {403, {{"x-ratelimit-remaining", "0"}}, "{}", false});
+    // The headers of a reply GitHub really sent, with no requests left (ours).
+    github.set(
+        "/user",
+        {403,
+         testing::GitHubMaterial::withHeader(
+             testing::GitHubMaterial::replayHeaders(material->at("/recorded/branchNotProtected")),
+             "x-ratelimit-remaining", "0"),
+         body("/declared/forbidden/body"), false});
     ShellResult limited = run({"sync", "--json"});
     EXPECT_EQ(limited.exitCode, 1);  // every account failed
     EXPECT_EQ(parse(limited)["errors"],
               Json::array({"Side: tokenInvalid — GitHub: token invalid/expired",
                            "Work: error — GitHub rate limit exceeded"}));
-    github.set("/user", {401, {}, "{}", false});
+    github.set("/user", {401, {}, refusedBody, false});
     ShellResult check = run({"accounts", "check", "octocat", "--json"});
     EXPECT_EQ(check.exitCode, 1);
     EXPECT_EQ(parse(check)["account"]["status"], "tokenInvalid");
     EXPECT_EQ(parse(check)["problem"], "GitHub: token invalid/expired");
-    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
+    github.set("/user", {200, {}, body("/examples/user/body"), false});
     ShellResult checked = run({"accounts", "check", workID.substr(0, 6)});
     EXPECT_EQ(checked.exitCode, 0) << checked.stdErr;
     EXPECT_THAT(checked.stdOut, HasSubstr("checked Work (octocat): connected"));
