@@ -134,8 +134,8 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
     EXPECT_EQ(run({"accounts", "add", "--name", "Empty"}, "\n").exitCode, 1);
 
     ShellResult listed = run({"accounts", "list"});
-    EXPECT_THAT(listed.stdOut, HasSubstr("Work  octocat  token  connected"));
-    EXPECT_THAT(listed.stdOut, HasSubstr("Side  -        token  tokenInvalid"));
+    EXPECT_THAT(listed.stdOut, HasSubstr("Work  octocat  token  connected     0      0"));
+    EXPECT_THAT(listed.stdOut, HasSubstr("Side  -        token  tokenInvalid  0      0"));
 
     // Sync: two pages of repositories, branches only for the tracked one, asked in
     // GitHub's own case; the refused account is a line in the errors.
@@ -155,6 +155,12 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
     EXPECT_EQ(summary["mappedRepos"], 1);
     EXPECT_EQ(summary["errors"],
               Json::array({"Side: tokenInvalid — GitHub: token invalid/expired"}));
+    Json rows = parse(run({"accounts", "list", "--json"}));
+    ASSERT_EQ(rows.size(), 2u);  // by name: Side, then Work
+    EXPECT_EQ(rows[1]["account"]["displayName"], "Work");
+    EXPECT_EQ(rows[1]["reposCount"], 2);
+    EXPECT_EQ(rows[1]["mappedCount"], 1);
+    EXPECT_EQ(rows[0]["reposCount"], 0);
     std::vector<std::string> asked;
     for (const std::string& request : github.requests()) {
         asked.push_back(request.substr(0, request.find(" HTTP/")));
@@ -210,7 +216,7 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
     EXPECT_EQ(run({"accounts", "remove", "Work"}).exitCode, 1);
     Json left = parse(run({"accounts", "list", "--json"}));
     ASSERT_EQ(left.size(), 1u);
-    EXPECT_EQ(left[0]["displayName"], "Side");
+    EXPECT_EQ(left[0]["account"]["displayName"], "Side");
 }
 
 TEST_F(AccountsCommandTest, TheGhLoginIsImportedOnceAndItsTokenNeverCopied) {

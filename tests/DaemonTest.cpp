@@ -281,7 +281,7 @@ TEST_F(DaemonTest, ItSyncsGitHubAtStartAndAStopEndsASyncThatHangs) {
     ASSERT_EQ(Shell().run(add).exitCode, 0);
     auto lastSync = [&] {
         Json accounts = read({"accounts", "list", "--json"});
-        return accounts.size() == 1 && !accounts[0]["lastSyncAt"].is_null();
+        return accounts.size() == 1 && !accounts[0]["account"]["lastSyncAt"].is_null();
     };
     ASSERT_FALSE(lastSync());
 
@@ -302,7 +302,7 @@ TEST_F(DaemonTest, ItSyncsGitHubAtStartAndAStopEndsASyncThatHangs) {
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->waitForExit(30s), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - stopAsked, 20s);
-    EXPECT_EQ(read({"accounts", "list", "--json"})[0]["status"], "connected");
+    EXPECT_EQ(read({"accounts", "list", "--json"})[0]["account"]["status"], "connected");
 }
 
 }  // namespace

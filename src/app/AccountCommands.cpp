@@ -13,6 +13,7 @@
 #include "app/EnumNames.hpp"
 #include "app/TextHelpers.hpp"
 #include "persistence/Store.hpp"
+#include "screens/AccountsViewModel.hpp"
 
 namespace quorvane::Commands {
 
@@ -240,9 +241,13 @@ int accountsList(CommandContext& context, bool json) {
             accounts.push_back(mirrored);
         }
     }
+    std::vector<AccountsViewModel::Row> rows =
+        AccountsViewModel::rows(accounts, store.remoteRepos(std::nullopt), store.mappings());
     if (json) {
         Json array = Json::array();
-        for (const GitHubAccount& account : accounts) array.push_back(toJson(account));
+        for (const AccountsViewModel::Row& row : rows) {
+            array.push_back(AccountsViewModel::toJson(row));
+        }
         context.out << JsonCodec::pretty(array);
         return 0;
     }
@@ -252,19 +257,21 @@ int accountsList(CommandContext& context, bool json) {
                        "accounts import-gh\n";
         return 0;
     }
-    std::vector<std::vector<std::string>> rows = {
-        {"ID", "NAME", "LOGIN", "AUTH", "STATUS", "SYNC", "LAST SYNC", "API"}};
-    for (const GitHubAccount& account : accounts) {
-        rows.push_back({shortID(account.id), account.displayName,
-                        account.username.empty() ? "-" : account.username, authWord(account),
-                        std::string(enumName(account.status)), account.syncEnabled ? "on" : "off",
-                        account.lastSyncAt
-                            ? fmt::format("{} {}", DateHelpers::dateKey(*account.lastSyncAt),
-                                          localClockTime(*account.lastSyncAt))
-                            : "never",
-                        account.apiBaseURL.value_or("github.com")});
+    std::vector<std::vector<std::string>> table = {
+        {"ID", "NAME", "LOGIN", "AUTH", "STATUS", "REPOS", "MAPPED", "SYNC", "LAST SYNC", "API"}};
+    for (const AccountsViewModel::Row& row : rows) {
+        const GitHubAccount& account = row.account;
+        table.push_back({shortID(account.id), account.displayName,
+                         account.username.empty() ? "-" : account.username, authWord(account),
+                         std::string(enumName(account.status)), std::to_string(row.reposCount),
+                         std::to_string(row.mappedCount), account.syncEnabled ? "on" : "off",
+                         account.lastSyncAt
+                             ? fmt::format("{} {}", DateHelpers::dateKey(*account.lastSyncAt),
+                                           localClockTime(*account.lastSyncAt))
+                             : "never",
+                         account.apiBaseURL.value_or("github.com")});
     }
-    printTable(context.out, rows);
+    printTable(context.out, table);
     return 0;
 }
 

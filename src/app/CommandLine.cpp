@@ -241,9 +241,12 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
 
     CLI::App* accountsList = accounts->add_subcommand(
         "list",
-        "List the accounts: login, how the token is found, status and last sync\n"
+        "List the accounts: login, how the token is found, status, repositories and last sync\n"
+        "REPOS counts the repositories the account reaches on GitHub, MAPPED those linked\n"
+        "to a tracked local repository, as of the last sync.\n"
         "Reads the data folder only, so it works while the daemon runs.");
-    accountsList->add_flag("--json", accountsJson, "Print the account records as a JSON array");
+    accountsList->add_flag("--json", accountsJson,
+                           "Print {account, reposCount, mappedCount} per account as a JSON array");
     accountsList->callback([&] {
         action = [&](CommandContext& c) { return Commands::accountsList(c, accountsJson); };
     });
