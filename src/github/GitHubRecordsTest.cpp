@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "github/BranchRecord.hpp"
+#include "github/MappingCandidate.hpp"
 #include "github/ProjectHealthSnapshot.hpp"
 #include "github/RemoteBranch.hpp"
 #include "github/RemoteRepository.hpp"
@@ -107,6 +108,10 @@ TEST(GitHubRecordsTest, RecordsRoundTripAndRequireTheirKeys) {
     expectRoundTrips(kHealth, ProjectHealthSnapshot{"/r", "/r", 100, {}, {}, kRead},
                      {"id", "repoID", "score", "reasonsPositive", "reasonsNegative", "capturedAt"},
                      {});
+
+    expectRoundTrips(MappingCandidate{"acc:octo/tool", "/w/tool", 90, {"same name"}},
+                     MappingCandidate{"acc:octo/tool", "/w/tool", 1, {}},
+                     {"remoteRepoID", "localPath", "confidence", "evidence"}, {});
 }
 
 // A case left out of the name table would be written as an empty name and never read back.
