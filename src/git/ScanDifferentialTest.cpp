@@ -26,6 +26,10 @@ public:
         ++started;
         return shell_.run(request);
     }
+    LaunchResult startDetached(const ProcessRequest& request) const override {
+        ++started;
+        return shell_.startDetached(request);
+    }
     mutable std::atomic<int> started{0};
 
 private:

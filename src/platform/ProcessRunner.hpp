@@ -19,6 +19,12 @@ struct ShellResult {
     bool succeeded() const { return exitCode == 0; }
 };
 
+// The answer of a detached start: the program runs on its own, or why it does not.
+struct LaunchResult {
+    bool started = false;
+    std::string error;  // names the step that failed and the system's reason; empty if started
+};
+
 // One child process to run: the program is started directly, never through a shell.
 struct ProcessRequest {
     std::string executable;                    // absolute path; no search of PATH
@@ -42,6 +48,11 @@ public:
 
     // Runs the child to its end (or its timeout) and always returns a result.
     virtual ShellResult run(const ProcessRequest& request) const = 0;
+
+    // Starts the program and returns without waiting for it. It runs in a session of
+    // its own with /dev/null for its standard streams, and nobody here reaps it: it
+    // may outlive this process. `standardInput` and `timeout` are not used.
+    virtual LaunchResult startDetached(const ProcessRequest& request) const = 0;
 
     // Runs a command line through the user's login shell ("-lc"), without input.
     ShellResult loginShell(const std::string& commandLine, std::optional<std::string> cwd,

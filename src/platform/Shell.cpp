@@ -48,6 +48,10 @@ void setNonBlocking(int fd) {
     if (flags >= 0) ::fcntl(fd, F_SETFL, flags | O_NONBLOCK);
 }
 
+// Signals this process may ignore or handle; a child starts with their defaults.
+constexpr int kSignalsResetForChildren[] = {SIGPIPE, SIGINT,  SIGTERM, SIGHUP,
+                                            SIGQUIT, SIGCHLD, SIGUSR1, SIGUSR2};
+
 ShellResult launchFailure(std::string description) {
     return ShellResult{"", std::move(description), -1};
 }
@@ -75,6 +79,26 @@ std::vector<std::string> childEnvironment(const ProcessRequest& request) {
     }
     if (!pathGiven) entries.push_back("PATH=" + Shell::enrichedPath(current));
     return entries;
+}
+
+// The request's working folder with a leading "~" expanded, or why it cannot be used.
+std::optional<std::string> workingFolder(const ProcessRequest& request, std::string& problem) {
+    if (!request.cwd) return std::nullopt;
+    std::string cwd = PathHelpers::expandTilde(*request.cwd);
+    struct stat info {};
+    if (::stat(cwd.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        problem = fmt::format("working folder {} does not exist", cwd);
+    }
+    return cwd;
+}
+
+// The program's own path first, as every program expects to find it in argv[0].
+std::vector<std::string> argumentVector(const ProcessRequest& request) {
+    std::vector<std::string> argv;
+    argv.reserve(request.arguments.size() + 1);
+    argv.push_back(request.executable);
+    argv.insert(argv.end(), request.arguments.begin(), request.arguments.end());
+    return argv;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& strings) {
@@ -321,6 +345,70 @@ public:
     posix_spawnattr_t attributes_;
 };
 
+// The steps of a detached start that can fail after the fork. The failing process
+// writes the step and its errno to the report pipe; a successful exec closes the pipe
+// (it is close-on-exec) without a word.
+enum class DetachedStep : int { newSession, secondFork, nullStreams, enterFolder, exec };
+
+struct DetachedFailure {
+    DetachedStep step;
+    int error;
+};
+
+[[noreturn]] void reportAndExit(int reportFd, DetachedStep step) {
+    DetachedFailure failure{step, errno};
+    // One write below PIPE_BUF arrives whole, and the parent reads until the pipe ends.
+    [[maybe_unused]] ssize_t written = ::write(reportFd, &failure, sizeof failure);
+    ::_exit(127);
+}
+
+// Runs in the child of fork() of a process that may have other threads, so only
+// async-signal-safe calls are allowed until exec: everything was prepared before.
+// The child leaves our session and forks once more; the grandchild is orphaned as
+// soon as the child exits, so the system reaps it, never us.
+[[noreturn]] void becomeDetachedProgram(const char* executable, char* const* argv,
+                                        char* const* envp, const char* cwd, int reportFd) {
+    if (::setsid() < 0) reportAndExit(reportFd, DetachedStep::newSession);
+    // _Fork, unlike fork, runs no fork handlers and is async-signal-safe.
+    pid_t grandchild = ::_Fork();
+    if (grandchild < 0) reportAndExit(reportFd, DetachedStep::secondFork);
+    if (grandchild > 0) ::_exit(0);
+
+    sigset_t none;
+    sigemptyset(&none);
+    ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    struct sigaction defaults {};
+    defaults.sa_handler = SIG_DFL;
+    sigemptyset(&defaults.sa_mask);
+    for (int signal : kSignalsResetForChildren) ::sigaction(signal, &defaults, nullptr);
+
+    // Our pipes and terminal are no business of a program that outlives us.
+    int null = ::open("/dev/null", O_RDWR);
+    if (null < 0) reportAndExit(reportFd, DetachedStep::nullStreams);
+    for (int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::dup2(null, stream) < 0) reportAndExit(reportFd, DetachedStep::nullStreams);
+    }
+    if (null > STDERR_FILENO) ::close(null);
+    if (cwd != nullptr && ::chdir(cwd) != 0) reportAndExit(reportFd, DetachedStep::enterFolder);
+    ::execve(executable, argv, envp);
+    reportAndExit(reportFd, DetachedStep::exec);
+}
+
+std::string describeFailure(const DetachedFailure& failure, const ProcessRequest& request,
+                            const std::optional<std::string>& cwd) {
+    const char* reason = std::strerror(failure.error);
+    switch (failure.step) {
+        case DetachedStep::newSession: return fmt::format("setsid: {}", reason);
+        case DetachedStep::secondFork: return fmt::format("fork: {}", reason);
+        case DetachedStep::nullStreams: return fmt::format("/dev/null: {}", reason);
+        case DetachedStep::enterFolder:
+            return fmt::format("cannot enter working folder {}: {}", cwd.value_or(""), reason);
+        case DetachedStep::exec:
+            return fmt::format("cannot start {}: {}", request.executable, reason);
+    }
+    return fmt::format("cannot start {}", request.executable);
+}
+
 }  // namespace
 
 ShellResult ProcessRunner::loginShell(const std::string& commandLine,
@@ -375,14 +463,9 @@ ShellResult Shell::run(const ProcessRequest& request) const {
     if (request.cancellation != nullptr && request.cancellation->isCancelled()) {
         return launchFailure("not started: the work it belonged to was cancelled");
     }
-    std::optional<std::string> cwd;
-    if (request.cwd) {
-        cwd = PathHelpers::expandTilde(*request.cwd);
-        struct stat info {};
-        if (::stat(cwd->c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
-            return launchFailure(fmt::format("working folder {} does not exist", *cwd));
-        }
-    }
+    std::string problem;
+    std::optional<std::string> cwd = workingFolder(request, problem);
+    if (!problem.empty()) return launchFailure(std::move(problem));
 
     Pipe out, err, in;
     if (!makePipe(out) || !makePipe(err) || (request.standardInput && !makePipe(in))) {
@@ -404,18 +487,13 @@ ShellResult Shell::run(const ProcessRequest& request) const {
     sigset_t none, defaults;
     sigemptyset(&none);
     sigemptyset(&defaults);
-    for (int signal : {SIGPIPE, SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCHLD, SIGUSR1, SIGUSR2}) {
-        sigaddset(&defaults, signal);
-    }
+    for (int signal : kSignalsResetForChildren) sigaddset(&defaults, signal);
     posix_spawnattr_setsigmask(&setup.attributes_, &none);
     posix_spawnattr_setsigdefault(&setup.attributes_, &defaults);
     posix_spawnattr_setflags(&setup.attributes_,
                              POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
-    std::vector<std::string> argvStrings;
-    argvStrings.reserve(request.arguments.size() + 1);
-    argvStrings.push_back(request.executable);
-    argvStrings.insert(argvStrings.end(), request.arguments.begin(), request.arguments.end());
+    std::vector<std::string> argvStrings = argumentVector(request);
     std::vector<std::string> envStrings = childEnvironment(request);
     std::vector<char*> argv = pointers(argvStrings);
     std::vector<char*> envp = pointers(envStrings);
@@ -433,6 +511,49 @@ ShellResult Shell::run(const ProcessRequest& request) const {
     Supervisor supervisor(pid, out, err, in, request.standardInput.value_or(""), request.timeout,
                           request.cancellation);
     return supervisor.wait();
+}
+
+LaunchResult Shell::startDetached(const ProcessRequest& request) const {
+    if (request.cancellation != nullptr && request.cancellation->isCancelled()) {
+        return LaunchResult{false, "not started: the work it belonged to was cancelled"};
+    }
+    std::string problem;
+    std::optional<std::string> cwd = workingFolder(request, problem);
+    if (!problem.empty()) return LaunchResult{false, std::move(problem)};
+
+    std::vector<std::string> argvStrings = argumentVector(request);
+    std::vector<std::string> envStrings = childEnvironment(request);
+    std::vector<char*> argv = pointers(argvStrings);
+    std::vector<char*> envp = pointers(envStrings);
+    Pipe report;
+    if (!makePipe(report))
+        return LaunchResult{false, fmt::format("pipe2: {}", std::strerror(errno))};
+
+    pid_t child = ::fork();
+    if (child < 0) return LaunchResult{false, fmt::format("fork: {}", std::strerror(errno))};
+    if (child == 0) {
+        becomeDetachedProgram(request.executable.c_str(), argv.data(), envp.data(),
+                              cwd ? cwd->c_str() : nullptr, report.write.get());
+    }
+    report.write.reset();
+
+    // The pipe ends when the program is running (exec closed it) or a step failed.
+    DetachedFailure failure{};
+    size_t received = 0;
+    while (received < sizeof failure) {
+        ssize_t n = ::read(report.read.get(), reinterpret_cast<char*>(&failure) + received,
+                           sizeof failure - received);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        received += static_cast<size_t>(n);
+    }
+    // The intermediate child exits at once; reaping it leaves no zombie behind.
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {}
+    if (received == sizeof failure) {
+        return LaunchResult{false, describeFailure(failure, request, cwd)};
+    }
+    return LaunchResult{true, ""};
 }
 
 }  // namespace quorvane

@@ -16,6 +16,10 @@ class Shell final : public ProcessRunner {
 public:
     ShellResult run(const ProcessRequest& request) const override;
 
+    // Forks twice so that the program is orphaned at once and the system, not this
+    // process, reaps it; a pipe tells whether it reached exec, and if not, why.
+    LaunchResult startDetached(const ProcessRequest& request) const override;
+
     // The PATH every child gets: the usual per-user and local tool folders that the
     // inherited value lacks, in a fixed order, then the inherited value unchanged.
     static std::string enrichedPath(std::optional<std::string_view> current);

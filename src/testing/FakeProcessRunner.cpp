@@ -11,6 +11,12 @@ ShellResult FakeProcessRunner::run(const ProcessRequest& request) const {
     return responder_(request);
 }
 
+LaunchResult FakeProcessRunner::startDetached(const ProcessRequest& request) const {
+    std::lock_guard lock(mutex_);
+    requests_.push_back(request);
+    return detachedAnswer;
+}
+
 std::vector<ProcessRequest> FakeProcessRunner::requests() const {
     std::lock_guard lock(mutex_);
     return requests_;

@@ -18,6 +18,10 @@ public:
     explicit FakeProcessRunner(Responder responder = {}) : responder_(std::move(responder)) {}
 
     ShellResult run(const ProcessRequest& request) const override;
+    // Recorded with the others; answers with `detachedAnswer` (by default a refusal).
+    LaunchResult startDetached(const ProcessRequest& request) const override;
+
+    LaunchResult detachedAnswer{false, "no responder"};
 
     // The requests in the order they arrived.
     std::vector<ProcessRequest> requests() const;

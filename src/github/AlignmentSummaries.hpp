@@ -1,0 +1,93 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "app/DateHelpers.hpp"
+#include "github/RepositoryMapping.hpp"
+#include "github/SyncState.hpp"
+#include "persistence/JsonCodec.hpp"
+
+namespace quorvane {
+
+// The records the alignment views and the extended daily report show. They are
+// computed, never stored; `toJson` gives their JSON form (keys are the field names,
+// absent optionals are left out). The counts at the head of the alignment view are
+// `AlignmentOverview`, beside the activity summaries.
+
+// The alignment counts of the extended daily report.
+struct AlignmentSummary {
+    int mappedCount = 0;        // mappings of kind mapped
+    int remoteOnlyCount = 0;    // mappings of kind remoteOnly
+    int localOnlyCount = 0;     // mappings of kind localOnly
+    int accountIssueCount = 0;  // mappings with an account problem
+    int needsPush = 0;
+    int needsPull = 0;
+    int noUpstream = 0;
+    int pushedCommitsToday = 0;     // today's commits that reached the remote
+    int localOnlyCommitsToday = 0;  // today's commits on no remote
+
+    bool operator==(const AlignmentSummary&) const = default;
+};
+
+// One repository's row in the alignment view and the extended report.
+struct V2RepoLine {
+    std::string repoID;
+    std::string name;                    // display name
+    std::optional<std::string> account;  // account name
+    std::string branch;                  // current branch
+    SyncState::Status syncStatus = SyncState::Status::unknown;
+    int ahead = 0;
+    int behind = 0;
+    int health = 100;                             // the health score
+    std::optional<std::string> suggestedCommand;  // the suggestion's command, if any
+
+    bool operator==(const V2RepoLine&) const = default;
+};
+
+// One repository in the GitHub inventory, local, remote or both.
+struct InventoryRow {
+    std::string id;
+    std::string name;
+    std::string account;
+    RepositoryMapping::Kind kind = RepositoryMapping::Kind::localOnly;
+    bool isPrivate = false;
+    bool isArchived = false;
+    std::optional<std::string> localPath;
+    std::optional<Date> updatedAt;  // last update on GitHub
+
+    bool operator==(const InventoryRow&) const = default;
+};
+
+// The choices of the inventory view, in the order it offers them.
+enum class InventoryFilter {
+    all,
+    mapped,
+    remoteOnly,
+    localOnly,
+    privateOnly,
+    stale,
+    active,
+    archived
+};
+
+constexpr auto enumCases(InventoryFilter) {
+    using enum InventoryFilter;
+    return std::array{std::pair{all, std::string_view("all")},
+                      std::pair{mapped, std::string_view("mapped")},
+                      std::pair{remoteOnly, std::string_view("remoteOnly")},
+                      std::pair{localOnly, std::string_view("localOnly")},
+                      std::pair{privateOnly, std::string_view("privateOnly")},
+                      std::pair{stale, std::string_view("stale")},
+                      std::pair{active, std::string_view("active")},
+                      std::pair{archived, std::string_view("archived")}};
+}
+
+Json toJson(const AlignmentSummary& summary);
+Json toJson(const V2RepoLine& line);
+Json toJson(const InventoryRow& row);
+
+}  // namespace quorvane
