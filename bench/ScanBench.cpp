@@ -46,6 +46,9 @@ public:
         }
         return shell_.run(request);
     }
+    LaunchResult startDetached(const ProcessRequest& request) const override {
+        return shell_.startDetached(request);
+    }
     long started() const { return started_.load(); }
     void reset() {
         started_ = 0;
