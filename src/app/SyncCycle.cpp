@@ -4,8 +4,12 @@
 #include "app/AppEnvironment.hpp"
 #include "app/Log.hpp"
 #include "github/AccountSync.hpp"
+#include "github/BranchIntelligence.hpp"
+#include "github/HealthScorer.hpp"
 #include "github/RepoMapper.hpp"
+#include "github/SyncStateEngine.hpp"
 #include "persistence/KeychainStore.hpp"
+#include "reports/RemindersV2.hpp"
 
 namespace quorvane {
 
@@ -169,7 +173,10 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
         ++summary.accountsSynced;
         summary.syncedAt = now;
     }
-    for (const GitHubAccount& account : updates) store_.upsertAccount(account);
+    for (const GitHubAccount& account : updates) {
+        store_.upsertAccount(account);
+        mirrorAccountToConfig(current, account);
+    }
 
     // Every tracked repository against every remote one; the user's own links win.
     std::vector<RemoteRepository> remotes = store_.remoteRepos(std::nullopt);
@@ -185,10 +192,75 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
     summary.mappedRepos = static_cast<int>(std::count_if(
         mappings.begin(), mappings.end(),
         [](const RepositoryMapping& m) { return m.kind == RepositoryMapping::Kind::mapped; }));
-    // The alignment of each repository (sync state, merged branches, health and
-    // their reminders) builds on these mappings; it joins the cycle here.
+    // Each tracked repository against its remote: its standing, its branches on
+    // both sides, and its health.
+    std::vector<SyncState> states;
+    std::vector<ProjectHealthSnapshot> health;
+    for (const RepoConfig& repo : current.repositories) {
+        if (!repo.trackingEnabled || stopping_) continue;
+        std::optional<RepoSnapshot> snapshot;
+        for (const RepoSnapshot& s : snapshots) {
+            if (s.repoID == repo.id) {
+                snapshot = s;
+                break;
+            }
+        }
+        std::optional<RepositoryMapping> mapping;
+        for (const RepositoryMapping& m : mappings) {
+            if (m.localRepoID == repo.id) {
+                mapping = m;
+                break;
+            }
+        }
+        std::optional<RemoteRepository> remote;
+        if (mapping && mapping->remoteRepoID) {
+            for (const RemoteRepository& r : remotes) {
+                if (r.id == *mapping->remoteRepoID) {
+                    remote = r;
+                    break;
+                }
+            }
+        }
+        SyncState state = SyncStateEngine::compute(repo.id, snapshot, mapping, remote, now);
+        states.push_back(state);
+
+        std::vector<RemoteBranch> remoteBranches;
+        if (remote) {
+            for (const BranchRecord& branch : store_.branches(remote->id)) {
+                remoteBranches.push_back(
+                    {branch.name, branch.lastCommitSha, branch.lastCommitDate});
+            }
+        }
+        store_.replaceBranches(
+            repo.id, BranchIntelligence::branches(repo.id, scanner_.localBranches(repo.localPath),
+                                                  remoteBranches, now));
+
+        std::optional<Date> lastActivity;
+        auto later = [&lastActivity](std::optional<Date> date) {
+            if (date && (!lastActivity || *date > *lastActivity)) lastActivity = date;
+        };
+        if (snapshot) {
+            later(snapshot->lastCommitAt);
+            later(snapshot->lastWorkingTreeChangeAt);
+        }
+        for (const WorkSession& session : store_.sessions(repo.id, std::nullopt)) {
+            later(session.endedAt);
+        }
+        health.push_back(HealthScorer::score(snapshot, state, lastActivity, now));
+    }
+    store_.replaceSyncStates(states);
+    if (!health.empty()) store_.upsertHealth(health);
+
+    // The reminders that need the alignment: stored before they are shown.
+    ReminderEngine::Reconciliation reminders =
+        RemindersV2::reconcile(now, current.reminders, current.repositories, states,
+                               current.accounts, store_.reminders(true));
+    if (!reminders.resolve.empty()) store_.resolveReminders(reminders.resolve);
+    if (!reminders.emit.empty()) store_.upsertReminders(reminders.emit);
 
     if (!store_.flush()) noteSaveProblem(store_.flushProblem());
+    closeAll(reminders.resolve);
+    postAll(reminders.emit);
     if (!updates.empty()) {
         changeConfig([&](AppConfig& config) {
             for (const GitHubAccount& account : updates) mirrorAccountToConfig(config, account);
