@@ -37,6 +37,7 @@ Examples:
   quorvane scan --json                 the same, as JSON snapshots
   quorvane accounts add --name Work    add a GitHub account (token on stdin)
   quorvane sync                        read GitHub and link repositories to remotes
+  quorvane alignment                   what differs from GitHub, with the command to align it
   quorvane status                      what the last scan found, without scanning
   quorvane commits --repo ~/code/api   the stored commits of one repository
   quorvane today                       what you did today, per repository
@@ -277,6 +278,86 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         ->required();
     accountsRemove->callback([&] {
         action = [&](CommandContext& c) { return Commands::accountsRemove(c, accountKey); };
+    });
+
+    // alignment views
+    bool alignmentJson = false;
+    CLI::App* alignmentCommand = app.add_subcommand(
+        "alignment",
+        "Show how each tracked repository stands against GitHub, with the command to align it\n"
+        "The counts at the top come from the local scan. Then one section per status\n"
+        "(Needs Push, Needs Pull, Diverged, No Upstream, Remote Only, Local Only, Account\n"
+        "Issues, Branch Mismatch), each repository with its branch, commits ahead and\n"
+        "behind, health and the git command to copy. Quorvane never runs these itself.\n"
+        "Before any sync the sections are derived from the local scan, marked so, and\n"
+        "come without commands.");
+    alignmentCommand->add_flag("--json", alignmentJson,
+                               "Print {overview, derivedOffline, sections} as JSON");
+    alignmentCommand->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::alignment(c, alignmentJson); }; });
+
+    std::string inventoryFilter = "all", inventorySearch;
+    bool inventoryJson = false;
+    CLI::App* inventoryCommand = app.add_subcommand(
+        "inventory",
+        "List every repository the last sync saw, on GitHub, here, or both\n"
+        "Each with its kind (Mapped, Local, Remote, Account?, Inaccessible), account, tags\n"
+        "and local folder, by name. --filter active keeps what was worked on here or\n"
+        "pushed to GitHub in the last 30 days, stale what was not; archived repositories\n"
+        "are in neither, only under --filter archived.");
+    inventoryCommand
+        ->add_option("--filter", inventoryFilter,
+                     "all, mapped, remoteOnly, localOnly, privateOnly, stale, active or archived")
+        ->type_name("FILTER")
+        ->check(CLI::IsMember({"all", "mapped", "remoteOnly", "localOnly", "privateOnly", "stale",
+                               "active", "archived"}));
+    inventoryCommand
+        ->add_option("--search", inventorySearch, "Only names or accounts holding TEXT (any case)")
+        ->type_name("TEXT");
+    inventoryCommand->add_flag("--json", inventoryJson, "Print the rows as a JSON array");
+    inventoryCommand->callback([&] {
+        InventoryFilter filter = InventoryFilter::all;
+        for (const auto& [value, name] : enumCases(InventoryFilter{})) {
+            if (name == inventoryFilter) filter = value;
+        }
+        action = [&, filter](CommandContext& c) {
+            return Commands::inventory(c, filter, inventorySearch, inventoryJson);
+        };
+    });
+
+    bool backlogJson = false;
+    CLI::App* backlogCommand = app.add_subcommand(
+        "backlog",
+        "Sort every repository into Active, Needs Cleanup, Remote Only, Stale and Local Only\n"
+        "Needs Cleanup holds what has something to push, pull, publish or an account\n"
+        "problem; Stale holds archived repositories.");
+    backlogCommand->add_flag("--json", backlogJson,
+                             "Print {active, needsCleanup, remoteOnly, stale, localOnly} as JSON");
+    backlogCommand->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::backlog(c, backlogJson); }; });
+
+    std::optional<std::string> repoKey;
+    bool repoViewJson = false;
+    CLI::App* healthCommand = app.add_subcommand(
+        "health",
+        "Show each repository's health score (100 less its problems) and the reasons\n"
+        "Computed by each sync: scan errors, uncommitted changes, unpushed commits, being\n"
+        "behind, no upstream, not on GitHub, and weeks without activity cost points.");
+    healthCommand->add_option("REPO", repoKey, "One repository: its id, path or name");
+    healthCommand->add_flag("--json", repoViewJson, "Print the scores as a JSON array");
+    healthCommand->callback([&] {
+        action = [&](CommandContext& c) { return Commands::health(c, repoKey, repoViewJson); };
+    });
+
+    CLI::App* branchesCommand = app.add_subcommand(
+        "branches",
+        "List each repository's branches, here and on GitHub, as of the last sync\n"
+        "Local branches first, with their upstream and commits ahead and behind, then the\n"
+        "branches only GitHub has.");
+    branchesCommand->add_option("REPO", repoKey, "One repository: its id, path or name");
+    branchesCommand->add_flag("--json", repoViewJson, "Print the branch records as a JSON array");
+    branchesCommand->callback([&] {
+        action = [&](CommandContext& c) { return Commands::branches(c, repoKey, repoViewJson); };
     });
 
     // status
@@ -556,7 +637,9 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
          {scan, sync, status, commits, doctor, journal, reminders, dismiss, daemon}) {
         addDataDir(command);
     }
-    for (CLI::App* command : {today, sessions, week, heatmap, ranking, insights, report}) {
+    for (CLI::App* command :
+         {today, sessions, week, heatmap, ranking, insights, report, alignmentCommand,
+          inventoryCommand, backlogCommand, healthCommand, branchesCommand}) {
         addDataDir(command);
     }
     app.footer(kExamples);

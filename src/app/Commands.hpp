@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "git/Aggregator.hpp"
+#include "github/AlignmentSummaries.hpp"
 #include "platform/Clock.hpp"
 #include "platform/ProcessRunner.hpp"
 
@@ -116,6 +117,16 @@ int journal(CommandContext& context, const JournalOptions& options);
 int reminders(CommandContext& context, bool all, bool json);
 // Resolves the open reminder with this id, or with this unique id prefix.
 int dismissReminder(CommandContext& context, const std::string& id);
+
+// How the tracked repositories stand against GitHub, as the last sync stored it
+// (or, before any sync, as the local scan suggests). Read without the writer lock.
+int alignment(CommandContext& context, bool json);
+int inventory(CommandContext& context, InventoryFilter filter, const std::string& search,
+              bool json);
+int backlog(CommandContext& context, bool json);
+// One repository (its id, path or name) or every tracked one.
+int health(CommandContext& context, const std::optional<std::string>& repo, bool json);
+int branches(CommandContext& context, const std::optional<std::string>& repo, bool json);
 
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,6 +48,9 @@ struct V2RepoLine {
 
     bool operator==(const V2RepoLine&) const = default;
 };
+
+// The tracked repositories' lines by their sync status.
+using AlignmentGroups = std::map<SyncState::Status, std::vector<V2RepoLine>>;
 
 // One repository in the GitHub inventory, local, remote or both.
 struct InventoryRow {

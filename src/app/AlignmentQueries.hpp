@@ -1,0 +1,47 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "github/ActionSuggestion.hpp"
+#include "github/AlignmentSummaries.hpp"
+#include "github/SyncState.hpp"
+#include "persistence/AppConfig.hpp"
+#include "persistence/Store.hpp"
+
+// The read-only questions about how local repositories stand against GitHub. Like
+// the other queries they read the store as the last scan and sync left it and
+// write nothing, so they answer beside a running daemon.
+namespace quorvane::Queries {
+
+// The tracked repositories by their stored sync status, each line with its
+// suggested command. Empty until a sync has stored a state.
+AlignmentGroups gitAlignmentGroups(const Store& store, const AppConfig& config);
+
+// The same from the local scan alone, for when no sync has run: a repository
+// without a remote is localOnly; one with a remote but no upstream, noUpstream;
+// then diverged, needsPush, needsPull or synced from its counts. The lines carry
+// no suggestion: without GitHub's side they would be guesses.
+AlignmentGroups gitAlignmentGroupsDerived(const Store& store, const AppConfig& config);
+
+// The next safe command for a tracked repository's stored status; nothing when it
+// has none, or none is needed.
+std::optional<ActionSuggestion> suggestedCommand(const Store& store, const AppConfig& config,
+                                                 const std::string& repoID);
+
+// Every repository of the last sync's mappings, by name, that the filter keeps.
+// `active`: worked on locally or pushed to GitHub in the last kActiveDays days, and
+// not archived. `stale`: neither, and not archived (archived has its own filter).
+std::vector<InventoryRow> inventory(const Store& store, const AppConfig& config,
+                                    InventoryFilter filter, Date now);
+inline constexpr int kActiveDays = 30;
+
+// The alignment counts of the day holding `now`.
+AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now);
+
+// The name a tracked repository is shown by: its display name, else its name.
+std::string repoDisplayName(const RepoConfig& repo);
+
+}  // namespace quorvane::Queries
