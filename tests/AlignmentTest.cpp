@@ -183,6 +183,12 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     EXPECT_THAT(text.stdOut, HasSubstr("      $ git push origin main\n"));
     EXPECT_THAT(text.stdOut, HasSubstr("Local Only\n"));
 
+    // The day's view and the ranking show GitHub's side once a sync has run.
+    EXPECT_THAT(run(data, {"today", "--no-scan"}).stdOut, HasSubstr("GITHUB"));
+    ShellResult ranking = run(data, {"ranking"});
+    EXPECT_THAT(ranking.stdOut, HasSubstr("GITHUB"));
+    EXPECT_THAT(ranking.stdOut, HasSubstr("needsPull"));
+
     // Health: the deductions of each standing.
     std::map<std::string, Json> health;
     for (const Json& score : json(data, {"health"})) health[score["repoID"]] = score;

@@ -253,12 +253,22 @@ int today(CommandContext& context, bool json, bool scanFirst) {
                        "uncommitted.\n";
         return 0;
     }
+    // Once a sync has run, GitHub's side of each repository stands beside what the
+    // local scan says.
+    std::map<std::string, SyncState::Status> synced;
+    for (const SyncState& state : view.store.syncStates()) synced[state.id] = state.status;
     std::vector<std::vector<std::string>> rows = {
         {"REPOSITORY", "BRANCH", "COMMITS", "CHANGES", "TIME", "STATUS", "LAST COMMIT"}};
+    if (!synced.empty()) rows[0].push_back("GITHUB");
     for (const RepoTodayLine& line : summary.lines) {
         rows.push_back({line.name, branchCell(line.branch), countCell(line.commitsToday),
                         describeChanges(line.files), durationCell(line.estimatedSeconds),
                         statusWords(line.statuses), momentCell(line.lastCommitAt, view.now)});
+        if (!synced.empty()) {
+            auto found = synced.find(line.repoID);
+            rows.back().push_back(found == synced.end() ? "-"
+                                                        : std::string(enumName(found->second)));
+        }
     }
     context.out << '\n';
     printTable(context.out, rows);
