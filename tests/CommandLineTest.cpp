@@ -118,6 +118,41 @@ TEST_F(CommandLineTest, ReposListAndRemoveByIdOrPath) {
     EXPECT_TRUE(config().ignoredRepoIDs.empty());
 }
 
+TEST_F(CommandLineTest, ARepositoryIsNamedByPathIdNameOrDisplayNameAndAnAmbiguousNameListsThem) {
+    TestRepo first(dir_ / "one" / "api");
+    TestRepo second(dir_ / "two" / "api");
+    TestRepo web(dir_ / "web");
+    for (const TestRepo* repo : {&first, &second, &web}) repo->commitFile("f", "x", "commit");
+    ASSERT_EQ(quorvane({"repos", "add", first.path().string(), second.path().string(),
+                        web.path().string()})
+                  .exitCode,
+              0);
+    {
+        SystemClock clock;
+        ConfigService service(dataDir() / "config.json", clock);
+        AppConfig edited = service.load();
+        edited.repositories[2].displayName = "Storefront";
+        ASSERT_TRUE(service.save(edited).ok());
+    }
+    ShellResult byDisplayName = quorvane({"commits", "--repo", "STOREFRONT", "--json"});
+    ASSERT_EQ(byDisplayName.exitCode, 0) << byDisplayName.stdErr;
+    Json commits = Json::parse(byDisplayName.stdOut);
+    ASSERT_EQ(commits.size(), 1u);
+    EXPECT_EQ(commits[0]["repoID"], web.path().string());
+    EXPECT_EQ(quorvane({"sessions", "--repo", "web"}).exitCode, 0);  // its name still works
+
+    ShellResult ambiguous = quorvane({"repos", "remove", "Api"});
+    EXPECT_EQ(ambiguous.exitCode, 1);
+    EXPECT_THAT(ambiguous.stdErr, HasSubstr("Api names 2 repositories; give one of their paths:"));
+    EXPECT_THAT(ambiguous.stdErr, HasSubstr("  " + first.path().string() + "\n"));
+    EXPECT_THAT(ambiguous.stdErr, HasSubstr("  " + second.path().string() + "\n"));
+    EXPECT_EQ(config().repositories.size(), 3u);
+    EXPECT_EQ(quorvane({"repos", "remove", second.path().string()}).exitCode, 0);
+    EXPECT_EQ(quorvane({"repos", "remove", "api"}).exitCode, 0);  // now only one is left
+    ASSERT_EQ(config().repositories.size(), 1u);
+    EXPECT_EQ(config().repositories[0].id, web.path().string());
+}
+
 TEST_F(CommandLineTest, FoldersAreCanonicalUniqueAndMustExist) {
     std::filesystem::create_directories(dir_ / "code");
     std::filesystem::create_symlink(dir_ / "code", dir_ / "code-link");
@@ -233,7 +268,17 @@ TEST_F(CommandLineTest, EveryCommandTeachesItsUseAndBadUsageExitsTwo) {
     EXPECT_EQ(version.exitCode, 0);
     EXPECT_THAT(version.stdOut, ::testing::MatchesRegex("quorvane [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 
-    EXPECT_EQ(quorvane({"frobnicate"}).exitCode, 2);
+    EXPECT_EQ(quorvane({"-V"}).stdOut, version.stdOut);
+    ShellResult help = quorvane({"help", "repos", "remove"});
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_EQ(help.stdOut, quorvane({"repos", "remove", "--help"}).stdOut);
+
+    ShellResult unknown = quorvane({"frobnicate"});
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_THAT(unknown.stdErr, HasSubstr("quorvane: 'frobnicate' is not a command.\n"));
+    EXPECT_THAT(quorvane({"stauts"}).stdErr,
+                HasSubstr("'stauts' is not a command. Did you mean 'status'?"));
+    EXPECT_THAT(quorvane({"acc"}).stdErr, HasSubstr("Did you mean 'accounts'?"));
     EXPECT_EQ(quorvane({"repos", "add"}).exitCode, 2);
 }
 

@@ -40,34 +40,12 @@ std::vector<RepoSnapshot> latestSnapshots(const Reading& reading) {
     return snapshots;
 }
 
-// The tracked repository a person means: its id, its path, or its name.
-const RepoConfig* repoNamed(const CommandContext& context, const AppConfig& config,
-                            const std::string& key) {
-    if (const RepoConfig* repo = findRepo(config, key)) return repo;
-    const RepoConfig* found = nullptr;
-    int matches = 0;
-    for (const RepoConfig& repo : config.repositories) {
-        if (Text::asciiLower(Queries::repoDisplayName(repo)) == Text::asciiLower(key) ||
-            Text::asciiLower(repo.name) == Text::asciiLower(key)) {
-            found = &repo;
-            ++matches;
-        }
-    }
-    if (matches == 1) return found;
-    context.err << fmt::format(
-        fmt::runtime(matches == 0
-                         ? "quorvane: no tracked repository is {} (see: quorvane repos list)\n"
-                         : "quorvane: {} names several repositories; give its path\n"),
-        key);
-    return nullptr;
-}
-
 // The repositories a command about one or all covers; nothing printed yet.
 std::optional<std::vector<const RepoConfig*>> reposFor(const CommandContext& context,
                                                        const AppConfig& config,
                                                        const std::optional<std::string>& key) {
     if (!key) return trackedRepos(config);
-    const RepoConfig* repo = repoNamed(context, config, *key);
+    const RepoConfig* repo = resolveRepo(context, config, *key);
     if (repo == nullptr) return std::nullopt;
     return std::vector<const RepoConfig*>{repo};
 }

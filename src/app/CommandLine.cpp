@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -61,6 +62,39 @@ public:
     }
 };
 
+// How many single-character edits turn `a` into `b`.
+size_t editDistance(std::string_view a, std::string_view b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+// The command `typed` most likely meant: the one it starts, or the nearest within
+// two edits; nothing when none is close.
+std::optional<std::string> nearestCommand(const std::string& typed,
+                                          const std::vector<std::string>& commands) {
+    std::optional<std::string> best;
+    size_t bestDistance = 3;
+    for (const std::string& name : commands) {
+        if (!typed.empty() && name.starts_with(typed)) return name;
+        size_t distance = editDistance(typed, name);
+        if (distance < bestDistance) {
+            bestDistance = distance;
+            best = name;
+        }
+    }
+    return best;
+}
+
 }  // namespace
 
 int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
@@ -68,7 +102,7 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     CLI::App app(kAbout, "quorvane");
     app.formatter(std::make_shared<SummaryFormatter>());  // before any command: they inherit it
     app.require_subcommand(1);
-    app.set_version_flag("--version", fmt::format("quorvane {}", AppInfo::version()),
+    app.set_version_flag("-V,--version", fmt::format("quorvane {}", AppInfo::version()),
                          "Print the version and exit");
 
     // --data-dir is accepted by every command, before or after its name, and shown in its help.
@@ -113,11 +147,12 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     std::string removeTarget;
     CLI::App* reposRemove = repos->add_subcommand(
         "remove",
-        "Stop tracking a repository, given by its id or path\n"
+        "Stop tracking a repository, given by its id, path or name\n"
         "It is also remembered as ignored, so a scan folder does not enrol it again;\n"
         "'quorvane repos add' tracks it again. What Quorvane recorded about it (commits,\n"
         "sessions, daily activity) is deleted; nothing in the repository is touched.");
-    reposRemove->add_option("ID|PATH", removeTarget, "Repository id or path")->required();
+    reposRemove->add_option("REPO", removeTarget, "Repository id, path, name or display name")
+        ->required();
     reposRemove->callback([&] {
         action = [&](CommandContext& c) { return Commands::reposRemove(c, removeTarget); };
     });
@@ -377,8 +412,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "List the stored commits, newest first\n"
         "Scans record the commits of the day they run; \"local\" marks a commit that no\n"
         "remote-tracking branch contains yet.");
-    commits->add_option("--repo", commitOptions.repo, "Only this repository (id or path)")
-        ->type_name("ID|PATH");
+    commits->add_option("--repo", commitOptions.repo, "Only this repository (id, path or name)")
+        ->type_name("REPO");
     commits->add_option("--limit", commitOptions.limit, "Show at most N commits (default 20)")
         ->type_name("N")
         ->check(CLI::NonNegativeNumber);
@@ -421,8 +456,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     sessions->add_option("--date", sessionDate, "The local day (default today)")
         ->type_name("YYYY-MM-DD")
         ->check(dateCheck);
-    sessions->add_option("--repo", sessionOptions.repo, "Only this repository (id or path)")
-        ->type_name("ID|PATH");
+    sessions->add_option("--repo", sessionOptions.repo, "Only this repository (id, path or name)")
+        ->type_name("REPO");
     sessions->add_flag("--json", sessionOptions.json, "Print the sessions as a JSON array");
     sessions->callback([&] {
         if (sessionDate) sessionOptions.day = DateHelpers::parseDateKey(*sessionDate);
@@ -644,8 +679,29 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     }
     app.footer(kExamples);
 
+    // "quorvane help COMMAND..." is "quorvane COMMAND... --help".
+    std::vector<std::string> words(argv + 1, argv + argc);
+    if (!words.empty() && words[0] == "help") {
+        words.erase(words.begin());
+        words.push_back("--help");
+    }
+    if (!words.empty() && !words[0].starts_with("-")) {
+        std::vector<std::string> commands;
+        for (const CLI::App* command : app.get_subcommands({}))
+            commands.push_back(command->get_name());
+        if (std::find(commands.begin(), commands.end(), words[0]) == commands.end()) {
+            std::optional<std::string> nearest = nearestCommand(words[0], commands);
+            err << fmt::format(
+                "quorvane: '{}' is not a command.{}\n"
+                "Run 'quorvane --help' for the list of commands.\n",
+                words[0], nearest ? fmt::format(" Did you mean '{}'?", *nearest) : "");
+            return 2;
+        }
+    }
+    std::vector<const char*> arguments = {argc > 0 ? argv[0] : "quorvane"};
+    for (const std::string& word : words) arguments.push_back(word.c_str());
     try {
-        app.parse(argc, argv);
+        app.parse(static_cast<int>(arguments.size()), arguments.data());
     } catch (const CLI::ParseError& error) {
         int code = app.exit(error, out, err);
         return code == static_cast<int>(CLI::ExitCodes::Success) ? 0 : 2;

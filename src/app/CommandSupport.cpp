@@ -144,6 +144,29 @@ const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath)
     return nullptr;
 }
 
+const RepoConfig* resolveRepo(const CommandContext& context, const AppConfig& config,
+                              const std::string& key) {
+    if (const RepoConfig* repo = findRepo(config, key)) return repo;
+    std::string wanted = Text::asciiLower(key);
+    std::vector<const RepoConfig*> named;
+    for (const RepoConfig& repo : config.repositories) {
+        if (Text::asciiLower(repo.name) == wanted ||
+            (repo.displayName && Text::asciiLower(*repo.displayName) == wanted)) {
+            named.push_back(&repo);
+        }
+    }
+    if (named.size() == 1) return named[0];
+    if (named.empty()) {
+        context.err << fmt::format(
+            "quorvane: {} is not a tracked repository (see: quorvane repos list)\n", key);
+        return nullptr;
+    }
+    context.err << fmt::format("quorvane: {} names {} repositories; give one of their paths:\n",
+                               key, named.size());
+    for (const RepoConfig* repo : named) context.err << "  " << repo->localPath << "\n";
+    return nullptr;
+}
+
 std::vector<const RepoConfig*> trackedRepos(const AppConfig& config) {
     std::vector<const RepoConfig*> active;
     for (const RepoConfig& repo : config.repositories) {

@@ -62,6 +62,12 @@ std::string describeUpstream(const RepoSnapshot& snapshot);
 // The tracked repository with this id, or whose id is this path once resolved.
 const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath);
 
+// The repository a person means by `key`: its id, its path, or else its name or
+// display name, without regard to case. Nothing otherwise, with the reason on
+// stderr; when several share the name, their paths, to choose from.
+const RepoConfig* resolveRepo(const CommandContext& context, const AppConfig& config,
+                              const std::string& key);
+
 // The repositories with tracking on, in configuration order.
 std::vector<const RepoConfig*> trackedRepos(const AppConfig& config);
 

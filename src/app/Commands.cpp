@@ -118,12 +118,8 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
     if (!writer) return 1;
     ConfigService service = configService(context);
     AppConfig config = service.load();
-    const RepoConfig* repo = findRepo(config, idOrPath);
-    if (repo == nullptr) {
-        context.err << fmt::format(
-            "quorvane: {} is not a tracked repository (see: quorvane repos list)\n", idOrPath);
-        return 1;
-    }
+    const RepoConfig* repo = resolveRepo(context, config, idOrPath);
+    if (repo == nullptr) return 1;
     std::string id = repo->id, name = repo->name;
     std::erase_if(config.repositories, [&](const RepoConfig& r) { return r.id == id; });
     // Remembered as ignored, so that a scan of its folder does not enrol it again.
@@ -338,13 +334,8 @@ int commits(CommandContext& context, const CommitsOptions& options) {
     AppConfig config = readConfig(context);
     std::optional<std::string> repoID;
     if (options.repo) {
-        const RepoConfig* repo = findRepo(config, *options.repo);
-        if (repo == nullptr) {
-            context.err << fmt::format(
-                "quorvane: {} is not a tracked repository (see: quorvane repos list)\n",
-                *options.repo);
-            return 1;
-        }
+        const RepoConfig* repo = resolveRepo(context, config, *options.repo);
+        if (repo == nullptr) return 1;
         repoID = repo->id;
     }
     Store store(context.dataDir, context.clock, Store::Access::readOnly);

@@ -279,13 +279,8 @@ int sessions(CommandContext& context, const SessionsOptions& options) {
     View view(context);
     std::optional<std::string> repoID;
     if (options.repo) {
-        const RepoConfig* repo = findRepo(view.config, *options.repo);
-        if (repo == nullptr) {
-            context.err << fmt::format(
-                "quorvane: {} is not a tracked repository (see: quorvane repos list)\n",
-                *options.repo);
-            return 1;
-        }
+        const RepoConfig* repo = resolveRepo(context, view.config, *options.repo);
+        if (repo == nullptr) return 1;
         repoID = repo->id;
     }
     Date day = options.day.value_or(view.now);
