@@ -9,7 +9,7 @@ packages=(
   libcurl4-openssl-dev libsecret-1-dev libsystemd-dev uuid-dev libicu-dev
   libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
   dbus-daemon gnome-keyring libsecret-tools
-  nodejs npm
+  nodejs npm systemd
 )
 
 # Names that installed packages provide: a Node.js from another archive (such as

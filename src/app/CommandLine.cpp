@@ -664,7 +664,30 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "a scan now.");
     daemon->callback([&] { action = [](CommandContext& c) { return Commands::daemon(c); }; });
 
-    for (CLI::App* group : {repos, folders, accounts}) {
+    // service
+    CLI::App* service =
+        app.add_subcommand("service", "Run the daemon at every login, as a systemd user service");
+    service->require_subcommand(1);
+    CLI::App* serviceInstall = service->add_subcommand(
+        "install",
+        "Write the systemd user unit quorvane.service and start it\n"
+        "The unit goes to ~/.config/systemd/user (XDG_CONFIG_HOME), runs this program's\n"
+        "'daemon' (with --data-dir when you give one), restarts it after a failure and\n"
+        "logs to the journal. When your user service manager answers, it is enabled and\n"
+        "started at once; otherwise the command to do so is printed.");
+    serviceInstall->callback([&] {
+        action = [&](CommandContext& c) { return Commands::serviceInstall(c, !dataDir.empty()); };
+    });
+    CLI::App* serviceUninstall =
+        service->add_subcommand("uninstall", "Stop the service and remove its unit");
+    serviceUninstall->callback(
+        [&] { action = [](CommandContext& c) { return Commands::serviceUninstall(c); }; });
+    CLI::App* serviceStatus = service->add_subcommand(
+        "status", "Say whether the unit is installed, what it runs, and whether it is running");
+    serviceStatus->callback(
+        [&] { action = [](CommandContext& c) { return Commands::serviceStatus(c); }; });
+
+    for (CLI::App* group : {repos, folders, accounts, service}) {
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }

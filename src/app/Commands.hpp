@@ -128,6 +128,13 @@ int backlog(CommandContext& context, bool json);
 int health(CommandContext& context, const std::optional<std::string>& repo, bool json);
 int branches(CommandContext& context, const std::optional<std::string>& repo, bool json);
 
+// The daemon as a systemd user service: the unit in ~/.config/systemd/user, enabled
+// and started when the person's service manager answers. `explicitDataDir` writes
+// the chosen data folder into the unit.
+int serviceInstall(CommandContext& context, bool explicitDataDir);
+int serviceUninstall(CommandContext& context);
+int serviceStatus(CommandContext& context);
+
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);
 

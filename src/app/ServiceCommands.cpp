@@ -1,0 +1,176 @@
+// quorvane service install|uninstall|status: the daemon as a systemd user service.
+#include <unistd.h>
+
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "app/CommandSupport.hpp"
+#include "app/PathHelpers.hpp"
+#include "app/TextHelpers.hpp"
+#include "persistence/AtomicFile.hpp"
+
+namespace quorvane::Commands {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kUnitName = "quorvane.service";
+constexpr const char* kFollowLog = "journalctl --user -u quorvane -f";
+
+fs::path unitPath() {
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    fs::path base = config != nullptr && config[0] == '/'
+                        ? fs::path(config)
+                        : PathHelpers::homeDirectory() / ".config";
+    return base / "systemd" / "user" / kUnitName;
+}
+
+// One word of a unit's command line: quoted, with what systemd would otherwise
+// expand (specifiers, variables) or split on written literally.
+std::string unitWord(const std::string& text) {
+    std::string out = "\"";
+    for (char c : text) {
+        if (c == '%') {
+            out += "%%";
+        } else if (c == '$') {
+            out += "$$";
+        } else if (c == '\\' || c == '"') {
+            out += '\\';
+            out += c;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+// This very program, by its absolute path, so the unit runs what was installed.
+std::optional<std::string> ownExecutable() {
+    std::error_code ec;
+    fs::path self = fs::read_symlink("/proc/self/exe", ec);
+    if (ec || self.empty()) return std::nullopt;
+    return self.string();
+}
+
+std::string systemctlPath() {
+    for (const char* path : {"/usr/bin/systemctl", "/bin/systemctl"}) {
+        if (::access(path, X_OK) == 0) return path;
+    }
+    return "/usr/bin/systemctl";
+}
+
+ShellResult systemctl(const CommandContext& context, std::vector<std::string> arguments) {
+    ProcessRequest request;
+    request.executable = systemctlPath();
+    request.arguments = {"--user"};
+    request.arguments.insert(request.arguments.end(), arguments.begin(), arguments.end());
+    request.timeout = 30;
+    return context.runner.run(request);
+}
+
+// Whether the person's service manager answers: without one (no login session,
+// a container) the unit is only written.
+bool userManagerAnswers(const CommandContext& context) {
+    return systemctl(context, {"show-environment"}).succeeded();
+}
+
+}  // namespace
+
+int serviceInstall(CommandContext& context, bool explicitDataDir) {
+    std::optional<std::string> executable = ownExecutable();
+    if (!executable) {
+        context.err << "quorvane: cannot tell where this program is installed\n";
+        return 1;
+    }
+    std::string command = unitWord(*executable) + " daemon";
+    // The default data folder follows the person's environment; a chosen one is
+    // written down.
+    if (explicitDataDir) command += " --data-dir " + unitWord(context.dataDir.string());
+    std::string unit = fmt::format(
+        "# Written by 'quorvane service install'; 'quorvane service uninstall' removes it.\n"
+        "[Unit]\n"
+        "Description=Quorvane: the daily record of your Git work\n"
+        "\n"
+        "[Service]\n"
+        "Type=simple\n"
+        "ExecStart={}\n"
+        "Restart=on-failure\n"
+        "RestartSec=5\n"
+        "StandardOutput=journal\n"
+        "StandardError=journal\n"
+        "\n"
+        "[Install]\n"
+        "WantedBy=default.target\n",
+        command);
+    fs::path path = unitPath();
+    std::error_code ec;
+    fs::create_directories(path.parent_path(), ec);
+    if (std::optional<std::string> problem = AtomicFile::write(path, unit, 0644)) {
+        context.err << fmt::format("quorvane: cannot write {}: {}\n", path.string(), *problem);
+        return 1;
+    }
+    context.out << fmt::format("wrote {}\n", path.string());
+    if (!userManagerAnswers(context)) {
+        context.out << fmt::format(
+            "No systemd user manager answered, so nothing was started. In a login session, "
+            "start it and have it start at every login with:\n  systemctl --user enable --now "
+            "{}\n",
+            kUnitName);
+    } else {
+        systemctl(context, {"daemon-reload"});
+        ShellResult enabled = systemctl(context, {"enable", "--now", kUnitName});
+        if (!enabled.succeeded()) {
+            context.err << fmt::format("quorvane: systemctl --user enable --now {} failed: {}\n",
+                                       kUnitName, firstLine(enabled.stdErr));
+            return 1;
+        }
+        context.out << "enabled and started: it starts at every login from now on\n";
+    }
+    context.out << fmt::format("Follow its log with: {}\n", kFollowLog);
+    return 0;
+}
+
+int serviceUninstall(CommandContext& context) {
+    fs::path path = unitPath();
+    if (userManagerAnswers(context)) {
+        systemctl(context, {"disable", "--now", kUnitName});
+    }
+    std::error_code ec;
+    bool removed = fs::remove(path, ec);
+    if (ec) {
+        context.err << fmt::format("quorvane: cannot remove {}: {}\n", path.string(), ec.message());
+        return 1;
+    }
+    if (userManagerAnswers(context)) systemctl(context, {"daemon-reload"});
+    context.out << (removed ? fmt::format("removed {}\n", path.string())
+                            : fmt::format("not installed: there is no {}\n", path.string()));
+    return 0;
+}
+
+int serviceStatus(CommandContext& context) {
+    fs::path path = unitPath();
+    AtomicFile::ReadResult unit = AtomicFile::read(path);
+    if (!unit.bytes) {
+        context.out << fmt::format(
+            "not installed (no {}); install with: quorvane service install\n", path.string());
+        return 0;
+    }
+    context.out << fmt::format("installed: {}\n", path.string());
+    for (std::string_view line : Text::nonEmptyLines(*unit.bytes)) {
+        if (line.starts_with("ExecStart=")) context.out << "  runs: " << line.substr(10) << "\n";
+    }
+    if (!userManagerAnswers(context)) {
+        context.out << "state: unknown, no systemd user manager answered\n";
+        return 0;
+    }
+    ShellResult active = systemctl(context, {"is-active", kUnitName});
+    ShellResult enabled = systemctl(context, {"is-enabled", kUnitName});
+    context.out << fmt::format("state: {}, {}\n", firstLine(active.stdOut),
+                               firstLine(enabled.stdOut));
+    context.out << fmt::format("Follow its log with: {}\n", kFollowLog);
+    return 0;
+}
+
+}  // namespace quorvane::Commands
