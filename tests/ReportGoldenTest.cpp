@@ -154,6 +154,11 @@ TEST_F(ReportGoldenTest, TheDailyReportInEveryFormat) {
                        out.string()}),
                   file.string() + "\n");
         expectGolden(fmt::format("daily.{}", format), readFile(file));
+        // "--out -" prints what the file holds.
+        EXPECT_EQ(
+            run({"report", "daily", "--date", "2026-03-11", "--format", format, "--out", "-"}),
+            readFile(file))
+            << format;
     }
 }
 
@@ -166,6 +171,8 @@ TEST_F(ReportGoldenTest, TheWeeklyReportAsMarkdownAndJSON) {
     EXPECT_EQ(run({"report", "weekly", "--format", "json", "--out", out.string()}),
               (out / "weekly-2026-03-09.json").string() + "\n");
     expectGolden("weekly.json", readFile(out / "weekly-2026-03-09.json"));
+    EXPECT_EQ(run({"report", "weekly", "--format", "json", "--out", "-"}),
+              readFile(out / "weekly-2026-03-09.json"));
 }
 
 TEST_F(ReportGoldenTest, FilesGoToTheDocumentsReportsFolderAndWeeklyCSVIsRefused) {

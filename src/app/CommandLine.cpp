@@ -566,7 +566,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     report->add_option("--format", reportFormat, "md, json or csv (default md)")
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"md", "json", "csv"}));
-    report->add_option("--out", reportOut, "Write the file into DIR")->type_name("DIR");
+    report->add_option("--out", reportOut, "Write the file into DIR; - prints it instead")
+        ->type_name("DIR|-");
     report->callback([&] {
         Commands::ReportOptions options;
         options.period = reportPeriod == "weekly" ? Commands::ReportOptions::Period::weekly
@@ -581,7 +582,11 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
                                        "'quorvane report daily'");
         }
         if (reportDate) options.day = DateHelpers::parseDateKey(*reportDate);
-        if (reportOut) options.outDir = PathHelpers::canonicalPath(*reportOut);
+        if (reportOut && *reportOut == "-") {
+            options.toStandardOutput = true;
+        } else if (reportOut) {
+            options.outDir = PathHelpers::canonicalPath(*reportOut);
+        }
         action = [&, options](CommandContext& c) { return Commands::report(c, options); };
     });
 

@@ -98,6 +98,7 @@ struct ReportOptions {
     Format format = Format::markdown;
     std::optional<Date> day;  // the day, or any day of the week; today when absent
     std::optional<std::filesystem::path> outDir;
+    bool toStandardOutput = false;  // "--out -": any format printed, no file
 };
 int report(CommandContext& context, const ReportOptions& options);
 

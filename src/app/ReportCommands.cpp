@@ -33,6 +33,19 @@ int daily(CommandContext& context, const ReportOptions& options, const AppConfig
           const Store& store, Date now) {
     Queries::DailyReportInput input =
         Queries::dailyReport(store, config, now, options.day.value_or(now));
+    if (options.toStandardOutput) {
+        switch (options.format) {
+            case Format::markdown:
+                context.out << MarkdownReport::daily(input.report, config.repositories,
+                                                     input.commitsByRepo);
+                break;
+            case Format::json:
+                context.out << JsonCodec::pretty(ReportExport::dailyJSON(input.report));
+                break;
+            case Format::csv: context.out << ReportExport::dailyCSV(input.report.summary); break;
+        }
+        return 0;
+    }
     std::optional<fs::path> folder = targetFolder(options);
     fs::path written;
     switch (options.format) {
@@ -57,6 +70,11 @@ int daily(CommandContext& context, const ReportOptions& options, const AppConfig
 int weekly(CommandContext& context, const ReportOptions& options, const AppConfig& config,
            const Store& store, Date now) {
     WeeklySummary summary = Queries::weeklySummary(store, config, options.day.value_or(now));
+    if (options.toStandardOutput && options.format != Format::csv) {
+        context.out << (options.format == Format::json ? JsonCodec::pretty(toJson(summary))
+                                                       : MarkdownReport::weekly(summary));
+        return 0;
+    }
     std::optional<fs::path> folder = targetFolder(options);
     fs::path written;
     switch (options.format) {
