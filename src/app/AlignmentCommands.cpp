@@ -206,7 +206,7 @@ int health(CommandContext& context, const std::optional<std::string>& repo, bool
         return 0;
     }
     for (const auto& [config, score] : scores) {
-        context.out << fmt::format("{}  {}\n", Queries::repoDisplayName(*config), score.score);
+        context.out << fmt::format("{}  {}\n", displayNameOf(*config), score.score);
         for (const std::string& reason : score.reasonsNegative)
             context.out << "  - " << reason << "\n";
         for (const std::string& reason : score.reasonsPositive)
@@ -245,7 +245,7 @@ int branches(CommandContext& context, const std::optional<std::string>& repo, bo
         std::vector<BranchRecord> records = branchRows(reading.store, config->id);
         if (records.empty()) continue;
         any = true;
-        context.out << Queries::repoDisplayName(*config) << "\n";
+        context.out << displayNameOf(*config) << "\n";
         std::vector<std::vector<std::string>> table = {
             {"  BRANCH", "HERE", "GITHUB", "UPSTREAM", "AHEAD", "BEHIND", "HEAD"}};
         for (const BranchRecord& b : records) {

@@ -33,7 +33,7 @@ V2RepoLine lineOf(const Store& store, const RepoConfig& repo, Status status, int
                   const std::optional<std::string>& accountID) {
     V2RepoLine line;
     line.repoID = repo.id;
-    line.name = repoDisplayName(repo);
+    line.name = displayNameOf(repo);
     line.account = accountName(store, accountID);
     if (std::optional<RepoSnapshot> snapshot = store.snapshot(repo.id))
         line.branch = snapshot->branch;
@@ -73,10 +73,6 @@ std::optional<Date> lastActivity(const Store& store, const std::optional<std::st
 }
 
 }  // namespace
-
-std::string repoDisplayName(const RepoConfig& repo) {
-    return repo.displayName && !repo.displayName->empty() ? *repo.displayName : repo.name;
-}
 
 AlignmentGroups gitAlignmentGroups(const Store& store, const AppConfig& config) {
     AlignmentGroups groups;
@@ -140,7 +136,7 @@ std::vector<InventoryRow> inventory(const Store& store, const AppConfig& config,
         if (mapping.localRepoID && repo == nullptr) continue;  // no longer tracked
         InventoryRow row;
         row.id = mapping.id;
-        row.name = remote ? remote->name : repo ? repoDisplayName(*repo) : mapping.id;
+        row.name = remote ? remote->name : repo ? displayNameOf(*repo) : mapping.id;
         row.account = accountName(store, mapping.accountID ? mapping.accountID
                                          : remote          ? std::optional(remote->accountID)
                                                            : std::nullopt)

@@ -41,7 +41,4 @@ inline constexpr int kActiveDays = 30;
 // The alignment counts of the day holding `now`.
 AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now);
 
-// The name a tracked repository is shown by: its display name, else its name.
-std::string repoDisplayName(const RepoConfig& repo);
-
 }  // namespace quorvane::Queries

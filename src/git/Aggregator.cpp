@@ -44,12 +44,6 @@ const RepoSnapshot* find(const SnapshotIndex& index, const std::string& repoID) 
     return it == index.end() ? nullptr : it->second;
 }
 
-// The name people see: the one they gave, else the folder's.
-std::string displayName(const RepoConfig& config) {
-    if (config.displayName && !config.displayName->empty()) return *config.displayName;
-    return config.name;
-}
-
 int staleDaysFor(const RepoConfig& config) {
     return config.staleDaysThreshold.value_or(kDefaultStaleDays);
 }
@@ -250,7 +244,7 @@ TodaySummary summary(Date start, Date end, const std::string& label,
         if (!takesPart) continue;
 
         line.repoID = config.id;
-        line.name = displayName(config);
+        line.name = displayNameOf(config);
         line.branch = snapshot->branch;
         line.files = snapshot->files;
         line.ahead = snapshot->ahead;
@@ -311,7 +305,7 @@ std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>
                           onDay(snapshot->lastWorkingTreeChangeAt) || hasSessions;
 
         row.repoID = config.id;
-        row.name = displayName(config);
+        row.name = displayNameOf(config);
         row.branch = snapshot->branch;
         row.localPath = config.localPath;
         row.lastWorkingTreeChangeAt = snapshot->lastWorkingTreeChangeAt;
@@ -434,7 +428,7 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
         bool active = repo.commits > 0 || repo.seconds > 0;
         if (active) {
             result.perRepo.push_back(WeekRepoLine{.repoID = config.id,
-                                                  .name = displayName(config),
+                                                  .name = displayNameOf(config),
                                                   .localPath = config.localPath,
                                                   .commits = repo.commits,
                                                   .seconds = repo.seconds});
@@ -445,7 +439,7 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
         // A day record keeps labels and totals only, so the line carries just those.
         RepoTodayLine line;
         line.repoID = config.id;
-        line.name = displayName(config);
+        line.name = displayNameOf(config);
         line.commitsToday = repo.commits;
         line.estimatedSeconds = repo.seconds;
         line.statuses = std::move(labels);
@@ -453,7 +447,7 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
         result.needsAttention.push_back(std::move(line));
         if (!active && repo.latestDay->filesTouched > neglectedFiles) {
             neglectedFiles = repo.latestDay->filesTouched;
-            result.mostNeglected = displayName(config);
+            result.mostNeglected = displayNameOf(config);
         }
     }
 

@@ -43,6 +43,12 @@ constexpr auto enumCases(RepoConfig::Priority) {
                       std::pair{high, std::string_view("high")}};
 }
 
+// The name people see: the one they gave, else the folder's. A blank display name
+// shows nothing useful, so it counts as none.
+inline std::string displayNameOf(const RepoConfig& config) {
+    return config.displayName && !config.displayName->empty() ? *config.displayName : config.name;
+}
+
 void fromJson(const Json& json, RepoConfig& out, const std::string& path);
 Json toJson(const RepoConfig& repo);
 

@@ -17,12 +17,6 @@ const char* plural(long long count) {
     return count == 1 ? "" : "s";
 }
 
-std::string nameOf(const RepoConfig& config) {
-    // An empty display name shows nothing useful; the folder's name does.
-    if (config.displayName && !config.displayName->empty()) return *config.displayName;
-    return config.name;
-}
-
 // The same wall-clock time `days` calendar days before `now`, in local time, so a
 // daylight-saving change in between does not move the cutoff by an hour. When the
 // C library cannot represent the result, every change counts as after the cutoff.
@@ -79,7 +73,7 @@ std::vector<ReminderEvent> activeConditions(Date now, const ReminderPrefs& prefs
         // A repository that could not be read tells nothing about its state.
         if (snapshot.error) continue;
         const RepoConfig& config = *found->second;
-        std::string name = nameOf(config);
+        std::string name = displayNameOf(config);
         int files = snapshot.files.total();
 
         if (prefs.needsPush && snapshot.ahead > 0) {
@@ -124,16 +118,10 @@ bool isLocal(ReminderEvent::Kind kind) {
 
 }  // namespace
 
-Reconciliation reconcile(Date now, const ReminderPrefs& prefs,
-                         const std::vector<RepoConfig>& configs,
-                         const std::vector<RepoSnapshot>& snapshots,
-                         const std::vector<WorkSession>& sessions,
-                         const std::vector<ReminderEvent>& existing,
-                         const std::function<std::string()>& newID) {
-    std::vector<ReminderEvent> active = activeConditions(now, prefs, configs, snapshots, sessions);
-
-    // Only open reminders count: a condition that returns after its reminder was
-    // resolved is raised again as a new reminder.
+Reconciliation compare(std::vector<ReminderEvent> active,
+                       const std::vector<ReminderEvent>& existing,
+                       const std::function<bool(ReminderEvent::Kind)>& owned,
+                       const std::function<std::string()>& newID) {
     std::unordered_set<std::string> openKeys;
     for (const auto& event : existing) {
         if (!event.resolvedAt) openKeys.insert(event.reconcileKey());
@@ -148,10 +136,21 @@ Reconciliation reconcile(Date now, const ReminderPrefs& prefs,
         result.emit.push_back(std::move(event));
     }
     for (const auto& event : existing) {
-        if (event.resolvedAt || !isLocal(event.kind)) continue;
+        if (event.resolvedAt || !owned(event.kind)) continue;
         if (!activeKeys.contains(event.reconcileKey())) result.resolve.push_back(event.id);
     }
     return result;
+}
+
+Reconciliation reconcile(Date now, const ReminderPrefs& prefs,
+                         const std::vector<RepoConfig>& configs,
+                         const std::vector<RepoSnapshot>& snapshots,
+                         const std::vector<WorkSession>& sessions,
+                         const std::vector<ReminderEvent>& existing,
+                         const std::function<std::string()>& newID) {
+    std::vector<ReminderEvent> active = activeConditions(now, prefs, configs, snapshots, sessions);
+
+    return compare(std::move(active), existing, isLocal, newID);
 }
 
 ReminderEvent endDayReview(Date now, int activeCount, const std::function<std::string()>& newID) {

@@ -25,6 +25,15 @@ struct Reconciliation {
     bool operator==(const Reconciliation&) const = default;
 };
 
+// The comparison both reminder engines make: each condition in `active` without an
+// open reminder of its key is raised under a new id; each open reminder of a kind
+// `owned` accepts whose key is no longer active is resolved. Resolved reminders do
+// not count, so a condition that returns is raised anew.
+Reconciliation compare(std::vector<ReminderEvent> active,
+                       const std::vector<ReminderEvent>& existing,
+                       const std::function<bool(ReminderEvent::Kind)>& owned,
+                       const std::function<std::string()>& newID);
+
 // Compares what holds now for each tracked repository with the reminders on file.
 // A condition with an open reminder of the same key is not raised again, and that
 // reminder keeps its first message; an open reminder of a local kind whose condition

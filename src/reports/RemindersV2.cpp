@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <unordered_map>
-#include <unordered_set>
 
 #include <fmt/format.h>
 
@@ -22,9 +21,7 @@ std::string nameOf(const std::unordered_map<std::string, const RepoConfig*>& tra
                    const std::string& repoID) {
     auto found = tracked.find(repoID);
     if (found == tracked.end()) return repoID;
-    const RepoConfig& config = *found->second;
-    if (config.displayName && !config.displayName->empty()) return *config.displayName;
-    return config.name;
+    return displayNameOf(*found->second);
 }
 
 ReminderEvent condition(Date now, std::optional<std::string> repoID, Kind kind,
@@ -106,26 +103,7 @@ Reconciliation reconcile(Date now, const ReminderPrefs& prefs,
                          const std::function<std::string()>& newID) {
     std::vector<ReminderEvent> active = activeConditions(now, prefs, configs, syncStates, accounts);
 
-    // Only open reminders count: a condition that returns after its reminder was
-    // resolved is raised again as a new reminder.
-    std::unordered_set<std::string> openKeys;
-    for (const auto& event : existing) {
-        if (!event.resolvedAt) openKeys.insert(event.reconcileKey());
-    }
-    std::unordered_set<std::string> activeKeys;
-    for (const auto& event : active) activeKeys.insert(event.reconcileKey());
-
-    Reconciliation result;
-    for (auto& event : active) {
-        if (openKeys.contains(event.reconcileKey())) continue;
-        event.id = newID();
-        result.emit.push_back(std::move(event));
-    }
-    for (const auto& event : existing) {
-        if (event.resolvedAt || !isAlignment(event.kind)) continue;
-        if (!activeKeys.contains(event.reconcileKey())) result.resolve.push_back(event.id);
-    }
-    return result;
+    return ReminderEngine::compare(std::move(active), existing, isAlignment, newID);
 }
 
 }  // namespace quorvane::RemindersV2

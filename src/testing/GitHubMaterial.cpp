@@ -4,19 +4,14 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "app/TextHelpers.hpp"
+
 namespace quorvane::testing {
 
 namespace {
 
 bool sameName(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::tolower(static_cast<unsigned char>(a[i])) !=
-            std::tolower(static_cast<unsigned char>(b[i]))) {
-            return false;
-        }
-    }
-    return true;
+    return Text::asciiLower(a) == Text::asciiLower(b);
 }
 
 }  // namespace
