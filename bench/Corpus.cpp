@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "git/GitCommand.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Shell.hpp"

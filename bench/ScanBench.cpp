@@ -21,8 +21,8 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
-#include "app/BoundedParallel.hpp"
-#include "app/DateHelpers.hpp"
+#include "base/BoundedParallel.hpp"
+#include "base/DateHelpers.hpp"
 #include "bench/Corpus.hpp"
 #include "git/GitCommand.hpp"
 #include "git/GitScanner.hpp"

@@ -14,7 +14,7 @@
 
 #include <fmt/format.h>
 
-#include "app/Uuid.hpp"
+#include "base/Uuid.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Shell.hpp"
 #include "testing/TempDir.hpp"

@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/ConfigService.hpp"
 #include "platform/Clock.hpp"
 #include "testing/TempDir.hpp"

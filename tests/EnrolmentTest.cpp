@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/PathHelpers.hpp"
+#include "base/PathHelpers.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"

@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "app/AppEnvironment.hpp"
-#include "app/CommandLine.hpp"
+#include "cli/CommandLine.hpp"
 #include "git/RepoDiscovery.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "platform/Shell.hpp"

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"

@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Shell.hpp"

@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"

@@ -2,10 +2,10 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
-#include "app/EnumNames.hpp"
-#include "app/Log.hpp"
-#include "app/TextHelpers.hpp"
-#include "app/Uuid.hpp"
+#include "base/EnumNames.hpp"
+#include "base/Log.hpp"
+#include "base/TextHelpers.hpp"
+#include "base/Uuid.hpp"
 #include "github/AccountSync.hpp"
 #include "persistence/KeychainStore.hpp"
 

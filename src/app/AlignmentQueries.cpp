@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "app/Queries.hpp"
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "github/ActionAssistant.hpp"
 
 namespace quorvane::Queries {

@@ -4,11 +4,11 @@
 
 #include <fmt/format.h>
 
-#include "app/BoundedParallel.hpp"
+#include "base/BoundedParallel.hpp"
 #include "app/DailyReview.hpp"
 #include "app/Enrollment.hpp"
-#include "app/Log.hpp"
-#include "app/PathHelpers.hpp"
+#include "base/Log.hpp"
+#include "base/PathHelpers.hpp"
 #include "git/Aggregator.hpp"
 #include "git/WorkSessionEngine.hpp"
 #include "persistence/AtomicFile.hpp"

@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/PathHelpers.hpp"
+#include "base/PathHelpers.hpp"
 #include "git/GitParsing.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "platform/Cancellation.hpp"

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 
 // When the end-of-day review falls due. Pure: the time comes from the caller and the
 // calendar from the process's time zone.

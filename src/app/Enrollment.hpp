@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "git/RepoDiscovery.hpp"
 #include "persistence/RepoConfig.hpp"
 

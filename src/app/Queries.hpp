@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "git/ActivitySummaries.hpp"
 #include "git/Aggregator.hpp"
 #include "git/WorkSession.hpp"

@@ -2,7 +2,7 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
-#include "app/Log.hpp"
+#include "base/Log.hpp"
 #include "github/AccountSync.hpp"
 #include "github/BranchIntelligence.hpp"
 #include "github/HealthScorer.hpp"

@@ -1,6 +1,6 @@
 #include <iostream>
 
-#include "app/CommandLine.hpp"
+#include "cli/CommandLine.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Shell.hpp"
 

@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "app/NameOrder.hpp"
+#include "base/NameOrder.hpp"
 
 namespace quorvane::Aggregator {
 namespace {

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "app/PathHelpers.hpp"
+#include "base/PathHelpers.hpp"
 #include "platform/InotifyEventSource.hpp"
 
 namespace quorvane {

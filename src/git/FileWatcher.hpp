@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "platform/Clock.hpp"
 #include "platform/FileEventSource.hpp"
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane::GitCommand {
 

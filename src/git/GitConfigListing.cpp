@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "app/PathHelpers.hpp"
-#include "app/TextHelpers.hpp"
+#include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
 
 namespace quorvane {

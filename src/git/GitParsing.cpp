@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane::GitParsing {
 

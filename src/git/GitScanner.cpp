@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <set>
 
-#include "app/PathHelpers.hpp"
-#include "app/TextHelpers.hpp"
-#include "app/Uuid.hpp"
+#include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
+#include "base/Uuid.hpp"
 #include "git/GitCommand.hpp"
 #include "git/GitConfigListing.hpp"
 #include "git/GitParsing.hpp"

@@ -5,11 +5,11 @@
 
 #include <fmt/format.h>
 
-#include "app/BoundedParallel.hpp"
-#include "app/Log.hpp"
-#include "app/NameOrder.hpp"
-#include "app/PathHelpers.hpp"
-#include "app/TextHelpers.hpp"
+#include "base/BoundedParallel.hpp"
+#include "base/Log.hpp"
+#include "base/NameOrder.hpp"
+#include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
 
 namespace quorvane {

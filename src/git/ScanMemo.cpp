@@ -7,7 +7,7 @@
 
 #include <fmt/format.h>
 
-#include "app/PathHelpers.hpp"
+#include "base/PathHelpers.hpp"
 
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "persistence/JsonCodec.hpp"
 
 namespace quorvane {

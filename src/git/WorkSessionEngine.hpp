@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "app/DateHelpers.hpp"
-#include "app/Uuid.hpp"
+#include "base/DateHelpers.hpp"
+#include "base/Uuid.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "git/WorkSession.hpp"
 

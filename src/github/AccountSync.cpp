@@ -4,7 +4,7 @@
 #include <cctype>
 #include <set>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
 
 namespace quorvane {

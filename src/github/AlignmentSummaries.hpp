@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "github/RepositoryMapping.hpp"
 #include "github/SyncState.hpp"
 #include "persistence/JsonCodec.hpp"

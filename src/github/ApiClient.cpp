@@ -1,6 +1,6 @@
 #include "github/ApiClient.hpp"
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane {
 

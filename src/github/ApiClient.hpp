@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/QuorvaneError.hpp"
+#include "base/QuorvaneError.hpp"
 #include "github/RemoteBranch.hpp"
 #include "github/RemoteRepository.hpp"
 #include "persistence/JsonCodec.hpp"

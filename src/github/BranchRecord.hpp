@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "persistence/JsonCodec.hpp"
 
 namespace quorvane {

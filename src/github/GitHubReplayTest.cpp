@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "github/AccountSync.hpp"
 #include "github/ApiClient.hpp"
 #include "testing/FakeClock.hpp"

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "github/ProjectHealthSnapshot.hpp"
 #include "github/SyncState.hpp"

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane::MappingConfidenceEngine {
 namespace {

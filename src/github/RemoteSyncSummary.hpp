@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "persistence/JsonCodec.hpp"
 
 namespace quorvane {

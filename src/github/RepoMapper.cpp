@@ -3,7 +3,7 @@
 #include <map>
 #include <set>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane::RepoMapper {
 

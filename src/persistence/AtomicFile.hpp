@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 
 namespace quorvane::AtomicFile {
 

@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "app/Log.hpp"
-#include "app/PathHelpers.hpp"
+#include "base/Log.hpp"
+#include "base/PathHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
 
 namespace quorvane {

@@ -11,7 +11,7 @@
 
 #include <fmt/format.h>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane {
 

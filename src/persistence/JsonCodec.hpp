@@ -8,8 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "app/DateHelpers.hpp"
-#include "app/EnumNames.hpp"
+#include "base/DateHelpers.hpp"
+#include "base/EnumNames.hpp"
 
 namespace quorvane {
 

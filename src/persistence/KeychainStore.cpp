@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include "app/Log.hpp"
+#include "base/Log.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/JsonCodec.hpp"
 

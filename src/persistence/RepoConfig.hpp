@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "persistence/JsonCodec.hpp"
 
 namespace quorvane {

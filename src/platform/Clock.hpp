@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 
 namespace quorvane {
 

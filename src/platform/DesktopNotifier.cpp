@@ -9,7 +9,7 @@
 
 #include <fmt/format.h>
 
-#include "app/Log.hpp"
+#include "base/Log.hpp"
 
 namespace quorvane {
 namespace {

@@ -12,7 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "app/Log.hpp"
+#include "base/Log.hpp"
 
 namespace quorvane {
 namespace {

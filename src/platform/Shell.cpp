@@ -18,8 +18,8 @@
 
 #include <fmt/format.h>
 
-#include "app/PathHelpers.hpp"
-#include "app/TextHelpers.hpp"
+#include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "platform/Cancellation.hpp"
 #include "platform/FileDescriptor.hpp"
 

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "app/EnumNames.hpp"
+#include "base/EnumNames.hpp"
 
 namespace quorvane {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "app/DateHelpers.hpp"
-#include "app/Uuid.hpp"
+#include "base/DateHelpers.hpp"
+#include "base/Uuid.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "git/WorkSession.hpp"
 #include "persistence/AppConfig.hpp"

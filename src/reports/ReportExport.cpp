@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "app/PathHelpers.hpp"
+#include "base/PathHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
 
 namespace quorvane::ReportExport {

@@ -2,8 +2,8 @@
 
 #include <set>
 
-#include "app/EnumNames.hpp"
-#include "app/TextHelpers.hpp"
+#include "base/EnumNames.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane {
 

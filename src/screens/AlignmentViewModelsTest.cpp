@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "app/EnumNames.hpp"
+#include "base/EnumNames.hpp"
 #include "screens/AccountsViewModel.hpp"
 
 namespace quorvane {

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane::testing {
 

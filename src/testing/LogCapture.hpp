@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "app/Log.hpp"
+#include "base/Log.hpp"
 
 namespace quorvane::testing {
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
 #include "platform/Shell.hpp"
 #include "testing/TempDir.hpp"

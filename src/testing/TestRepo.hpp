@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 #include "platform/ProcessRunner.hpp"
 
 namespace quorvane::testing {

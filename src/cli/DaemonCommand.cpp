@@ -9,8 +9,8 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
-#include "app/CommandSupport.hpp"
-#include "app/Log.hpp"
+#include "cli/CommandSupport.hpp"
+#include "base/Log.hpp"
 #include "platform/DesktopNotifier.hpp"
 
 namespace quorvane::Commands {

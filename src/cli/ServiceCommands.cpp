@@ -5,9 +5,9 @@
 
 #include <fmt/format.h>
 
-#include "app/CommandSupport.hpp"
-#include "app/PathHelpers.hpp"
-#include "app/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
 
 namespace quorvane::Commands {

@@ -1,4 +1,4 @@
-#include "app/Log.hpp"
+#include "base/Log.hpp"
 
 #include <sys/stat.h>
 #include <syslog.h>

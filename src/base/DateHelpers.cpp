@@ -1,4 +1,4 @@
-#include "app/DateHelpers.hpp"
+#include "base/DateHelpers.hpp"
 
 #include <array>
 #include <cctype>

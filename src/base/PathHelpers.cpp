@@ -1,4 +1,4 @@
-#include "app/PathHelpers.hpp"
+#include "base/PathHelpers.hpp"
 
 #include <limits.h>
 #include <pwd.h>

@@ -11,8 +11,8 @@
 #include <fmt/ranges.h>
 
 #include "app/AppEnvironment.hpp"
-#include "app/CommandSupport.hpp"
-#include "app/Commands.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/Commands.hpp"
 #include "app/Queries.hpp"
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"

@@ -4,8 +4,8 @@
 
 #include <fmt/format.h>
 
-#include "app/CommandSupport.hpp"
-#include "app/EnumNames.hpp"
+#include "cli/CommandSupport.hpp"
+#include "base/EnumNames.hpp"
 #include "persistence/Store.hpp"
 #include "reports/ReminderEvent.hpp"
 

@@ -1,4 +1,4 @@
-#include "app/Uuid.hpp"
+#include "base/Uuid.hpp"
 
 #include <uuid/uuid.h>
 

@@ -12,8 +12,8 @@
 
 #include <fmt/format.h>
 
-#include "app/CommandSupport.hpp"
-#include "app/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/Store.hpp"
 #include "reports/DailyJournal.hpp"

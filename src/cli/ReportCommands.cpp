@@ -4,8 +4,8 @@
 
 #include <fmt/format.h>
 
-#include "app/CommandSupport.hpp"
-#include "app/Commands.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/Commands.hpp"
 #include "app/Queries.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "persistence/Store.hpp"

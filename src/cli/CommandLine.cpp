@@ -1,4 +1,4 @@
-#include "app/CommandLine.hpp"
+#include "cli/CommandLine.hpp"
 
 #include <unistd.h>
 
@@ -12,9 +12,9 @@
 #include <CLI/CLI.hpp>
 
 #include "app/AppInfo.hpp"
-#include "app/Commands.hpp"
-#include "app/DateHelpers.hpp"
-#include "app/PathHelpers.hpp"
+#include "cli/Commands.hpp"
+#include "base/DateHelpers.hpp"
+#include "base/PathHelpers.hpp"
 #include "platform/HttpTransport.hpp"
 
 namespace quorvane {

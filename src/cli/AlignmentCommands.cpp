@@ -9,9 +9,9 @@
 #include <fmt/ranges.h>
 
 #include "app/AlignmentQueries.hpp"
-#include "app/CommandSupport.hpp"
-#include "app/EnumNames.hpp"
-#include "app/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "base/EnumNames.hpp"
+#include "base/TextHelpers.hpp"
 #include "git/Aggregator.hpp"
 #include "screens/AlignmentViewModels.hpp"
 

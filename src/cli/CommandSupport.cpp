@@ -1,4 +1,4 @@
-#include "app/CommandSupport.hpp"
+#include "cli/CommandSupport.hpp"
 
 #include <algorithm>
 #include <ctime>
@@ -7,8 +7,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "app/PathHelpers.hpp"
-#include "app/TextHelpers.hpp"
+#include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
 
 namespace quorvane::Commands {

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "app/Commands.hpp"
-#include "app/DateHelpers.hpp"
+#include "cli/Commands.hpp"
+#include "base/DateHelpers.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"

@@ -1,4 +1,4 @@
-#include "app/NameOrder.hpp"
+#include "base/NameOrder.hpp"
 
 #include <unicode/ucol.h>
 #include <unicode/utf8.h>

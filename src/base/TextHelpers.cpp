@@ -1,4 +1,4 @@
-#include "app/TextHelpers.hpp"
+#include "base/TextHelpers.hpp"
 
 #include <charconv>
 

@@ -9,9 +9,9 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
-#include "app/CommandSupport.hpp"
-#include "app/EnumNames.hpp"
-#include "app/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "base/EnumNames.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/Store.hpp"
 #include "screens/AccountsViewModel.hpp"
 

@@ -1,4 +1,4 @@
-#include "app/BoundedParallel.hpp"
+#include "base/BoundedParallel.hpp"
 
 #include <latch>
 #include <mutex>
