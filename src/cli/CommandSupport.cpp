@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "app/AppEnvironment.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
@@ -29,6 +30,25 @@ std::optional<DataFolderLock> takeWriterLock(const CommandContext& context) {
                     << DataFolderLock::refusalMessage(context.dataDir, attempt.holder) << "\n";
     }
     return std::nullopt;
+}
+
+WriterAccess::WriterAccess(WriterAccess&&) noexcept = default;
+WriterAccess& WriterAccess::operator=(WriterAccess&&) noexcept = default;
+WriterAccess::~WriterAccess() = default;
+
+std::optional<WriterAccess> WriterAccess::open(CommandContext& context, Notifier* notifier) {
+    WriterAccess access;
+    if (context.service != nullptr) {
+        access.env_ = context.service;
+        return access;
+    }
+    access.lock_ = takeWriterLock(context);
+    if (!access.lock_) return std::nullopt;
+    access.own_ = std::make_unique<AppEnvironment>(context.dataDir, context.clock, context.runner,
+                                                   notifier);
+    access.own_->load();
+    access.env_ = access.own_.get();
+    return access;
 }
 
 bool reportSave(const CommandContext& context, const ConfigService::SaveResult& result) {

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <iosfwd>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +14,7 @@
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
+#include "platform/Notifier.hpp"
 
 // What the commands share: the data folder's access rules and the plain-text layout.
 namespace quorvane::Commands {
@@ -24,6 +26,30 @@ ConfigService configService(const CommandContext& context);
 
 // Becomes the one writer of the data folder, or says who is and returns nothing.
 std::optional<DataFolderLock> takeWriterLock(const CommandContext& context);
+
+// The data folder's state for a command that changes it. Inside the daemon, for a
+// command sent over its control socket, that is the daemon's own environment, so
+// the change reaches everything it runs; otherwise this process becomes the data
+// folder's writer and loads its own.
+class WriterAccess {
+public:
+    // Nothing, with the reason on stderr, when another process is the writer. A
+    // one-shot environment gets `notifier` for the reminders its scans raise.
+    static std::optional<WriterAccess> open(CommandContext& context,
+                                            Notifier* notifier = nullptr);
+    WriterAccess(WriterAccess&&) noexcept;
+    WriterAccess& operator=(WriterAccess&&) noexcept;
+    ~WriterAccess();
+
+    AppEnvironment& env() { return *env_; }
+    bool inDaemon() const { return !own_; }
+
+private:
+    WriterAccess() = default;
+    std::optional<DataFolderLock> lock_;  // released after own_ is gone
+    std::unique_ptr<AppEnvironment> own_;
+    AppEnvironment* env_ = nullptr;
+};
 
 // True when the configuration was saved; otherwise says why on stderr.
 bool reportSave(const CommandContext& context, const ConfigService::SaveResult& result);

@@ -13,6 +13,8 @@
 
 namespace quorvane {
 
+class AppEnvironment;
+
 // What every command works with: where to print, the seams to the world, and the
 // data folder the user chose.
 struct CommandContext {
@@ -22,6 +24,9 @@ struct CommandContext {
     const Clock& clock;
     std::filesystem::path dataDir;
     bool progress = false;  // show progress lines on standard error
+    // Set when the daemon runs a command sent over its control socket: the command
+    // changes the daemon's own state rather than becoming the data folder's writer.
+    AppEnvironment* service = nullptr;
 };
 
 // Each returns the process exit status: 0 done, 1 failed.
