@@ -1,0 +1,269 @@
+#include "cli/ControlServer.hpp"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <exception>
+#include <ostream>
+#include <streambuf>
+
+#include <fmt/format.h>
+
+#include "base/Log.hpp"
+#include "platform/UnixSocket.hpp"
+
+namespace quorvane {
+
+namespace {
+
+using ControlProtocol::FrameKind;
+
+// Turns what a command prints into frames of one kind on the client's socket.
+// Once the client is gone, or stops reading, the rest is dropped: the command goes
+// on to its end either way.
+class FrameStreamBuffer final : public std::streambuf {
+public:
+    FrameStreamBuffer(int socket, FrameKind kind, std::chrono::milliseconds limit,
+                      std::atomic<bool>& lost)
+        : socket_(socket), kind_(kind), limit_(limit), lost_(lost) {}
+
+protected:
+    int_type overflow(int_type c) override {
+        if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+        pending_.push_back(traits_type::to_char_type(c));
+        if (pending_.size() >= kChunk) send();
+        return c;
+    }
+
+    std::streamsize xsputn(const char* s, std::streamsize n) override {
+        pending_.append(s, static_cast<size_t>(n));
+        if (pending_.size() >= kChunk) send();
+        return n;
+    }
+
+    int sync() override {
+        send();
+        return 0;
+    }
+
+private:
+    static constexpr size_t kChunk = 16 * 1024;
+
+    void send() {
+        if (pending_.empty()) return;
+        if (!lost_ && !UnixSocket::sendAll(socket_, ControlProtocol::encodeFrame(kind_, pending_),
+                                           limit_)) {
+            lost_ = true;
+        }
+        pending_.clear();
+    }
+
+    int socket_;
+    FrameKind kind_;
+    std::chrono::milliseconds limit_;
+    std::atomic<bool>& lost_;
+    std::string pending_;
+};
+
+// The first words of a command line, enough to name the command in the log; the
+// rest may hold what the person would not want logged.
+std::string commandName(const ControlProtocol::Request& request) {
+    std::string name;
+    for (size_t i = 0; i < request.arguments.size() && i < 2; ++i) {
+        const std::string& word = request.arguments[i];
+        if (word.starts_with('-') || word.size() > 32) break;
+        if (!name.empty()) name += ' ';
+        name += word;
+    }
+    return name.empty() ? "?" : name;
+}
+
+}  // namespace
+
+ControlServer::ControlServer(std::filesystem::path socketPath, Handler handler, Limits limits)
+    : path_(std::move(socketPath)), handler_(std::move(handler)), limits_(limits) {}
+
+ControlServer::~ControlServer() {
+    stop();
+}
+
+std::string ControlServer::start() {
+    wake_ = Fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!wake_.valid()) return "cannot create an event descriptor";
+    UnixSocket::Listening listening = UnixSocket::listen(path_);
+    if (!listening.fd.valid()) return listening.error;
+    listening_ = std::move(listening.fd);
+    acceptor_ = std::jthread([this] { acceptLoop(); });
+    return "";
+}
+
+void ControlServer::beginStop() {
+    if (stopping_.exchange(true)) return;
+    if (wake_.valid()) {
+        uint64_t one = 1;
+        [[maybe_unused]] ssize_t written = ::write(wake_.get(), &one, sizeof one);
+    }
+}
+
+void ControlServer::stop() {
+    beginStop();
+    if (acceptor_.joinable()) acceptor_.join();
+    std::list<std::unique_ptr<Connection>> connections;
+    {
+        std::lock_guard lock(connectionsMutex_);
+        connections.swap(connections_);
+    }
+    for (auto& connection : connections) {
+        if (connection->thread.joinable()) connection->thread.join();
+    }
+    if (listening_.valid()) {
+        listening_.reset();
+        std::error_code ignored;
+        std::filesystem::remove(path_, ignored);
+    }
+}
+
+void ControlServer::reapFinished() {
+    std::list<std::unique_ptr<Connection>> finished;
+    {
+        std::lock_guard lock(connectionsMutex_);
+        for (auto it = connections_.begin(); it != connections_.end();) {
+            if ((*it)->done) {
+                finished.push_back(std::move(*it));
+                it = connections_.erase(it);
+            } else {
+                ++it;
+            }
+        }
+    }
+    for (auto& connection : finished) connection->thread.join();
+}
+
+void ControlServer::acceptLoop() {
+    const uid_t owner = ::geteuid();
+    for (;;) {
+        UnixSocket::Wait wait = UnixSocket::waitFor(listening_.get(), false,
+                                                    std::chrono::milliseconds(1000), wake_.get());
+        if (wait == UnixSocket::Wait::woken || stopping_) return;
+        reapFinished();
+        if (wait != UnixSocket::Wait::ready) continue;
+        Fd socket = UnixSocket::accept(listening_.get());
+        if (!socket.valid()) continue;
+        // The socket file is private already; the kernel's word on who connected
+        // also keeps out anyone who got hold of a descriptor to it.
+        std::optional<uid_t> peer = UnixSocket::peerUid(socket.get());
+        if (!peer || *peer != owner) {
+            Log::app().log(LogLevel::notice, fmt::format("control socket: refused a connection from uid {}",
+                                           peer ? std::to_string(*peer) : "unknown"));
+            continue;
+        }
+        std::lock_guard lock(connectionsMutex_);
+        if (connections_.size() >= limits_.connections) {
+            UnixSocket::sendAll(
+                socket.get(),
+                ControlProtocol::encodeFrame(FrameKind::standardError,
+                                             "quorvane: the daemon is busy with other commands; "
+                                             "try again in a moment\n") +
+                    ControlProtocol::encodeFrame(FrameKind::exitStatus, "1"),
+                std::chrono::milliseconds(1000));
+            continue;
+        }
+        auto connection = std::make_unique<Connection>();
+        Connection* raw = connection.get();
+        connection->thread = std::jthread([this, raw, fd = std::move(socket)]() mutable {
+            serve(std::move(fd));
+            raw->done = true;
+        });
+        connections_.push_back(std::move(connection));
+    }
+}
+
+void ControlServer::serve(Fd socket) {
+    auto fail = [&](const std::string& message, int status) {
+        UnixSocket::sendAll(socket.get(),
+                            ControlProtocol::encodeFrame(FrameKind::standardError, message) +
+                                ControlProtocol::encodeFrame(FrameKind::exitStatus,
+                                                             std::to_string(status)),
+                            limits_.reply);
+    };
+
+    ControlProtocol::FrameReader reader;
+    ControlProtocol::RequestBuilder builder;
+    const auto deadline = std::chrono::steady_clock::now() + limits_.request;
+    try {
+        bool complete = false;
+        while (!complete) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0) {
+                Log::app().log(LogLevel::notice, "control socket: a client did not finish its request in time");
+                return;
+            }
+            UnixSocket::Received received =
+                UnixSocket::receive(socket.get(), 64 * 1024, left, wake_.get());
+            if (received.wait == UnixSocket::Wait::woken) {
+                fail("quorvane: the daemon is stopping; nothing was changed\n", 1);
+                return;
+            }
+            if (received.closed) return;
+            reader.append(received.bytes);
+            while (!complete) {
+                std::optional<ControlProtocol::Frame> frame = reader.next();
+                if (!frame) break;
+                complete = builder.add(*frame);
+            }
+            if (!complete && reader.buffered() > ControlProtocol::kMaxRequestBytes) {
+                throw std::runtime_error("request too large");
+            }
+        }
+    } catch (const std::exception& error) {
+        Log::app().log(LogLevel::notice, fmt::format("control socket: a bad request: {}", error.what()));
+        fail(fmt::format("quorvane: the daemon could not read the request: {}\n", error.what()), 2);
+        return;
+    }
+
+    {
+        std::unique_lock lock(turnMutex_);
+        const uint64_t ticket = nextTicket_++;
+        turnChanged_.wait(lock, [&] { return serving_ == ticket; });
+    }
+    // The next command's turn comes however this one ends.
+    struct TurnEnd {
+        ControlServer& server;
+        ~TurnEnd() {
+            {
+                std::lock_guard lock(server.turnMutex_);
+                ++server.serving_;
+            }
+            server.turnChanged_.notify_all();
+        }
+    } turnEnd{*this};
+    if (stopping_) {
+        fail("quorvane: the daemon is stopping; nothing was changed\n", 1);
+        return;
+    }
+    const ControlProtocol::Request& request = builder.request();
+    std::atomic<bool> lost{false};
+    FrameStreamBuffer outBuffer(socket.get(), FrameKind::standardOutput, limits_.reply, lost);
+    FrameStreamBuffer errBuffer(socket.get(), FrameKind::standardError, limits_.reply, lost);
+    std::ostream out(&outBuffer);
+    std::ostream err(&errBuffer);
+    int status = 1;
+    try {
+        status = handler_(request, out, err);
+    } catch (const std::exception& error) {
+        err << fmt::format("quorvane: {}\n", error.what());
+    }
+    out.flush();
+    err.flush();
+    Log::app().info(fmt::format("ran '{}' for a client: exit {}{}", commandName(request), status,
+                                lost ? " (the client left before the end)" : ""));
+    if (!lost) {
+        UnixSocket::sendAll(socket.get(),
+                            ControlProtocol::encodeFrame(FrameKind::exitStatus,
+                                                         std::to_string(status)),
+                            limits_.reply);
+    }
+}
+
+}  // namespace quorvane

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <iosfwd>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "cli/ControlProtocol.hpp"
+#include "platform/FileDescriptor.hpp"
+
+namespace quorvane {
+
+// The daemon's end of the control socket: commands run by the same user that want
+// to change the data folder send their command line here, and the daemon runs it
+// on the state it owns, streaming back what it prints and its exit status.
+// Commands run one at a time, in the order they finished sending; a client that
+// goes away mid-command only loses the output, never the change.
+class ControlServer {
+public:
+    using Handler = std::function<int(const ControlProtocol::Request& request, std::ostream& out,
+                                      std::ostream& err)>;
+
+    struct Limits {
+        // How long a client may take to send its whole request.
+        std::chrono::milliseconds request{10'000};
+        // How long a client may leave output unread before it is dropped.
+        std::chrono::milliseconds reply{30'000};
+        size_t connections = 16;
+    };
+
+    ControlServer(std::filesystem::path socketPath, Handler handler, Limits limits);
+    ControlServer(std::filesystem::path socketPath, Handler handler)
+        : ControlServer(std::move(socketPath), std::move(handler), Limits{}) {}
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+    // Listens and accepts in a thread of its own. Empty when listening; otherwise
+    // why not.
+    std::string start();
+
+    // Stops accepting and refuses commands that have not begun; returns at once.
+    void beginStop();
+
+    // Stops as beginStop does, lets a running command finish, and removes the
+    // socket file.
+    void stop();
+
+private:
+    struct Connection {
+        std::jthread thread;
+        std::atomic<bool> done{false};
+    };
+
+    void acceptLoop();
+    void serve(Fd socket);
+    void reapFinished();
+
+    std::filesystem::path path_;
+    Handler handler_;
+    Limits limits_;
+    Fd listening_;
+    Fd wake_;  // readable once stop begins
+    std::atomic<bool> stopping_{false};
+    std::jthread acceptor_;
+    std::mutex connectionsMutex_;
+    std::list<std::unique_ptr<Connection>> connections_;
+    // One command at a time, in the order their requests were complete.
+    std::mutex turnMutex_;
+    std::condition_variable turnChanged_;
+    uint64_t nextTicket_ = 0;
+    uint64_t serving_ = 0;
+};
+
+}  // namespace quorvane

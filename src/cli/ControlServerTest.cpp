@@ -1,0 +1,219 @@
+#include "cli/ControlServer.hpp"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "cli/ControlClient.hpp"
+#include "platform/UnixSocket.hpp"
+#include "testing/TempDir.hpp"
+
+namespace quorvane {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+
+ControlProtocol::Request request(std::vector<std::string> arguments) {
+    ControlProtocol::Request r;
+    r.arguments = std::move(arguments);
+    r.workingDirectory = "/";
+    return r;
+}
+
+struct Reply {
+    std::optional<int> status;
+    std::string out, err;
+};
+
+Reply send(const std::filesystem::path& dir, const ControlProtocol::Request& r) {
+    Reply reply;
+    std::ostringstream out, err;
+    std::optional<ControlClient> client = ControlClient::connect(dir, err);
+    if (client) reply.status = client->run(r, out, err);
+    reply.out = out.str();
+    reply.err = err.str();
+    return reply;
+}
+
+class ControlServerTest : public ::testing::Test {
+protected:
+    std::filesystem::path socketPath() const { return dir_ / ControlProtocol::kSocketName; }
+
+    testing::TempDir dir_;
+};
+
+TEST_F(ControlServerTest, RunsCommandsOneAtATimeAndRelaysTheirOutputAndStatus) {
+    std::atomic<int> running{0}, mostAtOnce{0};
+    ControlServer server(socketPath(), [&](const ControlProtocol::Request& r, std::ostream& out,
+                                           std::ostream& err) {
+        int now = ++running;
+        mostAtOnce = std::max(mostAtOnce.load(), now);
+        out << "started " << r.arguments.at(0) << std::endl;
+        std::this_thread::sleep_for(150ms);
+        err << "warning from " << r.arguments.at(0) << "\n";
+        out << std::string(100'000, 'x') << "\n";  // more than one frame and one socket buffer
+        --running;
+        return r.arguments.at(0) == "one" ? 0 : 3;
+    });
+    ASSERT_EQ(server.start(), "");
+    struct stat info {};
+    ASSERT_EQ(::stat(socketPath().c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+    Reply first, second;
+    std::jthread a([&] { first = send(dir_.path(), request({"one"})); });
+    std::jthread b([&] { second = send(dir_.path(), request({"two"})); });
+    a.join();
+    b.join();
+    EXPECT_EQ(first.status, 0);
+    EXPECT_EQ(second.status, 3);
+    EXPECT_THAT(first.out, HasSubstr("started one\n"));
+    EXPECT_EQ(first.out.size(), std::string("started one\n").size() + 100'001);
+    EXPECT_EQ(first.err, "warning from one\n");
+    EXPECT_EQ(second.err, "warning from two\n");
+    EXPECT_EQ(mostAtOnce, 1);
+
+    server.stop();
+    EXPECT_FALSE(std::filesystem::exists(socketPath()));
+    // With the daemon gone the command runs where it was typed.
+    EXPECT_FALSE(send(dir_.path(), request({"one"})).status.has_value());
+}
+
+TEST_F(ControlServerTest, AClientThatLeavesOrMisbehavesCostsItsOwnCommandOnly) {
+    std::atomic<int> finished{0};
+    std::atomic<bool> releaseFirst{false};
+    ControlServer::Limits limits;
+    limits.request = 500ms;
+    limits.reply = 500ms;
+    ControlServer server(
+        socketPath(),
+        [&](const ControlProtocol::Request& r, std::ostream& out, std::ostream&) {
+            if (r.arguments.at(0) == "slow") {
+                while (!releaseFirst) std::this_thread::sleep_for(10ms);
+                // Written after the client is gone, and more than a socket holds.
+                for (int i = 0; i < 50; ++i) out << std::string(100'000, 'y') << std::flush;
+            }
+            ++finished;
+            return 0;
+        },
+        limits);
+    ASSERT_EQ(server.start(), "");
+
+    // A client killed mid-command: the command still runs to its end.
+    UnixSocket::Connected killed = UnixSocket::connect(socketPath());
+    ASSERT_TRUE(killed.fd.valid());
+    ASSERT_TRUE(UnixSocket::sendAll(killed.fd.get(),
+                                    ControlProtocol::encodeRequest(request({"slow"})), 1s));
+    std::this_thread::sleep_for(100ms);
+    killed.fd.reset();
+    releaseFirst = true;
+
+    // Half a request, then silence: dropped after the request limit, never run.
+    UnixSocket::Connected stalled = UnixSocket::connect(socketPath());
+    ASSERT_TRUE(stalled.fd.valid());
+    std::string half = ControlProtocol::encodeRequest(request({"never"}));
+    ASSERT_TRUE(UnixSocket::sendAll(stalled.fd.get(), half.substr(0, half.size() / 2), 1s));
+
+    // Garbage: told why, with the command-line status.
+    UnixSocket::Connected garbage = UnixSocket::connect(socketPath());
+    ASSERT_TRUE(UnixSocket::sendAll(garbage.fd.get(), "GET / HTTP/1.1\r\n\r\n", 1s));
+    std::string answer;
+    for (;;) {
+        UnixSocket::Received got = UnixSocket::receive(garbage.fd.get(), 4096, 5s);
+        if (got.closed || got.wait != UnixSocket::Wait::ready) break;
+        answer += got.bytes;
+    }
+    EXPECT_THAT(answer, HasSubstr("could not read the request"));
+    EXPECT_THAT(answer, HasSubstr(ControlProtocol::encodeFrame(
+                            ControlProtocol::FrameKind::exitStatus, "2")));
+
+    // A client that sends its command and never reads the answer is dropped once
+    // the reply limit passes, and the command still ends.
+    UnixSocket::Connected deaf = UnixSocket::connect(socketPath());
+    ASSERT_TRUE(UnixSocket::sendAll(deaf.fd.get(),
+                                    ControlProtocol::encodeRequest(request({"slow"})), 1s));
+
+    Reply after = send(dir_.path(), request({"quick"}));
+    EXPECT_EQ(after.status, 0) << after.err;
+    // slow, slow and quick; "never" never runs.
+    for (int i = 0; i < 100 && finished < 3; ++i) std::this_thread::sleep_for(20ms);
+    std::this_thread::sleep_for(limits.request);
+    EXPECT_EQ(finished, 3);
+    UnixSocket::Received stalledEnd = UnixSocket::receive(stalled.fd.get(), 4096, 5s);
+    EXPECT_TRUE(stalledEnd.closed);
+}
+
+TEST_F(ControlServerTest, ReplacesADeadDaemonsSocketButNothingElse) {
+    {
+        UnixSocket::Listening old = UnixSocket::listen(socketPath());
+        ASSERT_TRUE(old.fd.valid()) << old.error;
+    }
+    // Left behind, with nobody listening: a client falls back.
+    ASSERT_TRUE(std::filesystem::exists(socketPath()));
+    EXPECT_FALSE(send(dir_.path(), request({"x"})).status.has_value());
+    ControlServer server(socketPath(),
+                         [](const ControlProtocol::Request&, std::ostream&, std::ostream&) {
+                             return 0;
+                         });
+    EXPECT_EQ(server.start(), "");
+    EXPECT_EQ(send(dir_.path(), request({"x"})).status, 0);
+    server.stop();
+
+    std::ofstream(socketPath()) << "not a socket";
+    ControlServer refused(socketPath(),
+                          [](const ControlProtocol::Request&, std::ostream&, std::ostream&) {
+                              return 0;
+                          });
+    EXPECT_THAT(refused.start(), HasSubstr("other than a socket"));
+    EXPECT_TRUE(std::filesystem::exists(socketPath()));
+
+    std::filesystem::path deep = dir_ / std::string(120, 'd');
+    EXPECT_THAT(UnixSocket::listen(deep / "quorvane.sock").error, HasSubstr("longer than"));
+}
+
+TEST_F(ControlServerTest, AnotherUserIsTurnedAwayEvenPastTheFileMode) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    std::atomic<int> ran{0};
+    ControlServer server(socketPath(),
+                         [&](const ControlProtocol::Request&, std::ostream&, std::ostream&) {
+                             ++ran;
+                             return 0;
+                         });
+    ASSERT_EQ(server.start(), "");
+    // Opened up by hand, so only the kernel's word on the peer keeps the stranger out.
+    for (std::filesystem::path up = dir_.path(); up != up.root_path(); up = up.parent_path()) {
+        struct stat folder {};
+        ASSERT_EQ(::stat(up.c_str(), &folder), 0);
+        ::chmod(up.c_str(), (folder.st_mode & 07777) | S_IXOTH);
+    }
+    ASSERT_EQ(::chmod(socketPath().c_str(), 0666), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(10);
+        UnixSocket::Connected connection = UnixSocket::connect(socketPath());
+        if (!connection.fd.valid()) ::_exit(11);
+        UnixSocket::sendAll(connection.fd.get(), ControlProtocol::encodeRequest(request({"x"})),
+                            1s);
+        UnixSocket::Received got = UnixSocket::receive(connection.fd.get(), 4096, 5s);
+        ::_exit(got.closed && got.bytes.empty() ? 0 : 12);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(ran, 0);
+}
+
+}  // namespace
+}  // namespace quorvane
