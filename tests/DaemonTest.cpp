@@ -93,10 +93,14 @@ TEST_F(DaemonTest, FileEditsAndCommitsBecomeASessionAndEverythingIsSavedOnSigter
     })) << daemon->output();
     ASSERT_EQ(read({"status", "--json"}).size(), 2u);
 
-    // The one writer is named to anyone else who wants to write.
+    // Without its control socket (as when it could not make one) the daemon is named
+    // to anyone else who wants to write; with it back, the command runs there.
+    std::filesystem::rename(dataDir() / "quorvane.sock", dir_ / "aside.sock");
     ShellResult refused = testing::runQuorvane(dataDir(), {"scan"});
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_THAT(refused.stdErr, HasSubstr("(pid " + std::to_string(daemon->pid()) + ")"));
+    std::filesystem::rename(dir_ / "aside.sock", dataDir() / "quorvane.sock");
+    EXPECT_EQ(testing::runQuorvane(dataDir(), {"scan"}).exitCode, 0);
 
     app.write("main.c", "v3");
     Json opened;

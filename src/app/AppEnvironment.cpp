@@ -130,10 +130,10 @@ void AppEnvironment::noteFileActivity(const std::string& path, Date at) {
     }
 }
 
-void AppEnvironment::scanNow() {
+bool AppEnvironment::scanNow() {
     {
         std::lock_guard lock(mutex_);
-        if (isScanning_ || stopping_) return;
+        if (isScanning_ || stopping_) return false;
         isScanning_ = true;
         saveProblem_.clear();
     }
@@ -257,6 +257,7 @@ void AppEnvironment::scanNow() {
     std::lock_guard lock(mutex_);
     unresolvedReminders_ = std::move(open);
     lastScanAt_ = now;
+    return true;
 }
 
 std::vector<std::string> AppEnvironment::rescanNowOnMain() {
@@ -268,6 +269,24 @@ std::vector<std::string> AppEnvironment::rescanNowOnMain() {
         if (std::find(before.begin(), before.end(), id) == before.end()) added.push_back(id);
     }
     return added;
+}
+
+std::vector<std::string> AppEnvironment::rescanWhenFree() {
+    for (;;) {
+        {
+            std::unique_lock lock(mutex_);
+            scanFinished_.wait(lock, [this] { return !isScanning_ || stopping_; });
+            if (stopping_) return {};
+        }
+        std::vector<std::string> before = idsOf(config());
+        // Another scan may start in between; it is waited for in turn.
+        if (!scanNow()) continue;
+        std::vector<std::string> added;
+        for (const std::string& id : idsOf(config())) {
+            if (std::find(before.begin(), before.end(), id) == before.end()) added.push_back(id);
+        }
+        return added;
+    }
 }
 
 void AppEnvironment::autoEnrollNewRepos() {

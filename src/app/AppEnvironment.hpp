@@ -58,8 +58,8 @@ public:
     void bootstrap();
 
     // One scan cycle; returns at once, doing nothing, while another runs or once
-    // shutdown has begun.
-    void scanNow();
+    // shutdown has begun. True when this call scanned.
+    bool scanNow();
 
     // Asks the periodic task for a scan now rather than at the end of its interval.
     void requestScan();
@@ -67,6 +67,11 @@ public:
     // A scan cycle that reports the repository ids it newly enrolled, in
     // configuration order; empty when a scan was already running.
     std::vector<std::string> rescanNowOnMain();
+
+    // Like rescanNowOnMain, but a scan already running is waited for and then one
+    // more is made, so what it reports is read after the call began. Empty once
+    // shutdown has begun.
+    std::vector<std::string> rescanWhenFree();
 
     // Enrols what discovery finds under the scan folders that is neither tracked
     // nor ignored.

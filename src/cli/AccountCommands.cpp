@@ -68,7 +68,9 @@ private:
 // the reason in `problem`, when there is no line or it is too long to be a token.
 std::optional<std::string> readTokenLine(const CommandContext& context, const std::string& prompt,
                                          std::string& problem) {
-    bool terminal = ::isatty(STDIN_FILENO) == 1;
+    // Read already, by the command that sent this one to the daemon.
+    bool given = context.input.has_value();
+    bool terminal = !given && ::isatty(STDIN_FILENO) == 1;
     std::optional<EchoOff> echoOff;
     if (terminal) {
         // Echo goes off before the question: what is typed as soon as it shows must
@@ -76,9 +78,9 @@ std::optional<std::string> readTokenLine(const CommandContext& context, const st
         echoOff.emplace();
         context.err << prompt << std::flush;
     }
-    std::string line;
+    std::string line = given ? context.input->substr(0, kMaxTokenBytes + 1) : std::string();
     char buffer[512];
-    while (line.find('\n') == std::string::npos && line.size() <= kMaxTokenBytes) {
+    while (!given && line.find('\n') == std::string::npos && line.size() <= kMaxTokenBytes) {
         ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) break;
@@ -170,16 +172,20 @@ int finishCheck(const CommandContext& context, AppEnvironment& env,
 
 }  // namespace
 
+std::optional<std::string> readAccountToken(const CommandContext& context, const std::string& name,
+                                            std::string& problem) {
+    return readTokenLine(context, fmt::format("GitHub token for {}: ", Text::trim(name)), problem);
+}
+
 int accountsAdd(CommandContext& context, const AccountsAddOptions& options) {
     std::string name(Text::trim(options.name));
     if (name.empty()) {
         context.err << "quorvane: --name must not be blank\n";
         return 2;
     }
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    AppEnvironment env(context.dataDir, context.clock, context.runner);
-    env.load();
+    AppEnvironment& env = writer->env();
     env.reconcileAccounts();
     for (const GitHubAccount& account : env.store().accounts()) {
         if (Text::asciiLower(account.displayName) == Text::asciiLower(name)) {
@@ -189,8 +195,7 @@ int accountsAdd(CommandContext& context, const AccountsAddOptions& options) {
         }
     }
     std::string problem;
-    std::optional<std::string> token =
-        readTokenLine(context, fmt::format("GitHub token for {}: ", name), problem);
+    std::optional<std::string> token = readAccountToken(context, name, problem);
     if (!token) {
         context.err << "quorvane: " << problem << "\n";
         return 1;
@@ -210,10 +215,9 @@ int accountsAdd(CommandContext& context, const AccountsAddOptions& options) {
 }
 
 int accountsImportGh(CommandContext& context, const std::optional<std::string>& apiURL, bool json) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    AppEnvironment env(context.dataDir, context.clock, context.runner);
-    env.load();
+    AppEnvironment& env = writer->env();
     env.reconcileAccounts();
     std::optional<AppEnvironment::AccountCheck> check = env.importAccountFromGh(apiURL);
     if (!check) {
@@ -276,10 +280,9 @@ int accountsList(CommandContext& context, bool json) {
 }
 
 int accountsCheck(CommandContext& context, const std::string& key, bool json) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    AppEnvironment env(context.dataDir, context.clock, context.runner);
-    env.load();
+    AppEnvironment& env = writer->env();
     env.reconcileAccounts();
     std::vector<GitHubAccount> accounts = env.store().accounts();
     const GitHubAccount* account = findAccount(context, accounts, key);
@@ -290,10 +293,9 @@ int accountsCheck(CommandContext& context, const std::string& key, bool json) {
 }
 
 int accountsRemove(CommandContext& context, const std::string& key) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    AppEnvironment env(context.dataDir, context.clock, context.runner);
-    env.load();
+    AppEnvironment& env = writer->env();
     env.reconcileAccounts();
     std::vector<GitHubAccount> accounts = env.store().accounts();
     const GitHubAccount* account = findAccount(context, accounts, key);

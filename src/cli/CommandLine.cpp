@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -13,6 +14,8 @@
 
 #include "app/AppInfo.hpp"
 #include "cli/Commands.hpp"
+#include "cli/ControlClient.hpp"
+#include "cli/ControlProtocol.hpp"
 #include "base/DateHelpers.hpp"
 #include "base/PathHelpers.hpp"
 #include "platform/HttpTransport.hpp"
@@ -95,10 +98,57 @@ std::optional<std::string> nearestCommand(const std::string& typed,
     return best;
 }
 
-}  // namespace
 
-int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
-                   const ProcessRunner& runner, const Clock& clock) {
+// Runs a command that changes the data folder in the daemon that holds it. What the
+// daemon cannot do for the person happens here first: a new account's token is
+// read from this terminal, and a journal entry is edited in this person's editor.
+int forward(ControlClient& daemon, CommandContext& context, std::vector<std::string> words,
+            const Commands::AccountsAddOptions* addOptions,
+            const Commands::JournalOptions* journalOptions) {
+    ControlProtocol::Request request;
+    std::error_code ec;
+    request.workingDirectory = std::filesystem::current_path(ec).string();
+    // A folder removed while the shell stood in it has no path any more; the shell's
+    // name for it makes relative paths fail as they would here.
+    if (const char* pwd = std::getenv("PWD"); ec && pwd != nullptr) request.workingDirectory = pwd;
+    if (!request.workingDirectory.starts_with('/')) {
+        context.err << "quorvane: cannot tell the current folder, which the daemon needs to "
+                       "resolve relative paths\n";
+        return 1;
+    }
+    if (addOptions != nullptr) {
+        std::string problem;
+        std::optional<std::string> token =
+            Commands::readAccountToken(context, addOptions->name, problem);
+        if (!token) {
+            context.err << "quorvane: " << problem << "\n";
+            return 1;
+        }
+        request.input = *token + "\n";
+    }
+    if (journalOptions != nullptr && journalOptions->edit) {
+        std::optional<Commands::JournalOptions> edited =
+            Commands::editJournalHere(context, *journalOptions);
+        if (!edited) return 1;
+        words = Commands::journalWords(*edited);
+    }
+    request.arguments = std::move(words);
+    request.terminal.progress = context.progress;
+    return daemon.run(request, context.out, context.err);
+}
+
+// How a command line came to be run: by the person, or by the daemon for a client.
+struct Invocation {
+    // The daemon's own state and data folder, for a command a client sent it.
+    AppEnvironment* service = nullptr;
+    std::filesystem::path serviceDataDir;
+    std::filesystem::path workingDir;
+    std::optional<std::string> input;
+    ControlProtocol::TerminalLayout terminal;
+};
+
+int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& err,
+             const ProcessRunner& runner, const Clock& clock, const Invocation& how) {
     CLI::App app(kAbout, "quorvane");
     app.formatter(std::make_shared<SummaryFormatter>());  // before any command: they inherit it
     app.require_subcommand(1);
@@ -609,8 +659,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "Show or write the journal of a day: notes, blockers and plans for tomorrow\n"
         "With no option it shows the day's entry. --notes, --blockers and --tomorrow\n"
         "replace that part (\"\" clears it); --edit opens the whole entry in $VISUAL or\n"
-        "$EDITOR. The journal goes into the day's report. Writing needs the data folder:\n"
-        "while the daemon runs, stop it first.");
+        "$EDITOR. The journal goes into the day's report. While the daemon runs, the\n"
+        "change is sent to it (the editor still opens here).");
     journal->add_option("--date", journalDate, "The local day (default today)")
         ->type_name("YYYY-MM-DD")
         ->check(dateCheck);
@@ -663,8 +713,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         "committing still counts as work. With GitHub accounts it syncs them at start\n"
         "(sync.syncOnStart) and every sync.interval (m30 by default; manual turns it\n"
         "off); with sync.wifiOnly a round passes while NetworkManager calls the link\n"
-        "metered. It is the data folder's one writer while it\n"
-        "runs: commands that change the data folder are refused until it stops.\n"
+        "metered. It is the data folder's one writer while it runs: commands that\n"
+        "change the data folder are sent to it over quorvane.sock and run there.\n"
         "SIGTERM or SIGINT (Ctrl-C) stops it after saving everything; SIGUSR1 asks for\n"
         "a scan now.");
     daemon->callback([&] { action = [](CommandContext& c) { return Commands::daemon(c); }; });
@@ -708,7 +758,6 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
     app.footer(kExamples);
 
     // "quorvane help COMMAND..." is "quorvane COMMAND... --help".
-    std::vector<std::string> words(argv + 1, argv + argc);
     if (!words.empty() && words[0] == "help") {
         words.erase(words.begin());
         words.push_back("--help");
@@ -726,7 +775,7 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
             return 2;
         }
     }
-    std::vector<const char*> arguments = {argc > 0 ? argv[0] : "quorvane"};
+    std::vector<const char*> arguments = {"quorvane"};
     for (const std::string& word : words) arguments.push_back(word.c_str());
     try {
         app.parse(static_cast<int>(arguments.size()), arguments.data());
@@ -735,6 +784,33 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         return code == static_cast<int>(CLI::ExitCodes::Success) ? 0 : 2;
     }
     if (!action) return 0;
+
+    // The commands that change the data folder: while the daemon runs they are sent
+    // to it, and they are all it runs for others.
+    bool writes = journal->parsed() && (journalOptions.notes || journalOptions.blockers ||
+                                        journalOptions.tomorrow || journalOptions.edit);
+    for (const CLI::App* command : {reposAdd, reposRemove, foldersAdd, foldersRemove, scan, sync,
+                                    dismiss, accountsAdd, accountsImport, accountsCheck,
+                                    accountsRemove}) {
+        writes = writes || command->parsed();
+    }
+    if (how.service != nullptr) {
+        if (!writes) {
+            err << "quorvane: the daemon runs only commands that change the data folder\n";
+            return 2;
+        }
+        CommandContext context{out, err, runner, clock, how.serviceDataDir,
+                               how.terminal.progress};
+        context.service = how.service;
+        context.workingDir = how.workingDir;
+        context.input = how.input;
+        try {
+            return action(context);
+        } catch (const std::exception& error) {
+            err << fmt::format("quorvane: {}\n", error.what());
+            return 1;
+        }
+    }
 
     std::filesystem::path dir = dataDir.empty()
                                     ? PathHelpers::appSupportDir()
@@ -751,6 +827,12 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         return 1;
     }
     CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};
+    if (writes) {
+        if (std::optional<ControlClient> running = ControlClient::connect(dir, err)) {
+            return forward(*running, context, words, accountsAdd->parsed() ? &addOptions : nullptr,
+                           journal->parsed() ? &journalOptions : nullptr);
+        }
+    }
     // Decoding errors are handled where files are read; whatever else goes wrong
     // ends the command with its reason rather than an abort. What was saved before
     // stays saved: every file is replaced whole or not at all.
@@ -760,6 +842,27 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         err << fmt::format("quorvane: {}\n", error.what());
         return 1;
     }
+}
+
+}  // namespace
+
+int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                   const ProcessRunner& runner, const Clock& clock) {
+    std::vector<std::string> words;
+    for (int i = 1; i < argc; ++i) words.emplace_back(argv[i]);
+    return runWords(std::move(words), out, err, runner, clock, Invocation{});
+}
+
+int runForwardedCommand(const ControlProtocol::Request& request, std::ostream& out,
+                        std::ostream& err, const ProcessRunner& runner, const Clock& clock,
+                        AppEnvironment& env, const std::filesystem::path& dataDir) {
+    Invocation how;
+    how.service = &env;
+    how.serviceDataDir = dataDir;
+    how.workingDir = request.workingDirectory;
+    how.input = request.input;
+    how.terminal = request.terminal;
+    return runWords(request.arguments, out, err, runner, clock, how);
 }
 
 }  // namespace quorvane

@@ -38,23 +38,34 @@ WriterAccess::~WriterAccess() = default;
 
 std::optional<WriterAccess> WriterAccess::open(CommandContext& context, Notifier* notifier) {
     WriterAccess access;
-    if (context.service != nullptr) {
-        access.env_ = context.service;
-        return access;
+    access.context_ = &context;
+    access.notifier_ = notifier;
+    access.service_ = context.service;
+    if (access.service_ == nullptr) {
+        access.lock_ = takeWriterLock(context);
+        if (!access.lock_) return std::nullopt;
     }
-    access.lock_ = takeWriterLock(context);
-    if (!access.lock_) return std::nullopt;
-    access.own_ = std::make_unique<AppEnvironment>(context.dataDir, context.clock, context.runner,
-                                                   notifier);
-    access.own_->load();
-    access.env_ = access.own_.get();
     return access;
 }
 
-bool reportSave(const CommandContext& context, const ConfigService::SaveResult& result) {
-    if (result.ok()) return true;
-    context.err << fmt::format("quorvane: the change was not saved: {}\n", result.problem);
-    return false;
+AppEnvironment& WriterAccess::env() {
+    if (service_ != nullptr) return *service_;
+    if (!own_) {
+        own_ = std::make_unique<AppEnvironment>(context_->dataDir, context_->clock,
+                                                context_->runner, notifier_);
+        own_->load();
+    }
+    return *own_;
+}
+
+int reportNotSaved(const CommandContext& context, const std::string& problem) {
+    context.err << fmt::format("quorvane: the change was not saved: {}\n", problem);
+    return 1;
+}
+
+std::string absolutePath(const CommandContext& context, const std::string& path) {
+    if (context.workingDir.empty() || path.empty() || path.starts_with('/')) return path;
+    return (context.workingDir / path).string();
 }
 
 bool reportFlush(const CommandContext& context, const std::string& problem) {
@@ -78,7 +89,7 @@ std::string firstLine(std::string_view text) {
 }
 
 WorkTree workTreeAt(const CommandContext& context, const std::string& path) {
-    std::string canonical = PathHelpers::canonicalPath(path);
+    std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
     if (!isFolder(canonical)) return {"", "no such folder"};
     ShellResult result =
         context.runner.run(GitCommand::request(canonical, {"rev-parse", "--show-toplevel"}, 15));
@@ -166,7 +177,7 @@ const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath)
 
 const RepoConfig* resolveRepo(const CommandContext& context, const AppConfig& config,
                               const std::string& key) {
-    if (const RepoConfig* repo = findRepo(config, key)) return repo;
+    if (const RepoConfig* repo = findRepo(config, absolutePath(context, key))) return repo;
     std::string wanted = Text::asciiLower(key);
     std::vector<const RepoConfig*> named;
     for (const RepoConfig& repo : config.repositories) {

@@ -41,18 +41,29 @@ public:
     WriterAccess& operator=(WriterAccess&&) noexcept;
     ~WriterAccess();
 
-    AppEnvironment& env() { return *env_; }
-    bool inDaemon() const { return !own_; }
+    // Loaded on first use, so a command that refuses its arguments first leaves the
+    // data folder as it was.
+    AppEnvironment& env();
+    bool inDaemon() const { return service_ != nullptr; }
 
 private:
     WriterAccess() = default;
+    const CommandContext* context_ = nullptr;
+    Notifier* notifier_ = nullptr;
+    AppEnvironment* service_ = nullptr;
     std::optional<DataFolderLock> lock_;  // released after own_ is gone
     std::unique_ptr<AppEnvironment> own_;
-    AppEnvironment* env_ = nullptr;
 };
 
 // True when the configuration was saved; otherwise says why on stderr.
 bool reportSave(const CommandContext& context, const ConfigService::SaveResult& result);
+
+// Says the change was not saved, and why; returns the exit status 1.
+int reportNotSaved(const CommandContext& context, const std::string& problem);
+
+// `path` as the person meant it: a relative path starts in the folder the command
+// was typed in.
+std::string absolutePath(const CommandContext& context, const std::string& path);
 
 // True when `problem` is empty; otherwise says on stderr what was not saved.
 bool reportFlush(const CommandContext& context, const std::string& problem);

@@ -27,6 +27,11 @@ struct CommandContext {
     // Set when the daemon runs a command sent over its control socket: the command
     // changes the daemon's own state rather than becoming the data folder's writer.
     AppEnvironment* service = nullptr;
+    // Where the command was typed, when that is not this process's folder: relative
+    // paths on its command line start there.
+    std::filesystem::path workingDir{};
+    // What the command reads from standard input, when it was read elsewhere.
+    std::optional<std::string> input{};
 };
 
 // Each returns the process exit status: 0 done, 1 failed.
@@ -54,6 +59,10 @@ struct AccountsAddOptions {
     bool json = false;
 };
 int accountsAdd(CommandContext& context, const AccountsAddOptions& options);
+// The token for a new account called `name`: the first line of standard input,
+// asked for without echo on a terminal. Nothing, with the reason in `problem`.
+std::optional<std::string> readAccountToken(const CommandContext& context, const std::string& name,
+                                            std::string& problem);
 int accountsImportGh(CommandContext& context, const std::optional<std::string>& apiURL, bool json);
 int accountsList(CommandContext& context, bool json);
 // `key` is the account's id, a unique start of it, its name or its login.
@@ -118,6 +127,13 @@ struct JournalOptions {
     bool json = false;
 };
 int journal(CommandContext& context, const JournalOptions& options);
+// Edits the day's entry in the person's editor, reading it without the writer lock,
+// and returns the three fields as edited, to be written by whoever holds the data
+// folder. Nothing, with the reason on stderr, when the editor failed.
+std::optional<JournalOptions> editJournalHere(CommandContext& context,
+                                              const JournalOptions& options);
+// The command line that writes `options`' fields for its day.
+std::vector<std::string> journalWords(const JournalOptions& options);
 
 // Lists the open reminders (all of them with `all`), newest first.
 int reminders(CommandContext& context, bool all, bool json);

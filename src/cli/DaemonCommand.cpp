@@ -9,7 +9,9 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
+#include "cli/CommandLine.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/ControlServer.hpp"
 #include "base/Log.hpp"
 #include "platform/DesktopNotifier.hpp"
 
@@ -56,11 +58,26 @@ int daemon(CommandContext& context) {
 
     DesktopNotifier notifier;
     AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
+    // Commands that change the data folder come here while the daemon holds it, and
+    // run on the state it owns.
+    ControlServer control(context.dataDir / ControlProtocol::kSocketName,
+                          [&](const ControlProtocol::Request& request, std::ostream& out,
+                              std::ostream& err) {
+                              return runForwardedCommand(request, out, err, context.runner,
+                                                         context.clock, env, context.dataDir);
+                          });
     std::string failure;
     // The first scan can take a while; the main thread stays free to answer signals.
     // Until it is joined, this thread alone writes to context.err.
     std::jthread starter([&] {
         try {
+            env.load();
+            if (std::string problem = control.start(); !problem.empty()) {
+                Log::app().error(fmt::format(
+                    "no control socket in the data folder ({}): commands that change data are "
+                    "refused while the daemon runs",
+                    problem));
+            }
             env.bootstrap();
             if (env.isShuttingDown()) return;
             AppConfig config = env.config();
@@ -87,8 +104,12 @@ int daemon(CommandContext& context) {
         break;
     }
 
+    // New commands are refused first; a running one is cut short with the scan it
+    // waits on, and finishes before the socket goes.
+    control.beginStop();
     env.shutdown();
     starter.join();
+    control.stop();
     if (!failure.empty()) {
         context.err << fmt::format("quorvane: the daemon could not start: {}\n", failure);
         return 1;

@@ -12,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include "app/AppEnvironment.hpp"
 #include "cli/CommandSupport.hpp"
 #include "base/TextHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
@@ -120,6 +121,36 @@ void printEntry(std::ostream& out, const std::string& dateKey,
     }
 }
 
+// Opens `entry` in the person's editor: the entry as edited, or nothing, with the
+// reason on stderr, when the editor did not finish cleanly.
+std::optional<DailyJournal> editInEditor(const CommandContext& context, const DailyJournal& entry) {
+    // In the data folder, private like everything there, and gone afterwards.
+    fs::path draft = context.dataDir / fmt::format("journal-{}-{}.md", entry.dateKey, ::getpid());
+    std::string original = editableText(entry);
+    if (std::optional<std::string> error = AtomicFile::write(draft, original)) {
+        context.err << fmt::format("quorvane: cannot write {}: {}\n", draft.string(), *error);
+        return std::nullopt;
+    }
+    int status = runEditor(draft);
+    AtomicFile::ReadResult edited = AtomicFile::read(draft);
+    std::error_code ec;
+    fs::remove(draft, ec);
+    if (status != 0 || !edited.bytes) {
+        context.err << fmt::format(
+            "quorvane: the editor did not finish cleanly (exit {}); the journal is unchanged\n",
+            status);
+        return std::nullopt;
+    }
+    return *edited.bytes == original ? entry : parseEdited(*edited.bytes, entry);
+}
+
+DailyJournal withOptions(DailyJournal entry, const JournalOptions& options) {
+    if (options.notes) entry.manualNotes = noteText(*options.notes);
+    if (options.blockers) entry.blockers = noteText(*options.blockers);
+    if (options.tomorrow) entry.tomorrowNotes = noteText(*options.tomorrow);
+    return entry;
+}
+
 }  // namespace
 
 int journal(CommandContext& context, const JournalOptions& options) {
@@ -138,36 +169,15 @@ int journal(CommandContext& context, const JournalOptions& options) {
         return 0;
     }
 
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    Store store(context.dataDir, context.clock);
-    store.load();
-    DailyJournal entry = store.journal(dateKey).value_or(DailyJournal{dateKey, {}, {}, {}, {}});
-    DailyJournal before = entry;
-    if (options.notes) entry.manualNotes = noteText(*options.notes);
-    if (options.blockers) entry.blockers = noteText(*options.blockers);
-    if (options.tomorrow) entry.tomorrowNotes = noteText(*options.tomorrow);
-
+    Store& store = writer->env().store();
+    DailyJournal before = store.journal(dateKey).value_or(DailyJournal{dateKey, {}, {}, {}, {}});
+    DailyJournal entry = withOptions(before, options);
     if (options.edit) {
-        // In the data folder, private like everything there, and gone afterwards.
-        fs::path draft = context.dataDir / fmt::format("journal-{}.md", dateKey);
-        std::string original = editableText(entry);
-        if (std::optional<std::string> error = AtomicFile::write(draft, original)) {
-            context.err << fmt::format("quorvane: cannot write {}: {}\n", draft.string(), *error);
-            return 1;
-        }
-        int status = runEditor(draft);
-        AtomicFile::ReadResult edited = AtomicFile::read(draft);
-        std::error_code ec;
-        fs::remove(draft, ec);
-        if (status != 0 || !edited.bytes) {
-            context.err << fmt::format(
-                "quorvane: the editor did not finish cleanly (exit {}); the journal is "
-                "unchanged\n",
-                status);
-            return 1;
-        }
-        if (*edited.bytes != original) entry = parseEdited(*edited.bytes, entry);
+        std::optional<DailyJournal> edited = editInEditor(context, entry);
+        if (!edited) return 1;
+        entry = *edited;
     }
 
     if (entry == before) {
@@ -182,6 +192,37 @@ int journal(CommandContext& context, const JournalOptions& options) {
     }
     context.out << fmt::format("Saved the journal for {}.\n", dateKey);
     return 0;
+}
+
+std::optional<JournalOptions> editJournalHere(CommandContext& context,
+                                              const JournalOptions& options) {
+    Date day = options.day.value_or(context.clock.now());
+    std::string dateKey = DateHelpers::dateKey(day);
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    DailyJournal entry = withOptions(
+        store.journal(dateKey).value_or(DailyJournal{dateKey, {}, {}, {}, {}}), options);
+    std::optional<DailyJournal> edited = editInEditor(context, entry);
+    if (!edited) return std::nullopt;
+    JournalOptions result;
+    result.day = day;
+    // Every field is sent, so what the editor cleared is cleared.
+    result.notes = edited->manualNotes.value_or("");
+    result.blockers = edited->blockers.value_or("");
+    result.tomorrow = edited->tomorrowNotes.value_or("");
+    result.json = options.json;
+    return result;
+}
+
+std::vector<std::string> journalWords(const JournalOptions& options) {
+    std::vector<std::string> words = {"journal"};
+    if (options.day) words.insert(words.end(), {"--date", DateHelpers::dateKey(*options.day)});
+    if (options.notes) words.insert(words.end(), {"--notes", *options.notes});
+    if (options.blockers) words.insert(words.end(), {"--blockers", *options.blockers});
+    if (options.tomorrow) words.insert(words.end(), {"--tomorrow", *options.tomorrow});
+    if (options.edit) words.push_back("--edit");
+    if (options.json) words.push_back("--json");
+    return words;
 }
 
 }  // namespace quorvane::Commands

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "app/AppEnvironment.hpp"
 #include "cli/CommandSupport.hpp"
 #include "base/EnumNames.hpp"
 #include "persistence/Store.hpp"
@@ -57,10 +58,9 @@ int reminders(CommandContext& context, bool all, bool json) {
 }
 
 int dismissReminder(CommandContext& context, const std::string& id) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    Store store(context.dataDir, context.clock);
-    store.load();
+    Store& store = writer->env().store();
     // The full id, or a prefix that only one open reminder has.
     std::vector<ReminderEvent> matches;
     for (const ReminderEvent& event : store.reminders(true)) {

@@ -32,7 +32,7 @@ namespace quorvane::Commands {
 namespace fs = std::filesystem;
 
 int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
     // Every path is checked before anything is written, so one bad path adds nothing.
     std::vector<std::string> tops;
@@ -40,7 +40,8 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
         WorkTree tree = workTreeAt(context, path);
         // git's answer has invalid bytes already replaced, so the given path tells.
-        if (tree.problem.empty() && !Text::isValidUtf8(PathHelpers::canonicalPath(path))) {
+        if (tree.problem.empty() &&
+            !Text::isValidUtf8(PathHelpers::canonicalPath(absolutePath(context, path)))) {
             tree.problem =
                 "its path is not valid UTF-8, which the data files cannot hold; rename the "
                 "folder to track it";
@@ -58,18 +59,14 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
         return 1;
     }
 
-    AppEnvironment env(context.dataDir, context.clock, context.runner);
-    env.load();
+    AppEnvironment& env = writer->env();
     // Tracking by hand lifts an earlier "stop tracking".
     bool lifted = env.applyConfigChange([&](AppConfig& config) {
         std::erase_if(config.ignoredRepoIDs, [&](const std::string& id) {
             return std::find(tops.begin(), tops.end(), id) != tops.end();
         });
     });
-    if (!lifted) {
-        reportFlush(context, env.saveProblem());
-        return 1;
-    }
+    if (!lifted) return reportNotSaved(context, env.saveProblem());
     RepoDiscovery discovery(context.runner);
     std::vector<DiscoveredRepo> found;
     AppConfig current = env.config();
@@ -114,27 +111,27 @@ int reposList(CommandContext& context, bool json) {
 }
 
 int reposRemove(CommandContext& context, const std::string& idOrPath) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    ConfigService service = configService(context);
-    AppConfig config = service.load();
+    AppEnvironment& env = writer->env();
+    AppConfig config = env.config();
     const RepoConfig* repo = resolveRepo(context, config, idOrPath);
     if (repo == nullptr) return 1;
     std::string id = repo->id, name = repo->name;
-    std::erase_if(config.repositories, [&](const RepoConfig& r) { return r.id == id; });
-    // Remembered as ignored, so that a scan of its folder does not enrol it again.
-    if (std::find(config.ignoredRepoIDs.begin(), config.ignoredRepoIDs.end(), id) ==
-        config.ignoredRepoIDs.end()) {
-        config.ignoredRepoIDs.push_back(id);
-    }
-    if (!reportSave(context, service.save(config))) return 1;
+    bool saved = env.applyConfigChange([&](AppConfig& changed) {
+        std::erase_if(changed.repositories, [&](const RepoConfig& r) { return r.id == id; });
+        // Remembered as ignored, so that a scan of its folder does not enrol it again.
+        if (std::find(changed.ignoredRepoIDs.begin(), changed.ignoredRepoIDs.end(), id) ==
+            changed.ignoredRepoIDs.end()) {
+            changed.ignoredRepoIDs.push_back(id);
+        }
+    });
+    if (!saved) return reportNotSaved(context, env.saveProblem());
     // What was recorded about it goes too, so no view goes on counting a repository
     // that is no longer tracked; tracking it again reads its recent history anew.
-    Store store(context.dataDir, context.clock);
-    store.load();
-    store.purgeRepo(id);
-    if (!store.flush()) {
-        reportFlush(context, store.flushProblem());
+    env.store().purgeRepo(id);
+    if (!env.store().flush()) {
+        reportFlush(context, env.store().flushProblem());
         return 1;
     }
     context.out << fmt::format("stopped tracking {} ({}); its recorded history was removed\n", name,
@@ -143,12 +140,12 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
 }
 
 int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
     std::vector<std::string> folders;
     bool refused = false;
     for (const std::string& path : paths) {
-        std::string canonical = PathHelpers::canonicalPath(path);
+        std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
         if (!isFolder(canonical)) {
             context.err << fmt::format("quorvane: cannot add {}: no such folder\n", path);
             refused = true;
@@ -160,31 +157,42 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
         context.err << "quorvane: nothing was added\n";
         return 1;
     }
-    ConfigService service = configService(context);
-    AppConfig config = service.load();
-    bool changed = false;
+    AppEnvironment& env = writer->env();
+    AppConfig config = env.config();
+    std::vector<std::string> added;
     for (const std::string& folder : folders) {
         if (std::find(config.scanFolders.begin(), config.scanFolders.end(), folder) !=
-            config.scanFolders.end()) {
+                config.scanFolders.end() ||
+            std::find(added.begin(), added.end(), folder) != added.end()) {
             context.out << fmt::format("already a scan folder: {}\n", folder);
             continue;
         }
-        config.scanFolders.push_back(folder);
-        context.out << fmt::format("scan folder added: {}\n", folder);
-        changed = true;
+        added.push_back(folder);
     }
-    if (changed && !reportSave(context, service.save(config))) return 1;
+    if (added.empty()) return 0;
+    bool saved = env.applyConfigChange([&](AppConfig& changed) {
+        for (const std::string& folder : added) {
+            if (std::find(changed.scanFolders.begin(), changed.scanFolders.end(), folder) ==
+                changed.scanFolders.end()) {
+                changed.scanFolders.push_back(folder);
+            }
+        }
+    });
+    if (!saved) return reportNotSaved(context, env.saveProblem());
+    for (const std::string& folder : added) {
+        context.out << fmt::format("scan folder added: {}\n", folder);
+    }
     return 0;
 }
 
 int foldersRemove(CommandContext& context, const std::vector<std::string>& paths) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    ConfigService service = configService(context);
-    AppConfig config = service.load();
+    AppEnvironment& env = writer->env();
+    AppConfig config = env.config();
     std::vector<std::string> matches;
     for (const std::string& path : paths) {
-        std::string canonical = PathHelpers::canonicalPath(path);
+        std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
         auto it = std::find_if(config.scanFolders.begin(), config.scanFolders.end(),
                                [&](const std::string& f) { return f == path || f == canonical; });
         if (it == config.scanFolders.end()) {
@@ -195,11 +203,14 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
         }
         matches.push_back(*it);
     }
+    bool saved = env.applyConfigChange([&](AppConfig& changed) {
+        for (const std::string& folder : matches) std::erase(changed.scanFolders, folder);
+    });
+    if (!saved) return reportNotSaved(context, env.saveProblem());
     for (const std::string& folder : matches) {
-        std::erase(config.scanFolders, folder);
         context.out << fmt::format("scan folder removed: {}\n", folder);
     }
-    return reportSave(context, service.save(config)) ? 0 : 1;
+    return 0;
 }
 
 int foldersList(CommandContext& context) {

@@ -57,13 +57,14 @@ void printStates(std::ostream& out, const std::vector<const RepoConfig*>& repos,
 }  // namespace
 
 int scan(CommandContext& context, bool json) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
-    if (!writer) return 1;
     DesktopNotifier notifier;
-    AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
-    env.load();
+    std::optional<WriterAccess> writer = WriterAccess::open(context, &notifier);
+    if (!writer) return 1;
+    AppEnvironment& env = writer->env();
     if (context.progress) context.err << "scanning..." << std::flush;
-    std::vector<std::string> enrolled = env.rescanNowOnMain();
+    // Inside the daemon a scan may be running already: this one comes after it.
+    std::vector<std::string> enrolled =
+        writer->inDaemon() ? env.rescanWhenFree() : env.rescanNowOnMain();
     if (context.progress) context.err << "\r\033[K" << std::flush;
     // What was read is still shown; the exit status says it was not kept.
     const int status = reportFlush(context, env.saveProblem()) ? 0 : 1;
@@ -90,11 +91,10 @@ int scan(CommandContext& context, bool json) {
 }
 
 int sync(CommandContext& context, bool scanFirst, bool json) {
-    std::optional<DataFolderLock> writer = takeWriterLock(context);
-    if (!writer) return 1;
     DesktopNotifier notifier;
-    AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
-    env.load();
+    std::optional<WriterAccess> writer = WriterAccess::open(context, &notifier);
+    if (!writer) return 1;
+    AppEnvironment& env = writer->env();
     env.reconcileAccounts();
     if (context.progress) context.err << "syncing..." << std::flush;
     RemoteSyncSummary summary = env.syncNow(scanFirst);

@@ -1,0 +1,202 @@
+// Commands that change the data folder while the daemon runs: they are sent to it
+// over its control socket and run on the state it owns.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "persistence/JsonCodec.hpp"
+#include "persistence/Store.hpp"
+#include "platform/Clock.hpp"
+#include "platform/Shell.hpp"
+#include "testing/BackgroundProcess.hpp"
+#include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
+
+namespace quorvane {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class DaemonControlTest : public ::testing::Test {
+protected:
+    std::filesystem::path dataDir() const { return dir_ / "data"; }
+    std::filesystem::path codeDir() const { return dir_ / "code"; }
+    std::filesystem::path socketPath() const { return dataDir() / "quorvane.sock"; }
+
+    // Runs the built program from `cwd`, as a person typing in that folder.
+    ShellResult quorvane(std::vector<std::string> arguments,
+                         std::optional<std::filesystem::path> cwd = std::nullopt) const {
+        ProcessRequest request;
+        request.executable = QUORVANE_BINARY;
+        request.arguments = std::move(arguments);
+        request.arguments.insert(request.arguments.end(), {"--data-dir", dataDir().string()});
+        if (cwd) request.cwd = cwd->string();
+        request.timeout = 120;
+        return Shell().run(request);
+    }
+
+    Json read(std::vector<std::string> command) const {
+        ShellResult result = quorvane(std::move(command));
+        EXPECT_EQ(result.exitCode, 0) << result.stdErr;
+        return result.exitCode == 0 ? JsonCodec::parse(result.stdOut) : Json();
+    }
+
+    std::unique_ptr<testing::BackgroundProcess> startDaemon() const {
+        auto daemon = std::make_unique<testing::BackgroundProcess>(
+            QUORVANE_BINARY, std::vector<std::string>{"daemon", "--data-dir", dataDir().string()},
+            dir_ / "daemon.log");
+        EXPECT_TRUE(testing::eventually(30s, [&] {
+            return std::filesystem::exists(socketPath());
+        })) << daemon->output();
+        return daemon;
+    }
+
+    testing::TempDir dir_;
+};
+
+TEST_F(DaemonControlTest, EveryWritingCommandRunsInTheDaemonAndItActsOnItAtOnce) {
+    testing::TestRepo app(codeDir() / "app");
+    app.commitFile("main.c", "v1", "first");
+    testing::TestRepo lib(codeDir() / "lib");
+    lib.commitFile("lib.c", "v1", "first");
+    std::string appID = std::filesystem::canonical(app.path()).string();
+    SystemClock clock;
+    {
+        Store store(dataDir(), clock);
+        store.load();
+        ReminderEvent event;
+        event.id = "CAFE0001-0000";
+        event.repoID = appID;
+        // One that no scan resolves by itself, so only the dismissal can.
+        event.kind = ReminderEvent::Kind::endDayReview;
+        event.message = "Review your day before you go.";
+        event.triggeredAt = clock.now();
+        store.upsertReminders({event});
+        ASSERT_TRUE(store.flush());
+    }
+    auto daemon = startDaemon();
+    ASSERT_TRUE(testing::eventually(60s, [&] {
+        return daemon->output().find("quorvane daemon: ready") != std::string::npos;
+    })) << daemon->output();
+    struct stat info {};
+    ASSERT_EQ(::stat(socketPath().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+    // A relative path means the folder the command was typed in, not the daemon's.
+    ShellResult added = quorvane({"repos", "add", "app"}, codeDir());
+    EXPECT_EQ(added.exitCode, 0) << added.stdErr;
+    EXPECT_THAT(added.stdOut, HasSubstr("tracking app (" + appID + ")"));
+    ShellResult folder = quorvane({"folders", "add", "."}, codeDir());
+    EXPECT_EQ(folder.exitCode, 0) << folder.stdErr;
+    ShellResult scanned = quorvane({"scan"});
+    EXPECT_EQ(scanned.exitCode, 0) << scanned.stdErr;
+    // The scan the daemon ran enrolled lib from the scan folder just added.
+    EXPECT_THAT(scanned.stdOut, HasSubstr("newly tracked: "));
+    EXPECT_THAT(scanned.stdOut, HasSubstr("lib"));
+    EXPECT_EQ(quorvane({"folders", "remove", codeDir().string()}).exitCode, 0);
+    ShellResult noted = quorvane({"journal", "--notes", "reviewed the parser"});
+    EXPECT_EQ(noted.exitCode, 0) << noted.stdErr;
+    ShellResult dismissed = quorvane({"reminders", "dismiss", "CAFE0001"});
+    EXPECT_EQ(dismissed.exitCode, 0) << dismissed.stdErr;
+    EXPECT_THAT(dismissed.stdOut, HasSubstr("dismissed: Review your day"));
+    // Errors come back as they would without a daemon, with the same status.
+    ShellResult missing = quorvane({"repos", "remove", "nothing-by-this-name"});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_THAT(missing.stdErr, HasSubstr("is not a tracked repository"));
+    EXPECT_EQ(quorvane({"repos", "add", "--bogus"}).exitCode, 2);
+
+    // The daemon watches what it was told to track: an edit to app becomes a session.
+    app.write("main.c", "v2 in progress");
+    ASSERT_TRUE(testing::eventually(60s, [&] {
+        daemon->signal(SIGUSR1);
+        std::this_thread::sleep_for(300ms);
+        for (const Json& session : read({"sessions", "--json"})) {
+            if (session.at("repoID") == appID) return true;
+        }
+        return false;
+    })) << daemon->output();
+
+    ShellResult removed = quorvane({"repos", "remove", "lib"});
+    EXPECT_EQ(removed.exitCode, 0) << removed.stdErr;
+
+    daemon->signal(SIGTERM);
+    ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
+    EXPECT_FALSE(std::filesystem::exists(socketPath()));
+    // What the commands changed outlived the daemon's own saving at the end.
+    Json repos = read({"repos", "list", "--json"});
+    ASSERT_EQ(repos.size(), 1u);
+    EXPECT_EQ(repos[0].at("id"), appID);
+    EXPECT_THAT(quorvane({"folders", "list"}).stdOut, HasSubstr("No scan folders yet"));
+    EXPECT_EQ(read({"journal", "--json"}).at("manualNotes"), "reviewed the parser");
+    EXPECT_TRUE(read({"reminders", "--json"}).empty());
+
+    // With the daemon gone its writing commands run in this process again.
+    ShellResult alone = quorvane({"journal", "--notes", "after hours"});
+    EXPECT_EQ(alone.exitCode, 0) << alone.stdErr;
+}
+
+TEST_F(DaemonControlTest, TwoClientsAtOnceAndOneKilledMidCommand) {
+    testing::TestRepo fine(codeDir() / "fine");
+    fine.commitFile("a.txt", "a", "first");
+    testing::TestRepo stuck(codeDir() / "stuck");
+    stuck.commitFile("a.txt", "a", "first");
+    ASSERT_EQ(quorvane({"repos", "add", fine.path().string(), stuck.path().string()}).exitCode, 0);
+    // Every git command opens HEAD first; a FIFO there holds the daemon's first scan,
+    // and every command queued behind it, until the test lets it go.
+    std::filesystem::path head = stuck.path() / ".git/HEAD";
+    std::filesystem::rename(head, stuck.path() / ".git/HEAD.real");
+    ASSERT_EQ(::mkfifo(head.c_str(), 0600), 0);
+
+    auto daemon = startDaemon();
+    // A scan sent now waits for the first one; its client is killed while it waits.
+    testing::BackgroundProcess killed(
+        QUORVANE_BINARY, {"scan", "--data-dir", dataDir().string()}, dir_ / "killed.log");
+    std::this_thread::sleep_for(1s);
+    killed.signal(SIGKILL);
+    ASSERT_TRUE(killed.waitForExit(10s).has_value());
+
+    ShellResult first, second;
+    std::jthread a([&] { first = quorvane({"journal", "--date", "2026-11-02", "--notes", "one"}); });
+    std::jthread b([&] { second = quorvane({"journal", "--date", "2026-11-03", "--notes", "two"}); });
+    std::this_thread::sleep_for(500ms);
+    // Let git read HEAD: the open FIFO gets a writer, and a real HEAD takes its place
+    // for the commands after.
+    std::string ref;
+    std::getline(std::ifstream(stuck.path() / ".git/HEAD.real"), ref);
+    ref += "\n";
+    int writer = ::open(head.c_str(), O_WRONLY | O_NONBLOCK);
+    std::filesystem::rename(stuck.path() / ".git/HEAD.real", head);
+    if (writer >= 0) {
+        [[maybe_unused]] ssize_t n = ::write(writer, ref.data(), ref.size());
+        ::close(writer);
+    }
+    a.join();
+    b.join();
+    EXPECT_EQ(first.exitCode, 0) << first.stdErr;
+    EXPECT_EQ(second.exitCode, 0) << second.stdErr;
+    EXPECT_THAT(first.stdOut, HasSubstr("Saved the journal for 2026-11-02."));
+    EXPECT_THAT(second.stdOut, HasSubstr("Saved the journal for 2026-11-03."));
+    EXPECT_THAT(first.stdErr, Not(HasSubstr("locked")));
+
+    // The daemon outlived its killed client and still answers.
+    ShellResult after = quorvane({"scan", "--json"});
+    EXPECT_EQ(after.exitCode, 0) << after.stdErr;
+    EXPECT_EQ(JsonCodec::parse(after.stdOut).size(), 2u);
+    daemon->signal(SIGTERM);
+    ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
+    EXPECT_EQ(read({"journal", "--date", "2026-11-02", "--json"}).at("manualNotes"), "one");
+    EXPECT_EQ(read({"journal", "--date", "2026-11-03", "--json"}).at("manualNotes"), "two");
+}
+
+}  // namespace
+}  // namespace quorvane
