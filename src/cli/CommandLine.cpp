@@ -742,6 +742,33 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     serviceStatus->callback(
         [&] { action = [](CommandContext& c) { return Commands::serviceStatus(c); }; });
 
+    // Hidden: what the build writes from these very definitions and installs beside
+    // the program, so the completions, the manual and the packaged unit match it.
+    // They print without a data folder.
+    std::function<int()> printReference;
+    std::string completionShell, unitExecutable;
+    CLI::App* completion =
+        app.add_subcommand("completion", "Print the completion script for SHELL");
+    completion->group("");
+    completion->add_option("SHELL", completionShell, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    completion->callback([&] {
+        printReference = [&] {
+            return Commands::completion(out, describeCommands(app), completionShell);
+        };
+    });
+    CLI::App* manpage = app.add_subcommand("manpage", "Print the manual page, in roff");
+    manpage->group("");
+    manpage->callback(
+        [&] { printReference = [&] { return Commands::manualPage(out, describeCommands(app)); }; });
+    CLI::App* serviceUnit = service->add_subcommand(
+        "unit", "Print the systemd user unit, for every user, that runs EXECUTABLE's daemon");
+    serviceUnit->group("");
+    serviceUnit->add_option("EXECUTABLE", unitExecutable, "The installed program")->required();
+    serviceUnit->callback(
+        [&] { printReference = [&] { return Commands::serviceUnit(out, unitExecutable); }; });
+
     for (CLI::App* group : {repos, folders, accounts, service}) {
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
@@ -783,6 +810,7 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         int code = app.exit(error, out, err);
         return code == static_cast<int>(CLI::ExitCodes::Success) ? 0 : 2;
     }
+    if (printReference) return printReference();
     if (!action) return 0;
 
     // The commands that change the data folder: while the daemon runs they are sent

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/CommandReference.hpp"
 #include "git/Aggregator.hpp"
 #include "github/AlignmentSummaries.hpp"
 #include "platform/Clock.hpp"
@@ -156,6 +157,14 @@ int branches(CommandContext& context, const std::optional<std::string>& repo, bo
 int serviceInstall(CommandContext& context, bool explicitDataDir);
 int serviceUninstall(CommandContext& context);
 int serviceStatus(CommandContext& context);
+// The unit a package installs for every user, the same as `serviceInstall` writes
+// but for the daemon of `executable`.
+int serviceUnit(std::ostream& out, const std::string& executable);
+
+// The shell completion script for `shell` (bash, zsh or fish) and the manual page,
+// printed from the command definitions so that they cannot drift from them.
+int completion(std::ostream& out, const CommandReference& commands, const std::string& shell);
+int manualPage(std::ostream& out, const CommandReference& commands);
 
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);

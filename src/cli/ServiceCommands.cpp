@@ -76,20 +76,11 @@ bool userManagerAnswers(const CommandContext& context) {
     return systemctl(context, {"show-environment"}).succeeded();
 }
 
-}  // namespace
-
-int serviceInstall(CommandContext& context, bool explicitDataDir) {
-    std::optional<std::string> executable = ownExecutable();
-    if (!executable) {
-        context.err << "quorvane: cannot tell where this program is installed\n";
-        return 1;
-    }
-    std::string command = unitWord(*executable) + " daemon";
-    // The default data folder follows the person's environment; a chosen one is
-    // written down.
-    if (explicitDataDir) command += " --data-dir " + unitWord(context.dataDir.string());
-    std::string unit = fmt::format(
-        "# Written by 'quorvane service install'; 'quorvane service uninstall' removes it.\n"
+// The unit for the daemon started by `command`, after the comment `origin` that
+// says where it came from. The unit a package installs is this one too.
+std::string unitText(const std::string& command, std::string_view origin) {
+    return fmt::format(
+        "{}\n"
         "[Unit]\n"
         "Description=Quorvane: the daily record of your Git work\n"
         "\n"
@@ -103,7 +94,24 @@ int serviceInstall(CommandContext& context, bool explicitDataDir) {
         "\n"
         "[Install]\n"
         "WantedBy=default.target\n",
-        command);
+        origin, command);
+}
+
+}  // namespace
+
+int serviceInstall(CommandContext& context, bool explicitDataDir) {
+    std::optional<std::string> executable = ownExecutable();
+    if (!executable) {
+        context.err << "quorvane: cannot tell where this program is installed\n";
+        return 1;
+    }
+    std::string command = unitWord(*executable) + " daemon";
+    // The default data folder follows the person's environment; a chosen one is
+    // written down.
+    if (explicitDataDir) command += " --data-dir " + unitWord(context.dataDir.string());
+    std::string unit = unitText(
+        command,
+        "# Written by 'quorvane service install'; 'quorvane service uninstall' removes it.");
     fs::path path = unitPath();
     std::error_code ec;
     fs::create_directories(path.parent_path(), ec);
@@ -170,6 +178,13 @@ int serviceStatus(CommandContext& context) {
     context.out << fmt::format("state: {}, {}\n", firstLine(active.stdOut),
                                firstLine(enabled.stdOut));
     context.out << fmt::format("Follow its log with: {}\n", kFollowLog);
+    return 0;
+}
+
+int serviceUnit(std::ostream& out, const std::string& executable) {
+    out << unitText(unitWord(executable) + " daemon",
+                    "# Installed with quorvane for every user. Start it now and at every login "
+                    "with:\n#   systemctl --user enable --now quorvane.service");
     return 0;
 }
 
