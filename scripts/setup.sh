@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Installs every Debian package that building and testing Quorvane needs.
+# Installs every Debian package that building, testing and packaging Quorvane
+# needs: zsh, fish and groff check the completions and the manual page the build
+# writes, and CPack finds the package's libraries with file and dpkg-shlibdeps.
 # Safe to run again: when everything is installed already it changes nothing.
 set -euo pipefail
 
@@ -10,6 +12,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
   dbus-daemon gnome-keyring libsecret-tools
   nodejs npm systemd
+  zsh fish groff-base file dpkg-dev
 )
 
 # Names that installed packages provide: a Node.js from another archive (such as
