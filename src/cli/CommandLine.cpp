@@ -810,7 +810,11 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         int code = app.exit(error, out, err);
         return code == static_cast<int>(CLI::ExitCodes::Success) ? 0 : 2;
     }
-    if (printReference) return printReference();
+    if (printReference) {
+        if (how.service == nullptr) return printReference();
+        err << "quorvane: the daemon runs only commands that change the data folder\n";
+        return 2;
+    }
     if (!action) return 0;
 
     // The commands that change the data folder: while the daemon runs they are sent

@@ -32,6 +32,9 @@ ManualText manualText() {
         {"quorvane.lock",
          "In the data folder: locked by the one process that changes the data folder, such "
          "as the daemon, while it runs."},
+        {"quorvane.sock",
+         "In the data folder, mode 0600: the daemon's control socket. While the daemon runs, "
+         "commands that change the data folder are sent to it there and run by it."},
         {"secrets.json",
          "In the data folder, mode 0600: the tokens, when no Secret Service answers on the "
          "session bus."},
