@@ -279,6 +279,8 @@ TEST_F(CommandLineTest, EveryCommandTeachesItsUseAndBadUsageExitsTwo) {
     EXPECT_THAT(quorvane({"stauts"}).stdErr,
                 HasSubstr("'stauts' is not a command. Did you mean 'status'?"));
     EXPECT_THAT(quorvane({"acc"}).stdErr, HasSubstr("Did you mean 'accounts'?"));
+    // A hidden command is never what a typo meant.
+    EXPECT_THAT(quorvane({"manpag"}).stdErr, ::testing::Not(HasSubstr("Did you mean")));
     EXPECT_EQ(quorvane({"repos", "add"}).exitCode, 2);
 }
 

@@ -790,11 +790,14 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         words.push_back("--help");
     }
     if (!words.empty() && !words[0].starts_with("-")) {
-        std::vector<std::string> commands;
-        for (const CLI::App* command : app.get_subcommands({}))
+        std::vector<std::string> commands, shown;
+        for (const CLI::App* command : app.get_subcommands({})) {
             commands.push_back(command->get_name());
+            // The hidden ones (completion scripts, the manual page) are never suggested.
+            if (!command->get_group().empty()) shown.push_back(command->get_name());
+        }
         if (std::find(commands.begin(), commands.end(), words[0]) == commands.end()) {
-            std::optional<std::string> nearest = nearestCommand(words[0], commands);
+            std::optional<std::string> nearest = nearestCommand(words[0], shown);
             err << fmt::format(
                 "quorvane: '{}' is not a command.{}\n"
                 "Run 'quorvane --help' for the list of commands.\n",
