@@ -15,6 +15,7 @@
 #include "cli/Commands.hpp"
 #include "base/DateHelpers.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/TextLayout.hpp"
 #include "platform/HttpTransport.hpp"
 
 namespace quorvane {
@@ -50,9 +51,26 @@ Examples:
 Run 'quorvane COMMAND --help' for the details of a command.)";
 
 // Lists each command by the first line of its description; the rest of it is
-// shown by that command's own --help.
+// shown by that command's own --help. Help fits the screen: lines longer than it
+// is wide are broken at spaces.
 class SummaryFormatter final : public CLI::Formatter {
 public:
+    explicit SummaryFormatter(size_t width) : width_(width) {}
+
+    std::string make_help(const CLI::App* app, std::string name,
+                          CLI::AppFormatMode mode) const override {
+        std::istringstream lines(CLI::Formatter::make_help(app, std::move(name), mode));
+        std::string help, line;
+        while (std::getline(lines, line)) {
+            for (const std::string& piece : fitHelpLine(line)) help += piece + "\n";
+        }
+        return help;
+    }
+
+    std::string make_description(const CLI::App* app) const override {
+        return reflow(CLI::Formatter::make_description(app));
+    }
+
     std::string make_subcommand(const CLI::App* sub) const override {
         std::string summary = sub->get_description();
         summary = summary.substr(0, summary.find('\n'));
@@ -60,6 +78,70 @@ public:
         CLI::detail::format_help(out, sub->get_display_name(true), summary, column_width_);
         return out.str();
     }
+
+private:
+    // A line too wide for the screen, broken at spaces. A line in two columns (a
+    // name, then its description) continues under the description, or, when the
+    // name leaves too little room, has the description on lines of its own.
+    std::vector<std::string> fitHelpLine(const std::string& line) const {
+        if (line.empty() || TextLayout::visibleWidth(line) <= width_) return {line};
+        size_t start = line.find_first_not_of(' ');
+        if (start == std::string::npos) return {line};
+        std::vector<std::string> lines;
+        std::string head;
+        std::string_view text = std::string_view(line).substr(start);
+        size_t hang = std::min(start, width_ / 2);
+        size_t gap = line.find("  ", start);
+        size_t second = gap == std::string::npos ? gap : line.find_first_not_of(' ', gap);
+        if (second != std::string::npos) {
+            text = std::string_view(line).substr(second);
+            if (TextLayout::visibleWidth(line.substr(0, second)) <= width_ / 2) {
+                head = line.substr(0, second);
+                hang = TextLayout::visibleWidth(head);
+            } else {
+                lines.push_back(line.substr(0, gap));
+                hang = std::min(start + 4, width_ / 2);
+            }
+        }
+        if (head.empty()) head = std::string(hang, ' ');
+        std::vector<std::string> pieces = TextLayout::wrap(text, width_ > hang ? width_ - hang : 1);
+        for (size_t i = 0; i < pieces.size(); ++i) {
+            lines.push_back((i == 0 ? head : std::string(hang, ' ')) + pieces[i]);
+        }
+        return lines;
+    }
+
+    // Paragraphs written for a wider screen are joined and broken anew; the first
+    // line (the summary) and indented lines, such as examples, keep their own.
+    std::string reflow(const std::string& text) const {
+        std::istringstream in(text);
+        std::string out, line;
+        std::vector<std::string> paragraph;
+        auto flush = [&] {
+            bool wide = std::any_of(paragraph.begin(), paragraph.end(), [&](const std::string& l) {
+                return TextLayout::visibleWidth(l) > width_;
+            });
+            if (wide) {
+                std::string joined;
+                for (const std::string& l : paragraph) joined += (joined.empty() ? "" : " ") + l;
+                paragraph = TextLayout::wrap(joined, width_);
+            }
+            for (const std::string& l : paragraph) out += l + "\n";
+            paragraph.clear();
+        };
+        for (bool first = true; std::getline(in, line); first = false) {
+            if (first || line.empty() || line.starts_with(' ')) {
+                flush();
+                out += line + "\n";
+            } else {
+                paragraph.push_back(line);
+            }
+        }
+        flush();
+        return out;
+    }
+
+    size_t width_;
 };
 
 // How many single-character edits turn `a` into `b`.
@@ -99,8 +181,14 @@ std::optional<std::string> nearestCommand(const std::string& typed,
 
 int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                    const ProcessRunner& runner, const Clock& clock) {
+    return runCommandLine(argc, argv, out, err, runner, clock, detectTerminal());
+}
+
+int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                   const ProcessRunner& runner, const Clock& clock, const TerminalStyle& style) {
     CLI::App app(kAbout, "quorvane");
-    app.formatter(std::make_shared<SummaryFormatter>());  // before any command: they inherit it
+    // Before any command: they inherit it.
+    app.formatter(std::make_shared<SummaryFormatter>(style.columns));
     app.require_subcommand(1);
     app.set_version_flag("-V,--version", fmt::format("quorvane {}", AppInfo::version()),
                          "Print the version and exit");
@@ -751,6 +839,8 @@ int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::os
         return 1;
     }
     CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};
+    context.color = style.color;
+    context.columns = style.columns;
     // Decoding errors are handled where files are read; whatever else goes wrong
     // ends the command with its reason rather than an abort. What was saved before
     // stays saved: every file is replaced whole or not at all.

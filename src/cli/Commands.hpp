@@ -27,6 +27,11 @@ struct CommandContext {
     // Set when the daemon runs a command sent over its control socket: the command
     // changes the daemon's own state rather than becoming the data folder's writer.
     AppEnvironment* service = nullptr;
+    // How plain-text output looks where it is read: coloured statuses, and lines no
+    // wider than `columns`. Decided once for the person's terminal; commands never
+    // look at a terminal themselves. JSON output ignores both.
+    bool color = false;
+    size_t columns = 80;
 };
 
 // Each returns the process exit status: 0 done, 1 failed.
