@@ -74,13 +74,18 @@ protected:
             for (std::string line; std::getline(help, line);) {
                 if (!line.empty() && line[0] != ' ') section = line;
                 std::vector<std::string> words = splitWords(line);
-                if (line.rfind("  ", 0) != 0 || words.empty()) continue;
+                // An entry starts in the third column; a description wrapped to the
+                // screen's width goes on further in.
+                if (line.rfind("  ", 0) != 0 || line.size() < 3 || line[2] == ' ' ||
+                    words.empty()) {
+                    continue;
+                }
                 if (section == "Options:" && words[0][0] == '-') {
                     std::istringstream names(words[0]);
                     for (std::string name; std::getline(names, name, ',');) {
                         command.options.push_back(name);
                     }
-                } else if (section == "Subcommands:") {
+                } else if (section == "Subcommands:" && splitWords(command.words).size() < 3) {
                     command.commands.push_back(words[0]);
                     pending.push_back(command.words.empty() ? words[0]
                                                             : command.words + " " + words[0]);

@@ -10,6 +10,7 @@
 
 #include "app/AppEnvironment.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "persistence/Store.hpp"
@@ -145,13 +146,16 @@ Json checkJson(const AppEnvironment::AccountCheck& check) {
 }
 
 // "Work (octocat): connected", or the status and GitHub's reason.
-std::string describeCheck(const AppEnvironment::AccountCheck& check) {
+std::string describeCheck(const CommandContext& context,
+                          const AppEnvironment::AccountCheck& check) {
     const GitHubAccount& account = check.account;
     std::string who = account.username.empty() || account.username == account.displayName
                           ? account.displayName
                           : fmt::format("{} ({})", account.displayName, account.username);
-    if (check.problem.empty()) return fmt::format("{}: {}", who, enumName(account.status));
-    return fmt::format("{}: {} — {}", who, enumName(account.status), check.problem);
+    std::string status =
+        Style::paint(context, Style::toneOf(account.status), enumName(account.status));
+    if (check.problem.empty()) return fmt::format("{}: {}", who, status);
+    return fmt::format("{}: {} — {}", who, status, check.problem);
 }
 
 // Prints a check's outcome; 0 when the account is connected.
@@ -163,7 +167,7 @@ int finishCheck(const CommandContext& context, AppEnvironment& env,
         context.out << JsonCodec::pretty(checkJson(check));
         return status;
     }
-    context.out << verb << " " << describeCheck(check) << "\n";
+    printWrapped(context.out, describeCheck(context, check), context.columns, verb + " ");
     if (check.stored && !check.account.id.empty()) {
         context.out << "  id " << check.account.id << "\n";
     }
@@ -262,20 +266,35 @@ int accountsList(CommandContext& context, bool json) {
         return 0;
     }
     std::vector<std::vector<std::string>> table = {
-        {"ID", "NAME", "LOGIN", "AUTH", "STATUS", "REPOS", "MAPPED", "SYNC", "LAST SYNC", "API"}};
+        {"ID", "NAME", "LOGIN", "AUTH", "STATUS", "REPOS", "MAPPED", "SYNC", "LAST SYNC"}};
     for (const AccountsViewModel::Row& row : rows) {
         const GitHubAccount& account = row.account;
-        table.push_back({shortID(account.id), account.displayName,
-                         account.username.empty() ? "-" : account.username, authWord(account),
-                         std::string(enumName(account.status)), std::to_string(row.reposCount),
-                         std::to_string(row.mappedCount), account.syncEnabled ? "on" : "off",
-                         account.lastSyncAt
-                             ? fmt::format("{} {}", DateHelpers::dateKey(*account.lastSyncAt),
-                                           localClockTime(*account.lastSyncAt))
-                             : "never",
-                         account.apiBaseURL.value_or("github.com")});
+        table.push_back(
+            {Style::paint(context, Tone::dim, shortID(account.id)), account.displayName,
+             account.username.empty() ? "-" : account.username, authWord(account),
+             Style::paint(context, Style::toneOf(account.status), enumName(account.status)),
+             std::to_string(row.reposCount), std::to_string(row.mappedCount),
+             account.syncEnabled ? "on" : Style::paint(context, Tone::dim, "off"),
+             account.lastSyncAt ? fmt::format("{} {}", DateHelpers::dateKey(*account.lastSyncAt),
+                                              localClockTime(*account.lastSyncAt))
+                                : "never"});
     }
-    printTable(context.out, table);
+    using TextLayout::Shrink;
+    printTable(context.out, table,
+               {context.columns,
+                {Shrink::never, Shrink::cutEnd, Shrink::cutEnd, Shrink::never, Shrink::never,
+                 Shrink::never, Shrink::never, Shrink::never, Shrink::wrap},
+                true});
+    // An address would not fit beside nine columns; the few accounts on another
+    // server than github.com name theirs below.
+    bool heading = false;
+    for (const AccountsViewModel::Row& row : rows) {
+        if (!row.account.apiBaseURL) continue;
+        if (!heading) context.out << "\nOn another server than github.com:\n";
+        heading = true;
+        printWrapped(context.out, *row.account.apiBaseURL, context.columns,
+                     "  " + row.account.displayName + ": ");
+    }
     return 0;
 }
 

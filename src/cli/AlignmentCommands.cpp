@@ -3,13 +3,13 @@
 // and sync left it, without the writer lock.
 #include <algorithm>
 #include <ostream>
-#include <sstream>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include "app/AlignmentQueries.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "git/Aggregator.hpp"
@@ -18,6 +18,9 @@
 namespace quorvane::Commands {
 
 namespace {
+
+// Where a command to copy starts, below its repository's line.
+const std::string kCommandPrompt = "      $ ";
 
 // What every view here reads: the configuration and the store, as they are on disk.
 struct Reading {
@@ -50,11 +53,22 @@ std::optional<std::vector<const RepoConfig*>> reposFor(const CommandContext& con
     return std::vector<const RepoConfig*>{repo};
 }
 
-std::string standing(const V2RepoLine& line) {
-    std::string text = line.branch.empty() ? "(detached)" : line.branch;
-    if (line.ahead > 0 || line.behind > 0)
-        text += fmt::format("  ↑{} ↓{}", line.ahead, line.behind);
-    return text;
+// Commits ahead and behind, when there are any.
+std::string arrows(const V2RepoLine& line) {
+    if (line.ahead == 0 && line.behind == 0) return "";
+    return fmt::format("↑{} ↓{}", line.ahead, line.behind);
+}
+
+Tone kindTone(RepositoryMapping::Kind kind) {
+    using Kind = RepositoryMapping::Kind;
+    switch (kind) {
+        case Kind::mapped: return Tone::good;
+        case Kind::localOnly: return Tone::plain;
+        case Kind::remoteOnly: return Tone::plain;
+        case Kind::accountMismatch: return Tone::problem;
+        case Kind::remoteInaccessible: return Tone::problem;
+    }
+    return Tone::plain;
 }
 
 }  // namespace
@@ -82,33 +96,73 @@ int alignment(CommandContext& context, bool json) {
     }
     namespace V = GitAlignmentViewModel;
     const AlignmentOverview& o = *view.overview;
-    context.out << V::kTitle << "\n"
-                << fmt::format("{}: {} {} · {} {} · {} {} · {} {} · {} {} · {} {} · {} {}\n",
-                               V::kCountsHeading, V::kOnGitHubLabel, o.withRemote,
-                               V::kLocalOnlyLabel, o.localOnly, V::kSyncedLabel, o.synced,
-                               V::kNeedsPushLabel, o.needsPush, V::kNeedsPullLabel, o.needsPull,
-                               V::kNoUpstreamLabel, o.noUpstream, V::kDivergedLabel, o.diverged);
-    if (view.derivedOffline) context.out << V::kDerivedMark << "\n";
+    // The counts flow onto more lines when the screen is narrow, never splitting a
+    // label from its count.
+    std::vector<std::string> counts = {fmt::format("{} {}", V::kOnGitHubLabel, o.withRemote),
+                                       fmt::format("{} {}", V::kLocalOnlyLabel, o.localOnly),
+                                       fmt::format("{} {}", V::kSyncedLabel, o.synced),
+                                       fmt::format("{} {}", V::kNeedsPushLabel, o.needsPush),
+                                       fmt::format("{} {}", V::kNeedsPullLabel, o.needsPull),
+                                       fmt::format("{} {}", V::kNoUpstreamLabel, o.noUpstream),
+                                       fmt::format("{} {}", V::kDivergedLabel, o.diverged)};
+    context.out << V::kTitle << "\n";
+    std::string line = fmt::format("{}:", V::kCountsHeading);
+    for (size_t i = 0; i < counts.size(); ++i) {
+        std::string next = (i == 0 ? " " : " · ") + counts[i];
+        if (context.columns > 0 &&
+            displayWidth(line) + displayWidth(next) + (i + 1 < counts.size() ? 2 : 0) >
+                context.columns) {
+            context.out << line << (i == 0 ? "" : " ·") << "\n";
+            line = "  " + counts[i];
+        } else {
+            line += next;
+        }
+    }
+    context.out << line << "\n";
+    if (view.derivedOffline)
+        context.out << Style::paint(context, Tone::dim, V::kDerivedMark) << "\n";
     if (view.sections.empty()) {
         context.out << "\n" << V::kEmptyTitle << "\n" << V::kEmptyText << "\n";
         return 0;
     }
+    using TextLayout::Shrink;
+    const size_t prompt = displayWidth(kCommandPrompt);
     for (const V::Section& section : view.sections) {
-        context.out << "\n" << V::sectionTitle(section.status) << "\n";
+        context.out << "\n"
+                    << Style::paint(context, Style::toneOf(section.status),
+                                    V::sectionTitle(section.status))
+                    << "\n";
+        // Every repository's line is laid out in one table, so the columns line up
+        // across the section, then printed with its command below it.
         std::vector<std::vector<std::string>> rows;
         for (const V::Entry& entry : section.entries) {
-            const V2RepoLine& line = entry.line;
-            rows.push_back({"  " + line.name, standing(line), fmt::format("health {}", line.health),
-                            line.account.value_or("")});
+            const V2RepoLine& entryLine = entry.line;
+            rows.push_back({"  " + entryLine.name,
+                            entryLine.branch.empty() ? "(detached)" : entryLine.branch,
+                            arrows(entryLine),
+                            Style::paint(context, Style::healthTone(entryLine.health),
+                                         fmt::format("health {}", entryLine.health)),
+                            entryLine.account.value_or("")});
         }
-        std::ostringstream table;
-        printTable(table, rows);
-        std::istringstream lines(table.str());
-        std::string text;
-        for (const V::Entry& entry : section.entries) {
-            std::getline(lines, text);
-            context.out << text << "\n";
-            if (entry.suggestion) context.out << "      $ " << entry.suggestion->command << "\n";
+        std::vector<std::string> lines = TextLayout::layoutTable(
+            rows, {context.columns,
+                   {Shrink::cutEnd, Shrink::cutEnd, Shrink::never, Shrink::never, Shrink::cutEnd}});
+        for (size_t i = 0; i < section.entries.size(); ++i) {
+            context.out << lines[i] << "\n";
+            const std::optional<ActionSuggestion>& suggestion = section.entries[i].suggestion;
+            if (!suggestion) continue;
+            std::vector<std::string> command = TextLayout::wrapCommand(
+                suggestion->command, context.columns > prompt ? context.columns - prompt : 0);
+            context.out << kCommandPrompt << command[0] << "\n";
+            // Continuations line up under the command, or further left when a long
+            // word needs the room: the shell does not mind where they start.
+            for (size_t j = 1; j < command.size(); ++j) {
+                size_t width = displayWidth(command[j]);
+                size_t indent = context.columns == 0 || prompt + width <= context.columns
+                                    ? prompt
+                                    : (context.columns > width ? context.columns - width : 0);
+                context.out << std::string(indent, ' ') << command[j] << "\n";
+            }
         }
     }
     return 0;
@@ -136,12 +190,17 @@ int inventory(CommandContext& context, InventoryFilter filter, const std::string
         std::vector<std::string> tags;
         if (row.isPrivate) tags.emplace_back(V::kPrivateTag);
         if (row.isArchived) tags.emplace_back(V::kArchivedTag);
-        table.push_back({row.name, std::string(V::kindBadge(row.kind)),
+        table.push_back({row.name,
+                         Style::paint(context, kindTone(row.kind), V::kindBadge(row.kind)),
                          row.account.empty() ? "-" : row.account,
                          tags.empty() ? "-" : fmt::format("{}", fmt::join(tags, ",")),
                          row.localPath.value_or("-")});
     }
-    printTable(context.out, table);
+    using TextLayout::Shrink;
+    printTable(context.out, table,
+               {context.columns,
+                {Shrink::cutEnd, Shrink::never, Shrink::cutEnd, Shrink::never, Shrink::cutMiddle},
+                true});
     context.out << "\n" << rows.size() << V::kCountSuffix << "\n";
     return 0;
 }
@@ -157,27 +216,39 @@ int backlog(CommandContext& context, bool json) {
         return 0;
     }
     namespace V = RepoBacklogViewModel;
-    std::vector<std::pair<std::string_view, const std::vector<V::Item>*>> groups = {
-        {V::kActiveTitle, &view.active},
-        {V::kNeedsCleanupTitle, &view.needsCleanup},
-        {V::kRemoteOnlyTitle, &view.remoteOnly},
-        {V::kStaleTitle, &view.stale},
-        {V::kLocalOnlyTitle, &view.localOnly}};
+    struct Group {
+        std::string_view title;
+        const std::vector<V::Item>* items;
+        Tone tone;
+    };
+    std::vector<Group> groups = {{V::kActiveTitle, &view.active, Tone::good},
+                                 {V::kNeedsCleanupTitle, &view.needsCleanup, Tone::attention},
+                                 {V::kRemoteOnlyTitle, &view.remoteOnly, Tone::plain},
+                                 {V::kStaleTitle, &view.stale, Tone::dim},
+                                 {V::kLocalOnlyTitle, &view.localOnly, Tone::plain}};
     bool any = false;
-    for (const auto& [title, items] : groups) any = any || !items->empty();
+    for (const Group& group : groups) any = any || !group.items->empty();
     if (!any) {
         context.out << V::kEmptyTitle << "\n" << V::kEmptyText << "\n";
         return 0;
     }
     context.out << V::kTitle << "\n" << V::kSubtitle << "\n";
-    for (const auto& [title, items] : groups) {
-        if (items->empty()) continue;
-        context.out << "\n" << title << " (" << items->size() << ")\n";
-        for (const V::Item& item : *items) {
-            context.out << "  " << item.name << "  " << item.detail
-                        << (item.isPrivate ? "  [Private]" : "")
-                        << (item.isArchived ? "  [Archived]" : "") << "\n";
+    using TextLayout::Shrink;
+    for (const Group& group : groups) {
+        if (group.items->empty()) continue;
+        context.out << "\n"
+                    << Style::paint(context, group.tone,
+                                    fmt::format("{} ({})", group.title, group.items->size()))
+                    << "\n";
+        std::vector<std::vector<std::string>> rows;
+        for (const V::Item& item : *group.items) {
+            std::string tags = std::string(item.isPrivate ? "[Private]" : "") +
+                               (item.isPrivate && item.isArchived ? "  " : "") +
+                               (item.isArchived ? "[Archived]" : "");
+            rows.push_back({"  " + item.name, item.detail, tags});
         }
+        printTable(context.out, rows,
+                   {context.columns, {Shrink::cutEnd, Shrink::cutMiddle, Shrink::never}});
     }
     return 0;
 }
@@ -206,11 +277,13 @@ int health(CommandContext& context, const std::optional<std::string>& repo, bool
         return 0;
     }
     for (const auto& [config, score] : scores) {
-        context.out << fmt::format("{}  {}\n", displayNameOf(*config), score.score);
+        context.out << fmt::format(
+            "{}  {}\n", displayNameOf(*config),
+            Style::paint(context, Style::healthTone(score.score), std::to_string(score.score)));
         for (const std::string& reason : score.reasonsNegative)
-            context.out << "  - " << reason << "\n";
+            printWrapped(context.out, reason, context.columns, "  - ");
         for (const std::string& reason : score.reasonsPositive)
-            context.out << "  + " << reason << "\n";
+            printWrapped(context.out, reason, context.columns, "  + ");
     }
     return 0;
 }
@@ -250,11 +323,21 @@ int branches(CommandContext& context, const std::optional<std::string>& repo, bo
             {"  BRANCH", "HERE", "GITHUB", "UPSTREAM", "AHEAD", "BEHIND", "HEAD"}};
         for (const BranchRecord& b : records) {
             table.push_back({"  " + b.name, b.isLocal ? "yes" : "-", b.isRemote ? "yes" : "-",
-                             b.upstreamName.value_or("-"), std::to_string(b.aheadCount),
-                             std::to_string(b.behindCount),
-                             b.lastCommitSha ? b.lastCommitSha->substr(0, 8) : "-"});
+                             b.upstreamName.value_or("-"),
+                             b.aheadCount > 0 ? Style::paint(context, Tone::attention,
+                                                             std::to_string(b.aheadCount))
+                                              : std::to_string(b.aheadCount),
+                             b.behindCount > 0 ? Style::paint(context, Tone::attention,
+                                                              std::to_string(b.behindCount))
+                                               : std::to_string(b.behindCount),
+                             Style::paint(context, Tone::dim,
+                                          b.lastCommitSha ? b.lastCommitSha->substr(0, 8) : "-")});
         }
-        printTable(context.out, table);
+        using TextLayout::Shrink;
+        printTable(context.out, table,
+                   {context.columns,
+                    {Shrink::cutEnd, Shrink::never, Shrink::never, Shrink::cutEnd},
+                    true});
     }
     if (!any) context.out << "No branches recorded yet: they come with a sync (quorvane sync).\n";
     return 0;

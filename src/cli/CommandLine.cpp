@@ -18,6 +18,7 @@
 #include "cli/ControlProtocol.hpp"
 #include "base/DateHelpers.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/TextLayout.hpp"
 #include "platform/HttpTransport.hpp"
 
 namespace quorvane {
@@ -53,9 +54,26 @@ Examples:
 Run 'quorvane COMMAND --help' for the details of a command.)";
 
 // Lists each command by the first line of its description; the rest of it is
-// shown by that command's own --help.
+// shown by that command's own --help. Help fits the screen: lines longer than it
+// is wide are broken at spaces.
 class SummaryFormatter final : public CLI::Formatter {
 public:
+    explicit SummaryFormatter(size_t width) : width_(width) {}
+
+    std::string make_help(const CLI::App* app, std::string name,
+                          CLI::AppFormatMode mode) const override {
+        std::istringstream lines(CLI::Formatter::make_help(app, std::move(name), mode));
+        std::string help, line;
+        while (std::getline(lines, line)) {
+            for (const std::string& piece : fitHelpLine(line)) help += piece + "\n";
+        }
+        return help;
+    }
+
+    std::string make_description(const CLI::App* app) const override {
+        return reflow(CLI::Formatter::make_description(app));
+    }
+
     std::string make_subcommand(const CLI::App* sub) const override {
         std::string summary = sub->get_description();
         summary = summary.substr(0, summary.find('\n'));
@@ -63,6 +81,70 @@ public:
         CLI::detail::format_help(out, sub->get_display_name(true), summary, column_width_);
         return out.str();
     }
+
+private:
+    // A line too wide for the screen, broken at spaces. A line in two columns (a
+    // name, then its description) continues under the description, or, when the
+    // name leaves too little room, has the description on lines of its own.
+    std::vector<std::string> fitHelpLine(const std::string& line) const {
+        if (line.empty() || TextLayout::visibleWidth(line) <= width_) return {line};
+        size_t start = line.find_first_not_of(' ');
+        if (start == std::string::npos) return {line};
+        std::vector<std::string> lines;
+        std::string head;
+        std::string_view text = std::string_view(line).substr(start);
+        size_t hang = std::min(start, width_ / 2);
+        size_t gap = line.find("  ", start);
+        size_t second = gap == std::string::npos ? gap : line.find_first_not_of(' ', gap);
+        if (second != std::string::npos) {
+            text = std::string_view(line).substr(second);
+            if (TextLayout::visibleWidth(line.substr(0, second)) <= width_ / 2) {
+                head = line.substr(0, second);
+                hang = TextLayout::visibleWidth(head);
+            } else {
+                lines.push_back(line.substr(0, gap));
+                hang = std::min(start + 4, width_ / 2);
+            }
+        }
+        if (head.empty()) head = std::string(hang, ' ');
+        std::vector<std::string> pieces = TextLayout::wrap(text, width_ > hang ? width_ - hang : 1);
+        for (size_t i = 0; i < pieces.size(); ++i) {
+            lines.push_back((i == 0 ? head : std::string(hang, ' ')) + pieces[i]);
+        }
+        return lines;
+    }
+
+    // Paragraphs written for a wider screen are joined and broken anew; the first
+    // line (the summary) and indented lines, such as examples, keep their own.
+    std::string reflow(const std::string& text) const {
+        std::istringstream in(text);
+        std::string out, line;
+        std::vector<std::string> paragraph;
+        auto flush = [&] {
+            bool wide = std::any_of(paragraph.begin(), paragraph.end(), [&](const std::string& l) {
+                return TextLayout::visibleWidth(l) > width_;
+            });
+            if (wide) {
+                std::string joined;
+                for (const std::string& l : paragraph) joined += (joined.empty() ? "" : " ") + l;
+                paragraph = TextLayout::wrap(joined, width_);
+            }
+            for (const std::string& l : paragraph) out += l + "\n";
+            paragraph.clear();
+        };
+        for (bool first = true; std::getline(in, line); first = false) {
+            if (first || line.empty() || line.starts_with(' ')) {
+                flush();
+                out += line + "\n";
+            } else {
+                paragraph.push_back(line);
+            }
+        }
+        flush();
+        return out;
+    }
+
+    size_t width_;
 };
 
 // How many single-character edits turn `a` into `b`.
@@ -133,7 +215,9 @@ int forward(ControlClient& daemon, CommandContext& context, std::vector<std::str
         words = Commands::journalWords(*edited);
     }
     request.arguments = std::move(words);
-    request.terminal.progress = context.progress;
+    // A window narrower or wider than any layout is made for is laid out at the nearest.
+    request.terminal = {context.color, std::clamp<size_t>(context.columns, 20, 1000),
+                        context.progress};
     return daemon.run(request, context.out, context.err);
 }
 
@@ -145,12 +229,16 @@ struct Invocation {
     std::filesystem::path workingDir;
     std::optional<std::string> input;
     ControlProtocol::TerminalLayout terminal;
+    // Colour and width for the person's terminal (the client's, for the daemon).
+    TerminalStyle style;
 };
 
 int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& err,
              const ProcessRunner& runner, const Clock& clock, const Invocation& how) {
+    const TerminalStyle& style = how.style;
     CLI::App app(kAbout, "quorvane");
-    app.formatter(std::make_shared<SummaryFormatter>());  // before any command: they inherit it
+    // Before any command: they inherit it.
+    app.formatter(std::make_shared<SummaryFormatter>(style.columns));
     app.require_subcommand(1);
     app.set_version_flag("-V,--version", fmt::format("quorvane {}", AppInfo::version()),
                          "Print the version and exit");
@@ -837,6 +925,8 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         CommandContext context{out, err, runner, clock, how.serviceDataDir,
                                how.terminal.progress};
         context.service = how.service;
+        context.color = style.color;
+        context.columns = style.columns;
         context.workingDir = how.workingDir;
         context.input = how.input;
         try {
@@ -862,6 +952,8 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         return 1;
     }
     CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};
+    context.color = style.color;
+    context.columns = style.columns;
     if (writes) {
         if (std::optional<ControlClient> running = ControlClient::connect(dir, err)) {
             return forward(*running, context, words, accountsAdd->parsed() ? &addOptions : nullptr,
@@ -883,9 +975,16 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
 
 int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                    const ProcessRunner& runner, const Clock& clock) {
+    return runCommandLine(argc, argv, out, err, runner, clock, detectTerminal());
+}
+
+int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                   const ProcessRunner& runner, const Clock& clock, const TerminalStyle& style) {
     std::vector<std::string> words;
     for (int i = 1; i < argc; ++i) words.emplace_back(argv[i]);
-    return runWords(std::move(words), out, err, runner, clock, Invocation{});
+    Invocation how;
+    how.style = style;
+    return runWords(std::move(words), out, err, runner, clock, how);
 }
 
 int runForwardedCommand(const ControlProtocol::Request& request, std::ostream& out,
@@ -897,6 +996,7 @@ int runForwardedCommand(const ControlProtocol::Request& request, std::ostream& o
     how.workingDir = request.workingDirectory;
     how.input = request.input;
     how.terminal = request.terminal;
+    how.style = TerminalStyle{request.terminal.color, request.terminal.columns};
     return runWords(request.arguments, out, err, runner, clock, how);
 }
 

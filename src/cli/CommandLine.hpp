@@ -6,6 +6,7 @@
 #include "cli/ControlProtocol.hpp"
 #include "platform/Clock.hpp"
 #include "platform/ProcessRunner.hpp"
+#include "platform/TerminalStyle.hpp"
 
 namespace quorvane {
 
@@ -13,6 +14,10 @@ namespace quorvane {
 // 0 done, 1 the command failed, 2 the command line was wrong.
 int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
                    const ProcessRunner& runner, const Clock& clock);
+// The same for output read elsewhere than on this process's standard output, such
+// as by a client on another terminal: `style` says how that output is shown.
+int runCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+                   const ProcessRunner& runner, const Clock& clock, const TerminalStyle& style);
 
 class AppEnvironment;
 

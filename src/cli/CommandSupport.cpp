@@ -103,26 +103,30 @@ WorkTree workTreeAt(const CommandContext& context, const std::string& path) {
 }
 
 size_t displayWidth(std::string_view text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
+    return TextLayout::visibleWidth(text);
 }
 
 void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows) {
-    std::vector<size_t> widths;
-    for (const auto& row : rows) {
-        widths.resize(std::max(widths.size(), row.size()), 0);
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], displayWidth(row[i]));
-    }
-    for (const auto& row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 < row.size()) line.append(widths[i] - displayWidth(row[i]) + 2, ' ');
+    printTable(out, rows, TextLayout::TableFit{});
+}
+
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
+                const TextLayout::TableFit& fit) {
+    for (const std::string& line : TextLayout::layoutTable(rows, fit)) out << line << '\n';
+}
+
+void printWrapped(std::ostream& out, std::string_view text, size_t width, std::string_view prefix) {
+    size_t indent = displayWidth(prefix);
+    // No width is no limit; a prefix as wide as the line still leaves one column.
+    size_t room = width == 0 ? 0 : (width > indent ? width - indent : 1);
+    std::vector<std::string> lines = TextLayout::wrap(text, room);
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (i == 0) {
+            out << prefix;
+        } else {
+            out << std::string(indent, ' ');
         }
-        while (!line.empty() && line.back() == ' ') line.pop_back();
-        out << line << '\n';
+        out << lines[i] << '\n';
     }
 }
 

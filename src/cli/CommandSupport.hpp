@@ -10,6 +10,7 @@
 
 #include "cli/Commands.hpp"
 #include "base/DateHelpers.hpp"
+#include "base/TextLayout.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
@@ -81,11 +82,19 @@ struct WorkTree {
 };
 WorkTree workTreeAt(const CommandContext& context, const std::string& path);
 
-// Display width of UTF-8 text, counted in code points.
+// The columns UTF-8 text takes on a terminal; colour escapes take none.
 size_t displayWidth(std::string_view text);
 
 // Columns padded to their widest cell, two spaces apart, no trailing blanks.
 void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows);
+// The same, fitted to `fit.width` by the columns `fit.shrink` lets give way.
+void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
+                const TextLayout::TableFit& fit);
+
+// Prints `text` broken at spaces into lines of at most `width` columns, the first
+// line after `prefix` and the others indented as far as the prefix reaches.
+void printWrapped(std::ostream& out, std::string_view text, size_t width,
+                  std::string_view prefix = "");
 
 // "1 commit", "2 commits", "3 repositories", "4 days".
 std::string plural(int count, std::string_view noun);

@@ -33,6 +33,11 @@ struct CommandContext {
     std::filesystem::path workingDir{};
     // What the command reads from standard input, when it was read elsewhere.
     std::optional<std::string> input{};
+    // How plain-text output looks where it is read: coloured statuses, and lines no
+    // wider than `columns`. Decided once for the person's terminal; commands never
+    // look at a terminal themselves. JSON output ignores both.
+    bool color = false;
+    size_t columns = 80;
 };
 
 // Each returns the process exit status: 0 done, 1 failed.

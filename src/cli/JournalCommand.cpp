@@ -103,7 +103,7 @@ int runEditor(const fs::path& file) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-void printEntry(std::ostream& out, const std::string& dateKey,
+void printEntry(std::ostream& out, size_t width, const std::string& dateKey,
                 const std::optional<DailyJournal>& entry) {
     out << fmt::format("Journal for {}\n", dateKey);
     bool any = false;
@@ -112,7 +112,7 @@ void printEntry(std::ostream& out, const std::string& dateKey,
         any = true;
         out << fmt::format("\n{}\n", field.heading);
         for (std::string_view line : Text::nonEmptyLines(*((*entry).*field.member))) {
-            out << "  " << line << '\n';
+            printWrapped(out, line, width, "  ");
         }
     }
     if (!any) {
@@ -164,7 +164,7 @@ int journal(CommandContext& context, const JournalOptions& options) {
         if (options.json) {
             context.out << JsonCodec::pretty(entry ? toJson(*entry) : Json());
         } else {
-            printEntry(context.out, dateKey, entry);
+            printEntry(context.out, context.columns, dateKey, entry);
         }
         return 0;
     }

@@ -6,6 +6,7 @@
 
 #include "app/AppEnvironment.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "base/EnumNames.hpp"
 #include "persistence/Store.hpp"
 #include "reports/ReminderEvent.hpp"
@@ -43,16 +44,23 @@ int reminders(CommandContext& context, bool all, bool json) {
     if (all) rows[0].push_back("RESOLVED");
     for (const ReminderEvent& event : events) {
         rows.push_back(
-            {shortID(event.id),
+            {Style::paint(context, Tone::dim, shortID(event.id)),
              DateHelpers::dateKey(event.triggeredAt) + " " + localClockTime(event.triggeredAt),
-             std::string(enumName(event.kind)), event.message});
+             Style::paint(context, event.resolvedAt ? Tone::dim : Style::toneOf(event.kind),
+                          enumName(event.kind)),
+             event.message});
         if (all) {
             rows.back().push_back(event.resolvedAt ? DateHelpers::dateKey(*event.resolvedAt) + " " +
                                                          localClockTime(*event.resolvedAt)
                                                    : "open");
         }
     }
-    printTable(context.out, rows);
+    // A reminder's message is a sentence to read whole: it wraps within its column.
+    using TextLayout::Shrink;
+    printTable(context.out, rows,
+               {context.columns,
+                {Shrink::never, Shrink::wrap, Shrink::never, Shrink::wrap, Shrink::wrap},
+                true});
     if (!all) context.out << "\nDismiss one with: quorvane reminders dismiss ID\n";
     return 0;
 }

@@ -14,6 +14,7 @@
 
 #include "app/AppEnvironment.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "app/Enrollment.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
@@ -103,10 +104,15 @@ int reposList(CommandContext& context, bool json) {
     std::vector<std::vector<std::string>> rows = {{"NAME", "DEFAULT", "TRACKED", "PATH", "REMOTE"}};
     for (const RepoConfig& repo : config.repositories) {
         rows.push_back({repo.displayName.value_or(repo.name), repo.defaultBranch,
-                        repo.trackingEnabled ? "yes" : "paused", repo.localPath,
-                        repo.remoteURL.value_or("-")});
+                        repo.trackingEnabled ? "yes" : Style::paint(context, Tone::dim, "paused"),
+                        repo.localPath, repo.remoteURL.value_or("-")});
     }
-    printTable(context.out, rows);
+    using TextLayout::Shrink;
+    printTable(
+        context.out, rows,
+        {context.columns,
+         {Shrink::cutEnd, Shrink::cutEnd, Shrink::never, Shrink::cutMiddle, Shrink::cutMiddle},
+         true});
     return 0;
 }
 

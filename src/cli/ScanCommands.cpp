@@ -14,6 +14,7 @@
 
 #include "app/AppEnvironment.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "app/Enrollment.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
@@ -34,7 +35,7 @@ namespace fs = std::filesystem;
 namespace {
 
 // The state table of `scan` and `status`: one row per repository, in configuration order.
-void printStates(std::ostream& out, const std::vector<const RepoConfig*>& repos,
+void printStates(const CommandContext& context, const std::vector<const RepoConfig*>& repos,
                  const std::vector<std::optional<RepoSnapshot>>& snapshots) {
     std::vector<std::vector<std::string>> rows = {
         {"REPOSITORY", "BRANCH", "CHANGES", "UPSTREAM", "TODAY", ""}};
@@ -42,16 +43,28 @@ void printStates(std::ostream& out, const std::vector<const RepoConfig*>& repos,
         std::string name = repos[i]->displayName.value_or(repos[i]->name);
         const std::optional<RepoSnapshot>& snapshot = snapshots[i];
         if (!snapshot) {
-            rows.push_back({name, "-", "-", "-", "-", "not scanned yet"});
+            rows.push_back(
+                {name, "-", "-", "-", "-", Style::paint(context, Tone::dim, "not scanned yet")});
         } else if (snapshot->error) {
-            rows.push_back({name, "-", "-", "-", "-", "error: " + *snapshot->error});
+            rows.push_back({name, "-", "-", "-", "-",
+                            Style::paint(context, Tone::problem, "error: " + *snapshot->error)});
         } else {
-            rows.push_back({name, snapshot->isDetachedHead ? "(detached)" : snapshot->branch,
-                            describeChanges(snapshot->files), describeUpstream(*snapshot),
-                            plural(snapshot->commitsToday, "commit"), ""});
+            rows.push_back(
+                {name, snapshot->isDetachedHead ? "(detached)" : snapshot->branch,
+                 Style::paint(context, Style::changesTone(snapshot->files),
+                              describeChanges(snapshot->files)),
+                 Style::paint(context, Style::upstreamTone(*snapshot), describeUpstream(*snapshot)),
+                 plural(snapshot->commitsToday, "commit"), ""});
         }
     }
-    printTable(out, rows);
+    // An error goes below its repository's row when the row has no room for it.
+    using TextLayout::Shrink;
+    printTable(
+        context.out, rows,
+        {context.columns,
+         {Shrink::cutEnd, Shrink::cutEnd, Shrink::wrapItems, Shrink::wrapItems, Shrink::never},
+         true,
+         true});
 }
 
 }  // namespace
@@ -81,12 +94,14 @@ int scan(CommandContext& context, bool json) {
         context.out << JsonCodec::pretty(array);
         return status;
     }
-    for (const std::string& id : enrolled) context.out << fmt::format("newly tracked: {}\n", id);
+    for (const std::string& id : enrolled) {
+        printWrapped(context.out, id, context.columns, "newly tracked: ");
+    }
     if (active.empty()) {
         context.out << kNothingTracked;
         return status;
     }
-    printStates(context.out, active, snapshots);
+    printStates(context, active, snapshots);
     return status;
 }
 
@@ -109,12 +124,17 @@ int sync(CommandContext& context, bool scanFirst, bool json) {
         context.out << "No GitHub account to sync.\n";
         return status;
     }
-    context.out << fmt::format("{} synced, {} failed; {}, {} linked to their remote\n",
-                               plural(summary.accountsSynced, "account"),
-                               plural(summary.accountsFailed, "account"),
-                               plural(summary.remoteRepos, "remote repository"),
-                               plural(summary.mappedRepos, "repository"));
-    for (const std::string& error : summary.errors) context.out << "  " << error << "\n";
+    printWrapped(context.out,
+                 fmt::format("{} synced, {} failed; {}, {} linked to their remote",
+                             plural(summary.accountsSynced, "account"),
+                             plural(summary.accountsFailed, "account"),
+                             plural(summary.remoteRepos, "remote repository"),
+                             plural(summary.mappedRepos, "repository")),
+                 context.columns);
+    for (const std::string& error : summary.errors) {
+        printWrapped(context.out, Style::paint(context, Tone::problem, error), context.columns,
+                     "  ");
+    }
     return status;
 }
 
@@ -142,7 +162,7 @@ int status(CommandContext& context, bool json) {
     for (const auto& snapshot : snapshots) {
         if (snapshot && (!newest || snapshot->capturedAt > *newest)) newest = snapshot->capturedAt;
     }
-    printStates(context.out, active, snapshots);
+    printStates(context, active, snapshots);
     context.out << (newest ? fmt::format("\nlast scan: {} {}\n", DateHelpers::dateKey(*newest),
                                          localClockTime(*newest))
                            : std::string("\nnot scanned yet: run quorvane scan\n"));
@@ -178,11 +198,16 @@ int commits(CommandContext& context, const CommitsOptions& options) {
         auto name = names.find(commit.repoID);
         rows.push_back(
             {DateHelpers::dateKey(commit.committedAt) + " " + localClockTime(commit.committedAt),
-             commit.shortSha,
+             Style::paint(context, Tone::dim, commit.shortSha),
              name != names.end() ? name->second : fs::path(commit.repoID).filename().string(),
-             commit.isLocalOnly ? "local" : "", commit.message});
+             commit.isLocalOnly ? Style::paint(context, Tone::attention, "local") : "",
+             commit.message});
     }
-    printTable(context.out, rows);
+    // One line per commit, as git's own short log: a long subject is cut, not wrapped.
+    using TextLayout::Shrink;
+    printTable(context.out, rows,
+               {context.columns,
+                {Shrink::never, Shrink::never, Shrink::cutEnd, Shrink::never, Shrink::cutEnd}});
     return 0;
 }
 
@@ -195,9 +220,11 @@ int doctor(CommandContext& context) {
     bool writable = ::access(context.dataDir.c_str(), W_OK) == 0;
     std::optional<std::string> unsafe = PathHelpers::dataFolderProblem(context.dataDir);
     rows.push_back({"data folder", context.dataDir.string(),
-                    unsafe     ? "unsafe: " + *unsafe
-                    : writable ? fmt::format("ok (mode {:o})", static_cast<unsigned>(perms) & 0777)
-                               : "not writable"});
+                    unsafe     ? Style::paint(context, Tone::problem, "unsafe: " + *unsafe)
+                    : writable ? Style::paint(context, Tone::good,
+                                              fmt::format("ok (mode {:o})",
+                                                          static_cast<unsigned>(perms) & 0777))
+                               : Style::paint(context, Tone::problem, "not writable")});
     healthy = healthy && writable && !unsafe;
 
     ProcessRequest version;
@@ -205,9 +232,11 @@ int doctor(CommandContext& context) {
     version.arguments = {"--version"};
     version.timeout = 15;
     ShellResult git = context.runner.run(version);
-    rows.push_back({"git", std::string(GitCommand::kGitPath),
-                    git.succeeded() ? "ok (" + firstLine(git.stdOut) + ")"
-                                    : "not usable: " + firstLine(git.stdErr)});
+    rows.push_back(
+        {"git", std::string(GitCommand::kGitPath),
+         git.succeeded()
+             ? Style::paint(context, Tone::good, "ok (" + firstLine(git.stdOut) + ")")
+             : Style::paint(context, Tone::problem, "not usable: " + firstLine(git.stdErr))});
     healthy = healthy && git.succeeded();
 
     rows.push_back({"secret store",
@@ -222,15 +251,18 @@ int doctor(CommandContext& context) {
                     ""});
 
     AtomicFile::ReadResult file = AtomicFile::read(context.dataDir / "config.json");
-    std::string configState = "not written yet (defaults)";
+    std::string configState = Style::paint(context, Tone::dim, "not written yet (defaults)");
     if (file.bytes) {
         try {
             AppConfig config = ConfigService::decode(*file.bytes);
-            configState = fmt::format(
-                "ok ({}, {})", plural(static_cast<int>(config.repositories.size()), "repository"),
-                plural(static_cast<int>(config.scanFolders.size()), "scan folder"));
+            configState = Style::paint(
+                context, Tone::good,
+                fmt::format("ok ({}, {})",
+                            plural(static_cast<int>(config.repositories.size()), "repository"),
+                            plural(static_cast<int>(config.scanFolders.size()), "scan folder")));
         } catch (const DecodeError& error) {
-            configState = std::string("unreadable: ") + error.what();
+            configState =
+                Style::paint(context, Tone::problem, std::string("unreadable: ") + error.what());
             healthy = false;
         }
     }
@@ -243,10 +275,15 @@ int doctor(CommandContext& context) {
     }
     std::sort(quarantined.begin(), quarantined.end());
     rows.push_back({"set aside",
-                    quarantined.empty() ? std::string("no unreadable files")
-                                        : fmt::format("{}", fmt::join(quarantined, ", ")),
+                    quarantined.empty()
+                        ? Style::paint(context, Tone::good, "no unreadable files")
+                        : Style::paint(context, Tone::attention,
+                                       fmt::format("{}", fmt::join(quarantined, ", "))),
                     ""});
-    printTable(context.out, rows);
+    // A diagnosis keeps every word: long values wrap rather than lose their ends,
+    // and a verdict with its reasons goes below its row when the row has no room.
+    using TextLayout::Shrink;
+    printTable(context.out, rows, {context.columns, {Shrink::never, Shrink::wrap}, false, true});
     return healthy ? 0 : 1;
 }
 

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <map>
 #include <ostream>
+#include <span>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -14,6 +15,7 @@
 #include "cli/CommandSupport.hpp"
 #include "cli/Commands.hpp"
 #include "app/Queries.hpp"
+#include "cli/Style.hpp"
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"
 #include "platform/DesktopNotifier.hpp"
@@ -72,10 +74,16 @@ std::string statusWord(RepoStatus status) {
     return "";
 }
 
-std::string statusWords(const std::vector<RepoStatus>& statuses) {
+std::string statusWords(const CommandContext& context, const std::vector<RepoStatus>& statuses) {
     std::vector<std::string> words;
-    for (RepoStatus status : statuses) words.push_back(statusWord(status));
+    for (RepoStatus status : statuses) {
+        words.push_back(Style::paint(context, Style::toneOf(status), statusWord(status)));
+    }
     return fmt::format("{}", fmt::join(words, ", "));
+}
+
+std::string syncWord(const CommandContext& context, SyncState::Status status) {
+    return Style::paint(context, Style::toneOf(status), enumName(status));
 }
 
 std::string sourceWords(WorkSession::Source source) {
@@ -130,6 +138,8 @@ bool anySnapshot(const View& view) {
 constexpr const char* kNotScanned =
     "Nothing is recorded yet: the views show what scans store. Run: quorvane scan\n";
 
+constexpr std::array<const char*, 7> kWeekdays = {"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"};
+
 // The heatmap's shades, from an empty day to the busiest.
 constexpr std::array<const char*, 5> kShades = {"·", "░", "▒", "▓", "█"};
 
@@ -150,9 +160,7 @@ std::tm localParts(Date date) {
 
 // Rows Monday to Sunday, one column per week, the oldest week on the left; the month
 // labels sit above the column holding each month's first day.
-void printCalendar(std::ostream& out, const std::vector<DayBreakdown>& days) {
-    static constexpr std::array<const char*, 7> kWeekdays = {"Mon", "Tue", "Wed", "Thu",
-                                                             "Fri", "Sat", "Sun"};
+void printCalendar(std::ostream& out, std::span<const DayBreakdown> days) {
     static constexpr std::array<const char*, 12> kMonths = {
         "Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     const std::string margin = "    ";
@@ -199,7 +207,27 @@ void printCalendar(std::ostream& out, const std::vector<DayBreakdown>& days) {
         while (!line.empty() && line.back() == ' ') line.pop_back();
         out << line << '\n';
     }
-    out << margin << "less";
+}
+
+// As many calendars as it takes to fit `width`, one below the other, oldest first:
+// every one but the first starts on a Monday, so the rows keep their weekdays.
+void printCalendars(std::ostream& out, const std::vector<DayBreakdown>& days, size_t width) {
+    // The weekday margin and a month label's overhang past its week take 6 columns.
+    size_t weeks = width > 7 + 6 ? width - 6 : 7;
+    size_t lead = 0;
+    for (size_t row = 0; row < kWeekdays.size(); ++row) {
+        if (days.front().weekday == kWeekdays[row]) lead = row;
+    }
+    std::span<const DayBreakdown> rest(days);
+    size_t take = weeks * 7 - lead;
+    while (!rest.empty()) {
+        if (rest.size() != days.size()) out << '\n';
+        size_t count = std::min(take, rest.size());
+        printCalendar(out, rest.first(count));
+        rest = rest.subspan(count);
+        take = weeks * 7;
+    }
+    out << "    less";
     for (const char* glyph : kShades) out << ' ' << glyph;
     out << " more\n";
 }
@@ -261,17 +289,23 @@ int today(CommandContext& context, bool json, bool scanFirst) {
         {"REPOSITORY", "BRANCH", "COMMITS", "CHANGES", "TIME", "STATUS", "LAST COMMIT"}};
     if (!synced.empty()) rows[0].push_back("GITHUB");
     for (const RepoTodayLine& line : summary.lines) {
-        rows.push_back({line.name, branchCell(line.branch), countCell(line.commitsToday),
-                        describeChanges(line.files), durationCell(line.estimatedSeconds),
-                        statusWords(line.statuses), momentCell(line.lastCommitAt, view.now)});
+        rows.push_back(
+            {line.name, branchCell(line.branch), countCell(line.commitsToday),
+             Style::paint(context, Style::changesTone(line.files), describeChanges(line.files)),
+             durationCell(line.estimatedSeconds), statusWords(context, line.statuses),
+             momentCell(line.lastCommitAt, view.now)});
         if (!synced.empty()) {
             auto found = synced.find(line.repoID);
-            rows.back().push_back(found == synced.end() ? "-"
-                                                        : std::string(enumName(found->second)));
+            rows.back().push_back(found == synced.end() ? "-" : syncWord(context, found->second));
         }
     }
     context.out << '\n';
-    printTable(context.out, rows);
+    using TextLayout::Shrink;
+    printTable(context.out, rows,
+               {context.columns,
+                {Shrink::cutEnd, Shrink::cutEnd, Shrink::never, Shrink::wrapItems, Shrink::never,
+                 Shrink::wrapItems, Shrink::wrap, Shrink::never},
+                true});
     return 0;
 }
 
@@ -307,7 +341,11 @@ int sessions(CommandContext& context, const SessionsOptions& options) {
                         std::string(enumName(session.confidence))});
     }
     context.out << fmt::format("Work sessions on {}\n\n", dayKey);
-    printTable(context.out, rows);
+    using TextLayout::Shrink;
+    printTable(context.out, rows,
+               {context.columns,
+                {Shrink::cutEnd, Shrink::never, Shrink::never, Shrink::never, Shrink::wrap},
+                true});
     context.out << fmt::format("\n{}, {}\n", plural(static_cast<int>(found.size()), "session"),
                                duration(total));
     return 0;
@@ -345,8 +383,9 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
         context.out << fmt::format("most neglected: {}\n", *summary.mostNeglected);
     }
     for (const RepoTodayLine& line : summary.needsAttention) {
-        context.out << fmt::format("needs attention: {} ({})\n", line.name,
-                                   statusWords(line.statuses));
+        printWrapped(context.out,
+                     fmt::format("{} ({})", line.name, statusWords(context, line.statuses)),
+                     context.columns, "needs attention: ");
     }
     context.out << '\n';
     std::vector<std::vector<std::string>> repoRows = {{"REPOSITORY", "COMMITS", "TIME", "PATH"}};
@@ -354,7 +393,10 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
         repoRows.push_back(
             {line.name, countCell(line.commits), durationCell(line.seconds), line.localPath});
     }
-    printTable(context.out, repoRows);
+    using TextLayout::Shrink;
+    printTable(
+        context.out, repoRows,
+        {context.columns, {Shrink::cutEnd, Shrink::never, Shrink::never, Shrink::cutMiddle}, true});
     return 0;
 }
 
@@ -370,18 +412,19 @@ int heatmap(CommandContext& context, int days, bool json) {
         return 0;
     }
     if (cells.empty()) return 0;
-    printCalendar(context.out, cells);
+    printCalendars(context.out, cells, context.columns);
     int commits = 0, seconds = 0, activeDays = 0;
     for (const DayBreakdown& cell : cells) {
         commits += cell.commitCount;
         seconds += cell.seconds;
         if (cell.commitCount > 0 || cell.seconds > 0) ++activeDays;
     }
-    context.out << fmt::format("\n{} on {} of the last {} ({} to {})", plural(commits, "commit"),
-                               plural(activeDays, "day"), plural(days, "day"),
-                               cells.front().dateKey, cells.back().dateKey);
-    if (seconds > 0) context.out << fmt::format(", {} of work", duration(seconds));
+    std::string summary = fmt::format(
+        "{} on {} of the last {} ({} to {})", plural(commits, "commit"), plural(activeDays, "day"),
+        plural(days, "day"), cells.front().dateKey, cells.back().dateKey);
+    if (seconds > 0) summary += fmt::format(", {} of work", duration(seconds));
     context.out << '\n';
+    printWrapped(context.out, summary, context.columns);
     return 0;
 }
 
@@ -407,14 +450,21 @@ int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) 
         {"REPOSITORY", "BRANCH", "LAST ACTIVITY", "COMMITS TODAY", "TIME", "CHANGES", "STATUS"}};
     if (anySync) table[0].push_back("GITHUB");
     for (const ActivityRow& row : rows) {
-        table.push_back({row.name, branchCell(row.branch), momentCell(row.lastActivityAt, view.now),
-                         countCell(row.commitsToday), durationCell(row.estimatedSecondsToday),
-                         describeChanges(row.files), statusWords(row.statuses)});
+        table.push_back(
+            {row.name, branchCell(row.branch), momentCell(row.lastActivityAt, view.now),
+             countCell(row.commitsToday), durationCell(row.estimatedSecondsToday),
+             Style::paint(context, Style::changesTone(row.files), describeChanges(row.files)),
+             statusWords(context, row.statuses)});
         if (anySync) {
-            table.back().push_back(row.syncStatus ? std::string(enumName(*row.syncStatus)) : "-");
+            table.back().push_back(row.syncStatus ? syncWord(context, *row.syncStatus) : "-");
         }
     }
-    printTable(context.out, table);
+    using TextLayout::Shrink;
+    printTable(context.out, table,
+               {context.columns,
+                {Shrink::cutEnd, Shrink::cutEnd, Shrink::wrap, Shrink::wrap, Shrink::never,
+                 Shrink::wrapItems, Shrink::wrapItems, Shrink::never},
+                true});
     return 0;
 }
 
