@@ -18,6 +18,7 @@
 #include "cli/ControlProtocol.hpp"
 #include "base/DateHelpers.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "platform/HttpTransport.hpp"
 
 namespace quorvane {
@@ -64,40 +65,6 @@ public:
         return out.str();
     }
 };
-
-// How many single-character edits turn `a` into `b`.
-size_t editDistance(std::string_view a, std::string_view b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
-// The command `typed` most likely meant: the one it starts, or the nearest within
-// two edits; nothing when none is close.
-std::optional<std::string> nearestCommand(const std::string& typed,
-                                          const std::vector<std::string>& commands) {
-    std::optional<std::string> best;
-    size_t bestDistance = 3;
-    for (const std::string& name : commands) {
-        if (!typed.empty() && name.starts_with(typed)) return name;
-        size_t distance = editDistance(typed, name);
-        if (distance < bestDistance) {
-            bestDistance = distance;
-            best = name;
-        }
-    }
-    return best;
-}
-
 
 // Runs a command that changes the data folder in the daemon that holds it. What the
 // daemon cannot do for the person happens here first: a new account's token is
@@ -797,7 +764,7 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
             if (!command->get_group().empty()) shown.push_back(command->get_name());
         }
         if (std::find(commands.begin(), commands.end(), words[0]) == commands.end()) {
-            std::optional<std::string> nearest = nearestCommand(words[0], shown);
+            std::optional<std::string> nearest = Text::nearestName(words[0], shown);
             err << fmt::format(
                 "quorvane: '{}' is not a command.{}\n"
                 "Run 'quorvane --help' for the list of commands.\n",
