@@ -147,10 +147,11 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "A path inside a repository tracks the whole repository. A path that is not in a\n"
         "Git working tree is refused, and then nothing is added.\n"
         "A newly tracked repository's recent history is read at once: the commits of its\n"
-        "local branches from the last historyDays days (90 by default, set in config.json;\n"
-        "0 reads none), and for each of those days its commit count and branches, so the\n"
-        "week, heatmap and insights views have a past from the first day. No work time\n"
-        "is invented for those days: time comes only from what scans see happen.");
+        "local branches from the last historyDays days (90 by default; 'quorvane config\n"
+        "set historyDays N' changes it, 0 reads none), and for each of those days its\n"
+        "commit count and branches, so the week, heatmap and insights views have a past\n"
+        "from the first day. No work time is invented for those days: time comes only\n"
+        "from what scans see happen.");
     reposAdd->add_option("PATH", addPaths, "Repository folders")->required();
     reposAdd->callback(
         [&] { action = [&](CommandContext& c) { return Commands::reposAdd(c, addPaths); }; });
@@ -653,8 +654,8 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "A reminder is raised once, when its condition appears (unpushed commits, changes\n"
         "worked on today with no commit, a branch behind its remote, changes left for\n"
         "days), shown as a desktop notification, and resolved by the first scan that finds\n"
-        "the condition gone. The switches and thresholds are under \"reminders\" in\n"
-        "config.json.");
+        "the condition gone. Their switches and thresholds are the reminders.* settings\n"
+        "of 'quorvane config list'.");
     reminders->require_subcommand(0, 1);
     reminders->add_flag("--all", remindersAll, "Also list resolved reminders (kept 30 days)");
     reminders->add_flag("--json", remindersJson, "Print the reminders as a JSON array");
@@ -708,6 +709,63 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "status", "Say whether the unit is installed, what it runs, and whether it is running");
     serviceStatus->callback(
         [&] { action = [](CommandContext& c) { return Commands::serviceStatus(c); }; });
+
+    // config
+    CLI::App* configCommand = app.add_subcommand(
+        "config",
+        "Read and change the settings in config.json by name\n"
+        "Each setting has a dotted name, such as sync.interval for \"interval\" inside\n"
+        "\"sync\". 'set' checks the value before anything is written and prints what\n"
+        "changed; an edit you made to config.json by hand is kept, the change is made on\n"
+        "top of it. When the daemon makes the change, it follows it at once: a new scan\n"
+        "or sync interval, review time or set of watched folders needs no restart. Lists\n"
+        "keep their own commands: 'folders' for scanFolders, 'repos' for repositories\n"
+        "and ignoredRepoIDs, 'accounts' for accounts.");
+    configCommand->require_subcommand(1);
+    std::string configKey, configValue;
+    bool configJson = false;
+    CLI::App* configList = configCommand->add_subcommand(
+        "list",
+        "Show every setting, its value and what it takes\n"
+        "One setting a line, as 'KEY = VALUE', followed by what it does and the values it\n"
+        "takes. With --json, one object of dotted keys and their values.");
+    configList->add_flag("--json", configJson, "Print {\"KEY\": value, ...} as JSON");
+    configList->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::configList(c, configJson); }; });
+    CLI::App* configGet = configCommand->add_subcommand(
+        "get",
+        "Print the value of one setting\n"
+        "As 'set' takes it: true, 10, m30, 21:30; none for no value, \"\" for empty text.");
+    configGet->add_option("KEY", configKey, "A dotted key, such as sync.interval")->required();
+    configGet->add_flag("--json", configJson, "Print the value as JSON");
+    configGet->callback([&] {
+        action = [&](CommandContext& c) { return Commands::configGet(c, configKey, configJson); };
+    });
+    CLI::App* configSet = configCommand->add_subcommand(
+        "set",
+        "Change one setting, after checking the value\n"
+        "A value is a whole number within the key's range, true or false, a name spelled\n"
+        "as config.json keeps it (m30, dark, applySettings), a time of day as HH:MM, or\n"
+        "none to clear an optional number. A refused value changes nothing and exits 1.\n"
+        "Prints the change, as 'scanIntervalMinutes: 10 → 5', or says it was unchanged.");
+    configSet->add_option("KEY", configKey, "A dotted key, such as sync.interval")->required();
+    configSet->add_option("VALUE", configValue, "The new value")->required();
+    configSet->callback([&] {
+        action = [&](CommandContext& c) { return Commands::configSet(c, configKey, configValue); };
+    });
+    // After the commands are made, so that list and get do not inherit it.
+    const std::string configFooter = Commands::configKeysHelp() + R"(
+Examples:
+  quorvane config list                       every setting, value and meaning
+  quorvane config get sync.interval          one value, such as m30
+  quorvane config set scanIntervalMinutes 5  scan every 5 minutes
+  quorvane config set dailyReviewTime 18:45  the end-of-day reminder at 18:45
+  quorvane config set sync.interval manual   sync only on 'quorvane sync'
+  quorvane config set agent.autoApproveConfidenceThreshold none)";
+    configCommand->footer(configFooter);
+    configSet->footer(configFooter);
+    addDataDir(configCommand);
+    for (CLI::App* command : configCommand->get_subcommands({})) addDataDir(command);
 
     // Hidden: what the build writes from these very definitions and installs beside
     // the program, so the completions, the manual and the packaged unit match it.
