@@ -47,7 +47,6 @@ std::string anotherValue(const ConfigKeys::Key& key, const AppConfig& config) {
 
 TEST(ConfigKeysTest, EachKindOfValueTakesItsOwnFormAndNothingElse) {
     EXPECT_EQ(accepted("sync.wifiOnly", "true"), Json(true));
-    EXPECT_EQ(accepted("reminders.needsPush", "false"), Json(false));
     EXPECT_EQ(refusal("sync.wifiOnly", "yes"), "sync.wifiOnly takes true or false, not \"yes\"");
     refusal("sync.wifiOnly", "True");
 
@@ -57,10 +56,7 @@ TEST(ConfigKeysTest, EachKindOfValueTakesItsOwnFormAndNothingElse) {
               "scanIntervalMinutes takes a whole number from 1 to 1440, not \"0\"");
     refusal("scanIntervalMinutes", "1441");
     refusal("scanIntervalMinutes", "5m");
-    refusal("scanIntervalMinutes", "");
     refusal("scanIntervalMinutes", "99999999999999999999");
-    EXPECT_EQ(accepted("historyDays", "0"), Json(0));
-    refusal("historyDays", "-1");
 
     EXPECT_EQ(accepted("agent.autoApproveConfidenceThreshold", "none"), Json(nullptr));
     EXPECT_EQ(accepted("agent.autoApproveConfidenceThreshold", "80"), Json(80));
@@ -70,7 +66,6 @@ TEST(ConfigKeysTest, EachKindOfValueTakesItsOwnFormAndNothingElse) {
     refusal("scanIntervalMinutes", "none");  // only an optional number may be cleared
 
     EXPECT_EQ(accepted("dailyReviewTime", "9:05"), Json("09:05"));
-    EXPECT_EQ(accepted("dailyReviewTime", "00:00"), Json("00:00"));
     EXPECT_EQ(accepted("dailyReviewTime", "23:59"), Json("23:59"));
     for (const char* wrong :
          {"24:00", "12:60", "12:5", "1230", "123:00", ":30", "ab:cd", "12:30 "}) {
@@ -78,11 +73,9 @@ TEST(ConfigKeysTest, EachKindOfValueTakesItsOwnFormAndNothingElse) {
     }
 
     EXPECT_EQ(accepted("sync.interval", "h1"), Json("h1"));
-    EXPECT_EQ(accepted("theme", "dark"), Json("dark"));
     EXPECT_EQ(accepted("agent.permissionLevel", "safeGit"), Json("safeGit"));
     EXPECT_EQ(refusal("sync.interval", "M30"),
               "sync.interval takes manual, m15, m30 or h1, not \"M30\"");
-    refusal("ai.provider", "openai");
 
     EXPECT_EQ(accepted("ai.ollamaModel", "qwen2.5-coder:7b"), Json("qwen2.5-coder:7b"));
     refusal("ai.ollamaModel", "");
