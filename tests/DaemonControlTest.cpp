@@ -163,6 +163,34 @@ TEST_F(DaemonControlTest, EveryWritingCommandRunsInTheDaemonAndItActsOnItAtOnce)
     EXPECT_EQ(alone.exitCode, 0) << alone.stdErr;
 }
 
+TEST_F(DaemonControlTest, AHandEditAndAConfigSetWhileItRunsAreBothKept) {
+    auto daemon = startDaemon();
+    ASSERT_TRUE(testing::eventually(60s, [&] {
+        return daemon->output().find("quorvane daemon: ready") != std::string::npos;
+    })) << daemon->output();
+    auto config = [&] {
+        std::ifstream file(dataDir() / "config.json");
+        return JsonCodec::parse(std::string((std::istreambuf_iterator<char>(file)), {}));
+    };
+    Json edited = config();
+    edited["historyDays"] = 7;
+    std::ofstream(dataDir() / "config.json") << edited.dump(2);
+
+    ShellResult set = quorvane({"config", "set", "scanIntervalMinutes", "3"});
+    EXPECT_EQ(set.exitCode, 0) << set.stdErr;
+    EXPECT_THAT(set.stdOut, HasSubstr("scanIntervalMinutes: 10 → 3"));
+    ShellResult refused = quorvane({"config", "set", "scanIntervalMinutes", "often"});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(config().at("historyDays"), 7);
+    EXPECT_EQ(config().at("scanIntervalMinutes"), 3);
+
+    daemon->signal(SIGTERM);
+    ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
+    // The daemon's last save wrote neither setting back to what it had loaded.
+    EXPECT_EQ(config().at("historyDays"), 7);
+    EXPECT_EQ(config().at("scanIntervalMinutes"), 3);
+}
+
 TEST_F(DaemonControlTest, ANewAccountsTokenGoesToTheDaemonAndNowhereElse) {
     // The token goes to the file secret store, which the daemon, a child, reads too.
     const char* saved = std::getenv("DBUS_SESSION_BUS_ADDRESS");

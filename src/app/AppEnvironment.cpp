@@ -1,6 +1,7 @@
 #include "app/AppEnvironment.hpp"
 
 #include <algorithm>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -25,6 +26,15 @@ std::vector<std::string> idsOf(const AppConfig& config) {
     std::vector<std::string> ids;
     for (const RepoConfig& repo : config.repositories) ids.push_back(repo.id);
     return ids;
+}
+
+// The folders the watcher follows: those of the repositories with tracking on.
+std::vector<std::string> watchedPaths(const AppConfig& config) {
+    std::vector<std::string> paths;
+    for (const RepoConfig& repo : config.repositories) {
+        if (repo.trackingEnabled) paths.push_back(repo.localPath);
+    }
+    return paths;
 }
 
 }  // namespace
@@ -149,7 +159,7 @@ bool AppEnvironment::scanNow() {
             env.scanFinished_.notify_all();
         }
     } scanEnd{*this};
-    if (adoptConfigEdits()) startWatcher();
+    adoptConfigEdits();
     autoEnrollNewRepos();
 
     Date now = clock_.now();
@@ -428,9 +438,40 @@ std::optional<std::string> AppEnvironment::changeConfig(
 bool AppEnvironment::adoptConfigEdits() {
     std::optional<AppConfig> edited = configService_.reloadIfChanged();
     if (!edited) return false;
-    std::lock_guard lock(mutex_);
-    config_ = std::move(*edited);
+    AppConfig before;
+    {
+        std::lock_guard lock(mutex_);
+        before = std::exchange(config_, *edited);
+    }
+    followConfig(before, *edited);
     return true;
+}
+
+void AppEnvironment::followConfig(const AppConfig& before, const AppConfig& after) {
+    if (watchedPaths(before) != watchedPaths(after)) startWatcher();
+    if (before.scanIntervalMinutes != after.scanIntervalMinutes ||
+        before.dailyReviewTime != after.dailyReviewTime ||
+        before.sync.interval != after.sync.interval) {
+        rescheduleTasks();
+    }
+}
+
+void AppEnvironment::rescheduleTasks() {
+    {
+        std::lock_guard lock(schedulerMutex_);
+        scanRescheduled_ = true;
+    }
+    schedulerWake_.notify_all();
+    {
+        std::lock_guard lock(reviewMutex_);
+        reviewRescheduled_ = true;
+    }
+    reviewWake_.notify_all();
+    {
+        std::lock_guard lock(syncMutex_);
+        syncRescheduled_ = true;
+    }
+    syncWake_.notify_all();
 }
 
 void AppEnvironment::loadScanMemos() {
@@ -492,17 +533,22 @@ bool AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& ch
         std::lock_guard lock(mutex_);
         saveProblem_.clear();
     }
+    // The save takes in a hand edit too; doing it here first makes `before` hold
+    // it, so what follows answers the edit and the change alike.
+    adoptConfigEdits();
+    AppConfig before = config();
     bool saved = !changeConfig(change).has_value();
-    startWatcher();
+    AppConfig after = config();
+    followConfig(before, after);
     bool running;
     {
         std::lock_guard lock(mutex_);
         running = didBootstrap_;
     }
-    if (running) {
-        startPeriodicScanning();
-        startPeriodicSync();
-    }
+    // The periodic sync follows a new interval itself, but none runs while syncs are
+    // manual: one starts, or the idle one goes, when that changes.
+    bool periodic = after.sync.interval != SyncPrefs::Interval::manual;
+    if (running && periodic != isPeriodicSyncRunning()) startPeriodicSync();
     return saved;
 }
 
@@ -530,15 +576,21 @@ void AppEnvironment::requestScan() {
 
 void AppEnvironment::periodicLoop(std::stop_token stop) {
     while (!stop.stop_requested()) {
-        // Read at every round, so an interval edited by hand takes effect. A year at
-        // most: longer waits overflow the clock's arithmetic.
-        int minutes = std::clamp(config().scanIntervalMinutes, 1, 366 * 24 * 60);
+        const auto roundStart = std::chrono::steady_clock::now();
         {
             std::unique_lock lock(schedulerMutex_);
             // Sleeps until the interval ends, a scan is asked for or a stop is
-            // requested, whichever comes first: no wake-up in between.
-            schedulerWake_.wait_for(lock, stop, std::chrono::minutes(minutes),
-                                    [this] { return scanRequested_; });
+            // requested, whichever comes first: no wake-up in between, but for a new
+            // interval, which is then measured from the start of this round.
+            for (;;) {
+                scanRescheduled_ = false;
+                // A year at most: longer waits overflow the clock's arithmetic.
+                int minutes = std::clamp(config().scanIntervalMinutes, 1, 366 * 24 * 60);
+                bool woken = schedulerWake_.wait_until(
+                    lock, stop, roundStart + std::chrono::minutes(minutes),
+                    [this] { return scanRequested_ || scanRescheduled_; });
+                if (!woken || scanRequested_) break;
+            }
             scanRequested_ = false;
         }
         if (stop.stop_requested()) return;
@@ -574,15 +626,22 @@ void AppEnvironment::startDailyReviewScheduling() {
 
 void AppEnvironment::dailyReviewLoop(std::stop_token stop) {
     while (!stop.stop_requested()) {
-        double seconds =
-            DailyReview::secondsUntilNextReview(config().dailyReviewTime, clock_.now());
         {
             std::unique_lock lock(reviewMutex_);
-            // A deadline on the wall clock, so time spent suspended counts toward it.
-            auto due = std::chrono::system_clock::now() +
-                       std::chrono::duration_cast<std::chrono::system_clock::duration>(
-                           std::chrono::duration<double>(seconds));
-            reviewWake_.wait_until(lock, stop, due, [] { return false; });
+            // Woken early only by a new review time, which is then counted from now.
+            for (;;) {
+                reviewRescheduled_ = false;
+                double seconds =
+                    DailyReview::secondsUntilNextReview(config().dailyReviewTime, clock_.now());
+                // A deadline on the wall clock, so time spent suspended counts toward it.
+                auto due = std::chrono::system_clock::now() +
+                           std::chrono::duration_cast<std::chrono::system_clock::duration>(
+                               std::chrono::duration<double>(seconds));
+                if (!reviewWake_.wait_until(lock, stop, due,
+                                            [this] { return reviewRescheduled_; })) {
+                    break;
+                }
+            }
         }
         if (stop.stop_requested()) return;
         try {
@@ -626,10 +685,7 @@ void AppEnvironment::startWatcher() {
         bootstrapped = didBootstrap_;
     }
     if (!bootstrapped || stopping_) return;
-    std::vector<std::string> paths;
-    for (const RepoConfig& repo : config().repositories) {
-        if (repo.trackingEnabled) paths.push_back(repo.localPath);
-    }
+    std::vector<std::string> paths = watchedPaths(config());
     if (paths.empty()) return;
     watcher_.start(paths,
                    [this](const std::string& path, Date when) { noteFileActivity(path, when); });

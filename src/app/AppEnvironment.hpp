@@ -83,19 +83,25 @@ public:
     // start enrols it whole.
     std::vector<std::string> addDiscovered(const std::vector<DiscoveredRepo>& found);
 
-    // Changes the configuration, saves it and restarts the periodic scan. False when
-    // it could not be saved; `saveProblem` says why.
+    // Changes the configuration and saves it. An edit made by hand to config.json
+    // since it was last read is taken in first, so the change lands on top of it and
+    // never reverts it; an edit that does not decode is never written over, and then
+    // nothing is saved. In the running service, what depends on a changed setting
+    // follows it at once: the watcher, the periodic scan, the periodic sync and the
+    // end-of-day review. False when it could not be saved; `saveProblem` says why.
     bool applyConfigChange(const std::function<void(AppConfig&)>& change);
 
     // Takes in an edit made by hand to config.json since it was last read, when
-    // there is one that can be decoded. True when the running configuration changed.
+    // there is one that can be decoded, and lets the running service follow it.
+    // True when the running configuration changed.
     bool adoptConfigEdits();
 
     // Why the last scan, or a configuration change since, left something unsaved;
     // empty when everything was written.
     std::string saveProblem() const;
 
-    // Replaces the periodic scan task: every scanIntervalMinutes (at least 1).
+    // Replaces the periodic scan task: every scanIntervalMinutes (at least 1). A new
+    // interval counts from the start of the round under way.
     void startPeriodicScanning();
 
     // Watches the tracked repositories' folders anew. The watcher belongs to the
@@ -103,7 +109,8 @@ public:
     void startWatcher();
     bool isWatching() const { return watcher_.isRunning(); }
 
-    // Replaces the end-of-day review task: at config.dailyReviewTime each day.
+    // Replaces the end-of-day review task: at config.dailyReviewTime each day. A new
+    // time is taken at once, not after the review already waited for.
     void startDailyReviewScheduling();
 
     // Raises the end-of-day reminder, replacing an open one, when it is switched on.
@@ -156,7 +163,8 @@ public:
     bool hasSyncableAccount() const;
     bool isSyncing() const;
 
-    // Replaces the periodic sync task: every sync.interval, none when it is manual.
+    // Replaces the periodic sync task: every sync.interval, none when it is manual. A
+    // new interval counts from the start of the round under way.
     void startPeriodicSync();
     bool isPeriodicSyncRunning();
     // One round of the periodic sync. False when it passed: no account has sync on,
@@ -208,6 +216,12 @@ private:
     // reverted. Returns the reason it was not saved, if it was not.
     std::optional<std::string> changeConfig(const std::function<void(AppConfig&)>& change);
     void noteSaveProblem(const std::string& problem);
+    // Brings the running service in line with a configuration that was `before`:
+    // the watcher when the watched folders changed, and the periodic tasks, woken to
+    // read their timing again. Never waits for a task, so any thread may call it.
+    void followConfig(const AppConfig& before, const AppConfig& after);
+    // Wakes the periodic tasks to read their interval or time again.
+    void rescheduleTasks();
     // The account with its status as GitHub now answers for its token.
     AccountCheck validatedStamp(const GitHubAccount& account);
     // Stores the account, mirrors it into config.json and saves both.
@@ -264,12 +278,14 @@ private:
     std::mutex schedulerMutex_;
     std::condition_variable_any schedulerWake_;
     bool scanRequested_ = false;
+    bool scanRescheduled_ = false;
     std::jthread scheduler_;
 
     // The end-of-day review task, replaced like the periodic one.
     std::mutex reviewLifecycle_;
     std::mutex reviewMutex_;
     std::condition_variable_any reviewWake_;
+    bool reviewRescheduled_ = false;
     std::jthread reviewer_;
 
     // The periodic sync task, replaced like the periodic scan, and the one sync
@@ -277,6 +293,7 @@ private:
     std::mutex syncLifecycle_;
     std::mutex syncMutex_;
     std::condition_variable_any syncWake_;
+    bool syncRescheduled_ = false;
     std::jthread syncer_;
     std::jthread startupSync_;
 

@@ -10,6 +10,7 @@
 #include "base/PathHelpers.hpp"
 #include "git/GitParsing.hpp"
 #include "persistence/AtomicFile.hpp"
+#include "persistence/ConfigKeys.hpp"
 #include "platform/Cancellation.hpp"
 #include "platform/DesktopNotifier.hpp"
 #include "platform/Shell.hpp"
@@ -529,6 +530,107 @@ TEST(AppEnvironmentTest, AHandEditOfTheConfigurationIsTakenInNeverReverted) {
     env.scanNow();
     EXPECT_EQ(env.config().scanIntervalMinutes, 50);
     EXPECT_EQ(env.saveProblem(), "");
+}
+
+// What `quorvane config set` does: one key's value checked, then applied.
+std::function<void(AppConfig&)> setting(const std::string& key, const std::string& value) {
+    ConfigKeys::Parsed parsed = ConfigKeys::parse(key, value);
+    EXPECT_EQ(parsed.error, "");
+    return [parsed](AppConfig& config) { ConfigKeys::apply(config, *parsed.key, parsed.value); };
+}
+
+TEST(AppEnvironmentTest, ASettingLandsOnTopOfAHandEditAndNeverOnAnUnreadableOne) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
+    FakeProcessRunner runner;
+    AppEnvironment env(dir.path(), clock, runner);
+    env.load();
+    const std::filesystem::path file = dir / "config.json";
+    auto onDisk = [&] { return *AtomicFile::read(file).bytes; };
+
+    // One key changed by hand, the way an editor does it: the text, not the record.
+    Json edited = Json::parse(onDisk());
+    edited["historyDays"] = 7;
+    testing::writeFile(file, edited.dump(2));
+    ASSERT_TRUE(env.applyConfigChange(setting("scanIntervalMinutes", "5")));
+    AppConfig saved = ConfigService::decode(onDisk());
+    EXPECT_EQ(saved.historyDays, 7);
+    EXPECT_EQ(saved.scanIntervalMinutes, 5);
+    EXPECT_EQ(env.config().historyDays, 7);
+    EXPECT_EQ(env.config().scanIntervalMinutes, 5);
+
+    // A hand edit that does not decode is the person's unfinished work: it stays as
+    // it is, in place, and the setting says why it was not saved.
+    const std::string unfinished = R"({"historyDays": 14, "theme": )";
+    testing::writeFile(file, unfinished);
+    EXPECT_FALSE(env.applyConfigChange(setting("theme", "dark")));
+    EXPECT_THAT(env.saveProblem(), ::testing::HasSubstr("config.json cannot be read"));
+    EXPECT_EQ(onDisk(), unfinished);
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+        EXPECT_FALSE(entry.path().filename().string().starts_with("config.json.corrupt"));
+    }
+
+    // Once it decodes, it is taken in and the next setting lands on it.
+    testing::writeFile(file, R"({"historyDays": 14})");
+    ASSERT_TRUE(env.applyConfigChange(setting("sync.wifiOnly", "true")));
+    saved = ConfigService::decode(onDisk());
+    EXPECT_EQ(saved.historyDays, 14);
+    EXPECT_TRUE(saved.sync.wifiOnly);
+    EXPECT_EQ(saved.scanIntervalMinutes, 10);  // the file now says nothing of it
+    EXPECT_EQ(env.config(), saved);
+}
+
+TEST(AppEnvironmentTest, TheRunningServiceFollowsANewReviewTimeAndSyncIntervalAtOnce) {
+    testing::TempDir dir;
+    // The suite runs in UTC: one second before 12:01.
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:59Z"));
+    FakeProcessRunner runner;
+    // Each review shown moves the clock on an hour, so it falls due once, not again
+    // every second of a clock that stands still.
+    struct Reviews final : Notifier {
+        explicit Reviews(testing::FakeClock& moved) : clock(moved) {}
+        void post(const ReminderEvent& event) override {
+            std::lock_guard lock(mutex);
+            shown.push_back(event.triggeredAt);
+            clock.advance(1h);
+        }
+        void close(const std::string&) override {}
+        size_t count() {
+            std::lock_guard lock(mutex);
+            return shown.size();
+        }
+        testing::FakeClock& clock;
+        std::mutex mutex;
+        std::vector<Date> shown;
+    } reviews(clock);
+    AppEnvironment env(dir.path(), clock, runner, &reviews);
+    env.load();
+    env.applyConfigChange(setting("sync.interval", "manual"));
+    env.bootstrap();
+    EXPECT_EQ(reviews.count(), 0u);  // 21:30 is hours away
+
+    // Set while the review waits for 21:30: it falls due a second later, not tonight.
+    ASSERT_TRUE(env.applyConfigChange(setting("dailyReviewTime", "12:01")));
+    ASSERT_TRUE(testing::eventually(10s, [&] { return reviews.count() == 1; }));
+
+    // An edit by hand, taken in by a scan, is followed the same way.
+    AppConfig byHand = env.config();
+    byHand.dailyReviewTime = "13:01";  // the clock says 13:00:59 now
+    testing::writeFile(dir / "config.json", ConfigService::encode(byHand));
+    env.scanNow();
+    ASSERT_TRUE(testing::eventually(10s, [&] { return reviews.count() == 2; }));
+    {
+        std::lock_guard lock(reviews.mutex);
+        EXPECT_EQ(reviews.shown[1], *DateHelpers::parseISO("2026-11-21T13:00:59Z"));
+    }
+
+    // Manual syncs have no periodic task; an interval starts one, manual ends it.
+    EXPECT_FALSE(env.isPeriodicSyncRunning());
+    env.applyConfigChange(setting("sync.interval", "m15"));
+    EXPECT_TRUE(env.isPeriodicSyncRunning());
+    env.applyConfigChange(setting("sync.interval", "manual"));
+    EXPECT_FALSE(env.isPeriodicSyncRunning());
+    env.shutdown();
 }
 
 }  // namespace

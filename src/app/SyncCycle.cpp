@@ -296,12 +296,27 @@ void AppEnvironment::stopPeriodicSync() {
 
 void AppEnvironment::syncLoop(std::stop_token stop) {
     while (!stop.stop_requested()) {
-        // Read at every round, so an interval edited by hand takes effect.
-        int minutes = intervalMinutes(config().sync.interval);
-        if (minutes == 0) return;
+        auto roundStart = std::chrono::steady_clock::now();
         {
             std::unique_lock lock(syncMutex_);
-            syncWake_.wait_for(lock, stop, std::chrono::minutes(minutes), [] { return false; });
+            // Woken early only by a new interval, which is then measured from the start
+            // of this round.
+            for (;;) {
+                syncRescheduled_ = false;
+                int minutes = intervalMinutes(config().sync.interval);
+                if (minutes == 0) {
+                    // Made manual while running: idle until another interval is chosen,
+                    // which then counts from that moment.
+                    syncWake_.wait(lock, stop, [this] { return syncRescheduled_; });
+                    if (stop.stop_requested()) break;
+                    roundStart = std::chrono::steady_clock::now();
+                    continue;
+                }
+                if (!syncWake_.wait_until(lock, stop, roundStart + std::chrono::minutes(minutes),
+                                          [this] { return syncRescheduled_; })) {
+                    break;
+                }
+            }
         }
         if (stop.stop_requested()) return;
         // An unexpected failure costs one round, not the daemon.

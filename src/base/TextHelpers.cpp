@@ -1,5 +1,6 @@
 #include "base/TextHelpers.hpp"
 
+#include <algorithm>
 #include <charconv>
 
 namespace quorvane::Text {
@@ -127,6 +128,36 @@ std::string asciiLower(std::string_view text) {
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     }
     return out;
+}
+
+size_t editDistance(std::string_view a, std::string_view b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); ++j) {
+            size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
+        }
+    }
+    return row[b.size()];
+}
+
+std::optional<std::string> nearestName(std::string_view typed,
+                                       const std::vector<std::string>& names) {
+    std::optional<std::string> best;
+    size_t bestDistance = 3;
+    for (const std::string& name : names) {
+        if (!typed.empty() && name.starts_with(typed)) return name;
+        size_t distance = editDistance(typed, name);
+        if (distance < bestDistance) {
+            bestDistance = distance;
+            best = name;
+        }
+    }
+    return best;
 }
 
 }  // namespace quorvane::Text

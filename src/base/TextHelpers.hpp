@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,5 +32,13 @@ bool parseInt(std::string_view text, long long& value);
 // ASCII letters in lower case, every other byte as it is: for names that compare
 // without case the way git and GitHub compare them.
 std::string asciiLower(std::string_view text);
+
+// How many single-character edits turn `a` into `b`.
+size_t editDistance(std::string_view a, std::string_view b);
+
+// The name `typed` most likely meant: the first that `typed` starts, or else the
+// nearest within two edits; nothing when none is close.
+std::optional<std::string> nearestName(std::string_view typed,
+                                       const std::vector<std::string>& names);
 
 }  // namespace quorvane::Text

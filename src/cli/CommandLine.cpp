@@ -18,6 +18,7 @@
 #include "cli/ControlProtocol.hpp"
 #include "base/DateHelpers.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "base/TextLayout.hpp"
 #include "platform/HttpTransport.hpp"
 
@@ -147,40 +148,6 @@ private:
     size_t width_;
 };
 
-// How many single-character edits turn `a` into `b`.
-size_t editDistance(std::string_view a, std::string_view b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i;
-        for (size_t j = 1; j <= b.size(); ++j) {
-            size_t above = row[j];
-            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
-            diagonal = above;
-        }
-    }
-    return row[b.size()];
-}
-
-// The command `typed` most likely meant: the one it starts, or the nearest within
-// two edits; nothing when none is close.
-std::optional<std::string> nearestCommand(const std::string& typed,
-                                          const std::vector<std::string>& commands) {
-    std::optional<std::string> best;
-    size_t bestDistance = 3;
-    for (const std::string& name : commands) {
-        if (!typed.empty() && name.starts_with(typed)) return name;
-        size_t distance = editDistance(typed, name);
-        if (distance < bestDistance) {
-            bestDistance = distance;
-            best = name;
-        }
-    }
-    return best;
-}
-
-
 // Runs a command that changes the data folder in the daemon that holds it. What the
 // daemon cannot do for the person happens here first: a new account's token is
 // read from this terminal, and a journal entry is edited in this person's editor.
@@ -268,10 +235,11 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "A path inside a repository tracks the whole repository. A path that is not in a\n"
         "Git working tree is refused, and then nothing is added.\n"
         "A newly tracked repository's recent history is read at once: the commits of its\n"
-        "local branches from the last historyDays days (90 by default, set in config.json;\n"
-        "0 reads none), and for each of those days its commit count and branches, so the\n"
-        "week, heatmap and insights views have a past from the first day. No work time\n"
-        "is invented for those days: time comes only from what scans see happen.");
+        "local branches from the last historyDays days (90 by default; 'quorvane config\n"
+        "set historyDays N' changes it, 0 reads none), and for each of those days its\n"
+        "commit count and branches, so the week, heatmap and insights views have a past\n"
+        "from the first day. No work time is invented for those days: time comes only\n"
+        "from what scans see happen.");
     reposAdd->add_option("PATH", addPaths, "Repository folders")->required();
     reposAdd->callback(
         [&] { action = [&](CommandContext& c) { return Commands::reposAdd(c, addPaths); }; });
@@ -774,8 +742,8 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "A reminder is raised once, when its condition appears (unpushed commits, changes\n"
         "worked on today with no commit, a branch behind its remote, changes left for\n"
         "days), shown as a desktop notification, and resolved by the first scan that finds\n"
-        "the condition gone. The switches and thresholds are under \"reminders\" in\n"
-        "config.json.");
+        "the condition gone. Their switches and thresholds are the reminders.* settings\n"
+        "of 'quorvane config list'.");
     reminders->require_subcommand(0, 1);
     reminders->add_flag("--all", remindersAll, "Also list resolved reminders (kept 30 days)");
     reminders->add_flag("--json", remindersJson, "Print the reminders as a JSON array");
@@ -829,6 +797,63 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "status", "Say whether the unit is installed, what it runs, and whether it is running");
     serviceStatus->callback(
         [&] { action = [](CommandContext& c) { return Commands::serviceStatus(c); }; });
+
+    // config
+    CLI::App* configCommand = app.add_subcommand(
+        "config",
+        "Read and change the settings in config.json by name\n"
+        "Each setting has a dotted name, such as sync.interval for \"interval\" inside\n"
+        "\"sync\". 'set' checks the value before anything is written and prints what\n"
+        "changed; an edit you made to config.json by hand is kept, the change is made on\n"
+        "top of it. When the daemon makes the change, it follows it at once: a new scan\n"
+        "or sync interval, review time or set of watched folders needs no restart. Lists\n"
+        "keep their own commands: 'folders' for scanFolders, 'repos' for repositories\n"
+        "and ignoredRepoIDs, 'accounts' for accounts.");
+    configCommand->require_subcommand(1);
+    std::string configKey, configValue;
+    bool configJson = false;
+    CLI::App* configList = configCommand->add_subcommand(
+        "list",
+        "Show every setting, its value and what it takes\n"
+        "One setting a line, as 'KEY = VALUE', followed by what it does and the values it\n"
+        "takes. With --json, one object of dotted keys and their values.");
+    configList->add_flag("--json", configJson, "Print {\"KEY\": value, ...} as JSON");
+    configList->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::configList(c, configJson); }; });
+    CLI::App* configGet = configCommand->add_subcommand(
+        "get",
+        "Print the value of one setting\n"
+        "As 'set' takes it: true, 10, m30, 21:30; none for no value, \"\" for empty text.");
+    configGet->add_option("KEY", configKey, "A dotted key, such as sync.interval")->required();
+    configGet->add_flag("--json", configJson, "Print the value as JSON");
+    configGet->callback([&] {
+        action = [&](CommandContext& c) { return Commands::configGet(c, configKey, configJson); };
+    });
+    CLI::App* configSet = configCommand->add_subcommand(
+        "set",
+        "Change one setting, after checking the value\n"
+        "A value is a whole number within the key's range, true or false, a name spelled\n"
+        "as config.json keeps it (m30, dark, applySettings), a time of day as HH:MM, or\n"
+        "none to clear an optional number. A refused value changes nothing and exits 1.\n"
+        "Prints the change, as 'scanIntervalMinutes: 10 → 5', or says it was unchanged.");
+    configSet->add_option("KEY", configKey, "A dotted key, such as sync.interval")->required();
+    configSet->add_option("VALUE", configValue, "The new value")->required();
+    configSet->callback([&] {
+        action = [&](CommandContext& c) { return Commands::configSet(c, configKey, configValue); };
+    });
+    // After the commands are made, so that list and get do not inherit it.
+    const std::string configFooter = Commands::configKeysHelp() + R"(
+Examples:
+  quorvane config list                       every setting, value and meaning
+  quorvane config get sync.interval          one value, such as m30
+  quorvane config set scanIntervalMinutes 5  scan every 5 minutes
+  quorvane config set dailyReviewTime 18:45  the end-of-day reminder at 18:45
+  quorvane config set sync.interval manual   sync only on 'quorvane sync'
+  quorvane config set agent.autoApproveConfidenceThreshold none)";
+    configCommand->footer(configFooter);
+    configSet->footer(configFooter);
+    addDataDir(configCommand);
+    for (CLI::App* command : configCommand->get_subcommands({})) addDataDir(command);
 
     // Hidden: what the build writes from these very definitions and installs beside
     // the program, so the completions, the manual and the packaged unit match it.
@@ -885,7 +910,7 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
             if (!command->get_group().empty()) shown.push_back(command->get_name());
         }
         if (std::find(commands.begin(), commands.end(), words[0]) == commands.end()) {
-            std::optional<std::string> nearest = nearestCommand(words[0], shown);
+            std::optional<std::string> nearest = Text::nearestName(words[0], shown);
             err << fmt::format(
                 "quorvane: '{}' is not a command.{}\n"
                 "Run 'quorvane --help' for the list of commands.\n",
@@ -914,7 +939,7 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
                                         journalOptions.tomorrow || journalOptions.edit);
     for (const CLI::App* command : {reposAdd, reposRemove, foldersAdd, foldersRemove, scan, sync,
                                     dismiss, accountsAdd, accountsImport, accountsCheck,
-                                    accountsRemove}) {
+                                    accountsRemove, configSet}) {
         writes = writes || command->parsed();
     }
     if (how.service != nullptr) {

@@ -171,6 +171,16 @@ int serviceUnit(std::ostream& out, const std::string& executable);
 int completion(std::ostream& out, const CommandReference& commands, const std::string& shell);
 int manualPage(std::ostream& out, const CommandReference& commands);
 
+// The settings of config.json by their dotted names ("sync.interval"). `configSet`
+// checks the value against its key before anything is touched, and changes it
+// through the data folder's writer, on top of any edit made by hand. Unknown keys,
+// refused values and an unreadable config.json exit 1.
+int configList(CommandContext& context, bool json);
+int configGet(CommandContext& context, const std::string& key, bool json);
+int configSet(CommandContext& context, const std::string& key, const std::string& value);
+// The keys and what each takes, for the help of `quorvane config`.
+std::string configKeysHelp();
+
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);
 

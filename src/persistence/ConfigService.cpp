@@ -67,6 +67,7 @@ AppConfig ConfigService::load() {
         // Still in place: `known_` stays this version's identity, which no save
         // matches after the defaults are in memory, so nothing writes over it.
         refused_ = known_;
+        refusedReason_ = problem;
         Log::app().error(
             fmt::format("config.json unreadable and could not be set aside ({}), "
                         "running on defaults without saving: {}",
@@ -94,7 +95,15 @@ ConfigService::SaveResult ConfigService::save(const AppConfig& config) {
     std::lock_guard lock(mutex_);
     if (tracking_) {
         std::optional<Identity> onDisk = identityOnDisk();
-        if (onDisk != known_ || (refused_ && onDisk == refused_)) {
+        if (refused_ && onDisk == refused_) {
+            SaveResult result{SaveResult::Outcome::unreadableOnDisk,
+                              fmt::format("config.json cannot be read, so it is not written over "
+                                          "until it is fixed: {}",
+                                          refusedReason_)};
+            Log::app().error(result.problem);
+            return result;
+        }
+        if (onDisk != known_) {
             SaveResult result{SaveResult::Outcome::changedOnDisk,
                               "config.json was changed on disk since it was read; it is not "
                               "written over"};
@@ -133,6 +142,7 @@ std::optional<AppConfig> ConfigService::reloadIfChanged() {
         return config;
     } catch (const DecodeError& error) {
         refused_ = onDisk;
+        refusedReason_ = error.what();
         Log::app().error(
             fmt::format("config.json was changed on disk but cannot be read; the "
                         "running configuration is kept and the file is not written "

@@ -20,8 +20,9 @@ public:
     struct SaveResult {
         enum class Outcome {
             saved,
-            failed,         // the write itself failed; the file is as it was
-            changedOnDisk,  // edited by someone else since it was read: not written over
+            failed,            // the write itself failed; the file is as it was
+            changedOnDisk,     // edited by someone else since it was read: not written over
+            unreadableOnDisk,  // holds an edit that does not decode: kept until it is fixed
         };
         Outcome outcome = Outcome::saved;
         std::string problem;  // why, unless saved
@@ -76,6 +77,7 @@ private:
     bool tracking_ = false;            // set by load: saves check for edits from then on
     std::optional<Identity> known_;    // the version last read or written; none: no file
     std::optional<Identity> refused_;  // a changed version that could not be decoded
+    std::string refusedReason_;        // why it could not
 };
 
 }  // namespace quorvane

@@ -220,7 +220,9 @@ TEST_F(ConfigServiceTest, AHandEditIsNeverWrittenOverByAnOlderCopy) {
     EXPECT_FALSE(service_.reloadIfChanged().has_value());
     ASSERT_EQ(log.lines().size(), 1u);  // said once, not at every look
     EXPECT_THAT(log.lines()[0].message, HasSubstr("changed on disk but cannot be read"));
-    EXPECT_FALSE(service_.save(*edited).ok());
+    ConfigService::SaveResult kept = service_.save(*edited);
+    EXPECT_EQ(kept.outcome, ConfigService::SaveResult::Outcome::unreadableOnDisk);
+    EXPECT_THAT(kept.problem, HasSubstr("config.json cannot be read, so it is not written over"));
     EXPECT_EQ(readAll(file()), R"({"historyDays": )");
     testing::writeFile(file(), R"({"historyDays": 3})");
     ASSERT_TRUE(service_.reloadIfChanged().has_value());

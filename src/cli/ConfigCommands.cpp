@@ -1,0 +1,131 @@
+// The settings of config.json, read and changed by name.
+#include <algorithm>
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "app/AppEnvironment.hpp"
+#include "cli/CommandSupport.hpp"
+#include "persistence/AtomicFile.hpp"
+#include "persistence/ConfigKeys.hpp"
+
+namespace quorvane::Commands {
+
+namespace {
+
+constexpr size_t kHelpWidth = 80;
+
+// The configuration as config.json holds it, or nothing, with the reason on stderr,
+// when the file is there but cannot be read: what it holds is the person's, and
+// the defaults in its place would only hide that.
+std::optional<AppConfig> readableConfig(const CommandContext& context) {
+    AtomicFile::ReadResult file = AtomicFile::read(context.dataDir / "config.json");
+    if (file.missing) return AppConfig{};
+    try {
+        if (!file.bytes) throw DecodeError(file.error);
+        return ConfigService::decode(*file.bytes);
+    } catch (const DecodeError& error) {
+        context.err << fmt::format(
+            "quorvane: config.json cannot be read: {}\n"
+            "Fix it by hand, or move it aside to start again from the defaults.\n",
+            error.what());
+        return std::nullopt;
+    }
+}
+
+// The group a key belongs to: "sync" for "sync.interval", "" for a top-level key.
+std::string_view groupOf(const std::string& name) {
+    size_t dot = name.find('.');
+    return dot == std::string::npos ? std::string_view() : std::string_view(name).substr(0, dot);
+}
+
+}  // namespace
+
+std::string configKeysHelp() {
+    size_t widestName = 0, widestAllowed = 0;
+    for (const ConfigKeys::Key& key : ConfigKeys::all()) {
+        widestName = std::max(widestName, key.name.size());
+        widestAllowed = std::max(widestAllowed, key.allowed().size());
+    }
+    // Aligned as far as the widest values allow; a longer name pushes its own along.
+    size_t column = std::min(widestName, kHelpWidth - 4 - widestAllowed);
+    std::string text = "\nKeys and the values they take:\n";
+    for (const ConfigKeys::Key& key : ConfigKeys::all()) {
+        text += fmt::format("  {:<{}}  {}\n", key.name, column, key.allowed());
+    }
+    return text;
+}
+
+int configList(CommandContext& context, bool json) {
+    std::optional<AppConfig> config = readableConfig(context);
+    if (!config) return 1;
+    if (json) {
+        Json object = Json::object();
+        for (const ConfigKeys::Key& key : ConfigKeys::all()) {
+            object[key.name] = ConfigKeys::valueOf(*config, key);
+        }
+        context.out << JsonCodec::pretty(object);
+        return 0;
+    }
+    std::string_view group;
+    for (const ConfigKeys::Key& key : ConfigKeys::all()) {
+        if (groupOf(key.name) != group) context.out << "\n";
+        group = groupOf(key.name);
+        context.out << fmt::format("{} = {}\n    {} ({})\n", key.name,
+                                   ConfigKeys::display(ConfigKeys::valueOf(*config, key)),
+                                   key.meaning, key.allowed());
+    }
+    return 0;
+}
+
+int configGet(CommandContext& context, const std::string& name, bool json) {
+    ConfigKeys::Lookup lookup = ConfigKeys::find(name);
+    if (lookup.key == nullptr) {
+        context.err << fmt::format("quorvane: {}\n", lookup.error);
+        return 1;
+    }
+    std::optional<AppConfig> config = readableConfig(context);
+    if (!config) return 1;
+    Json value = ConfigKeys::valueOf(*config, *lookup.key);
+    context.out << (json ? value.dump() : ConfigKeys::display(value)) << "\n";
+    return 0;
+}
+
+int configSet(CommandContext& context, const std::string& name, const std::string& text) {
+    ConfigKeys::Parsed parsed = ConfigKeys::parse(name, text);
+    if (!parsed.error.empty()) {
+        context.err << fmt::format("quorvane: {}\n", parsed.error);
+        return 1;
+    }
+    const ConfigKeys::Key& key = *parsed.key;
+    // Loading an unreadable file would set it aside and go on from the defaults; a
+    // setting is no reason to drop everything else the file holds.
+    if (!readableConfig(context)) {
+        context.err << "quorvane: nothing was changed\n";
+        return 1;
+    }
+    std::optional<WriterAccess> access = WriterAccess::open(context);
+    if (!access) return 1;
+    AppEnvironment& env = access->env();
+    // What the running configuration holds may be older than a hand edit.
+    env.adoptConfigEdits();
+    Json before = ConfigKeys::valueOf(env.config(), key);
+    if (before == parsed.value) {
+        context.out << fmt::format("{}: {} (unchanged)\n", key.name, ConfigKeys::display(before));
+        return 0;
+    }
+    bool saved = env.applyConfigChange([&](AppConfig& config) {
+        before = ConfigKeys::valueOf(config, key);
+        ConfigKeys::apply(config, key, parsed.value);
+    });
+    if (!saved) {
+        context.err << fmt::format("quorvane: the change to {} was not saved: {}\n", key.name,
+                                   env.saveProblem());
+        return 1;
+    }
+    context.out << fmt::format("{}: {} → {}\n", key.name, ConfigKeys::display(before),
+                               ConfigKeys::display(parsed.value));
+    return 0;
+}
+
+}  // namespace quorvane::Commands
