@@ -17,6 +17,7 @@
 #include "platform/Shell.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/LoopbackHttpServer.hpp"
+#include "testing/ScopedEnvironment.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 #include "tests/CliRunner.hpp"
@@ -256,20 +257,8 @@ TEST_F(DaemonTest, ASignalStopsAGitChildThatHangsOnTheRepositoryAndStartsNoOther
 
 TEST_F(DaemonTest, ItSyncsGitHubAtStartAndAStopEndsASyncThatHangs) {
     // The token goes to the file secret store, which the daemon, a child, reads too.
-    const char* saved = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-    std::optional<std::string> previousBus =
-        saved ? std::optional<std::string>(saved) : std::nullopt;
-    setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (dir_ / "no-bus").string()).c_str(), 1);
-    struct RestoreBus {
-        std::optional<std::string> value;
-        ~RestoreBus() {
-            if (value) {
-                setenv("DBUS_SESSION_BUS_ADDRESS", value->c_str(), 1);
-            } else {
-                unsetenv("DBUS_SESSION_BUS_ADDRESS");
-            }
-        }
-    } restore{previousBus};
+    testing::ScopedEnvironment noBus("DBUS_SESSION_BUS_ADDRESS",
+                                     "unix:path=" + (dir_ / "no-bus").string());
 
     testing::LoopbackHttpServer github;
     github.set("/user", {200, {}, R"({"login": "octocat"})", false});

@@ -298,14 +298,27 @@ int accountsList(CommandContext& context, bool json) {
     return 0;
 }
 
+namespace {
+
+// The stored account a person means by `key`, as the writer holds it; nothing, with
+// the reason on stderr, when there is none or it is ambiguous.
+std::optional<GitHubAccount> writerAccount(CommandContext& context, WriterAccess& writer,
+                                           const std::string& key) {
+    writer.env().reconcileAccounts();
+    std::vector<GitHubAccount> accounts = writer.env().store().accounts();
+    const GitHubAccount* account = findAccount(context, accounts, key);
+    if (account == nullptr) return std::nullopt;
+    return *account;
+}
+
+}  // namespace
+
 int accountsCheck(CommandContext& context, const std::string& key, bool json) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
+    std::optional<GitHubAccount> account = writerAccount(context, *writer, key);
+    if (!account) return 1;
     AppEnvironment& env = writer->env();
-    env.reconcileAccounts();
-    std::vector<GitHubAccount> accounts = env.store().accounts();
-    const GitHubAccount* account = findAccount(context, accounts, key);
-    if (account == nullptr) return 1;
     std::optional<AppEnvironment::AccountCheck> check = env.validateAccount(account->id);
     if (!check) return 1;
     return finishCheck(context, env, *check, "checked", json);
@@ -314,11 +327,9 @@ int accountsCheck(CommandContext& context, const std::string& key, bool json) {
 int accountsRemove(CommandContext& context, const std::string& key) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
+    std::optional<GitHubAccount> account = writerAccount(context, *writer, key);
+    if (!account) return 1;
     AppEnvironment& env = writer->env();
-    env.reconcileAccounts();
-    std::vector<GitHubAccount> accounts = env.store().accounts();
-    const GitHubAccount* account = findAccount(context, accounts, key);
-    if (account == nullptr) return 1;
     GitHubAccount removed = *account;
     env.removeAccount(removed.id);
     if (!reportFlush(context, env.saveProblem())) return 1;
