@@ -282,7 +282,7 @@ TEST_F(DaemonTest, ItSyncsGitHubAtStartAndAStopEndsASyncThatHangs) {
     auto daemon = startDaemon();
     EXPECT_TRUE(testing::eventually(60s, lastSync)) << daemon->output();
     daemon->signal(SIGTERM);
-    EXPECT_EQ(daemon->waitForExit(30s), 0);
+    EXPECT_EQ(daemon->waitForExit(30s), 0) << daemon->output();
     EXPECT_EQ(github.requests().size(), 3u);  // the check, then the sync's user and repositories
 
     // GitHub takes the request and never answers: SIGTERM still ends the daemon at
@@ -293,7 +293,7 @@ TEST_F(DaemonTest, ItSyncsGitHubAtStartAndAStopEndsASyncThatHangs) {
         << daemon->output();
     auto stopAsked = std::chrono::steady_clock::now();
     daemon->signal(SIGTERM);
-    EXPECT_EQ(daemon->waitForExit(30s), 0);
+    EXPECT_EQ(daemon->waitForExit(30s), 0) << daemon->output();
     EXPECT_LT(std::chrono::steady_clock::now() - stopAsked, 20s);
     EXPECT_EQ(read({"accounts", "list", "--json"})[0]["account"]["status"], "connected");
 }

@@ -81,15 +81,20 @@ std::string commandName(const ControlProtocol::Request& request) {
 }  // namespace
 
 ControlServer::ControlServer(std::filesystem::path socketPath, Handler handler, Limits limits)
-    : path_(std::move(socketPath)), handler_(std::move(handler)), limits_(limits) {}
+    : path_(std::move(socketPath)),
+      handler_(std::move(handler)),
+      limits_(limits),
+      // Made here, before any thread can see the server, so that a stop begun on
+      // one thread while another starts it never races for the descriptor.
+      wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 ControlServer::~ControlServer() {
     stop();
 }
 
 std::string ControlServer::start() {
-    wake_ = Fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!wake_.valid()) return "cannot create an event descriptor";
+    if (stopping_) return "the daemon is stopping";
     UnixSocket::Listening listening = UnixSocket::listen(path_);
     if (!listening.fd.valid()) return listening.error;
     listening_ = std::move(listening.fd);

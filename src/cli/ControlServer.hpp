@@ -68,7 +68,7 @@ private:
     Handler handler_;
     Limits limits_;
     Fd listening_;
-    Fd wake_;  // readable once stop begins
+    Fd wake_;  // readable once stop begins; set before any thread starts
     std::atomic<bool> stopping_{false};
     std::jthread acceptor_;
     std::mutex connectionsMutex_;
