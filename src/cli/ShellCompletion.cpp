@@ -77,7 +77,7 @@ std::string bashValue(const OptionReference& option) {
     return "";
 }
 
-// Text inside the brackets of a zsh option spec.
+// Text inside the brackets of a zsh option description.
 std::string zshExplanation(std::string_view text) {
     std::string out;
     for (char c : text) {
@@ -87,7 +87,7 @@ std::string zshExplanation(std::string_view text) {
     return out;
 }
 
-// A part of a zsh spec between colons, or a name in a _describe list.
+// A part of a zsh option description between colons, or a name in a _describe list.
 std::string zshField(std::string_view text) {
     std::string out;
     for (char c : text) {
@@ -119,9 +119,11 @@ std::string zshValue(const OptionReference& option) {
     return "";
 }
 
-std::string zshSpecs(const CommandReference& command) {
-    std::string specs;
-    auto add = [&specs](const std::string& spec) { specs += " \\\n        " + shellQuoted(spec); };
+std::string zshArguments(const CommandReference& command) {
+    std::string arguments;
+    auto add = [&arguments](const std::string& entry) {
+        arguments += " \\\n        " + shellQuoted(entry);
+    };
     for (const OptionReference& option : command.options) {
         for (const std::string& name : option.names) {
             // A long option's value may follow "=" or come as the next word.
@@ -139,11 +141,11 @@ std::string zshSpecs(const CommandReference& command) {
     }
     if (!command.commands.empty()) {
         // Offered as the first argument even where it may be left out: an optional
-        // one would lose the word to the rest-of-the-line spec below.
+        // one would lose the word to the rest-of-the-line description below.
         add(": :->command");
         add("*:: :->argument");
     }
-    return specs;
+    return arguments;
 }
 
 // What a fish `complete` line offers for a value: " -a WORDS", or nothing.
@@ -278,7 +280,7 @@ std::string zsh(const CommandReference& root, const std::string& program) {
         std::string fn = functionName(program, *command);
         if (command->commands.empty()) {
             functions +=
-                fmt::format("{}() {{\n    _arguments -S{}\n}}\n\n", fn, zshSpecs(*command));
+                fmt::format("{}() {{\n    _arguments -S{}\n}}\n\n", fn, zshArguments(*command));
             continue;
         }
         std::string described, dispatch;
@@ -292,7 +294,7 @@ std::string zsh(const CommandReference& root, const std::string& program) {
             R"SCRIPT({fn}() {{
     local curcontext=$curcontext state state_descr line
     typeset -A opt_args
-    _arguments -C -S{specs}
+    _arguments -C -S{arguments}
     case $state in
         (command)
             local -a commands=(
@@ -308,7 +310,7 @@ std::string zsh(const CommandReference& root, const std::string& program) {
 }}
 
 )SCRIPT",
-            fmt::arg("fn", fn), fmt::arg("specs", zshSpecs(*command)),
+            fmt::arg("fn", fn), fmt::arg("arguments", zshArguments(*command)),
             fmt::arg("described", described),
             fmt::arg("title", shellQuoted(command->fullName(program) + " command")),
             fmt::arg("name", fn.substr(1)), fmt::arg("dispatch", dispatch));
