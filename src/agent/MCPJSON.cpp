@@ -134,6 +134,9 @@ MCPJSON MCPJSON::from(const nlohmann::ordered_json& json) {
 }
 
 std::optional<MCPJSON> MCPJSON::parse(std::string_view text) {
+    // The parser takes a NUL byte for the end of the input, so "{...}\0junk" would
+    // read as the object alone. No JSON text holds a raw NUL.
+    if (text.find('\0') != std::string_view::npos) return std::nullopt;
     if (nestedDeeperThan(text, kMaxJsonDepth)) return std::nullopt;
     nlohmann::ordered_json json = nlohmann::ordered_json::parse(text, nullptr, false);
     if (json.is_discarded()) return std::nullopt;
