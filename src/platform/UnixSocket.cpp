@@ -25,6 +25,30 @@ std::optional<sockaddr_un> addressOf(const std::filesystem::path& path) {
     return address;
 }
 
+// Whether a process accepts connections on the socket file at `address`. A full
+// backlog still means someone listens; only a refusal means the file is a dead
+// one's. The probe does not block, so a listener that has stopped accepting
+// cannot hold the caller.
+enum class Liveness { listening, dead, gone, unknown };
+
+// `error` gets the errno of a probe that could not tell.
+Liveness probe(const sockaddr_un& address, int& error) {
+    Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd.valid()) {
+        error = errno;
+        return Liveness::unknown;
+    }
+    int status;
+    do {
+        status = ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+    } while (status != 0 && errno == EINTR);
+    error = status == 0 ? 0 : errno;
+    if (status == 0 || error == EAGAIN || error == EINPROGRESS) return Liveness::listening;
+    if (error == ECONNREFUSED) return Liveness::dead;
+    if (error == ENOENT) return Liveness::gone;
+    return Liveness::unknown;
+}
+
 int milliseconds(std::chrono::milliseconds limit) {
     return static_cast<int>(std::clamp<long long>(limit.count(), 0, 1'000'000'000));
 }
@@ -33,6 +57,15 @@ int milliseconds(std::chrono::milliseconds limit) {
 
 Listening listen(const std::filesystem::path& path, int backlog) {
     Listening result;
+    auto fail = [&result](const char* call) {
+        result.failedCall = call;
+        result.errorNumber = errno;
+        result.error = fmt::format("{}() failed: {}", call, std::strerror(result.errorNumber));
+    };
+    if (path.empty()) {
+        result.error = "its path is empty";
+        return result;
+    }
     std::optional<sockaddr_un> address = addressOf(path);
     if (!address) {
         result.error = fmt::format("its path is longer than {} bytes", kMaxPathBytes - 1);
@@ -40,28 +73,49 @@ Listening listen(const std::filesystem::path& path, int backlog) {
     }
     struct stat existing {};
     if (::lstat(path.c_str(), &existing) == 0) {
-        // Only one daemon holds the data folder, so a socket here is a dead one's.
+        // A socket nobody accepts on is what a process that died leaves behind.
+        // Anything else is someone's: a live server keeps its clients, and a file
+        // that is not a socket may be the user's own.
         if (!S_ISSOCK(existing.st_mode)) {
             result.error = "something other than a socket is in its place";
             return result;
         }
-        if (::unlink(path.c_str()) != 0) {
-            result.error = fmt::format("cannot remove the old socket: {}", std::strerror(errno));
-            return result;
+        int probeError = 0;
+        switch (probe(*address, probeError)) {
+            case Liveness::listening:
+                result.error = "another process is listening on it";
+                return result;
+            case Liveness::unknown:
+                result.error = fmt::format("cannot tell whether anyone listens on it: {}",
+                                           std::strerror(probeError));
+                return result;
+            case Liveness::dead:
+                if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+                    result.error =
+                        fmt::format("cannot remove the old socket: {}", std::strerror(errno));
+                    return result;
+                }
+                break;
+            case Liveness::gone: break;
         }
     }
     Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd.valid()) {
-        result.error = std::strerror(errno);
+        fail("socket");
         return result;
     }
     if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof(*address)) != 0) {
-        result.error = std::strerror(errno);
+        fail("bind");
         return result;
     }
     // Nobody can connect before listen, so the file is private before it is open.
-    if (::chmod(path.c_str(), 0600) != 0 || ::listen(fd.get(), backlog) != 0) {
-        result.error = std::strerror(errno);
+    if (::chmod(path.c_str(), 0600) != 0) {
+        fail("chmod");
+        ::unlink(path.c_str());
+        return result;
+    }
+    if (::listen(fd.get(), backlog) != 0) {
+        fail("listen");
         ::unlink(path.c_str());
         return result;
     }
@@ -129,7 +183,7 @@ Wait waitFor(int fd, bool forWriting, std::chrono::milliseconds limit, int wakeF
     }
 }
 
-bool sendAll(int fd, std::string_view bytes, std::chrono::milliseconds limit) {
+bool sendAll(int fd, std::string_view bytes, std::chrono::milliseconds limit, int wakeFd) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!bytes.empty()) {
         ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -141,7 +195,7 @@ bool sendAll(int fd, std::string_view bytes, std::chrono::milliseconds limit) {
         if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
             auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0 || waitFor(fd, true, left) != Wait::ready) return false;
+            if (left.count() <= 0 || waitFor(fd, true, left, wakeFd) != Wait::ready) return false;
             continue;
         }
         return false;

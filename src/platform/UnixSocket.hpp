@@ -20,11 +20,16 @@ inline constexpr size_t kMaxPathBytes = 104;
 struct Listening {
     Fd fd;
     std::string error;  // empty when listening
+    // The system call that failed ("socket", "bind", ...) and its errno; empty and 0
+    // when listening, or when what is at the path was refused before any such call.
+    std::string failedCall;
+    int errorNumber = 0;
 };
 
 // Listens at `path`, only for its owner: the socket file is made mode 0600 before
 // anyone can connect. A socket file left behind by a process that is gone is
-// replaced; anything else at `path` is refused.
+// replaced; a socket someone still listens on, and anything that is not a socket,
+// is refused and left as it is.
 Listening listen(const std::filesystem::path& path, int backlog = 16);
 
 struct Connected {
@@ -45,9 +50,9 @@ enum class Wait { ready, timedOut, woken, failed };
 // Waits until `fd` is readable (or writable), `wakeFd` is readable, or `limit` passes.
 Wait waitFor(int fd, bool forWriting, std::chrono::milliseconds limit, int wakeFd = -1);
 
-// Sends all of `bytes`, never raising SIGPIPE. False when the peer is gone, or has
-// not taken them within `limit`.
-bool sendAll(int fd, std::string_view bytes, std::chrono::milliseconds limit);
+// Sends all of `bytes`, never raising SIGPIPE. False when the peer is gone, has not
+// taken them within `limit`, or `wakeFd` became readable while waiting for room.
+bool sendAll(int fd, std::string_view bytes, std::chrono::milliseconds limit, int wakeFd = -1);
 
 struct Received {
     std::string bytes;
