@@ -113,35 +113,12 @@ void ControlServer::beginStop() {
 void ControlServer::stop() {
     beginStop();
     if (acceptor_.joinable()) acceptor_.join();
-    std::list<std::unique_ptr<Connection>> connections;
-    {
-        std::lock_guard lock(connectionsMutex_);
-        connections.swap(connections_);
-    }
-    for (auto& connection : connections) {
-        if (connection->thread.joinable()) connection->thread.join();
-    }
+    connections_.joinAll();
     if (listening_.valid()) {
         listening_.reset();
         std::error_code ignored;
         std::filesystem::remove(path_, ignored);
     }
-}
-
-void ControlServer::reapFinished() {
-    std::list<std::unique_ptr<Connection>> finished;
-    {
-        std::lock_guard lock(connectionsMutex_);
-        for (auto it = connections_.begin(); it != connections_.end();) {
-            if ((*it)->done) {
-                finished.push_back(std::move(*it));
-                it = connections_.erase(it);
-            } else {
-                ++it;
-            }
-        }
-    }
-    for (auto& connection : finished) connection->thread.join();
 }
 
 void ControlServer::acceptLoop() {
@@ -150,7 +127,7 @@ void ControlServer::acceptLoop() {
         UnixSocket::Wait wait = UnixSocket::waitFor(listening_.get(), false,
                                                     std::chrono::milliseconds(1000), wake_.get());
         if (wait == UnixSocket::Wait::woken || stopping_) return;
-        reapFinished();
+        connections_.reapFinished();
         if (wait != UnixSocket::Wait::ready) continue;
         Fd socket = UnixSocket::accept(listening_.get());
         if (!socket.valid()) continue;
@@ -162,8 +139,7 @@ void ControlServer::acceptLoop() {
                                            peer ? std::to_string(*peer) : "unknown"));
             continue;
         }
-        std::lock_guard lock(connectionsMutex_);
-        if (connections_.size() >= limits_.connections) {
+        if (connections_.running() >= limits_.connections) {
             UnixSocket::sendAll(
                 socket.get(),
                 ControlProtocol::encodeFrame(FrameKind::standardError,
@@ -173,13 +149,8 @@ void ControlServer::acceptLoop() {
                 std::chrono::milliseconds(1000));
             continue;
         }
-        auto connection = std::make_unique<Connection>();
-        Connection* raw = connection.get();
-        connection->thread = std::jthread([this, raw, fd = std::move(socket)]() mutable {
-            serve(std::move(fd));
-            raw->done = true;
-        });
-        connections_.push_back(std::move(connection));
+        connections_.start(std::move(socket),
+                           [this](Fd connection) { serve(std::move(connection)); });
     }
 }
 

@@ -7,13 +7,12 @@
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
-#include <list>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
 #include "cli/ControlProtocol.hpp"
+#include "platform/ConnectionThreads.hpp"
 #include "platform/FileDescriptor.hpp"
 
 namespace quorvane {
@@ -55,14 +54,8 @@ public:
     void stop();
 
 private:
-    struct Connection {
-        std::jthread thread;
-        std::atomic<bool> done{false};
-    };
-
     void acceptLoop();
     void serve(Fd socket);
-    void reapFinished();
 
     std::filesystem::path path_;
     Handler handler_;
@@ -71,8 +64,7 @@ private:
     Fd wake_;  // readable once stop begins; set before any thread starts
     std::atomic<bool> stopping_{false};
     std::jthread acceptor_;
-    std::mutex connectionsMutex_;
-    std::list<std::unique_ptr<Connection>> connections_;
+    ConnectionThreads connections_;
     // One command at a time, in the order their requests were complete.
     std::mutex turnMutex_;
     std::condition_variable turnChanged_;
