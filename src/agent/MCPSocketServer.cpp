@@ -1,0 +1,302 @@
+#include "agent/MCPSocketServer.hpp"
+
+#include <errno.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "agent/MCPJSON.hpp"
+#include "platform/UnixSocket.hpp"
+
+namespace quorvane {
+
+namespace {
+
+constexpr int kBacklog = 32;
+constexpr size_t kReadChunk = 64 * 1024;
+// How often the accept thread looks for finished connections to join when no
+// client connects.
+constexpr std::chrono::milliseconds kReapInterval{1000};
+// How long accepting pauses when the process has no descriptor or memory to spare.
+constexpr std::chrono::milliseconds kAcceptBackoff{100};
+// A connection has no idle limit (a bridge keeps one open for a whole session);
+// its wait is only cut into slices this long.
+constexpr std::chrono::hours kIdleSlice{24};
+
+// One write, so lines from several threads never interleave.
+void log(std::string_view text) {
+    std::string line = fmt::format("[quorvane-agent] {}\n", text);
+    std::string_view rest = line;
+    while (!rest.empty()) {
+        ssize_t written = ::write(STDERR_FILENO, rest.data(), rest.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return;
+        rest.remove_prefix(static_cast<size_t>(written));
+    }
+}
+
+MCPJSON errorEnvelope(std::string code, std::string message, std::optional<std::string> hint) {
+    MCPJSON::Object error{{"code", MCPJSON(std::move(code))},
+                          {"message", MCPJSON(std::move(message))}};
+    if (hint) error.emplace_back("hint", MCPJSON(std::move(*hint)));
+    return MCPJSON(MCPJSON::Object{{"ok", MCPJSON(false)}, {"error", MCPJSON(std::move(error))}});
+}
+
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+
+std::optional<FileIdentity> socketFileAt(const std::filesystem::path& path) {
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode)) return std::nullopt;
+    return FileIdentity{info.st_dev, info.st_ino};
+}
+
+}  // namespace
+
+MCPSocketServer::MCPSocketServer(ToolDispatcher& agentService, std::filesystem::path socketPath)
+    : agentService_(agentService),
+      socketPath_(std::move(socketPath)),
+      // Made here, before any thread can see the server, so that a stop on one
+      // thread while another starts it never races for the descriptor.
+      wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+MCPSocketServer::~MCPSocketServer() {
+    stop();
+}
+
+void MCPSocketServer::start() {
+    std::lock_guard lifecycle(lifecycleMutex_);
+    if (running_) return;
+    if (!wake_.valid()) {
+        log("eventfd() failed: the agent socket cannot be stopped safely, so it is not started");
+        return;
+    }
+    // A previous stop left the wake descriptor readable; every thread that saw it
+    // has been joined, so it can be emptied.
+    uint64_t count = 0;
+    [[maybe_unused]] ssize_t drained = ::read(wake_.get(), &count, sizeof count);
+
+    const std::string& path = socketPath_.native();
+    // The limit counts the terminating NUL, as the address does.
+    if (path.size() + 1 > UnixSocket::kMaxPathBytes) {
+        log(fmt::format("socket path too long ({} > {}) \u2014 {}", path.size() + 1,
+                        UnixSocket::kMaxPathBytes, path));
+        return;
+    }
+    std::error_code ignored;
+    std::filesystem::create_directories(socketPath_.parent_path(), ignored);
+
+    // A socket file nobody listens on is replaced. A live listener is left alone
+    // (two daemons would otherwise steal each other's agents), and so is anything
+    // that is not a socket: it may be the user's own file, put there by mistake.
+    UnixSocket::Listening listening = UnixSocket::listen(socketPath_, kBacklog);
+    if (!listening.fd.valid()) {
+        const std::string& call = listening.failedCall;
+        if (call == "socket" || call == "listen") {
+            log(fmt::format("{}() failed: errno={}", call, listening.errorNumber));
+        } else if (!call.empty()) {
+            log(fmt::format("{}() failed: errno={} path={}", call, listening.errorNumber, path));
+        } else {
+            log(fmt::format("not listening on {}: {}", path, listening.error));
+        }
+        return;
+    }
+    const FileIdentity made = socketFileAt(socketPath_).value_or(FileIdentity{});
+    socketDevice_ = made.device;
+    socketInode_ = made.inode;
+    listening_ = std::move(listening.fd);
+    // Set before the first connection can arrive: a connection's thread stops
+    // taking requests once this is false.
+    running_ = true;
+    try {
+        acceptor_ = std::thread([this] { acceptLoop(); });
+    } catch (const std::system_error& error) {
+        log(fmt::format("cannot start the accept thread: {}", error.what()));
+        running_ = false;
+        listening_.reset();
+        ::unlink(socketPath_.c_str());
+        return;
+    }
+    log(fmt::format("MCP socket listening on {}", path));
+}
+
+void MCPSocketServer::stop() {
+    std::lock_guard lifecycle(lifecycleMutex_);
+    if (!running_) return;
+    running_ = false;
+    uint64_t one = 1;
+    [[maybe_unused]] ssize_t written = ::write(wake_.get(), &one, sizeof one);
+    acceptor_.join();
+    listening_.reset();
+    // Only the file this server made: one put there since is someone else's.
+    std::optional<FileIdentity> present = socketFileAt(socketPath_);
+    if (present && present->device == socketDevice_ && present->inode == socketInode_) {
+        ::unlink(socketPath_.c_str());
+    }
+
+    // Each thread finishes the call it is in, then sees the wake descriptor and
+    // closes its connection.
+    connections_.joinAll();
+}
+
+void MCPSocketServer::acceptLoop() {
+    // So that a lasting failure, or a burst of refusals, logs once.
+    bool failing = false;
+    bool turningAway = false;
+    for (;;) {
+        UnixSocket::Wait wait =
+            UnixSocket::waitFor(listening_.get(), false, kReapInterval, wake_.get());
+        if (wait == UnixSocket::Wait::woken) return;
+        connections_.reapFinished();
+        if (wait == UnixSocket::Wait::timedOut) continue;
+        const char* call = "poll";
+        int error = errno;
+        if (wait == UnixSocket::Wait::ready) {
+            Fd socket = UnixSocket::accept(listening_.get());
+            error = errno;
+            if (socket.valid()) {
+                failing = false;
+                admit(std::move(socket), turningAway);
+                continue;
+            }
+            // The client gave up before it was taken: nothing is wrong.
+            if (error == EAGAIN || error == EWOULDBLOCK || error == ECONNABORTED ||
+                error == EPROTO) {
+                continue;
+            }
+            call = "accept";
+        }
+        // Out of descriptors or memory, the listener stays readable: pause instead
+        // of spinning on it. The waiting client stays queued until then.
+        if (!failing) log(fmt::format("{}() failed: errno={}", call, error));
+        failing = true;
+        if (UnixSocket::waitFor(wake_.get(), false, kAcceptBackoff) != UnixSocket::Wait::timedOut) {
+            return;
+        }
+    }
+}
+
+void MCPSocketServer::admit(Fd socket, bool& turningAway) {
+    if (connections_.running() >= kMaxConnections) {
+        // Closed at once, so the client learns now instead of waiting on a queue.
+        if (!turningAway) {
+            log(fmt::format("{} connections are open: turning new ones away", kMaxConnections));
+            turningAway = true;
+        }
+        return;
+    }
+    try {
+        connections_.start(std::move(socket), [this](Fd connection) {
+            // Only that connection is lost when, say, memory runs out for its line.
+            try {
+                serve(connection.get());
+            } catch (const std::exception& error) {
+                log(fmt::format("a connection ended on an error: {}", error.what()));
+            }
+        });
+    } catch (const std::system_error& error) {
+        if (!turningAway) {
+            log(fmt::format("cannot start a thread for a connection: {}", error.what()));
+            turningAway = true;
+        }
+        return;
+    }
+    turningAway = false;
+}
+
+void MCPSocketServer::serve(int socket) {
+    std::string pending;  // bytes after the last LF; never holds an LF between reads
+    for (;;) {
+        UnixSocket::Wait wait = UnixSocket::waitFor(socket, false, kIdleSlice, wake_.get());
+        if (wait == UnixSocket::Wait::timedOut) continue;
+        if (wait != UnixSocket::Wait::ready) return;
+        const size_t before = pending.size();
+        pending.resize(before + kReadChunk);
+        ssize_t got = ::recv(socket, pending.data() + before, kReadChunk, MSG_DONTWAIT);
+        const int error = errno;
+        pending.resize(before + static_cast<size_t>(std::max<ssize_t>(got, 0)));
+        if (got < 0 && (error == EINTR || error == EAGAIN || error == EWOULDBLOCK)) continue;
+        // At the end, or on an error, a last request without its LF is dropped: it
+        // may have been cut short.
+        if (got <= 0) return;
+
+        size_t lineStart = 0;
+        bool tooLong = false;
+        for (size_t lf = pending.find('\n', before); lf != std::string::npos;
+             lf = pending.find('\n', lineStart)) {
+            std::string_view line(pending.data() + lineStart, lf - lineStart);
+            lineStart = lf + 1;
+            if (line.size() > kMaxLineBytes) {
+                tooLong = true;
+                break;
+            }
+            if (line.empty()) continue;
+            // Once stopping, no new call begins; the rest of the lines go unanswered.
+            if (!running_ || !handleLine(line, socket)) return;
+        }
+        pending.erase(0, lineStart);
+        if (tooLong || pending.size() > kMaxLineBytes) {
+            // Each connection holds a line whole, so one that never ends would hold
+            // memory without limit: the client hears why, and the connection ends.
+            write(socket, errorEnvelope("invalid_params", "request line too long", std::nullopt));
+            return;
+        }
+    }
+}
+
+bool MCPSocketServer::handleLine(std::string_view line, int socket) {
+    std::optional<MCPJSON> request = MCPJSON::parse(line);
+    if (!request || !request->isObject()) {
+        return write(socket, errorEnvelope("invalid_params", "parse error", std::nullopt));
+    }
+    const MCPJSON* tool = request->member("tool");
+    const std::string* toolName = tool ? std::get_if<std::string>(&tool->value()) : nullptr;
+    if (toolName == nullptr) {
+        return write(socket, errorEnvelope("invalid_params", "missing `tool`", std::nullopt));
+    }
+    const MCPJSON* args = request->member("args");
+    const std::string argsJSON = args ? args->jsonString() : "{}";
+
+    AgentResult result;  // a refusal with neither code nor hint, if the tool throws
+    try {
+        result = agentService_.handle(*toolName, argsJSON);
+    } catch (const std::exception&) {
+        // Tools answer with a result, never an exception; the connection and the
+        // daemon outlive one that breaks that rule. What it said stays out of the
+        // log: it may quote the arguments.
+        log("a tool call ended with an exception");
+    }
+    if (result.ok) {
+        // A tool's result that does not parse is still a success, with nothing in it.
+        std::optional<MCPJSON> value = MCPJSON::parse(result.json);
+        return write(socket,
+                     MCPJSON(MCPJSON::Object{
+                         {"ok", MCPJSON(true)},
+                         {"result", value ? std::move(*value) : MCPJSON(MCPJSON::Object{})}}));
+    }
+    // A result has no message of its own: the hint stands in both places.
+    return write(socket, errorEnvelope(result.errorCode.value_or("error"),
+                                       result.hint.value_or("tool failed"), result.hint));
+}
+
+bool MCPSocketServer::write(int socket, const MCPJSON& value) {
+    std::string line = value.jsonString();
+    line += '\n';
+    // A client that leaves its replies unread loses its own connection after the
+    // limit; stopping cuts the wait short.
+    return UnixSocket::sendAll(socket, line, kReplyLimit, wake_.get());
+}
+
+}  // namespace quorvane
