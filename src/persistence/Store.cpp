@@ -577,6 +577,19 @@ void Store::upsertProposal(const PendingProposal& proposal) {
     std::lock_guard lock(mutex_);
     proposals_.items.insert_or_assign(proposal.id, proposal);
     proposals_.dirty = true;
+    writeFile("proposals.json");
+}
+
+std::optional<PendingProposal> Store::updateProposal(
+    const std::string& id, const std::function<bool(PendingProposal&)>& change) {
+    std::lock_guard lock(mutex_);
+    auto it = proposals_.items.find(id);
+    if (it == proposals_.items.end()) return std::nullopt;
+    if (change(it->second)) {
+        proposals_.dirty = true;
+        writeFile("proposals.json");
+    }
+    return it->second;
 }
 
 Store::ConsumeResult Store::consumeApprovedProposal(const std::string& token) {
@@ -621,7 +634,8 @@ void Store::markProposalApplied(const std::string& id) {
 
 std::vector<AuditLogEntry> Store::auditEntries(std::optional<size_t> limit) const {
     std::lock_guard lock(mutex_);
-    std::vector<AuditLogEntry> result = audit_.items;
+    // Appended in time order: reversed, entries of the same second read newest first.
+    std::vector<AuditLogEntry> result(audit_.items.rbegin(), audit_.items.rend());
     std::stable_sort(result.begin(), result.end(),
                      [](const AuditLogEntry& a, const AuditLogEntry& b) { return a.at > b.at; });
     if (limit && result.size() > *limit) result.resize(*limit);

@@ -127,7 +127,15 @@ public:
     // once, so a crash can never make a spent token valid again.
     std::vector<PendingProposal> proposals(std::optional<PendingProposal::Status> status) const;
     std::optional<PendingProposal> proposal(const std::string& id) const;
+    // Inserts or replaces the proposal and writes "proposals.json" at once: an agent
+    // told a proposal's id must find it after a crash.
     void upsertProposal(const PendingProposal& proposal);
+    // Changes the proposal with this id in one step, so no other change slips in
+    // between reading and writing it; `change` returns false to leave it as it was.
+    // Written at once when changed. The proposal as it then stands; nothing when
+    // there is none with this id.
+    std::optional<PendingProposal> updateProposal(
+        const std::string& id, const std::function<bool(PendingProposal&)>& change);
     ConsumeResult consumeApprovedProposal(const std::string& token);
     void rejectProposal(const std::string& id);
     void markProposalApplied(const std::string& id);
