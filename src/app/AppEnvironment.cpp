@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "agent/MCPSocketServer.hpp"
 #include "base/BoundedParallel.hpp"
 #include "app/DailyReview.hpp"
 #include "app/Enrollment.hpp"
@@ -52,7 +53,10 @@ AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock
       metered_(metered != nullptr ? *metered : defaultMetered_),
       scanner_(runner, clock, &shutdownSignal_),
       discovery_(runner, &shutdownSignal_),
-      watcher_(clock) {}
+      watcher_(clock) {
+    agentAccess_ = makeAgentAccess(*this, licence_);
+    agentService_ = std::make_unique<AgentService>(store_, *agentAccess_, clock_);
+}
 
 AppEnvironment::~AppEnvironment() {
     shutdown();
@@ -81,6 +85,24 @@ void AppEnvironment::bootstrap() {
     }
     load();
     reconcileAccounts();
+    if (config().agent.enabled) {
+        // An agent may look only where the person's repositories are, until told
+        // otherwise.
+        if (config().agent.allowedRoots.empty() && !config().scanFolders.empty()) {
+            applyConfigChange([](AppConfig& config) {
+                if (config.agent.allowedRoots.empty()) {
+                    config.agent.allowedRoots = config.scanFolders;
+                }
+            });
+        }
+        startAgentServer();
+    }
+    {
+        std::lock_guard lifecycle(agentLifecycle_);
+        if (!stopping_) {
+            agentFollower_ = std::jthread([this](std::stop_token stop) { agentFollowLoop(stop); });
+        }
+    }
     scanNow();
     startWatcher();
     startPeriodicScanning();
@@ -454,6 +476,10 @@ void AppEnvironment::followConfig(const AppConfig& before, const AppConfig& afte
         before.sync.interval != after.sync.interval) {
         rescheduleTasks();
     }
+    if (before.agent.enabled != after.agent.enabled ||
+        before.agent.socketPath != after.agent.socketPath) {
+        followAgentSettings();
+    }
 }
 
 void AppEnvironment::rescheduleTasks() {
@@ -715,6 +741,16 @@ void AppEnvironment::shutdown() {
         std::lock_guard lifecycle(watcherLifecycle_);
         watcher_.stop();
     }
+    {
+        std::unique_lock lifecycle(agentLifecycle_);
+        std::jthread follower = std::move(agentFollower_);
+        lifecycle.unlock();
+        if (follower.joinable()) {
+            follower.request_stop();
+            follower.join();
+        }
+    }
+    stopAgentServer();
     std::unique_lock lock(mutex_);
     scanFinished_.wait(lock, [this] { return !isScanning_; });
     bool loaded = didLoad_;

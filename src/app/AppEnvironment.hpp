@@ -13,6 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include "agent/AgentEnvAccess.hpp"
+#include "agent/AgentService.hpp"
 #include "git/FileWatcher.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
@@ -23,6 +25,7 @@
 #include "platform/Cancellation.hpp"
 #include "platform/Clock.hpp"
 #include "platform/HttpTransport.hpp"
+#include "platform/Licence.hpp"
 #include "platform/MeteredNetwork.hpp"
 #include "platform/Notifier.hpp"
 #include "platform/ProcessRunner.hpp"
@@ -30,6 +33,7 @@
 namespace quorvane {
 
 class KeychainStore;
+class MCPSocketServer;
 
 // The program's centre: the configuration in memory, the store, and the scan cycle
 // that turns git's answers into snapshots, commits, sessions and day activity.
@@ -181,6 +185,40 @@ public:
     // reading was cut short keeps what was stored before) and flushes the store.
     void shutdown();
 
+    // ---- The agent server ----------------------------------------------------------
+
+    // Listens on the agent socket, once; the long-running service calls it when the
+    // agent is enabled. Failures are logged and leave it stopped.
+    void startAgentServer();
+    void stopAgentServer();
+    bool isAgentServerRunning() const;
+    // The agent socket: agent.socketPath, or "quorvane-agent.sock" in the data folder.
+    std::filesystem::path agentSocketPath() const;
+    // How many tools the agent server offers.
+    static size_t mcpToolCount();
+    // What the agent tools reach the application through.
+    AgentEnvAccess& agentAccess();
+    AgentService& agentService() { return *agentService_; }
+
+    // Proposals, newest first.
+    std::vector<PendingProposal> proposals() const;
+    size_t pendingProposalCount() const;
+
+    // The person's decision on a proposal. `problem` says why nothing was done.
+    struct ProposalDecision {
+        std::optional<PendingProposal> proposal;  // as it now stands
+        std::string token;                        // minted by an approval
+        std::string problem;
+    };
+    // Approves a pending proposal: mints its one-time token, valid for
+    // kTokenLifetimeSeconds, and records the decision. An approved one whose token
+    // was lost or ran out gets a new token, and the old one is void.
+    ProposalDecision approveProposal(const std::string& id);
+    // Turns down a pending or approved proposal; its token, if any, is void.
+    ProposalDecision rejectProposal(const std::string& id);
+
+    static constexpr int kTokenLifetimeSeconds = 900;
+
     AppConfig config() const;
     std::optional<Date> lastScanAt() const;
     bool isScanning() const;
@@ -296,6 +334,27 @@ private:
     bool syncRescheduled_ = false;
     std::jthread syncer_;
     std::jthread startupSync_;
+
+    // The agent server follows agent.enabled and agent.socketPath on its own thread:
+    // a change may come from inside an agent call, which the server's stop would
+    // otherwise wait for.
+    void agentFollowLoop(std::stop_token stop);
+    static std::unique_ptr<AgentEnvAccess> makeAgentAccess(AppEnvironment& env,
+                                                           const LicenceCheck& licence);
+    void followAgentSettings();
+    void recordDecision(const PendingProposal& proposal, const std::string& tool,
+                        const std::string& detail);
+
+    CommunityLicence licence_;
+    std::unique_ptr<AgentEnvAccess> agentAccess_;
+    std::unique_ptr<AgentService> agentService_;
+    mutable std::mutex agentLifecycle_;
+    std::unique_ptr<MCPSocketServer> mcpServer_;
+    std::filesystem::path mcpServerPath_;
+    std::mutex agentFollowMutex_;
+    std::condition_variable_any agentFollowWake_;
+    bool agentFollowRequested_ = false;
+    std::jthread agentFollower_;
 
     // Serialises stopping and restarting the watcher, which several threads may ask for.
     std::mutex watcherLifecycle_;

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "github/RemoteSyncSummary.hpp"
+#include "persistence/AppConfig.hpp"
+
+namespace quorvane {
+
+// What the agent's tools need of the application, and no more, so the agent layer
+// does not depend on the rest of it.
+class AgentEnvAccess {
+public:
+    virtual ~AgentEnvAccess() = default;
+
+    // A copy of the configuration as it stands; one call reads it once.
+    virtual AppConfig currentConfig() = 0;
+    // A full local scan; the ids of the repositories it newly tracked.
+    virtual std::vector<std::string> rescanNow() = 0;
+    // A GitHub sync.
+    virtual RemoteSyncSummary syncNow(bool includeLocalScan) = 0;
+    // Changes the configuration, saves it and lets the running service follow it.
+    // Why it could not be saved, or nothing when it was.
+    virtual std::optional<std::string> applyConfigChange(
+        const std::function<void(AppConfig&)>& change) = 0;
+    // Whether the licence allows applying changes and running git.
+    virtual bool licenceGrants() = 0;
+};
+
+}  // namespace quorvane

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "agent/AgentEnvAccess.hpp"
+#include "agent/AgentJSON.hpp"
+#include "agent/AgentResult.hpp"
+#include "agent/PendingProposal.hpp"
+#include "persistence/JsonCodec.hpp"
+#include "persistence/Store.hpp"
+#include "platform/Clock.hpp"
+
+namespace quorvane {
+
+// How a presented confirmation token fared: the proposal it spent, or why it was
+// refused.
+struct ConfirmOutcome {
+    bool success = false;
+    PendingProposal proposal;  // with success
+    std::string code;          // without: "confirmation_required" or "invalid_token"
+    std::string detail;        // for the audit log; never the token
+    std::string hint;          // for the agent
+};
+
+// The agent server's dispatcher. Each call is checked in a fixed order (agent on,
+// tool known, permission level, folder inside the allowed roots, licence) before
+// the tool runs, and every call past reading the configuration leaves exactly one
+// audit entry. Nothing an agent asks for changes anything until the person has
+// approved that exact action: a changing tool called without a token only creates
+// a proposal, and a token is spent by its first valid presentation.
+//
+// Calls from different connections run at the same time; the store serialises its
+// own operations, and the proposal bookkeeping here has its own lock.
+class AgentService final : public ToolDispatcher {
+public:
+    AgentService(Store& store, AgentEnvAccess& env, const Clock& clock);
+
+    AgentResult handle(const std::string& tool, const std::string& argsJSON) override;
+
+    // The arguments as an object. Anything else (empty text, bad JSON, an array)
+    // gives an empty object: bad arguments only look absent to a tool.
+    static Json parseArgs(std::string_view argsJSON);
+    // The level a tool needs; nothing for a name that is no tool.
+    static std::optional<AgentPermissionLevel> requiredLevel(std::string_view tool);
+    // The argument naming a folder that must lie inside the allowed roots.
+    static std::optional<std::string> allowedRootPathKey(std::string_view tool);
+    // The path with "~" expanded, "." and repeated slashes removed and symbolic links
+    // resolved; empty (refused) when it is relative or still climbs with "..".
+    static std::string canonical(std::string_view path);
+    // Whether the path, resolved, is one of the roots or lies below one. "/a/bc" is
+    // not below "/a/b"; no roots refuse every path.
+    static bool isInsideAllowedRoot(std::string_view path, const std::vector<std::string>& roots);
+    // The arguments for the audit log: sorted "key=value" items, each cut short, the
+    // confirmation token left out.
+    static std::string argsSummary(const Json& args);
+
+    // Spends the call's confirmationToken if it was approved for exactly this tool
+    // and these security-relevant arguments. Without a token it makes sure a
+    // proposal for this action waits for the person, and says which.
+    ConfirmOutcome confirm(const std::string& tool, const Json& args);
+    // The id of the pending proposal for this tool and arguments, created when there
+    // is none; nothing for a tool that takes no token.
+    std::optional<std::string> ensurePendingProposal(const std::string& tool, const Json& args);
+
+    static constexpr int kDefaultAuditLimit = 100;
+
+private:
+    struct Call {
+        const std::string& tool;
+        const Json& args;
+        const AppConfig& config;
+    };
+
+    AgentResult executeFree(const Call& call);
+    AgentResult executePaid(const Call& call);
+    AgentResult handleResourceRead(const Call& call);
+
+    // Records the call and answers with `result`.
+    AgentResult ok(const Call& call, const AgentJSON& result,
+                   std::optional<std::string> detail = std::nullopt,
+                   std::optional<std::string> proposalId = std::nullopt);
+    // Records the refusal with its audit status and answers with the code and hint.
+    AgentResult refuse(const Call& call, const std::string& status, const std::string& detail,
+                       const std::string& code, const std::string& hint);
+    AgentResult refuse(const Call& call, const ConfirmOutcome& outcome);
+    void audit(const std::string& tool, const Json& args, const std::string& status,
+               std::optional<std::string> detail, std::optional<std::string> proposalId);
+
+    AgentResult notAvailableYet(const Call& call);
+    AgentResult getSettings(const Call& call);
+    AgentResult getAuditLog(const Call& call);
+    AgentResult getProposalStatus(const Call& call);
+    AgentResult listPendingProposals(const Call& call);
+    AgentResult listLocalRepositories(const Call& call);
+    AgentResult rejectMapping(const Call& call);
+    AgentResult setDailyReviewTime(const Call& call);
+    AgentResult setTracking(const Call& call, bool enabled);
+    AgentResult updateScanFolders(const Call& call);
+    // The common end of the settings tools: confirm, change the configuration, mark
+    // the proposal applied, record it.
+    AgentResult applyConfigChange(const Call& call,
+                                  const std::function<void(AppConfig&)>& change,
+                                  AgentJSON::Object result);
+
+    AgentJSON settingsResource(const AppConfig& config) const;
+    AgentJSON localRepositories(const AppConfig& config) const;
+    AgentJSON auditLog(std::optional<size_t> limit) const;
+
+    Store& store_;
+    AgentEnvAccess& env_;
+    const Clock& clock_;
+    // Makes looking for a pending proposal and creating one a single step, so two
+    // identical calls at once still leave one proposal.
+    std::mutex proposalMutex_;
+};
+
+}  // namespace quorvane
