@@ -760,6 +760,85 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         };
     });
 
+    // proposals, audit, agent
+    bool proposalsAll = false, proposalsJson = false;
+    std::string proposalID;
+    CLI::App* proposalsCommand = app.add_subcommand(
+        "proposals",
+        "List what coding agents have proposed, waiting for your decision\n"
+        "An agent connected to the daemon's agent socket changes nothing on its own word:\n"
+        "it proposes, you approve here, and approval mints a one-time token, valid 15\n"
+        "minutes, that authorises exactly that action with exactly those arguments. The\n"
+        "agent fetches the token and applies the action once. Every agent call is in\n"
+        "'quorvane audit'.");
+    proposalsCommand->require_subcommand(0, 1);
+    proposalsCommand->add_flag("--all", proposalsAll,
+                               "Also list approved, applied, rejected and expired proposals");
+    proposalsCommand->add_flag("--json", proposalsJson, "Print the proposals as a JSON array");
+    CLI::App* proposalsShowCommand = proposalsCommand->add_subcommand(
+        "show", "Show one proposal in full: what it does, its tool and its arguments");
+    proposalsShowCommand->add_option("ID", proposalID, "Proposal id, or its first characters")
+        ->required();
+    proposalsShowCommand->add_flag("--json", proposalsJson, "Print the proposal as JSON");
+    proposalsShowCommand->callback([&] {
+        action = [&](CommandContext& c) {
+            return Commands::proposalsShow(c, proposalID, proposalsJson);
+        };
+    });
+    CLI::App* proposalsApproveCommand = proposalsCommand->add_subcommand(
+        "approve", "Approve a proposal: prints the one-time token for it and when it expires");
+    proposalsApproveCommand->add_option("ID", proposalID, "Proposal id, or its first characters")
+        ->required();
+    proposalsApproveCommand->add_flag("--json", proposalsJson,
+                                      "Print the id, token and expiry as JSON");
+    proposalsApproveCommand->callback([&] {
+        action = [&](CommandContext& c) {
+            return Commands::proposalsApprove(c, proposalID, proposalsJson);
+        };
+    });
+    CLI::App* proposalsRejectCommand = proposalsCommand->add_subcommand(
+        "reject", "Turn a proposal down; a token already given for it stops working");
+    proposalsRejectCommand->add_option("ID", proposalID, "Proposal id, or its first characters")
+        ->required();
+    proposalsRejectCommand->callback([&] {
+        action = [&](CommandContext& c) { return Commands::proposalsReject(c, proposalID); };
+    });
+    proposalsCommand->callback([&] {
+        if (!proposalsCommand->get_subcommands().empty()) return;
+        action = [&](CommandContext& c) {
+            return Commands::proposalsList(c, proposalsAll, proposalsJson);
+        };
+    });
+
+    int auditLimit = Commands::kDefaultAuditLines;
+    bool auditJson = false;
+    CLI::App* auditCommand = app.add_subcommand(
+        "audit",
+        "Show the audit log of agent calls, and of your decisions on proposals\n"
+        "Each line is one call: when, who (claude for an agent, user for you), the tool,\n"
+        "how it ended and why. Tokens never appear in it. The log keeps 90 days and at\n"
+        "most 5000 entries.");
+    auditCommand->add_option("--limit", auditLimit, "How many of the newest entries to show")
+        ->check(CLI::Range(1, 5000))
+        ->capture_default_str();
+    auditCommand->add_flag("--json", auditJson, "Print the entries as a JSON array, newest first");
+    auditCommand->callback([&] {
+        action = [&](CommandContext& c) { return Commands::auditLog(c, auditLimit, auditJson); };
+    });
+
+    bool agentJson = false;
+    CLI::App* agentCommand = app.add_subcommand(
+        "agent", "The agent socket that coding agents use to read and propose changes");
+    agentCommand->require_subcommand(1);
+    CLI::App* agentStatusCommand = agentCommand->add_subcommand(
+        "status",
+        "Say whether the agent socket is up, where it is, the permission level, the\n"
+        "allowed roots and how many tools it offers");
+    agentStatusCommand->add_flag("--json", agentJson, "Print the status as JSON");
+    agentStatusCommand->callback([&] {
+        action = [&](CommandContext& c) { return Commands::agentStatus(c, agentJson); };
+    });
+
     // daemon
     CLI::App* daemon = app.add_subcommand(
         "daemon",
@@ -882,12 +961,12 @@ Examples:
     serviceUnit->callback(
         [&] { printReference = [&] { return Commands::serviceUnit(out, unitExecutable); }; });
 
-    for (CLI::App* group : {repos, folders, accounts, service}) {
+    for (CLI::App* group : {repos, folders, accounts, service, proposalsCommand, agentCommand}) {
         addDataDir(group);
         for (CLI::App* command : group->get_subcommands({})) addDataDir(command);
     }
     for (CLI::App* command :
-         {scan, sync, status, commits, doctor, journal, reminders, dismiss, daemon}) {
+         {scan, sync, status, commits, doctor, journal, reminders, dismiss, daemon, auditCommand}) {
         addDataDir(command);
     }
     for (CLI::App* command :
@@ -939,7 +1018,8 @@ Examples:
                                         journalOptions.tomorrow || journalOptions.edit);
     for (const CLI::App* command : {reposAdd, reposRemove, foldersAdd, foldersRemove, scan, sync,
                                     dismiss, accountsAdd, accountsImport, accountsCheck,
-                                    accountsRemove, configSet}) {
+                                    accountsRemove, configSet, proposalsApproveCommand,
+                                    proposalsRejectCommand}) {
         writes = writes || command->parsed();
     }
     if (how.service != nullptr) {

@@ -181,6 +181,18 @@ int configSet(CommandContext& context, const std::string& key, const std::string
 // The keys and what each takes, for the help of `quorvane config`.
 std::string configKeysHelp();
 
+// What agents have asked for, and the person's answer. Listing, showing and the
+// audit log only read; approving and rejecting change the data folder, so they go
+// to the daemon while it runs. A proposal is named by its id or the first
+// characters of it.
+int proposalsList(CommandContext& context, bool all, bool json);
+int proposalsShow(CommandContext& context, const std::string& id, bool json);
+int proposalsApprove(CommandContext& context, const std::string& id, bool json);
+int proposalsReject(CommandContext& context, const std::string& id);
+inline constexpr int kDefaultAuditLines = 50;
+int auditLog(CommandContext& context, int limit, bool json);
+int agentStatus(CommandContext& context, bool json);
+
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);
 

@@ -1,0 +1,291 @@
+// The person's side of the agent: what agents proposed, the decision on each, the
+// audit log of every agent call, and whether the agent socket is up.
+#include <algorithm>
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "agent/AgentTools.hpp"
+#include "app/AppEnvironment.hpp"
+#include "base/EnumNames.hpp"
+#include "base/PathHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
+#include "persistence/Store.hpp"
+#include "platform/UnixSocket.hpp"
+
+namespace quorvane::Commands {
+
+namespace {
+
+constexpr size_t kShortID = 8;
+
+std::string shortID(const std::string& id) {
+    return id.substr(0, kShortID);
+}
+
+std::string localTime(Date date) {
+    return DateHelpers::dateKey(date) + " " + localClockTime(date);
+}
+
+Tone statusTone(PendingProposal::Status status) {
+    switch (status) {
+        case PendingProposal::Status::pending: return Tone::attention;
+        case PendingProposal::Status::approved: return Tone::good;
+        case PendingProposal::Status::applied: return Tone::dim;
+        case PendingProposal::Status::rejected:
+        case PendingProposal::Status::expired: return Tone::dim;
+    }
+    return Tone::plain;
+}
+
+// The proposal a person means: the full id, or a prefix of at least four characters
+// that only one proposal has. Nothing otherwise, with the reason on stderr.
+std::optional<PendingProposal> findProposal(const CommandContext& context,
+                                            const std::vector<PendingProposal>& proposals,
+                                            const std::string& key) {
+    std::vector<const PendingProposal*> matches;
+    for (const PendingProposal& proposal : proposals) {
+        if (proposal.id == key) return proposal;
+        if (key.size() >= 4 && proposal.id.size() >= key.size() &&
+            std::equal(key.begin(), key.end(), proposal.id.begin(),
+                       [](char a, char b) { return std::toupper(a) == std::toupper(b); })) {
+            matches.push_back(&proposal);
+        }
+    }
+    if (matches.size() == 1) return *matches[0];
+    context.err << fmt::format(
+        fmt::runtime(matches.empty()
+                         ? "quorvane: no proposal has the id {} (see: quorvane proposals --all)\n"
+                         : "quorvane: {} matches several proposals; give more of the id\n"),
+        key);
+    return std::nullopt;
+}
+
+Json proposalJson(const PendingProposal& proposal) {
+    // Everything but the token: a listing never hands one out.
+    Json json = toJson(proposal);
+    json.erase("confirmationToken");
+    return json;
+}
+
+bool isDestructive(const PendingProposal& proposal) {
+    return proposal.summary.starts_with("DESTRUCTIVE");
+}
+
+}  // namespace
+
+int proposalsList(CommandContext& context, bool all, bool json) {
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    std::vector<PendingProposal> proposals =
+        store.proposals(all ? std::nullopt
+                            : std::optional<PendingProposal::Status>(
+                                  PendingProposal::Status::pending));
+    if (json) {
+        Json array = Json::array();
+        for (const PendingProposal& proposal : proposals) array.push_back(proposalJson(proposal));
+        context.out << JsonCodec::pretty(array);
+        return 0;
+    }
+    if (proposals.empty()) {
+        context.out << (all ? "No agent has proposed anything yet.\n"
+                            : "No proposals are waiting for you.\n");
+        return 0;
+    }
+    std::vector<std::vector<std::string>> rows = {{"ID", "CREATED", "KIND", "STATUS", "TITLE"}};
+    for (const PendingProposal& proposal : proposals) {
+        rows.push_back({Style::paint(context, Tone::dim, shortID(proposal.id)),
+                        localTime(proposal.createdAt), std::string(enumName(proposal.kind)),
+                        Style::paint(context, statusTone(proposal.status),
+                                     enumName(proposal.status)),
+                        Style::paint(context, isDestructive(proposal) ? Tone::problem : Tone::plain,
+                                     proposal.title)});
+    }
+    using TextLayout::Shrink;
+    printTable(context.out, rows,
+               {context.columns,
+                {Shrink::never, Shrink::never, Shrink::never, Shrink::never, Shrink::wrap},
+                true});
+    context.out << "\nRead one with:    quorvane proposals show ID\n"
+                   "Approve one with: quorvane proposals approve ID\n"
+                   "Reject one with:  quorvane proposals reject ID\n";
+    return 0;
+}
+
+int proposalsShow(CommandContext& context, const std::string& id, bool json) {
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    std::optional<PendingProposal> proposal = findProposal(context, store.proposals(std::nullopt), id);
+    if (!proposal) return 1;
+    if (json) {
+        context.out << JsonCodec::pretty(proposalJson(*proposal));
+        return 0;
+    }
+    std::ostream& out = context.out;
+    out << fmt::format("Proposal {}\n", proposal->id);
+    out << fmt::format("  Title:     {}\n", proposal->title);
+    out << fmt::format("  Kind:      {}\n", enumName(proposal->kind));
+    out << fmt::format("  Status:    {}\n",
+                       Style::paint(context, statusTone(proposal->status),
+                                    enumName(proposal->status)));
+    out << fmt::format("  Created:   {}\n", localTime(proposal->createdAt));
+    if (proposal->intendedTool) out << fmt::format("  Tool:      {}\n", *proposal->intendedTool);
+    if (!proposal->payloadJSON.empty() && proposal->payloadJSON != "{}") {
+        out << fmt::format("  Arguments: {}\n", proposal->payloadJSON);
+    }
+    if (proposal->confidence) out << fmt::format("  Confidence: {}%\n", *proposal->confidence);
+    if (proposal->status == PendingProposal::Status::approved && proposal->expiresAt) {
+        const bool lapsed = *proposal->expiresAt < context.clock.now();
+        out << fmt::format("  Token:     {} {}\n", lapsed ? "expired at" : "valid until",
+                           localTime(*proposal->expiresAt));
+    }
+    out << "\n";
+    printWrapped(out,
+                 isDestructive(*proposal) ? Style::paint(context, Tone::problem, proposal->summary)
+                                          : proposal->summary,
+                 context.columns, "  ");
+    for (const std::string& line : proposal->evidence) {
+        printWrapped(out, line, context.columns, "  - ");
+    }
+    if (proposal->status == PendingProposal::Status::pending) {
+        const std::string shortName = shortID(proposal->id);
+        out << fmt::format("\nApprove with: quorvane proposals approve {}\n"
+                           "Reject with:  quorvane proposals reject {}\n",
+                           shortName, shortName);
+    }
+    return 0;
+}
+
+int proposalsApprove(CommandContext& context, const std::string& id, bool json) {
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
+    if (!writer) return 1;
+    AppEnvironment& env = writer->env();
+    std::optional<PendingProposal> proposal = findProposal(context, env.proposals(), id);
+    if (!proposal) return 1;
+    if (proposal->kind == PendingProposal::Kind::cleanupPlan) {
+        context.err << "quorvane: a cleanup plan is for reading; approving it would authorise "
+                       "nothing\n";
+        return 1;
+    }
+    AppEnvironment::ProposalDecision decision = env.approveProposal(proposal->id);
+    if (!decision.problem.empty()) {
+        context.err << fmt::format("quorvane: {}\n", decision.problem);
+        return 1;
+    }
+    const Date expiresAt = decision.proposal->expiresAt.value_or(context.clock.now());
+    if (json) {
+        context.out << JsonCodec::pretty(Json{{"proposalId", decision.proposal->id},
+                                              {"confirmationToken", decision.token},
+                                              {"expiresAt", toJson(expiresAt)}});
+        return 0;
+    }
+    context.out << fmt::format(
+        "approved: {}\n"
+        "token:    {}\n"
+        "valid until {} ({} minutes), for this one action only.\n"
+        "The agent fetches the token itself with get_proposal_status, or you can paste it\n"
+        "as its confirmationToken.\n",
+        decision.proposal->title, decision.token, localTime(expiresAt),
+        AppEnvironment::kTokenLifetimeSeconds / 60);
+    return 0;
+}
+
+int proposalsReject(CommandContext& context, const std::string& id) {
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
+    if (!writer) return 1;
+    AppEnvironment& env = writer->env();
+    std::optional<PendingProposal> proposal = findProposal(context, env.proposals(), id);
+    if (!proposal) return 1;
+    AppEnvironment::ProposalDecision decision = env.rejectProposal(proposal->id);
+    if (!decision.problem.empty()) {
+        context.err << fmt::format("quorvane: {}\n", decision.problem);
+        return 1;
+    }
+    context.out << fmt::format("rejected: {}\n", decision.proposal->title);
+    return 0;
+}
+
+int auditLog(CommandContext& context, int limit, bool json) {
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    std::vector<AuditLogEntry> entries = store.auditEntries(static_cast<size_t>(limit));
+    if (json) {
+        Json array = Json::array();
+        for (const AuditLogEntry& entry : entries) array.push_back(toJson(entry));
+        context.out << JsonCodec::pretty(array);
+        return 0;
+    }
+    if (entries.empty()) {
+        context.out << "No agent calls yet.\n";
+        return 0;
+    }
+    std::vector<std::vector<std::string>> rows = {{"WHEN", "ACTOR", "TOOL", "STATUS", "DETAIL"}};
+    // Oldest first, so the latest call is the last line, next to the prompt.
+    for (auto it = entries.rbegin(); it != entries.rend(); ++it) {
+        const AuditLogEntry& entry = *it;
+        Tone tone = entry.status == "ok" ? Tone::good
+                    : entry.status == "confirmation_required" || entry.status == "token_disclosed"
+                        ? Tone::attention
+                        : Tone::problem;
+        std::string detail = entry.detail.value_or("");
+        if (detail.empty()) detail = entry.argsSummary;
+        rows.push_back({localTime(entry.at), entry.actor, entry.tool,
+                        Style::paint(context, tone, entry.status), detail});
+    }
+    using TextLayout::Shrink;
+    printTable(context.out, rows,
+               {context.columns,
+                {Shrink::never, Shrink::never, Shrink::cutEnd, Shrink::never, Shrink::wrap},
+                true});
+    return 0;
+}
+
+int agentStatus(CommandContext& context, bool json) {
+    AppConfig config = readConfig(context);
+    const std::filesystem::path socketPath =
+        config.agent.socketPath.empty() ? context.dataDir / "quorvane-agent.sock"
+                                        : std::filesystem::path(
+                                              PathHelpers::expandTilde(config.agent.socketPath));
+    // Listening means a daemon answers there; a file alone may be left from a crash.
+    const bool listening = UnixSocket::connect(socketPath).error == 0;
+    Store store(context.dataDir, context.clock, Store::Access::readOnly);
+    store.load();
+    const size_t pending = store.proposals(PendingProposal::Status::pending).size();
+    if (json) {
+        context.out << JsonCodec::pretty(
+            Json{{"socketPath", socketPath.string()},
+                 {"running", listening},
+                 {"enabled", config.agent.enabled},
+                 {"permissionLevel", enumName(config.agent.permissionLevel)},
+                 {"allowedRoots", config.agent.allowedRoots},
+                 {"toolCount", AgentTools::toolCount()},
+                 {"pendingProposals", pending}});
+        return 0;
+    }
+    std::string state;
+    if (listening) {
+        state = Style::paint(context, Tone::good, "running");
+    } else if (!config.agent.enabled) {
+        state = Style::paint(context, Tone::dim, "off (agent.enabled is false)");
+    } else {
+        state = Style::paint(context, Tone::attention,
+                             "not running (start it with: quorvane daemon)");
+    }
+    std::string roots;
+    for (const std::string& root : config.agent.allowedRoots) {
+        roots += (roots.empty() ? "" : ", ") + root;
+    }
+    if (roots.empty()) roots = "none (every path is refused; the daemon fills them from the scan folders)";
+    std::ostream& out = context.out;
+    out << fmt::format("Agent server:      {}\n", state);
+    out << fmt::format("Socket:            {}\n", socketPath.string());
+    out << fmt::format("Permission level:  {}\n", enumName(config.agent.permissionLevel));
+    printWrapped(out, roots, context.columns, "Allowed roots:     ");
+    out << fmt::format("Tools:             {}\n", AgentTools::toolCount());
+    out << fmt::format("Pending proposals: {}{}\n", pending,
+                       pending > 0 ? " (see: quorvane proposals)" : "");
+    return 0;
+}
+
+}  // namespace quorvane::Commands

@@ -1,0 +1,375 @@
+// The agent socket end to end: raw lines against the real daemon, and the whole
+// propose, approve, apply loop with the person's review commands, on a clock the
+// test moves.
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <latch>
+#include <sstream>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "app/AppEnvironment.hpp"
+#include "cli/CommandLine.hpp"
+#include "persistence/ConfigService.hpp"
+#include "platform/Shell.hpp"
+#include "platform/UnixSocket.hpp"
+#include "testing/BackgroundProcess.hpp"
+#include "testing/FakeClock.hpp"
+#include "testing/LineClient.hpp"
+#include "testing/TempDir.hpp"
+#include "tests/CliRunner.hpp"
+
+namespace quorvane {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+using testing::LineClient;
+
+std::string fileText(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::string errorCode(const Json& reply) {
+    return reply.is_object() && reply.contains("error") ? reply["error"].value("code", "") : "";
+}
+
+std::string errorMessage(const Json& reply) {
+    return reply.is_object() && reply.contains("error") ? reply["error"].value("message", "") : "";
+}
+
+Json parsed(const std::optional<std::string>& line) {
+    return line ? Json::parse(*line, nullptr, false) : Json();
+}
+
+// The proposal id in a "confirmation_required" hint.
+std::string proposalIn(const Json& reply) {
+    const std::string hint = errorMessage(reply);
+    const std::string prefix = "(proposal ";
+    size_t at = hint.find(prefix);
+    return at == std::string::npos ? "" : hint.substr(at + prefix.size(), 36);
+}
+
+class AgentSocketTest : public ::testing::Test {
+protected:
+    std::filesystem::path dataDir() const { return dir_ / "data"; }
+    std::filesystem::path agentSocket() const { return dataDir() / "quorvane-agent.sock"; }
+
+    void writeConfig(const std::function<void(AppConfig&)>& change) {
+        SystemClock clock;
+        ConfigService service(dataDir() / "config.json", clock);
+        AppConfig config = service.load();
+        change(config);
+        ASSERT_TRUE(service.save(config).ok());
+    }
+
+    std::unique_ptr<testing::BackgroundProcess> startDaemon(const std::string& logName) {
+        auto daemon = std::make_unique<testing::BackgroundProcess>(
+            QUORVANE_BINARY, std::vector<std::string>{"daemon", "--data-dir", dataDir().string()},
+            dir_ / logName);
+        EXPECT_TRUE(testing::eventually(60s, [&] {
+            return daemon->output().find("quorvane daemon: ready") != std::string::npos;
+        })) << daemon->output();
+        return daemon;
+    }
+
+    testing::TempDir dir_;
+};
+
+TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
+    std::filesystem::create_directories(dir_ / "code");
+    writeConfig([&](AppConfig& config) { config.agent.allowedRoots = {(dir_ / "code").string()}; });
+    {
+        // A socket file left by a daemon that crashed.
+        UnixSocket::Listening stale = UnixSocket::listen(agentSocket());
+        ASSERT_TRUE(stale.error.empty()) << stale.error;
+    }
+    ASSERT_TRUE(std::filesystem::exists(agentSocket()));
+    auto daemon = startDaemon("daemon.log");
+    EXPECT_THAT(daemon->output(),
+                HasSubstr("[quorvane-agent] MCP socket listening on " + agentSocket().string()));
+    struct stat info {};
+    ASSERT_EQ(::stat(agentSocket().c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+    LineClient agent(agentSocket());
+    ASSERT_TRUE(agent.connected());
+    // A blank line is no request; two requests in one write get two replies in order.
+    ASSERT_TRUE(agent.send("\n{\"tool\":\"get_settings\"}\n{\"tool\":\"list_pending_proposals\"}\n"));
+    Json settings = parsed(agent.readLine());
+    EXPECT_EQ(settings["ok"], true);
+    EXPECT_TRUE(settings["result"].contains("scanFolders"));
+    Json listing = parsed(agent.readLine());
+    EXPECT_TRUE(listing["result"].is_array());
+    // One request over several writes is one request.
+    for (std::string_view piece : {"{\"tool\":\"get_", "settings\",\"ar", "gs\":{}}", "\n"}) {
+        ASSERT_TRUE(agent.send(piece));
+        std::this_thread::sleep_for(20ms);  // lets the pieces arrive apart
+    }
+    EXPECT_EQ(parsed(agent.readLine())["result"], settings["result"]);
+
+    struct Case {
+        std::string line, code, message;
+    };
+    const std::vector<Case> cases = {
+        {"{}", "invalid_params", "missing `tool`"},
+        {"{\"tool\":7}", "invalid_params", "missing `tool`"},
+        {"[]", "invalid_params", "parse error"},
+        {"42", "invalid_params", "parse error"},
+        {"{\"tool\":", "invalid_params", "parse error"},
+        // Arguments that are no object only look absent to the tool.
+        {R"({"tool":"get_proposal_status","args":"{\"proposalId\":\"x\"}"})", "not_found",
+         "missing proposalId"},
+        {R"({"tool":"get_proposal_status"})", "not_found", "missing proposalId"},
+        {R"({"tool":"rm_rf"})", "not_found", "unknown tool `rm_rf`"},
+        {R"({"tool":"read_git_status","args":{"path":"/etc"}})", "not_in_allowed_root",
+         "Add this folder to Allowed Roots in Quorvane → MCP"},
+        {R"({"tool":"read_git_status","args":{"path":"/tmp/../etc"}})", "not_in_allowed_root",
+         "Add this folder to Allowed Roots in Quorvane → MCP"},
+        {R"({"tool":"list_pending_proposals","args":{"status":"later"}})", "invalid_params",
+         "unknown status `later`"},
+        {R"({"tool":"set_daily_review_time","args":{"time":"08:00","confirmationToken":"guess"}})",
+         "invalid_token",
+         "Token invalid or expired. Re-confirm the proposal in Quorvane → Agent Review."},
+    };
+    for (const Case& c : cases) {
+        ASSERT_TRUE(agent.send(c.line + "\n"));
+        Json reply = parsed(agent.readLine());
+        EXPECT_EQ(reply["ok"], false) << c.line;
+        EXPECT_EQ(errorCode(reply), c.code) << c.line;
+        EXPECT_EQ(errorMessage(reply), c.message) << c.line;
+        // The socket's own refusals carry no hint; a tool's carry the message again.
+        const bool fromTool = c.message != "parse error" && c.message != "missing `tool`";
+        EXPECT_EQ(reply["error"].contains("hint"), fromTool) << c.line;
+    }
+    Json proposed = agent.call("set_daily_review_time", {{"time", "08:00"}});
+    EXPECT_EQ(errorCode(proposed), "confirmation_required");
+    EXPECT_EQ(proposalIn(proposed).size(), 36u);
+
+    // A last request without its LF is never run.
+    const size_t before = agent.call("get_audit_log", {{"limit", 5000}})["result"].size();
+    {
+        LineClient cut(agentSocket());
+        ASSERT_TRUE(cut.send(R"({"tool":"get_settings"})"));
+    }
+    Json log = agent.call("get_audit_log", {{"limit", 5000}})["result"];
+    EXPECT_EQ(log.size(), before + 1) << "only the previous get_audit_log was added";
+
+    // The level and the switch are followed as they change, through the control socket.
+    ShellResult lowered =
+        testing::runQuorvane(dataDir(), {"config", "set", "agent.permissionLevel", "readOnly"});
+    ASSERT_EQ(lowered.exitCode, 0) << lowered.stdErr;
+    Json denied = agent.call("set_daily_review_time", {{"time", "08:00"}});
+    EXPECT_EQ(errorCode(denied), "permission_denied");
+    EXPECT_EQ(errorMessage(denied), "Raise permission in Quorvane → MCP/Settings");
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"config", "set", "agent.enabled", "false"}).exitCode,
+              0);
+    EXPECT_TRUE(agent.closedByServer(30s)) << "the socket closes with the agent switched off";
+    EXPECT_TRUE(testing::eventually(30s, [&] { return !std::filesystem::exists(agentSocket()); }));
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"config", "set", "agent.enabled", "true"}).exitCode,
+              0);
+    ASSERT_TRUE(testing::eventually(30s, [&] { return LineClient(agentSocket()).connected(); }));
+    ShellResult status = testing::runQuorvane(dataDir(), {"agent", "status", "--json"});
+    ASSERT_EQ(status.exitCode, 0) << status.stdErr;
+    Json state = Json::parse(status.stdOut);
+    EXPECT_EQ(state["running"], true);
+    EXPECT_EQ(state["toolCount"], 60);
+    EXPECT_EQ(state["permissionLevel"], "readOnly");
+    EXPECT_EQ(state["socketPath"], agentSocket().string());
+
+    // A socket path of 103 bytes binds; one of 104 is refused with the reason.
+    const std::filesystem::path shortDir = "/tmp/qv-agent-" + std::to_string(::getpid());
+    std::filesystem::create_directories(shortDir);
+    auto pathOf = [&](size_t bytes) {
+        std::string path = (shortDir / "s").string();
+        return path + std::string(bytes - path.size(), 'k');
+    };
+    const std::string longest = pathOf(103), tooLong = pathOf(104);
+    ASSERT_EQ(
+        testing::runQuorvane(dataDir(), {"config", "set", "agent.socketPath", longest}).exitCode, 0);
+    EXPECT_TRUE(testing::eventually(30s, [&] { return LineClient(longest).connected(); }));
+    EXPECT_FALSE(std::filesystem::exists(agentSocket())) << "the old socket is gone";
+    daemon->signal(SIGTERM);
+    ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
+    EXPECT_FALSE(std::filesystem::exists(longest));
+
+    writeConfig([&](AppConfig& config) { config.agent.socketPath = tooLong; });
+    auto second = startDaemon("second.log");
+    EXPECT_THAT(second->output(), HasSubstr("[quorvane-agent] socket path too long (105 > 104) — " +
+                                            tooLong));
+    EXPECT_FALSE(std::filesystem::exists(tooLong));
+    Json stopped = Json::parse(testing::runQuorvane(dataDir(), {"agent", "status", "--json"}).stdOut);
+    EXPECT_EQ(stopped["running"], false);
+    second->signal(SIGTERM);
+    EXPECT_EQ(second->waitForExit(60s), 0);
+    std::filesystem::remove_all(shortDir);
+}
+
+// The propose, approve, apply loop with the person's commands, in the service
+// itself so the test can move its clock past a token's life.
+class AgentLoopTest : public AgentSocketTest {
+protected:
+    void SetUp() override {
+        writeConfig([&](AppConfig& config) {
+            config.agent.allowedRoots = {dir_.path().string()};
+            config.agent.permissionLevel = AgentPermissionLevel::applySettings;
+        });
+        env_ = std::make_unique<AppEnvironment>(dataDir(), clock_, shell_);
+        env_->bootstrap();
+        ASSERT_TRUE(env_->isAgentServerRunning());
+    }
+
+    // A review command as the daemon runs it for the person's client.
+    int review(std::vector<std::string> words, std::string& output) {
+        ControlProtocol::Request request;
+        request.arguments = std::move(words);
+        request.workingDirectory = dir_.path().string();
+        std::ostringstream out, err;
+        int status = runForwardedCommand(request, out, err, shell_, clock_, *env_, dataDir());
+        output = out.str() + err.str();
+        return status;
+    }
+
+    // Approves through the review command; the token it printed.
+    std::string approve(const std::string& id) {
+        std::string output;
+        EXPECT_EQ(review({"proposals", "approve", id.substr(0, 8)}, output), 0);
+        const std::string label = "token:    ";
+        size_t at = output.find(label);
+        return at == std::string::npos ? "" : output.substr(at + label.size(), 36);
+    }
+
+    // A read-only command, as typed beside the running service.
+    std::string read(std::vector<std::string> words) {
+        words.insert(words.end(), {"--data-dir", dataDir().string()});
+        std::vector<const char*> argv = {"quorvane"};
+        for (const std::string& word : words) argv.push_back(word.c_str());
+        std::ostringstream out, err;
+        EXPECT_EQ(runCommandLine(static_cast<int>(argv.size()), argv.data(), out, err, shell_,
+                                 clock_, TerminalStyle{false, 200}),
+                  0)
+            << err.str();
+        return out.str();
+    }
+
+    testing::FakeClock clock_{*DateHelpers::parseISO("2026-11-25T10:00:00Z")};
+    Shell shell_;
+    std::unique_ptr<AppEnvironment> env_;
+};
+
+TEST_F(AgentLoopTest, AProposalIsApprovedByThePersonAndAppliedOnceWithinItsLife) {
+    LineClient agent(agentSocket());
+    const Json args = {{"time", "18:00"}};
+    const std::string id = proposalIn(agent.call("set_daily_review_time", args));
+    ASSERT_EQ(id.size(), 36u);
+    EXPECT_EQ(proposalIn(agent.call("set_daily_review_time", args)), id) << "one proposal";
+
+    EXPECT_THAT(read({"proposals"}), HasSubstr("Apply set_daily_review_time"));
+    EXPECT_THAT(read({"proposals", "show", id.substr(0, 6)}), HasSubstr("time=18:00"));
+    const std::string token = approve(id);
+    ASSERT_EQ(token.size(), 36u);
+    EXPECT_EQ(env_->store().auditEntries(1).at(0).tool, "agent_review.confirm");
+
+    Json status = agent.call("get_proposal_status", {{"proposalId", id}});
+    EXPECT_TRUE(status["result"]["confirmationToken"] == token) << "the agent is given the token";
+    EXPECT_EQ(env_->store().auditEntries(1).at(0).status, "token_disclosed");
+
+    Json withToken = args;
+    withToken["confirmationToken"] = token;
+    Json applied = agent.call("set_daily_review_time", withToken);
+    EXPECT_EQ(applied["ok"], true) << errorMessage(applied);
+    EXPECT_EQ(env_->config().dailyReviewTime, "18:00");
+    EXPECT_EQ(ConfigService(dataDir() / "config.json", clock_).load().dailyReviewTime, "18:00");
+    Json again = agent.call("set_daily_review_time", withToken);
+    EXPECT_EQ(errorCode(again), "invalid_token");
+    EXPECT_EQ(env_->store().auditEntries(1).at(0).detail, "proposal not approved (applied)");
+
+    // A token shown for another tool, or other arguments, is refused and spent.
+    const Json folders = {{"folders", {dir_.path().string()}}};
+    const std::string forFolders = approve(proposalIn(agent.call("update_scan_folders", folders)));
+    EXPECT_EQ(errorCode(agent.call("set_daily_review_time",
+                                   {{"time", "19:00"}, {"confirmationToken", forFolders}})),
+              "invalid_token");
+    Json burnt = folders;
+    burnt["confirmationToken"] = forFolders;
+    agent.call("update_scan_folders", burnt);
+    EXPECT_EQ(env_->store().auditEntries(1).at(0).detail, "proposal not approved (applied)");
+    const std::string forSeven = approve(proposalIn(agent.call("set_daily_review_time",
+                                                               {{"time", "07:00"}})));
+    agent.call("set_daily_review_time", {{"time", "07:30"}, {"confirmationToken", forSeven}});
+    EXPECT_EQ(env_->store().auditEntries(1).at(0).detail,
+              "arguments differ from the approved proposal");
+
+    // Fifteen minutes, and no more.
+    const std::string forNine = approve(proposalIn(agent.call("set_daily_review_time",
+                                                              {{"time", "09:00"}})));
+    clock_.advance(901s);
+    agent.call("set_daily_review_time", {{"time", "09:00"}, {"confirmationToken", forNine}});
+    EXPECT_EQ(env_->store().auditEntries(1).at(0).detail, "token missing or expired");
+    EXPECT_EQ(env_->config().dailyReviewTime, "18:00");
+
+    // A rejected proposal's token is void, and the agent's next try asks anew.
+    const std::string rejectedID = proposalIn(agent.call("set_daily_review_time", {{"time", "06:00"}}));
+    std::string output;
+    EXPECT_EQ(review({"proposals", "reject", rejectedID}, output), 0) << output;
+    EXPECT_EQ(review({"proposals", "approve", rejectedID}, output), 1);
+    EXPECT_THAT(output, HasSubstr("only a pending proposal can be approved"));
+    EXPECT_NE(proposalIn(agent.call("set_daily_review_time", {{"time", "06:00"}})), rejectedID);
+
+    // Neither the log nor what the person reads of it holds a token.
+    const std::string audit = fileText(dataDir() / "agent_audit.json") + read({"audit"}) +
+                              read({"audit", "--json"}) + read({"proposals", "--all", "--json"});
+    for (const std::string& spent : {token, forFolders, forSeven, forNine}) {
+        EXPECT_EQ(audit.find(spent), std::string::npos) << "a token was found in the audit";
+    }
+    EXPECT_THAT(read({"audit"}), HasSubstr("agent_review.confirm"));
+}
+
+TEST_F(AgentLoopTest, OneTokenPresentedByAHundredConnectionsAtOnceSucceedsOnce) {
+    LineClient agent(agentSocket());
+    const std::string id = proposalIn(agent.call("set_daily_review_time", {{"time", "17:45"}}));
+    const std::string token = approve(id);
+    ASSERT_EQ(token.size(), 36u);
+
+    constexpr int kClients = 100;
+    std::vector<std::unique_ptr<LineClient>> clients;
+    for (int i = 0; i < kClients; ++i) {
+        clients.push_back(std::make_unique<LineClient>(agentSocket()));
+        ASSERT_TRUE(clients.back()->connected());
+    }
+    const std::string line =
+        Json{{"tool", "set_daily_review_time"},
+             {"args", {{"time", "17:45"}, {"confirmationToken", token}}}}
+            .dump() +
+        "\n";
+    std::latch start(kClients);
+    std::vector<Json> replies(kClients);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kClients; ++i) {
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            if (clients[i]->send(line)) replies[i] = parsed(clients[i]->readLine());
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    int succeeded = 0, invalid = 0;
+    for (const Json& reply : replies) {
+        if (reply.is_object() && reply["ok"] == true) ++succeeded;
+        if (errorCode(reply) == "invalid_token") ++invalid;
+    }
+    EXPECT_EQ(succeeded, 1);
+    EXPECT_EQ(invalid, kClients - 1);
+    EXPECT_EQ(fileText(dataDir() / "agent_audit.json").find(token), std::string::npos);
+}
+
+}  // namespace
+}  // namespace quorvane
