@@ -35,20 +35,6 @@ void appendQuoted(std::string& out, const std::string& text) {
     out += '"';
 }
 
-void appendDouble(std::string& out, double value) {
-    if (!std::isfinite(value)) {
-        out += "null";  // JSON has no spelling for these
-        return;
-    }
-    if (value == std::trunc(value) && std::fabs(value) < 1e15) {
-        out += std::to_string(static_cast<std::int64_t>(value));
-        return;
-    }
-    char buffer[64];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    out.append(buffer, result.ptr);
-}
-
 void append(std::string& out, const AgentJSON& json) {
     std::visit(
         [&out](const auto& value) {
@@ -58,7 +44,7 @@ void append(std::string& out, const AgentJSON& json) {
             } else if constexpr (std::is_same_v<T, std::int64_t>) {
                 out += std::to_string(value);
             } else if constexpr (std::is_same_v<T, double>) {
-                appendDouble(out, value);
+                appendJsonDouble(out, value);
             } else if constexpr (std::is_same_v<T, std::string>) {
                 appendQuoted(out, value);
             } else if constexpr (std::is_same_v<T, AgentJSON::Array>) {
@@ -122,6 +108,20 @@ AgentJSON AgentJSON::fromJson(const Json& json) {
         }
         default: return AgentJSON(nullptr);
     }
+}
+
+void appendJsonDouble(std::string& out, double value) {
+    if (!std::isfinite(value)) {
+        out += "null";
+        return;
+    }
+    if (value == std::trunc(value) && std::fabs(value) < 1e15) {
+        out += std::to_string(static_cast<std::int64_t>(value));
+        return;
+    }
+    char buffer[64];
+    auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, result.ptr);
 }
 
 bool nestedDeeperThan(std::string_view json, size_t limit) {

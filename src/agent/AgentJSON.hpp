@@ -22,7 +22,8 @@ public:
     using Array = std::vector<AgentJSON>;
     using Object = std::map<std::string, AgentJSON>;
     // In this order: bool, int, double, string, array, object, null.
-    using Value = std::variant<bool, std::int64_t, double, std::string, Array, Object, std::nullptr_t>;
+    using Value =
+        std::variant<bool, std::int64_t, double, std::string, Array, Object, std::nullptr_t>;
 
     AgentJSON() : value_(nullptr) {}
     AgentJSON(std::nullptr_t) : value_(nullptr) {}
@@ -57,6 +58,11 @@ private:
 // it: the values of this layer are built and printed recursively, so a request is
 // checked before it is parsed.
 bool nestedDeeperThan(std::string_view json, size_t limit);
+
+// Appends a number as both JSON types print it: a whole value below 1e15 in
+// magnitude as an integer, any other as the shortest text that reads back to the
+// same double; null for the infinities and NaN, which JSON cannot spell.
+void appendJsonDouble(std::string& out, double value);
 
 // How deep a request's arguments or a tool's result may nest.
 inline constexpr size_t kMaxJsonDepth = 64;

@@ -1,6 +1,5 @@
 #include "agent/MCPJSON.hpp"
 
-#include <charconv>
 #include <cmath>
 
 #include <fmt/format.h>
@@ -36,20 +35,6 @@ void encodeString(std::string& out, const std::string& text) {
     out += '"';
 }
 
-void appendDouble(std::string& out, double value) {
-    if (!std::isfinite(value)) {
-        out += "null";
-        return;
-    }
-    if (value == std::trunc(value) && std::fabs(value) < 1e15) {
-        out += std::to_string(static_cast<std::int64_t>(value));
-        return;
-    }
-    char buffer[64];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    out.append(buffer, result.ptr);
-}
-
 void append(std::string& out, const MCPJSON& json) {
     std::visit(
         [&out](const auto& value) {
@@ -59,7 +44,7 @@ void append(std::string& out, const MCPJSON& json) {
             } else if constexpr (std::is_same_v<T, std::int64_t>) {
                 out += std::to_string(value);
             } else if constexpr (std::is_same_v<T, double>) {
-                appendDouble(out, value);
+                appendJsonDouble(out, value);
             } else if constexpr (std::is_same_v<T, std::string>) {
                 encodeString(out, value);
             } else if constexpr (std::is_same_v<T, MCPJSON::Array>) {

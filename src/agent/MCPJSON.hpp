@@ -21,7 +21,8 @@ public:
     using Array = std::vector<MCPJSON>;
     using Object = std::vector<std::pair<std::string, MCPJSON>>;  // in arrival order
     // In this order: bool, int, double, string, array, object, null.
-    using Value = std::variant<bool, std::int64_t, double, std::string, Array, Object, std::nullptr_t>;
+    using Value =
+        std::variant<bool, std::int64_t, double, std::string, Array, Object, std::nullptr_t>;
 
     MCPJSON() : value_(nullptr) {}
     MCPJSON(std::nullptr_t) : value_(nullptr) {}
