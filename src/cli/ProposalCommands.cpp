@@ -2,6 +2,7 @@
 // audit log of every agent call, and whether the agent socket is up.
 #include <algorithm>
 #include <ostream>
+#include <sstream>
 
 #include <fmt/format.h>
 
@@ -78,10 +79,9 @@ bool isDestructive(const PendingProposal& proposal) {
 int proposalsList(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     store.load();
-    std::vector<PendingProposal> proposals =
-        store.proposals(all ? std::nullopt
-                            : std::optional<PendingProposal::Status>(
-                                  PendingProposal::Status::pending));
+    std::vector<PendingProposal> proposals = store.proposals(
+        all ? std::nullopt
+            : std::optional<PendingProposal::Status>(PendingProposal::Status::pending));
     if (json) {
         Json array = Json::array();
         for (const PendingProposal& proposal : proposals) array.push_back(proposalJson(proposal));
@@ -95,12 +95,12 @@ int proposalsList(CommandContext& context, bool all, bool json) {
     }
     std::vector<std::vector<std::string>> rows = {{"ID", "CREATED", "KIND", "STATUS", "TITLE"}};
     for (const PendingProposal& proposal : proposals) {
-        rows.push_back({Style::paint(context, Tone::dim, shortID(proposal.id)),
-                        localTime(proposal.createdAt), std::string(enumName(proposal.kind)),
-                        Style::paint(context, statusTone(proposal.status),
-                                     enumName(proposal.status)),
-                        Style::paint(context, isDestructive(proposal) ? Tone::problem : Tone::plain,
-                                     proposal.title)});
+        rows.push_back(
+            {Style::paint(context, Tone::dim, shortID(proposal.id)), localTime(proposal.createdAt),
+             std::string(enumName(proposal.kind)),
+             Style::paint(context, statusTone(proposal.status), enumName(proposal.status)),
+             Style::paint(context, isDestructive(proposal) ? Tone::problem : Tone::plain,
+                          proposal.title)});
     }
     using TextLayout::Shrink;
     printTable(context.out, rows,
@@ -116,7 +116,8 @@ int proposalsList(CommandContext& context, bool all, bool json) {
 int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     store.load();
-    std::optional<PendingProposal> proposal = findProposal(context, store.proposals(std::nullopt), id);
+    std::optional<PendingProposal> proposal =
+        findProposal(context, store.proposals(std::nullopt), id);
     if (!proposal) return 1;
     if (json) {
         context.out << JsonCodec::pretty(proposalJson(*proposal));
@@ -126,9 +127,8 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     out << fmt::format("Proposal {}\n", proposal->id);
     out << fmt::format("  Title:     {}\n", proposal->title);
     out << fmt::format("  Kind:      {}\n", enumName(proposal->kind));
-    out << fmt::format("  Status:    {}\n",
-                       Style::paint(context, statusTone(proposal->status),
-                                    enumName(proposal->status)));
+    out << fmt::format("  Status:    {}\n", Style::paint(context, statusTone(proposal->status),
+                                                         enumName(proposal->status)));
     out << fmt::format("  Created:   {}\n", localTime(proposal->createdAt));
     if (proposal->intendedTool) out << fmt::format("  Tool:      {}\n", *proposal->intendedTool);
     if (!proposal->payloadJSON.empty() && proposal->payloadJSON != "{}") {
@@ -150,9 +150,10 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     }
     if (proposal->status == PendingProposal::Status::pending) {
         const std::string shortName = shortID(proposal->id);
-        out << fmt::format("\nApprove with: quorvane proposals approve {}\n"
-                           "Reject with:  quorvane proposals reject {}\n",
-                           shortName, shortName);
+        out << fmt::format(
+            "\nApprove with: quorvane proposals approve {}\n"
+            "Reject with:  quorvane proposals reject {}\n",
+            shortName, shortName);
     }
     return 0;
 }
@@ -220,7 +221,8 @@ int auditLog(CommandContext& context, int limit, bool json) {
         context.out << "No agent calls yet.\n";
         return 0;
     }
-    std::vector<std::vector<std::string>> rows = {{"WHEN", "ACTOR", "TOOL", "STATUS", "DETAIL"}};
+    std::vector<std::vector<std::string>> rows = {{"WHEN", "ACTOR", "TOOL", "STATUS"}};
+    std::vector<std::string> details = {""};
     // Oldest first, so the latest call is the last line, next to the prompt.
     for (auto it = entries.rbegin(); it != entries.rend(); ++it) {
         const AuditLogEntry& entry = *it;
@@ -228,25 +230,35 @@ int auditLog(CommandContext& context, int limit, bool json) {
                     : entry.status == "confirmation_required" || entry.status == "token_disclosed"
                         ? Tone::attention
                         : Tone::problem;
-        std::string detail = entry.detail.value_or("");
-        if (detail.empty()) detail = entry.argsSummary;
         rows.push_back({localTime(entry.at), entry.actor, entry.tool,
-                        Style::paint(context, tone, entry.status), detail});
+                        Style::paint(context, tone, entry.status)});
+        details.push_back(entry.detail && !entry.detail->empty() ? *entry.detail
+                                                                 : entry.argsSummary);
     }
+    // One line a call, and what it was about indented below it: the detail is a
+    // sentence or a list of arguments, too long to share a line at any width.
     using TextLayout::Shrink;
-    printTable(context.out, rows,
-               {context.columns,
-                {Shrink::never, Shrink::never, Shrink::cutEnd, Shrink::never, Shrink::wrap},
-                true});
+    std::ostringstream table;
+    printTable(
+        table, rows,
+        {context.columns, {Shrink::never, Shrink::never, Shrink::cutEnd, Shrink::never}, true});
+    std::istringstream lines(table.str());
+    std::string line;
+    for (size_t row = 0; std::getline(lines, line); ++row) {
+        context.out << line << "\n";
+        if (row < details.size() && !details[row].empty()) {
+            printWrapped(context.out, details[row], context.columns, "    ");
+        }
+    }
     return 0;
 }
 
 int agentStatus(CommandContext& context, bool json) {
     AppConfig config = readConfig(context);
     const std::filesystem::path socketPath =
-        config.agent.socketPath.empty() ? context.dataDir / "quorvane-agent.sock"
-                                        : std::filesystem::path(
-                                              PathHelpers::expandTilde(config.agent.socketPath));
+        config.agent.socketPath.empty()
+            ? context.dataDir / "quorvane-agent.sock"
+            : std::filesystem::path(PathHelpers::expandTilde(config.agent.socketPath));
     // Listening means a daemon answers there; a file alone may be left from a crash.
     const bool listening = UnixSocket::connect(socketPath).error == 0;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
@@ -269,14 +281,15 @@ int agentStatus(CommandContext& context, bool json) {
     } else if (!config.agent.enabled) {
         state = Style::paint(context, Tone::dim, "off (agent.enabled is false)");
     } else {
-        state = Style::paint(context, Tone::attention,
-                             "not running (start it with: quorvane daemon)");
+        state =
+            Style::paint(context, Tone::attention, "not running (start it with: quorvane daemon)");
     }
     std::string roots;
     for (const std::string& root : config.agent.allowedRoots) {
         roots += (roots.empty() ? "" : ", ") + root;
     }
-    if (roots.empty()) roots = "none (every path is refused; the daemon fills them from the scan folders)";
+    if (roots.empty())
+        roots = "none (every path is refused; the daemon fills them from the scan folders)";
     std::ostream& out = context.out;
     out << fmt::format("Agent server:      {}\n", state);
     out << fmt::format("Socket:            {}\n", socketPath.string());
