@@ -104,7 +104,8 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     LineClient agent(agentSocket());
     ASSERT_TRUE(agent.connected());
     // A blank line is no request; two requests in one write get two replies in order.
-    ASSERT_TRUE(agent.send("\n{\"tool\":\"get_settings\"}\n{\"tool\":\"list_pending_proposals\"}\n"));
+    ASSERT_TRUE(
+        agent.send("\n{\"tool\":\"get_settings\"}\n{\"tool\":\"list_pending_proposals\"}\n"));
     Json settings = parsed(agent.readLine());
     EXPECT_EQ(settings["ok"], true);
     EXPECT_TRUE(settings["result"].contains("scanFolders"));
@@ -195,7 +196,8 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     };
     const std::string longest = pathOf(103), tooLong = pathOf(104);
     ASSERT_EQ(
-        testing::runQuorvane(dataDir(), {"config", "set", "agent.socketPath", longest}).exitCode, 0);
+        testing::runQuorvane(dataDir(), {"config", "set", "agent.socketPath", longest}).exitCode,
+        0);
     EXPECT_TRUE(testing::eventually(30s, [&] { return LineClient(longest).connected(); }));
     EXPECT_FALSE(std::filesystem::exists(agentSocket())) << "the old socket is gone";
     daemon->signal(SIGTERM);
@@ -204,10 +206,11 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
 
     writeConfig([&](AppConfig& config) { config.agent.socketPath = tooLong; });
     auto second = startDaemon("second.log");
-    EXPECT_THAT(second->output(), HasSubstr("[quorvane-agent] socket path too long (105 > 104) — " +
-                                            tooLong));
+    EXPECT_THAT(second->output(),
+                HasSubstr("[quorvane-agent] socket path too long (105 > 104) — " + tooLong));
     EXPECT_FALSE(std::filesystem::exists(tooLong));
-    Json stopped = Json::parse(testing::runQuorvane(dataDir(), {"agent", "status", "--json"}).stdOut);
+    Json stopped =
+        Json::parse(testing::runQuorvane(dataDir(), {"agent", "status", "--json"}).stdOut);
     EXPECT_EQ(stopped["running"], false);
     second->signal(SIGTERM);
     EXPECT_EQ(second->waitForExit(60s), 0);
@@ -303,22 +306,23 @@ TEST_F(AgentLoopTest, AProposalIsApprovedByThePersonAndAppliedOnceWithinItsLife)
     burnt["confirmationToken"] = forFolders;
     agent.call("update_scan_folders", burnt);
     EXPECT_EQ(env_->store().auditEntries(1).at(0).detail, "proposal not approved (applied)");
-    const std::string forSeven = approve(proposalIn(agent.call("set_daily_review_time",
-                                                               {{"time", "07:00"}})));
+    const std::string forSeven =
+        approve(proposalIn(agent.call("set_daily_review_time", {{"time", "07:00"}})));
     agent.call("set_daily_review_time", {{"time", "07:30"}, {"confirmationToken", forSeven}});
     EXPECT_EQ(env_->store().auditEntries(1).at(0).detail,
               "arguments differ from the approved proposal");
 
     // Fifteen minutes, and no more.
-    const std::string forNine = approve(proposalIn(agent.call("set_daily_review_time",
-                                                              {{"time", "09:00"}})));
+    const std::string forNine =
+        approve(proposalIn(agent.call("set_daily_review_time", {{"time", "09:00"}})));
     clock_.advance(901s);
     agent.call("set_daily_review_time", {{"time", "09:00"}, {"confirmationToken", forNine}});
     EXPECT_EQ(env_->store().auditEntries(1).at(0).detail, "token missing or expired");
     EXPECT_EQ(env_->config().dailyReviewTime, "18:00");
 
     // A rejected proposal's token is void, and the agent's next try asks anew.
-    const std::string rejectedID = proposalIn(agent.call("set_daily_review_time", {{"time", "06:00"}}));
+    const std::string rejectedID =
+        proposalIn(agent.call("set_daily_review_time", {{"time", "06:00"}}));
     std::string output;
     EXPECT_EQ(review({"proposals", "reject", rejectedID}, output), 0) << output;
     EXPECT_EQ(review({"proposals", "approve", rejectedID}, output), 1);
@@ -346,11 +350,10 @@ TEST_F(AgentLoopTest, OneTokenPresentedByAHundredConnectionsAtOnceSucceedsOnce) 
         clients.push_back(std::make_unique<LineClient>(agentSocket()));
         ASSERT_TRUE(clients.back()->connected());
     }
-    const std::string line =
-        Json{{"tool", "set_daily_review_time"},
-             {"args", {{"time", "17:45"}, {"confirmationToken", token}}}}
-            .dump() +
-        "\n";
+    const std::string line = Json{{"tool", "set_daily_review_time"},
+                                  {"args", {{"time", "17:45"}, {"confirmationToken", token}}}}
+                                 .dump() +
+                             "\n";
     std::latch start(kClients);
     std::vector<Json> replies(kClients);
     std::vector<std::thread> threads;

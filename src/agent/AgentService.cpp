@@ -164,9 +164,10 @@ std::string AgentService::argsSummary(const Json& args) {
     std::string summary;
     for (const auto& [key, value] : args.items()) {  // an object's keys come sorted
         if (key == "confirmationToken") continue;
-        std::string item = value.is_string()
-                               ? key + "=" + cutCharacters(value.get<std::string>(), 60)
-                               : cutCharacters(key + "=" + AgentJSON::fromJson(value).serialized(), 80);
+        std::string item =
+            value.is_string()
+                ? key + "=" + cutCharacters(value.get<std::string>(), 60)
+                : cutCharacters(key + "=" + AgentJSON::fromJson(value).serialized(), 80);
         if (!summary.empty()) summary += ' ';
         summary += item;
     }
@@ -174,8 +175,7 @@ std::string AgentService::argsSummary(const Json& args) {
 }
 
 void AgentService::audit(const std::string& tool, const Json& args, const std::string& status,
-                         std::optional<std::string> detail,
-                         std::optional<std::string> proposalId) {
+                         std::optional<std::string> detail, std::optional<std::string> proposalId) {
     AuditLogEntry entry;
     entry.id = newUUID();
     entry.at = clock_.now();
@@ -352,8 +352,8 @@ ConfirmOutcome AgentService::confirm(const std::string& tool, const Json& args) 
     if (*proposal.intendedTool != tool) {
         return failure("invalid_token",
                        "token approved for " + *proposal.intendedTool + ", not " + tool,
-                       "This token was approved for `" + *proposal.intendedTool +
-                           "`. Re-propose " + tool + " and confirm that specific proposal.");
+                       "This token was approved for `" + *proposal.intendedTool + "`. Re-propose " +
+                           tool + " and confirm that specific proposal.");
     }
     if (proposal.argsFingerprint &&
         *proposal.argsFingerprint != ProposalRules::fingerprint(tool, args)) {
@@ -376,12 +376,11 @@ AgentJSON AgentService::settingsResource(const AppConfig& config) const {
         {"mapping", AgentJSON::Object{{"autoMapByURL", config.mapping.autoMapByURL},
                                       {"defaultCloneFolder", config.mapping.defaultCloneFolder}}},
         {"agent",
-         AgentJSON::Object{
-             {"enabled", config.agent.enabled},
-             {"permissionLevel", std::string(enumName(config.agent.permissionLevel))},
-             {"allowedRoots", textList(config.agent.allowedRoots)},
-             {"maxScanDepth", config.agent.maxScanDepth},
-             {"requireGuiConfirmation", config.agent.requireGuiConfirmation}}},
+         AgentJSON::Object{{"enabled", config.agent.enabled},
+                           {"permissionLevel", std::string(enumName(config.agent.permissionLevel))},
+                           {"allowedRoots", textList(config.agent.allowedRoots)},
+                           {"maxScanDepth", config.agent.maxScanDepth},
+                           {"requireGuiConfirmation", config.agent.requireGuiConfirmation}}},
         {"repositoryCount", static_cast<int>(config.repositories.size())}});
 }
 
@@ -454,7 +453,8 @@ AgentResult AgentService::getProposalStatus(const Call& call) {
     // The agent's way to the token without the person typing it; the log says it
     // left, never what it is.
     result.emplace("confirmationToken", *proposal->confirmationToken);
-    if (proposal->expiresAt) result.emplace("expiresAt", DateHelpers::isoString(*proposal->expiresAt));
+    if (proposal->expiresAt)
+        result.emplace("expiresAt", DateHelpers::isoString(*proposal->expiresAt));
     const std::string boundTo =
         proposal->intendedTool ? *proposal->intendedTool : std::string(enumName(proposal->kind));
     audit(call.tool, call.args, "token_disclosed", "token handed to caller for " + boundTo,
@@ -474,11 +474,12 @@ AgentResult AgentService::listPendingProposals(const Call& call) {
     }
     AgentJSON::Array items;
     for (const PendingProposal& proposal : store_.proposals(status)) {
-        items.emplace_back(AgentJSON::Object{{"proposalId", proposal.id},
-                                             {"kind", std::string(enumName(proposal.kind))},
-                                             {"title", proposal.title},
-                                             {"status", std::string(enumName(proposal.status))},
-                                             {"createdAt", DateHelpers::isoString(proposal.createdAt)}});
+        items.emplace_back(
+            AgentJSON::Object{{"proposalId", proposal.id},
+                              {"kind", std::string(enumName(proposal.kind))},
+                              {"title", proposal.title},
+                              {"status", std::string(enumName(proposal.status))},
+                              {"createdAt", DateHelpers::isoString(proposal.createdAt)}});
     }
     return ok(call, AgentJSON(std::move(items)));
 }
@@ -489,10 +490,12 @@ AgentResult AgentService::handleResourceRead(const Call& call) {
     if (*uri == "quorvane://settings") return ok(call, settingsResource(call.config));
     if (*uri == "quorvane://audit-log") return ok(call, auditLog(kDefaultAuditLimit));
     if (*uri == "quorvane://repositories/local") return ok(call, localRepositories(call.config));
-    static const std::set<std::string> later = {
-        "quorvane://repositories/remote",          "quorvane://repositories/unmapped",
-        "quorvane://repositories/needs-attention", "quorvane://mappings/candidates",
-        "quorvane://reports/today",                "quorvane://reports/week"};
+    static const std::set<std::string> later = {"quorvane://repositories/remote",
+                                                "quorvane://repositories/unmapped",
+                                                "quorvane://repositories/needs-attention",
+                                                "quorvane://mappings/candidates",
+                                                "quorvane://reports/today",
+                                                "quorvane://reports/week"};
     if (later.contains(*uri)) {
         return refuse(call, "error", "not available yet", "not_found",
                       "resource `" + *uri + "` is not available yet in this version of Quorvane");
@@ -540,9 +543,8 @@ AgentResult AgentService::setDailyReviewTime(const Call& call) {
                       "`time` must be a time of day, HH:MM (24-hour)");
     }
     const std::string value = parsed.value.get<std::string>();
-    return applyConfigChange(
-        call, [&](AppConfig& config) { config.dailyReviewTime = value; },
-        {{"dailyReviewTime", value}});
+    return applyConfigChange(call, [&](AppConfig& config) { config.dailyReviewTime = value; },
+                             {{"dailyReviewTime", value}});
 }
 
 AgentResult AgentService::setTracking(const Call& call, bool enabled) {
@@ -559,14 +561,13 @@ AgentResult AgentService::setTracking(const Call& call, bool enabled) {
     if (!known(call.config)) {
         return refuse(call, "error", "repo not found", "not_found", "repo not found");
     }
-    return applyConfigChange(
-        call,
-        [&](AppConfig& config) {
-            for (RepoConfig& repo : config.repositories) {
-                if (repo.id == *repoId) repo.trackingEnabled = enabled;
-            }
-        },
-        {{"repoId", *repoId}, {"trackingEnabled", enabled}});
+    return applyConfigChange(call,
+                             [&](AppConfig& config) {
+                                 for (RepoConfig& repo : config.repositories) {
+                                     if (repo.id == *repoId) repo.trackingEnabled = enabled;
+                                 }
+                             },
+                             {{"repoId", *repoId}, {"trackingEnabled", enabled}});
 }
 
 AgentResult AgentService::updateScanFolders(const Call& call) {
@@ -595,9 +596,8 @@ AgentResult AgentService::updateScanFolders(const Call& call) {
         return refuse(call, "error", "bad folders", "invalid_params",
                       "`folders` must be a list of absolute folder paths (or paths from ~)");
     }
-    return applyConfigChange(
-        call, [&](AppConfig& config) { config.scanFolders = folders; },
-        {{"scanFolders", textList(folders)}});
+    return applyConfigChange(call, [&](AppConfig& config) { config.scanFolders = folders; },
+                             {{"scanFolders", textList(folders)}});
 }
 
 }  // namespace quorvane

@@ -102,8 +102,7 @@ private:
     AgentResult updateScanFolders(const Call& call);
     // The common end of the settings tools: confirm, change the configuration, mark
     // the proposal applied, record it.
-    AgentResult applyConfigChange(const Call& call,
-                                  const std::function<void(AppConfig&)>& change,
+    AgentResult applyConfigChange(const Call& call, const std::function<void(AppConfig&)>& change,
                                   AgentJSON::Object result);
 
     AgentJSON settingsResource(const AppConfig& config) const;

@@ -121,7 +121,8 @@ TEST_F(AgentServiceTest, ChecksRunInOrderAndEachCallLeavesOneAuditEntry) {
     // Inside the root, the known tool this version does not serve says so.
     AgentResult later = call("read_git_status", {{"path", dir_.path().string()}});
     EXPECT_EQ(later.errorCode, "not_found");
-    EXPECT_EQ(later.hint, "tool `read_git_status` is not available yet in this version of Quorvane");
+    EXPECT_EQ(later.hint,
+              "tool `read_git_status` is not available yet in this version of Quorvane");
 
     // Arguments that are not an object only look absent to the tool.
     AgentResult malformed = env_.agentService().handle("get_proposal_status", "{\"proposalId\":");
@@ -187,10 +188,12 @@ TEST_F(AgentServiceTest, ARepeatedCallNamesOneProposalAndOnlyRelevantArgumentsCo
     EXPECT_EQ(env_.store().proposals(PendingProposal::Status::pending).size(), 2u);
 
     // Key order in the request never changes the fingerprint: keys are sorted.
-    EXPECT_EQ(env_.agentService().handle("enable_repository_tracking",
-                                         R"({"repoId":"/work/app","x":1})").hint,
-              env_.agentService().handle("enable_repository_tracking",
-                                         R"({"x":2,"repoId":"/work/app"})").hint);
+    EXPECT_EQ(env_.agentService()
+                  .handle("enable_repository_tracking", R"({"repoId":"/work/app","x":1})")
+                  .hint,
+              env_.agentService()
+                  .handle("enable_repository_tracking", R"({"x":2,"repoId":"/work/app"})")
+                  .hint);
 
     std::optional<PendingProposal> stored = env_.store().proposal(first);
     ASSERT_TRUE(stored);
@@ -250,9 +253,9 @@ TEST_F(AgentServiceTest, AnApprovedTokenAppliesOnceAndIsBurntByAnyWrongPresentat
     EXPECT_EQ(wrongTool.errorCode, "invalid_token");
     EXPECT_EQ(lastAudit().detail,
               "token approved for set_daily_review_time, not enable_repository_tracking");
-    EXPECT_EQ(call("set_daily_review_time", {{"time", "07:15"}, {"confirmationToken", other}})
-                  .errorCode,
-              "invalid_token")
+    EXPECT_EQ(
+        call("set_daily_review_time", {{"time", "07:15"}, {"confirmationToken", other}}).errorCode,
+        "invalid_token")
         << "burnt by the wrong presentation";
 
     // Other arguments.
@@ -265,7 +268,8 @@ TEST_F(AgentServiceTest, AnApprovedTokenAppliesOnceAndIsBurntByAnyWrongPresentat
     const std::string late = approve(proposalFor("set_daily_review_time", {{"time", "10:00"}}));
     const std::string onTime = approve(proposalFor("set_daily_review_time", {{"time", "11:00"}}));
     clock_.advance(900s);
-    EXPECT_TRUE(call("set_daily_review_time", {{"time", "11:00"}, {"confirmationToken", onTime}}).ok);
+    EXPECT_TRUE(
+        call("set_daily_review_time", {{"time", "11:00"}, {"confirmationToken", onTime}}).ok);
     clock_.advance(1s);
     call("set_daily_review_time", {{"time", "10:00"}, {"confirmationToken", late}});
     EXPECT_EQ(lastAudit().detail, "token missing or expired");
@@ -294,8 +298,9 @@ TEST_F(AgentServiceTest, AProposalAuthorisesOnlyWhatItsKindAndBindingAllow) {
         return approve(proposal.id);
     };
     // A cleanup plan is read, never acted on.
-    call("set_daily_review_time",
-         {{"time", "12:00"}, {"confirmationToken", stored(PendingProposal::Kind::cleanupPlan, {})}});
+    call(
+        "set_daily_review_time",
+        {{"time", "12:00"}, {"confirmationToken", stored(PendingProposal::Kind::cleanupPlan, {})}});
     EXPECT_EQ(lastAudit().detail, "token approved for cleanupPlan, not set_daily_review_time");
     // One made before tokens were bound to a tool authorises nothing.
     call("set_daily_review_time",
@@ -303,11 +308,10 @@ TEST_F(AgentServiceTest, AProposalAuthorisesOnlyWhatItsKindAndBindingAllow) {
           {"confirmationToken", stored(PendingProposal::Kind::settingsChange, std::nullopt)}});
     EXPECT_EQ(lastAudit().detail, "proposal is not bound to a tool");
     // Without a fingerprint, the tool binding alone decides.
-    AgentResult unbound =
-        call("set_daily_review_time",
-             {{"time", "12:00"},
-              {"confirmationToken",
-               stored(PendingProposal::Kind::scanFolders, "set_daily_review_time")}});
+    AgentResult unbound = call("set_daily_review_time",
+                               {{"time", "12:00"},
+                                {"confirmationToken", stored(PendingProposal::Kind::scanFolders,
+                                                             "set_daily_review_time")}});
     EXPECT_TRUE(unbound.ok);
 }
 
@@ -362,9 +366,9 @@ TEST_F(AgentServiceTest, NoGeneratedPathEscapesTheAllowedRoots) {
     std::filesystem::create_directory_symlink(root, base / "outside" / "back");
     const std::vector<std::string> roots = {root.string() + "/"};
 
-    const std::vector<std::string> pieces = {"allowed", "allowedX", "outside", "a", "deep", "out",
-                                             "in",      "sibling",  "dangling", "back", "..", ".",
-                                             "",        "new"};
+    const std::vector<std::string> pieces = {"allowed", "allowedX", "outside", "a",        "deep",
+                                             "out",     "in",       "sibling", "dangling", "back",
+                                             "..",      ".",        "",        "new"};
     const std::filesystem::path physicalRoot = std::filesystem::canonical(root);
     auto inside = [&](const std::filesystem::path& resolved) {
         return std::mismatch(physicalRoot.begin(), physicalRoot.end(), resolved.begin(),
@@ -391,13 +395,12 @@ TEST_F(AgentServiceTest, NoGeneratedPathEscapesTheAllowedRoots) {
     EXPECT_GT(tried, 40000u);
     EXPECT_GT(accepted, 1000u) << "the root itself and what lies in it are accepted";
 
-    for (const char* good : {"/allowed", "/allowed/a/deep", "/allowed/in/deep",
-                                    "/allowed//./a/", "/outside/back/a", "/allowed/new/file"}) {
+    for (const char* good : {"/allowed", "/allowed/a/deep", "/allowed/in/deep", "/allowed//./a/",
+                             "/outside/back/a", "/allowed/new/file"}) {
         EXPECT_TRUE(AgentService::isInsideAllowedRoot(base.string() + good, roots)) << good;
     }
-    for (const char* bad :
-         {"/allowedX", "/allowed/out", "/allowed/sibling", "/allowed/dangling",
-          "/allowed/dangling/x", "/allowed/a/..", "/allowed/../allowed"}) {
+    for (const char* bad : {"/allowedX", "/allowed/out", "/allowed/sibling", "/allowed/dangling",
+                            "/allowed/dangling/x", "/allowed/a/..", "/allowed/../allowed"}) {
         EXPECT_FALSE(AgentService::isInsideAllowedRoot(base.string() + bad, roots)) << bad;
     }
     EXPECT_FALSE(AgentService::isInsideAllowedRoot("relative/allowed", roots));

@@ -129,24 +129,21 @@ std::set<std::string> paidApplyTools() {
 
 const std::set<std::string>& settingsFamilyTools() {
     static const std::set<std::string> names = {
-        "update_scan_folders",           "set_default_clone_folder",
-        "set_repository_category",       "set_repository_priority",
-        "set_repository_reminder_rules", "set_daily_review_time",
-        "enable_repository_tracking",    "disable_repository_tracking",
-        "update_project_aliases"};
+        "update_scan_folders",        "set_default_clone_folder",      "set_repository_category",
+        "set_repository_priority",    "set_repository_reminder_rules", "set_daily_review_time",
+        "enable_repository_tracking", "disable_repository_tracking",   "update_project_aliases"};
     return names;
 }
 
 const std::set<std::string>& settingsFields() {
     static const std::set<std::string> names = {
-        "category",        "priority",     "reminderRules",      "aliases",
-        "trackingEnabled", "scanFolders",  "defaultCloneFolder", "dailyReviewTime"};
+        "category",        "priority",    "reminderRules",      "aliases",
+        "trackingEnabled", "scanFolders", "defaultCloneFolder", "dailyReviewTime"};
     return names;
 }
 
 size_t toolCount() {
-    return readOnlyTools().size() + proposeTools().size() + applyTools().size() +
-           gitTools().size();
+    return readOnlyTools().size() + proposeTools().size() + applyTools().size() + gitTools().size();
 }
 
 }  // namespace quorvane::AgentTools

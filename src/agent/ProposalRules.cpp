@@ -112,7 +112,8 @@ std::pair<std::string, std::string> proposalText(const std::string& tool, const 
                     " AND deletes its stored history in Quorvane — work sessions, commits, "
                     "snapshots, health and sync state. This cannot be undone."};
     }
-    if (tool == "git_fetch") return {"git fetch — " + repo, "Fetches " + repo + " from its remote."};
+    if (tool == "git_fetch")
+        return {"git fetch — " + repo, "Fetches " + repo + " from its remote."};
     if (tool == "git_pull_ff_only") {
         return {"git pull --ff-only — " + repo, "Fast-forward pulls " + repo + " from its remote."};
     }
@@ -122,8 +123,7 @@ std::pair<std::string, std::string> proposalText(const std::string& tool, const 
         return {"git push — " + repo, summary + " to its remote."};
     }
     if (tool == "git_set_upstream_push") {
-        return {"git push -u — " + repo,
-                "Sets upstream and pushes " + repo + " (" + branch + ")."};
+        return {"git push -u — " + repo, "Sets upstream and pushes " + repo + " (" + branch + ")."};
     }
     if (tool == "apply_settings_recipe") {
         return {"Apply settings recipe", "Applies a settings recipe proposed by the agent."};

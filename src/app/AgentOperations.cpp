@@ -177,10 +177,10 @@ AppEnvironment::ProposalDecision AppEnvironment::rejectProposal(const std::strin
     decision.proposal = store_.updateProposal(id, [&](PendingProposal& proposal) {
         using enum PendingProposal::Status;
         if (proposal.status != pending && proposal.status != approved) {
-            decision.problem =
-                fmt::format("proposal {} is {}; only a pending or approved proposal can be "
-                            "rejected",
-                            id, enumName(proposal.status));
+            decision.problem = fmt::format(
+                "proposal {} is {}; only a pending or approved proposal can be "
+                "rejected",
+                id, enumName(proposal.status));
             return false;
         }
         proposal.status = rejected;
