@@ -106,17 +106,17 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     // A blank line is no request; two requests in one write get two replies in order.
     ASSERT_TRUE(
         agent.send("\n{\"tool\":\"get_settings\"}\n{\"tool\":\"list_pending_proposals\"}\n"));
-    Json settings = parsed(agent.readLine());
+    Json settings = parsed(agent.line());
     EXPECT_EQ(settings["ok"], true);
     EXPECT_TRUE(settings["result"].contains("scanFolders"));
-    Json listing = parsed(agent.readLine());
+    Json listing = parsed(agent.line());
     EXPECT_TRUE(listing["result"].is_array());
     // One request over several writes is one request.
     for (std::string_view piece : {"{\"tool\":\"get_", "settings\",\"ar", "gs\":{}}", "\n"}) {
         ASSERT_TRUE(agent.send(piece));
         std::this_thread::sleep_for(20ms);  // lets the pieces arrive apart
     }
-    EXPECT_EQ(parsed(agent.readLine())["result"], settings["result"]);
+    EXPECT_EQ(parsed(agent.line())["result"], settings["result"]);
 
     struct Case {
         std::string line, code, message;
@@ -144,7 +144,7 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     };
     for (const Case& c : cases) {
         ASSERT_TRUE(agent.send(c.line + "\n"));
-        Json reply = parsed(agent.readLine());
+        Json reply = parsed(agent.line());
         EXPECT_EQ(reply["ok"], false) << c.line;
         EXPECT_EQ(errorCode(reply), c.code) << c.line;
         EXPECT_EQ(errorMessage(reply), c.message) << c.line;
@@ -174,7 +174,7 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     EXPECT_EQ(errorMessage(denied), "Raise permission in Quorvane → MCP/Settings");
     ASSERT_EQ(testing::runQuorvane(dataDir(), {"config", "set", "agent.enabled", "false"}).exitCode,
               0);
-    EXPECT_TRUE(agent.closedByServer(30s)) << "the socket closes with the agent switched off";
+    EXPECT_TRUE(agent.closedQuietly()) << "the socket closes with the agent switched off";
     EXPECT_TRUE(testing::eventually(30s, [&] { return !std::filesystem::exists(agentSocket()); }));
     ASSERT_EQ(testing::runQuorvane(dataDir(), {"config", "set", "agent.enabled", "true"}).exitCode,
               0);
@@ -360,7 +360,7 @@ TEST_F(AgentLoopTest, OneTokenPresentedByAHundredConnectionsAtOnceSucceedsOnce) 
     for (int i = 0; i < kClients; ++i) {
         threads.emplace_back([&, i] {
             start.arrive_and_wait();
-            if (clients[i]->send(line)) replies[i] = parsed(clients[i]->readLine());
+            if (clients[i]->send(line)) replies[i] = parsed(clients[i]->line());
         });
     }
     for (std::thread& thread : threads) thread.join();

@@ -189,6 +189,14 @@ void MCPSocketServer::acceptLoop() {
 }
 
 void MCPSocketServer::admit(Fd socket, bool& turningAway) {
+    // The socket file is private already; the kernel's word on who connected also
+    // keeps out anyone who got hold of a descriptor to it, root included.
+    std::optional<uid_t> peer = UnixSocket::peerUid(socket.get());
+    if (!peer || *peer != ::geteuid()) {
+        log(fmt::format("refused a connection from uid {}",
+                        peer ? std::to_string(*peer) : "unknown"));
+        return;
+    }
     if (connections_.running() >= kMaxConnections) {
         // Closed at once, so the client learns now instead of waiting on a queue.
         if (!turningAway) {

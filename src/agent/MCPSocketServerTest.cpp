@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +26,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/UnixSocket.hpp"
+#include "testing/LineClient.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
@@ -90,76 +92,7 @@ private:
     size_t finished_ = 0;
 };
 
-// One client connection that reads the server's replies line by line.
-class Client {
-public:
-    explicit Client(const std::filesystem::path& path) {
-        UnixSocket::Connected connected = UnixSocket::connect(path);
-        fd_ = std::move(connected.fd);
-    }
-
-    bool connected() const { return fd_.valid(); }
-    int fd() const { return fd_.get(); }
-    bool send(std::string_view bytes) { return UnixSocket::sendAll(fd_.get(), bytes, kPatience); }
-    bool sendLine(const std::string& line) { return send(line + "\n"); }
-
-    // The next line, or nothing once the server has closed the connection.
-    std::optional<std::string> line() {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
-        for (;;) {
-            size_t lf = buffered_.find('\n');
-            if (lf != std::string::npos) {
-                std::string next = buffered_.substr(0, lf);
-                buffered_.erase(0, lf + 1);
-                return next;
-            }
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                deadline - std::chrono::steady_clock::now());
-            if (closed_ || left.count() <= 0) return std::nullopt;
-            UnixSocket::Received received = UnixSocket::receive(fd_.get(), 64 * 1024, left);
-            closed_ = received.closed;
-            buffered_ += received.bytes;
-        }
-    }
-
-    json reply() {
-        std::optional<std::string> next = line();
-        if (!next) {
-            ADD_FAILURE() << "the connection ended before a reply";
-            return json();
-        }
-        return json::parse(*next);
-    }
-
-    json call(const std::string& request) {
-        EXPECT_TRUE(sendLine(request));
-        return reply();
-    }
-
-    // Whether the server closed the connection without another reply.
-    bool closedQuietly() {
-        std::optional<std::string> next = line();
-        EXPECT_FALSE(next) << *next;
-        return !next && closed_;
-    }
-
-    // Waits until the server has read all this client sent, so the next write
-    // reaches it as a read of its own.
-    bool waitUntilRead() const {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
-        for (int queued = 1; std::chrono::steady_clock::now() < deadline;
-             std::this_thread::yield()) {
-            if (::ioctl(fd_.get(), SIOCOUTQ, &queued) != 0) return false;
-            if (queued == 0) return true;
-        }
-        return false;
-    }
-
-private:
-    Fd fd_;
-    std::string buffered_;
-    bool closed_ = false;
-};
+using Client = testing::LineClient;
 
 void expectRefusal(const json& reply, const std::string& message) {
     EXPECT_EQ(reply.at("ok"), false) << reply;
@@ -564,6 +497,33 @@ TEST_F(MCPSocketServerTest, ConnectionsBeyondTheLimitAreClosedWithOneLogLine) {
     std::string log = capture.finish();
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
     EXPECT_THAT(log, HasSubstr("turning new ones away"));
+}
+
+TEST_F(MCPSocketServerTest, AnotherUserIsTurnedAwayEvenPastTheFileMode) {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    start();
+    // Opened up by hand, so only the kernel's word on the peer keeps the stranger out.
+    for (std::filesystem::path up = dir_.path(); up != up.root_path(); up = up.parent_path()) {
+        struct stat folder {};
+        ASSERT_EQ(::stat(up.c_str(), &folder), 0);
+        ::chmod(up.c_str(), (folder.st_mode & 07777) | S_IXOTH);
+    }
+    ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(10);
+        UnixSocket::Connected connection = UnixSocket::connect(path_);
+        if (!connection.fd.valid()) ::_exit(11);
+        UnixSocket::sendAll(connection.fd.get(), "{\"tool\":\"echo\"}\n", 1s);
+        UnixSocket::Received got = UnixSocket::receive(connection.fd.get(), 4096, 5s);
+        ::_exit(got.closed && got.bytes.empty() ? 0 : 12);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_TRUE(dispatcher_.calls().empty());
 }
 
 }  // namespace

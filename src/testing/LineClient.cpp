@@ -1,5 +1,12 @@
 #include "testing/LineClient.hpp"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
+#include <thread>
+
+#include <gtest/gtest.h>
+
 #include "platform/UnixSocket.hpp"
 
 namespace quorvane::testing {
@@ -8,45 +15,57 @@ LineClient::LineClient(const std::filesystem::path& socketPath)
     : fd_(std::move(UnixSocket::connect(socketPath).fd)) {}
 
 bool LineClient::send(std::string_view bytes) {
-    return connected() && UnixSocket::sendAll(fd_.get(), bytes, std::chrono::seconds(30));
+    return connected() && UnixSocket::sendAll(fd_.get(), bytes, kPatience);
 }
 
-std::optional<std::string> LineClient::readLine(std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
+std::optional<std::string> LineClient::line() {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     for (;;) {
-        if (size_t end = pending_.find('\n'); end != std::string::npos) {
-            std::string line = pending_.substr(0, end);
-            pending_.erase(0, end + 1);
-            return line;
+        if (size_t lf = buffered_.find('\n'); lf != std::string::npos) {
+            std::string next = buffered_.substr(0, lf);
+            buffered_.erase(0, lf + 1);
+            return next;
         }
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
-        if (!connected() || left.count() <= 0) return std::nullopt;
-        UnixSocket::Received got = UnixSocket::receive(fd_.get(), 1 << 16, left);
-        pending_ += got.bytes;
-        if (got.closed && pending_.find('\n') == std::string::npos) return std::nullopt;
-        if (got.wait == UnixSocket::Wait::timedOut && got.bytes.empty()) return std::nullopt;
+        if (closed_ || !connected() || left.count() <= 0) return std::nullopt;
+        UnixSocket::Received received = UnixSocket::receive(fd_.get(), 64 * 1024, left);
+        closed_ = received.closed;
+        buffered_ += received.bytes;
     }
 }
 
-Json LineClient::call(const std::string& tool, const Json& args) {
-    if (!send(Json{{"tool", tool}, {"args", args}}.dump() + "\n")) return Json();
-    std::optional<std::string> line = readLine();
-    if (!line) return Json();
-    Json reply = Json::parse(*line, nullptr, false);
-    return reply.is_discarded() ? Json() : reply;
+Json LineClient::reply() {
+    std::optional<std::string> next = line();
+    if (!next) {
+        ADD_FAILURE() << "the connection ended before a reply";
+        return Json();
+    }
+    Json parsed = Json::parse(*next, nullptr, false);
+    if (parsed.is_discarded()) ADD_FAILURE() << "a reply that is not JSON: " << *next;
+    return parsed.is_discarded() ? Json() : parsed;
 }
 
-bool LineClient::closedByServer(std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (connected()) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0) return false;
-        UnixSocket::Received got = UnixSocket::receive(fd_.get(), 1 << 16, left);
-        if (!got.bytes.empty()) return false;
-        if (got.closed) return true;
-        if (got.wait == UnixSocket::Wait::timedOut) return false;
+Json LineClient::call(const std::string& request) {
+    EXPECT_TRUE(sendLine(request));
+    return reply();
+}
+
+Json LineClient::call(const std::string& tool, const Json& args) {
+    return call(Json{{"tool", tool}, {"args", args}}.dump());
+}
+
+bool LineClient::closedQuietly() {
+    std::optional<std::string> next = line();
+    EXPECT_FALSE(next) << *next;
+    return !next && closed_;
+}
+
+bool LineClient::waitUntilRead() const {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    for (int queued = 1; std::chrono::steady_clock::now() < deadline; std::this_thread::yield()) {
+        if (::ioctl(fd_.get(), SIOCOUTQ, &queued) != 0) return false;
+        if (queued == 0) return true;
     }
     return false;
 }
