@@ -8,15 +8,17 @@
 
 #include <fmt/format.h>
 
+#include "agent/AgentToolSupport.hpp"
 #include "agent/AgentTools.hpp"
 #include "agent/ProposalRules.hpp"
 #include "base/EnumNames.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "base/Uuid.hpp"
-#include "persistence/ConfigKeys.hpp"
 
 namespace quorvane {
+
+using AgentToolSupport::textArg;
 
 namespace {
 
@@ -36,13 +38,6 @@ std::string cutCharacters(const std::string& text, size_t count) {
     return text;
 }
 
-std::optional<std::string> textArg(const Json& args, const char* key) {
-    auto it = args.find(key);
-    if (it == args.end() || !it->is_string()) return std::nullopt;
-    return it->get<std::string>();
-}
-
-// A path's components without "" and "."; nothing when one of them is "..": such a
 // path is refused rather than resolved, so no spelling can climb out of a root.
 std::optional<std::vector<std::string>> standardComponents(const std::string& path) {
     std::vector<std::string> parts;
@@ -85,31 +80,11 @@ std::string resolveLinks(const std::vector<std::string>& parts) {
     return "";
 }
 
-AgentJSON optionalText(const std::optional<std::string>& text) {
-    return text ? AgentJSON(*text) : AgentJSON(nullptr);
-}
-
-AgentJSON textList(const std::vector<std::string>& items) {
-    AgentJSON::Array array;
-    for (const std::string& item : items) array.emplace_back(item);
-    return AgentJSON(std::move(array));
-}
-
-AgentJSON auditJSON(const AuditLogEntry& entry) {
-    return AgentJSON(AgentJSON::Object{{"id", entry.id},
-                                       {"at", DateHelpers::isoString(entry.at)},
-                                       {"actor", entry.actor},
-                                       {"tool", entry.tool},
-                                       {"argsSummary", entry.argsSummary},
-                                       {"status", entry.status},
-                                       {"detail", optionalText(entry.detail)},
-                                       {"proposalId", optionalText(entry.proposalId)}});
-}
-
 }  // namespace
 
-AgentService::AgentService(Store& store, AgentEnvAccess& env, const Clock& clock)
-    : store_(store), env_(env), clock_(clock) {}
+AgentService::AgentService(Store& store, AgentEnvAccess& env, const Clock& clock,
+                           const ProcessRunner& runner)
+    : store_(store), env_(env), clock_(clock), runner_(runner) {}
 
 Json AgentService::parseArgs(std::string_view argsJSON) {
     std::string_view text = Text::trim(argsJSON);
@@ -252,25 +227,18 @@ AgentResult AgentService::handle(const std::string& tool, const std::string& arg
 }
 
 AgentResult AgentService::executeFree(const Call& call) {
-    const std::string& tool = call.tool;
-    if (tool == "get_settings") return getSettings(call);
-    if (tool == "get_audit_log") return getAuditLog(call);
-    if (tool == "get_proposal_status") return getProposalStatus(call);
-    if (tool == "list_pending_proposals") return listPendingProposals(call);
-    if (tool == "list_local_repositories") return listLocalRepositories(call);
-    if (tool == "reject_repository_mapping") return rejectMapping(call);
-    if (AgentTools::find(tool) != nullptr) return notAvailableYet(call);
-    return refuse(call, "error", "unhandled tool", "not_found", "tool `" + tool + "` not handled");
+    if (std::optional<AgentResult> result = runReadTool(call)) return *result;
+    if (std::optional<AgentResult> result = runChangeTool(call)) return *result;
+    if (AgentTools::find(call.tool) != nullptr) return notAvailableYet(call);
+    return refuse(call, "error", "unhandled tool", "not_found",
+                  "tool `" + call.tool + "` not handled");
 }
 
 AgentResult AgentService::executePaid(const Call& call) {
-    const std::string& tool = call.tool;
-    if (tool == "set_daily_review_time") return setDailyReviewTime(call);
-    if (tool == "enable_repository_tracking") return setTracking(call, true);
-    if (tool == "disable_repository_tracking") return setTracking(call, false);
-    if (tool == "update_scan_folders") return updateScanFolders(call);
-    if (AgentTools::find(tool) != nullptr) return notAvailableYet(call);
-    return refuse(call, "error", "unhandled tool", "not_found", "tool `" + tool + "` not handled");
+    if (std::optional<AgentResult> result = runChangeTool(call)) return *result;
+    if (AgentTools::find(call.tool) != nullptr) return notAvailableYet(call);
+    return refuse(call, "error", "unhandled tool", "not_found",
+                  "tool `" + call.tool + "` not handled");
 }
 
 // A known tool this version does not serve yet. It never creates a proposal: a
@@ -362,242 +330,6 @@ ConfirmOutcome AgentService::confirm(const std::string& tool, const Json& args) 
                        "Re-propose with these exact arguments and confirm.");
     }
     return ConfirmOutcome{true, proposal, "", "", ""};
-}
-
-// ---- Reading --------------------------------------------------------------------
-
-AgentJSON AgentService::settingsResource(const AppConfig& config) const {
-    return AgentJSON(AgentJSON::Object{
-        {"scanFolders", textList(config.scanFolders)},
-        {"scanIntervalMinutes", config.scanIntervalMinutes},
-        {"autoTrackNewRepos", config.autoTrackNewRepos},
-        {"dailyReviewTime", config.dailyReviewTime},
-        {"theme", std::string(enumName(config.theme))},
-        {"mapping", AgentJSON::Object{{"autoMapByURL", config.mapping.autoMapByURL},
-                                      {"defaultCloneFolder", config.mapping.defaultCloneFolder}}},
-        {"agent",
-         AgentJSON::Object{{"enabled", config.agent.enabled},
-                           {"permissionLevel", std::string(enumName(config.agent.permissionLevel))},
-                           {"allowedRoots", textList(config.agent.allowedRoots)},
-                           {"maxScanDepth", config.agent.maxScanDepth},
-                           {"requireGuiConfirmation", config.agent.requireGuiConfirmation}}},
-        {"repositoryCount", static_cast<int>(config.repositories.size())}});
-}
-
-AgentJSON AgentService::localRepositories(const AppConfig& config) const {
-    AgentJSON::Array repos;
-    for (const RepoConfig& repo : config.repositories) {
-        std::optional<RepoSnapshot> snapshot = store_.snapshot(repo.id);
-        std::optional<std::string> remoteURL =
-            snapshot && snapshot->remoteURL ? snapshot->remoteURL : repo.remoteURL;
-        AgentJSON::Array aliases;
-        for (const std::string& alias : repo.aliases) aliases.emplace_back(alias);
-        repos.emplace_back(AgentJSON::Object{{"repoId", repo.id},
-                                             {"name", repo.name},
-                                             {"displayName", optionalText(repo.displayName)},
-                                             {"localPath", repo.localPath},
-                                             {"defaultBranch", repo.defaultBranch},
-                                             {"trackingEnabled", repo.trackingEnabled},
-                                             {"aliases", std::move(aliases)},
-                                             {"remoteURL", optionalText(remoteURL)}});
-    }
-    return AgentJSON(std::move(repos));
-}
-
-AgentJSON AgentService::auditLog(std::optional<size_t> limit) const {
-    AgentJSON::Array entries;
-    for (const AuditLogEntry& entry : store_.auditEntries(limit)) {
-        entries.push_back(auditJSON(entry));
-    }
-    return AgentJSON(std::move(entries));
-}
-
-AgentResult AgentService::getSettings(const Call& call) {
-    return ok(call, settingsResource(call.config));
-}
-
-AgentResult AgentService::listLocalRepositories(const Call& call) {
-    return ok(call, localRepositories(call.config));
-}
-
-AgentResult AgentService::getAuditLog(const Call& call) {
-    size_t limit = kDefaultAuditLimit;
-    if (auto it = call.args.find("limit"); it != call.args.end()) {
-        // A whole number, as JSON gives it; a negative or fractional one is refused.
-        if (!it->is_number_integer() || it->get<long long>() < 0) {
-            return refuse(call, "error", "bad limit", "invalid_params",
-                          "`limit` must be a whole number, 0 or more");
-        }
-        limit = static_cast<size_t>(it->get<long long>());
-    }
-    return ok(call, auditLog(limit));
-}
-
-AgentResult AgentService::getProposalStatus(const Call& call) {
-    std::optional<std::string> id = textArg(call.args, "proposalId");
-    if (!id || id->empty()) {
-        return refuse(call, "error", "missing proposalId", "not_found", "missing proposalId");
-    }
-    std::optional<PendingProposal> proposal = store_.proposal(*id);
-    if (!proposal) {
-        return refuse(call, "error", "proposal not found", "not_found", "proposal not found");
-    }
-    AgentJSON::Object result{{"proposalId", proposal->id},
-                             {"kind", std::string(enumName(proposal->kind))},
-                             {"title", proposal->title},
-                             {"status", std::string(enumName(proposal->status))},
-                             {"intendedTool", optionalText(proposal->intendedTool)}};
-    if (proposal->status != PendingProposal::Status::approved || !proposal->confirmationToken) {
-        return ok(call, AgentJSON(std::move(result)));
-    }
-    // The agent's way to the token without the person typing it; the log says it
-    // left, never what it is.
-    result.emplace("confirmationToken", *proposal->confirmationToken);
-    if (proposal->expiresAt)
-        result.emplace("expiresAt", DateHelpers::isoString(*proposal->expiresAt));
-    const std::string boundTo =
-        proposal->intendedTool ? *proposal->intendedTool : std::string(enumName(proposal->kind));
-    audit(call.tool, call.args, "token_disclosed", "token handed to caller for " + boundTo,
-          proposal->id);
-    return AgentResult::success(AgentJSON(std::move(result)).serialized());
-}
-
-AgentResult AgentService::listPendingProposals(const Call& call) {
-    std::optional<PendingProposal::Status> status;
-    if (auto it = call.args.find("status"); it != call.args.end()) {
-        const std::string text = it->is_string() ? it->get<std::string>() : it->dump();
-        status = enumFromName<PendingProposal::Status>(text);
-        if (!status) {
-            return refuse(call, "error", "unknown status", "invalid_params",
-                          "unknown status `" + text + "`");
-        }
-    }
-    AgentJSON::Array items;
-    for (const PendingProposal& proposal : store_.proposals(status)) {
-        items.emplace_back(
-            AgentJSON::Object{{"proposalId", proposal.id},
-                              {"kind", std::string(enumName(proposal.kind))},
-                              {"title", proposal.title},
-                              {"status", std::string(enumName(proposal.status))},
-                              {"createdAt", DateHelpers::isoString(proposal.createdAt)}});
-    }
-    return ok(call, AgentJSON(std::move(items)));
-}
-
-AgentResult AgentService::handleResourceRead(const Call& call) {
-    std::optional<std::string> uri = textArg(call.args, "uri");
-    if (!uri) return refuse(call, "error", "missing uri", "not_found", "`uri` required");
-    if (*uri == "quorvane://settings") return ok(call, settingsResource(call.config));
-    if (*uri == "quorvane://audit-log") return ok(call, auditLog(kDefaultAuditLimit));
-    if (*uri == "quorvane://repositories/local") return ok(call, localRepositories(call.config));
-    static const std::set<std::string> later = {"quorvane://repositories/remote",
-                                                "quorvane://repositories/unmapped",
-                                                "quorvane://repositories/needs-attention",
-                                                "quorvane://mappings/candidates",
-                                                "quorvane://reports/today",
-                                                "quorvane://reports/week"};
-    if (later.contains(*uri)) {
-        return refuse(call, "error", "not available yet", "not_found",
-                      "resource `" + *uri + "` is not available yet in this version of Quorvane");
-    }
-    return refuse(call, "error", "unknown uri " + *uri, "not_found",
-                  "unknown resource `" + *uri + "`");
-}
-
-// ---- Changing -------------------------------------------------------------------
-
-AgentResult AgentService::rejectMapping(const Call& call) {
-    std::optional<std::string> id = textArg(call.args, "proposalId");
-    if (!id || id->empty()) {
-        return refuse(call, "error", "missing proposalId", "not_found", "missing proposalId");
-    }
-    if (!store_.proposal(*id)) {
-        return refuse(call, "error", "proposal not found", "not_found", "proposal not found");
-    }
-    store_.rejectProposal(*id);
-    return ok(call, AgentJSON(AgentJSON::Object{{"rejected", true}}), std::nullopt, *id);
-}
-
-AgentResult AgentService::applyConfigChange(const Call& call,
-                                            const std::function<void(AppConfig&)>& change,
-                                            AgentJSON::Object result) {
-    ConfirmOutcome outcome = confirm(call.tool, call.args);
-    if (!outcome.success) return refuse(call, outcome);
-    if (std::optional<std::string> problem = env_.applyConfigChange(change)) {
-        return refuse(call, "error", "config not saved", "not_found",
-                      "config.json could not be saved: " + *problem);
-    }
-    store_.markProposalApplied(outcome.proposal.id);
-    result.emplace("applied", true);
-    return ok(call, AgentJSON(std::move(result)), std::nullopt, outcome.proposal.id);
-}
-
-AgentResult AgentService::setDailyReviewTime(const Call& call) {
-    std::optional<std::string> time = textArg(call.args, "time");
-    if (!time || time->empty()) {
-        return refuse(call, "error", "missing time", "not_found", "missing time");
-    }
-    ConfigKeys::Parsed parsed = ConfigKeys::parse("dailyReviewTime", *time);
-    if (!parsed.error.empty()) {
-        return refuse(call, "error", "bad time", "invalid_params",
-                      "`time` must be a time of day, HH:MM (24-hour)");
-    }
-    const std::string value = parsed.value.get<std::string>();
-    return applyConfigChange(call, [&](AppConfig& config) { config.dailyReviewTime = value; },
-                             {{"dailyReviewTime", value}});
-}
-
-AgentResult AgentService::setTracking(const Call& call, bool enabled) {
-    std::optional<std::string> repoId = textArg(call.args, "repoId");
-    if (!repoId || repoId->empty()) {
-        return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
-    }
-    auto known = [&](const AppConfig& config) {
-        return std::any_of(config.repositories.begin(), config.repositories.end(),
-                           [&](const RepoConfig& repo) { return repo.id == *repoId; });
-    };
-    // Looked up before the token is asked for, so no proposal is made for a
-    // repository that is not there.
-    if (!known(call.config)) {
-        return refuse(call, "error", "repo not found", "not_found", "repo not found");
-    }
-    return applyConfigChange(call,
-                             [&](AppConfig& config) {
-                                 for (RepoConfig& repo : config.repositories) {
-                                     if (repo.id == *repoId) repo.trackingEnabled = enabled;
-                                 }
-                             },
-                             {{"repoId", *repoId}, {"trackingEnabled", enabled}});
-}
-
-AgentResult AgentService::updateScanFolders(const Call& call) {
-    auto it = call.args.find("folders");
-    if (it == call.args.end() || it->is_null()) {
-        return refuse(call, "error", "missing folders", "not_found", "missing folders");
-    }
-    std::vector<std::string> folders;
-    bool valid = it->is_array();
-    if (valid) {
-        for (const Json& folder : *it) {
-            if (!folder.is_string()) {
-                valid = false;
-                break;
-            }
-            std::string path = folder.get<std::string>();
-            // The scans read these as they are written: absolute, or from the home folder.
-            if (path.empty() || (path.front() != '/' && path.front() != '~')) {
-                valid = false;
-                break;
-            }
-            folders.push_back(std::move(path));
-        }
-    }
-    if (!valid) {
-        return refuse(call, "error", "bad folders", "invalid_params",
-                      "`folders` must be a list of absolute folder paths (or paths from ~)");
-    }
-    return applyConfigChange(call, [&](AppConfig& config) { config.scanFolders = folders; },
-                             {{"scanFolders", textList(folders)}});
 }
 
 }  // namespace quorvane

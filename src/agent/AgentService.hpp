@@ -13,6 +13,7 @@
 #include "persistence/JsonCodec.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"
+#include "platform/ProcessRunner.hpp"
 
 namespace quorvane {
 
@@ -37,7 +38,8 @@ struct ConfirmOutcome {
 // own operations, and the proposal bookkeeping here has its own lock.
 class AgentService final : public ToolDispatcher {
 public:
-    AgentService(Store& store, AgentEnvAccess& env, const Clock& clock);
+    AgentService(Store& store, AgentEnvAccess& env, const Clock& clock,
+                 const ProcessRunner& runner);
 
     AgentResult handle(const std::string& tool, const std::string& argsJSON) override;
 
@@ -91,11 +93,23 @@ private:
                std::optional<std::string> detail, std::optional<std::string> proposalId);
 
     AgentResult notAvailableYet(const Call& call);
+
+    // ---- Read tools and resources (AgentReadTools.cpp) ----
+    // The read tool named by the call; nothing for a name that is not one.
+    std::optional<AgentResult> runReadTool(const Call& call);
     AgentResult getSettings(const Call& call);
     AgentResult getAuditLog(const Call& call);
     AgentResult getProposalStatus(const Call& call);
     AgentResult listPendingProposals(const Call& call);
     AgentResult listLocalRepositories(const Call& call);
+    AgentJSON settingsResource(const AppConfig& config) const;
+    AgentJSON localRepositories(const AppConfig& config) const;
+    AgentJSON auditLog(std::optional<size_t> limit) const;
+
+    // ---- Tools that change something (AgentChangeTools.cpp) ----
+    // The propose, apply or git tool named by the call; nothing for a name that is
+    // not one.
+    std::optional<AgentResult> runChangeTool(const Call& call);
     AgentResult rejectMapping(const Call& call);
     AgentResult setDailyReviewTime(const Call& call);
     AgentResult setTracking(const Call& call, bool enabled);
@@ -105,13 +119,11 @@ private:
     AgentResult applyConfigChange(const Call& call, const std::function<void(AppConfig&)>& change,
                                   AgentJSON::Object result);
 
-    AgentJSON settingsResource(const AppConfig& config) const;
-    AgentJSON localRepositories(const AppConfig& config) const;
-    AgentJSON auditLog(std::optional<size_t> limit) const;
-
     Store& store_;
     AgentEnvAccess& env_;
     const Clock& clock_;
+    // The door to git for the read and git tools.
+    const ProcessRunner& runner_;
     // Makes looking for a pending proposal and creating one a single step, so two
     // identical calls at once still leave one proposal.
     std::mutex proposalMutex_;

@@ -142,7 +142,7 @@ TEST_F(AgentServiceTest, ChecksRunInOrderAndEachCallLeavesOneAuditEntry) {
 
 TEST_F(AgentServiceTest, TheLicenceGatesApplyAndGitToolsButNotRejectingAMapping) {
     LicensedAccess refusing(env_.agentAccess(), false);
-    AgentService service(env_.store(), refusing, clock_);
+    AgentService service(env_.store(), refusing, clock_, shell_);
     for (const char* tool : {"set_daily_review_time", "git_push", "apply_repository_mapping"}) {
         setLevel(AgentPermissionLevel::safeGit);
         AgentResult answer = service.handle(tool, R"({"time":"18:00"})");

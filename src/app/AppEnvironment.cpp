@@ -55,7 +55,7 @@ AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock
       discovery_(runner, &shutdownSignal_),
       watcher_(clock) {
     agentAccess_ = makeAgentAccess(*this, licence_);
-    agentService_ = std::make_unique<AgentService>(store_, *agentAccess_, clock_);
+    agentService_ = std::make_unique<AgentService>(store_, *agentAccess_, clock_, runner_);
 }
 
 AppEnvironment::~AppEnvironment() {
