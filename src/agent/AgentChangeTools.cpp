@@ -5,20 +5,248 @@
 
 #include "agent/AgentService.hpp"
 #include "agent/AgentToolSupport.hpp"
+#include "agent/AgentTools.hpp"
+#include "base/EnumNames.hpp"
 #include "persistence/ConfigKeys.hpp"
 
 namespace quorvane {
 
 using namespace AgentToolSupport;
 
+namespace {
+
+// The tool and arguments one change of a settings proposal stands for.
+struct SettingsStep {
+    std::string tool;
+    Json args;
+};
+
+// Maps one {repoId?, field, value} change to the apply tool that carries it out.
+// Nothing, with the reason, for a field no tool sets.
+std::optional<SettingsStep> settingsTool(const std::string& field, const Json& change,
+                                         std::string& problem) {
+    const Json repoId = change.contains("repoId") ? change["repoId"] : Json();
+    const Json value = change.contains("value") ? change["value"] : Json();
+    auto withRepo = [&](Json args) {
+        if (!repoId.is_null()) args["repoId"] = repoId;
+        return args;
+    };
+    if (field == "category" || field == "priority") {
+        return SettingsStep{"set_repository_" + field,
+                            withRepo({{"value", value.is_string() ? value : Json("")}})};
+    }
+    if (field == "reminderRules") {
+        return SettingsStep{"set_repository_reminder_rules",
+                            withRepo({{"rules", value.is_object() ? value : Json::object()}})};
+    }
+    if (field == "aliases")
+        return SettingsStep{"update_project_aliases", withRepo({{"aliases", value}})};
+    if (field == "trackingEnabled") {
+        if (!value.is_boolean()) {
+            problem = "`trackingEnabled` takes true or false";
+            return std::nullopt;
+        }
+        return SettingsStep{
+            value.get<bool>() ? "enable_repository_tracking" : "disable_repository_tracking",
+            withRepo(Json::object())};
+    }
+    if (field == "scanFolders") return SettingsStep{"update_scan_folders", {{"folders", value}}};
+    if (field == "defaultCloneFolder") {
+        return SettingsStep{"set_default_clone_folder", {{"path", value}}};
+    }
+    if (field == "dailyReviewTime") return SettingsStep{"set_daily_review_time", {{"time", value}}};
+    std::string supported;
+    for (const std::string& name : AgentTools::settingsFields()) {  // a sorted set
+        supported += (supported.empty() ? "" : ", ") + name;
+    }
+    problem = "unsupported settings field `" + field + "`; supported: " + supported;
+    return std::nullopt;
+}
+
+// A folder as config.json keeps it: absolute, or from the home folder.
+bool isFolderPath(const Json& value) {
+    if (!value.is_string()) return false;
+    const std::string path = value.get<std::string>();
+    return !path.empty() && (path.front() == '/' || path.front() == '~');
+}
+
+}  // namespace
+
 std::optional<AgentResult> AgentService::runChangeTool(const Call& call) {
     const std::string& tool = call.tool;
+    if (tool == "propose_settings_change") return proposeSettings(call);
+    if (tool == "apply_repository_mapping") return applyMapping(call);
     if (tool == "reject_repository_mapping") return rejectMapping(call);
+    if (tool == "mark_repository_remote_only" || tool == "mark_repository_local_only" ||
+        tool == "mark_repository_ignored") {
+        return applyMappingMark(call);
+    }
+    if (tool == "update_mapping_confidence") return updateMappingConfidence(call);
+    if (tool == "apply_settings_recipe") return applyRecipe(call);
     if (tool == "set_daily_review_time") return setDailyReviewTime(call);
+    if (tool == "set_default_clone_folder") return setCloneFolder(call);
     if (tool == "enable_repository_tracking") return setTracking(call, true);
     if (tool == "disable_repository_tracking") return setTracking(call, false);
     if (tool == "update_scan_folders") return updateScanFolders(call);
+    if (tool == "set_repository_category" || tool == "set_repository_priority" ||
+        tool == "set_repository_reminder_rules") {
+        return setRepoField(call);
+    }
+    if (tool == "update_project_aliases") return updateAliases(call);
     return std::nullopt;
+}
+
+AgentResult AgentService::proposeSettings(const Call& call) {
+    auto changes = call.args.find("changes");
+    const bool usable = changes != call.args.end() && changes->is_array() && !changes->empty() &&
+                        std::all_of(changes->begin(), changes->end(),
+                                    [](const Json& change) { return change.is_object(); });
+    if (!usable) {
+        return refuse(call, "error", "bad changes", "not_found",
+                      "`changes` must be a non-empty array of {repoId?, field, value}");
+    }
+    // Every change is mapped before any is stored: one refused change stores none.
+    std::vector<SettingsStep> steps;
+    for (const Json& change : *changes) {
+        auto field = change.find("field");
+        if (field == change.end() || !field->is_string()) {
+            return refuse(call, "error", "missing field", "not_found",
+                          "each change needs a `field`");
+        }
+        std::string problem;
+        std::optional<SettingsStep> step = settingsTool(field->get<std::string>(), change, problem);
+        if (!step) return refuse(call, "error", problem, "not_found", problem);
+        steps.push_back(std::move(*step));
+    }
+    // One proposal a tool: a token is bound to one tool and one set of arguments.
+    AgentJSON::Array ids;
+    for (const SettingsStep& step : steps) {
+        if (std::optional<std::string> id = ensurePendingProposal(step.tool, step.args)) {
+            ids.emplace_back(*id);
+        }
+    }
+    AgentJSON first = ids.empty() ? AgentJSON(nullptr) : ids.front();
+    const size_t count = ids.size();
+    return ok(call,
+              AgentJSON(AgentJSON::Object{{"proposalId", first}, {"proposalIds", std::move(ids)}}),
+              "proposals=" + std::to_string(count));
+}
+
+AgentResult AgentService::applyMapping(const Call& call) {
+    std::optional<std::string> remote = textArg(call.args, "remoteRepoId");
+    std::optional<std::string> local = textArg(call.args, "localRepoId");
+    if (!remote || !local) {
+        return refuse(call, "error", "missing repo ids", "not_found", "missing repo ids");
+    }
+    ConfirmOutcome outcome = confirm(call.tool, call.args);
+    if (!outcome.success) return refuse(call, outcome);
+    // What the person saw in the proposal wins over what the call says.
+    Json payload = parseArgs(outcome.proposal.payloadJSON);
+    if (std::optional<std::string> shown = textArg(payload, "remoteRepoId")) remote = shown;
+    if (std::optional<std::string> shown = textArg(payload, "localRepoId")) local = shown;
+
+    std::optional<std::string> accountID;
+    for (const RemoteRepository& repo : store_.remoteRepos(std::nullopt)) {
+        if (repo.id == *remote) accountID = repo.accountID;
+    }
+    RepositoryMapping mapping;
+    mapping.id = *local;
+    mapping.localRepoID = *local;
+    mapping.remoteRepoID = *remote;
+    mapping.accountID = accountID;
+    mapping.kind = RepositoryMapping::Kind::mapped;
+    mapping.confidence = 1.0;
+    mapping.confirmedByUser = true;
+    mapping.createdAt = clock_.now();
+    store_.upsertMappings({mapping});
+    // A decision the person made is written now, not at the next scan's end.
+    store_.flush();
+    store_.markProposalApplied(outcome.proposal.id);
+    return ok(call, AgentJSON(AgentJSON::Object{{"applied", true}, {"mappingId", mapping.id}}),
+              "mapped " + *local + " → " + *remote, outcome.proposal.id);
+}
+
+AgentResult AgentService::applyMappingMark(const Call& call) {
+    std::optional<std::string> repoId = textArg(call.args, "repoId");
+    if (!repoId || repoId->empty()) {
+        return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
+    }
+    ConfirmOutcome outcome = confirm(call.tool, call.args);
+    if (!outcome.success) return refuse(call, outcome);
+
+    if (call.tool == "mark_repository_ignored") {
+        const std::string id = *repoId;
+        std::optional<std::string> problem = env_.applyConfigChange([&](AppConfig& config) {
+            if (std::find(config.ignoredRepoIDs.begin(), config.ignoredRepoIDs.end(), id) ==
+                config.ignoredRepoIDs.end()) {
+                config.ignoredRepoIDs.push_back(id);
+            }
+            std::erase_if(config.repositories,
+                          [&](const RepoConfig& repo) { return repo.id == id; });
+        });
+        if (problem) {
+            return refuse(call, "error", "config not saved", "not_found",
+                          "config.json could not be saved: " + *problem);
+        }
+        store_.purgeRepo(id);
+    } else {
+        const bool remoteOnly = call.tool == "mark_repository_remote_only";
+        RepositoryMapping mapping;
+        mapping.id = *repoId;
+        // A remote-only repository is one seen on GitHub; a local-only one is tracked here.
+        (remoteOnly ? mapping.remoteRepoID : mapping.localRepoID) = *repoId;
+        mapping.kind =
+            remoteOnly ? RepositoryMapping::Kind::remoteOnly : RepositoryMapping::Kind::localOnly;
+        mapping.confidence = 1.0;
+        mapping.confirmedByUser = true;
+        mapping.createdAt = clock_.now();
+        store_.upsertMappings({mapping});
+    }
+    store_.flush();
+    store_.markProposalApplied(outcome.proposal.id);
+    return ok(call, AgentJSON(AgentJSON::Object{{"applied", true}, {"repoId", *repoId}}),
+              std::nullopt, outcome.proposal.id);
+}
+
+// The one paid tool without a token: it only adjusts the figure of a link the
+// person already confirmed.
+AgentResult AgentService::updateMappingConfidence(const Call& call) {
+    std::optional<std::string> remote = textArg(call.args, "remoteRepoId");
+    std::optional<std::string> local = textArg(call.args, "localRepoId");
+    auto confidence = call.args.find("confidence");
+    if (!remote || !local || confidence == call.args.end() || !confidence->is_number()) {
+        return refuse(call, "error", "missing args", "invalid_params", "missing args");
+    }
+    // Taken as a fraction, or as a percentage when above 1, as agents write both.
+    double value = confidence->get<double>();
+    if (value > 1.0) value /= 100.0;
+    if (!(value >= 0.0 && value <= 1.0)) {
+        return refuse(call, "error", "bad confidence", "invalid_params",
+                      "`confidence` must be from 0 to 1 (or 0 to 100 as a percentage)");
+    }
+    std::vector<RepositoryMapping> mappings = store_.mappings();
+    auto found = std::find_if(mappings.begin(), mappings.end(), [&](const RepositoryMapping& m) {
+        return m.localRepoID == local && m.remoteRepoID == remote;
+    });
+    if (found == mappings.end()) {
+        return refuse(call, "error", "no mapping", "not_found",
+                      "no mapping for " + *local + " — use apply_repository_mapping first");
+    }
+    found->confidence = value;
+    store_.upsertMappings({*found});
+    store_.flush();
+    return ok(call, AgentJSON(AgentJSON::Object{{"mappingId", found->id}, {"confidence", value}}),
+              "confidence=" + AgentJSON(value).serialized());
+}
+
+// The name is kept for agents that know it; recipes themselves are not built.
+// No token is asked for, so none is spent.
+AgentResult AgentService::applyRecipe(const Call& call) {
+    std::string named =
+        textArg(call.args, "recipe").value_or(textArg(call.args, "recipeId").value_or("<none>"));
+    return refuse(call, "error", "not implemented", "not_implemented",
+                  "settings recipes are not implemented (recipe=" + named +
+                      "); use propose_settings_change + the matching set_* apply tool");
 }
 
 AgentResult AgentService::rejectMapping(const Call& call) {
@@ -62,27 +290,120 @@ AgentResult AgentService::setDailyReviewTime(const Call& call) {
                              {{"dailyReviewTime", value}});
 }
 
+AgentResult AgentService::setCloneFolder(const Call& call) {
+    auto path = call.args.find("path");
+    if (path == call.args.end() || path->is_null()) {
+        return refuse(call, "error", "missing path", "not_found", "missing path");
+    }
+    if (!isFolderPath(*path)) {
+        return refuse(call, "error", "bad path", "invalid_params",
+                      "`path` must be an absolute folder path (or one from ~)");
+    }
+    const std::string folder = path->get<std::string>();
+    return applyConfigChange(call,
+                             [&](AppConfig& config) { config.mapping.defaultCloneFolder = folder; },
+                             {{"defaultCloneFolder", folder}});
+}
+
+AgentResult AgentService::changeRepository(const Call& call, const std::string& repoId,
+                                           const std::function<void(RepoConfig&)>& change,
+                                           AgentJSON::Object result) {
+    // Looked up before the token is asked for, so no proposal is made for a
+    // repository that is not there.
+    if (std::none_of(call.config.repositories.begin(), call.config.repositories.end(),
+                     [&](const RepoConfig& repo) { return repo.id == repoId; })) {
+        return refuse(call, "error", "repo not found", "not_found", "repo not found");
+    }
+    result.emplace("repoId", repoId);
+    return applyConfigChange(
+        call,
+        [&](AppConfig& config) {
+            for (RepoConfig& repo : config.repositories) {
+                if (repo.id == repoId) change(repo);
+            }
+        },
+        std::move(result));
+}
+
 AgentResult AgentService::setTracking(const Call& call, bool enabled) {
     std::optional<std::string> repoId = textArg(call.args, "repoId");
     if (!repoId || repoId->empty()) {
         return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
     }
-    auto known = [&](const AppConfig& config) {
-        return std::any_of(config.repositories.begin(), config.repositories.end(),
-                           [&](const RepoConfig& repo) { return repo.id == *repoId; });
-    };
-    // Looked up before the token is asked for, so no proposal is made for a
-    // repository that is not there.
-    if (!known(call.config)) {
-        return refuse(call, "error", "repo not found", "not_found", "repo not found");
+    return changeRepository(call, *repoId,
+                            [&](RepoConfig& repo) { repo.trackingEnabled = enabled; },
+                            {{"trackingEnabled", enabled}});
+}
+
+AgentResult AgentService::setRepoField(const Call& call) {
+    std::optional<std::string> repoId = textArg(call.args, "repoId");
+    if (!repoId || repoId->empty()) {
+        return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
     }
-    return applyConfigChange(call,
-                             [&](AppConfig& config) {
-                                 for (RepoConfig& repo : config.repositories) {
-                                     if (repo.id == *repoId) repo.trackingEnabled = enabled;
-                                 }
-                             },
-                             {{"repoId", *repoId}, {"trackingEnabled", enabled}});
+    if (call.tool == "set_repository_category") {
+        // Empty text clears the category.
+        std::string value = textArg(call.args, "value").value_or("");
+        return changeRepository(
+            call, *repoId,
+            [&](RepoConfig& repo) {
+                repo.category = value.empty() ? std::nullopt : std::optional(value);
+            },
+            {{"category", value.empty() ? AgentJSON(nullptr) : AgentJSON(value)}});
+    }
+    if (call.tool == "set_repository_priority") {
+        std::optional<RepoConfig::Priority> priority =
+            enumFromName<RepoConfig::Priority>(textArg(call.args, "value").value_or(""));
+        if (!priority) {
+            return refuse(call, "error", "bad priority", "invalid_params",
+                          "`value` must be low, normal or high");
+        }
+        return changeRepository(call, *repoId, [&](RepoConfig& repo) { repo.priority = *priority; },
+                                {{"priority", std::string(enumName(*priority))}});
+    }
+    // The reminder rules: how many days of untouched changes count as stale; null
+    // goes back to the default.
+    auto rules = call.args.find("rules");
+    std::optional<int> stale;
+    bool valid = rules != call.args.end() && rules->is_object();
+    if (valid && rules->contains("staleDaysThreshold")) {
+        const Json& days = (*rules)["staleDaysThreshold"];
+        if (days.is_number_integer() && days.get<long long>() >= 0 &&
+            days.get<long long>() <= 3650) {
+            stale = days.get<int>();
+        } else if (!days.is_null()) {
+            valid = false;
+        }
+    }
+    if (!valid) {
+        return refuse(call, "error", "bad rules", "invalid_params",
+                      "`rules` must be an object such as {\"staleDaysThreshold\": 7}");
+    }
+    return changeRepository(
+        call, *repoId, [&](RepoConfig& repo) { repo.staleDaysThreshold = stale; },
+        {{"staleDaysThreshold", stale ? AgentJSON(*stale) : AgentJSON(nullptr)}});
+}
+
+AgentResult AgentService::updateAliases(const Call& call) {
+    std::optional<std::string> repoId = textArg(call.args, "repoId");
+    auto aliases = call.args.find("aliases");
+    if (!repoId || repoId->empty() || aliases == call.args.end()) {
+        return refuse(call, "error", "missing args", "not_found", "missing args");
+    }
+    std::vector<std::string> names;
+    bool valid = aliases->is_array();
+    for (const Json& alias : valid ? *aliases : Json::array()) {
+        if (!alias.is_string() || alias.get<std::string>().empty()) {
+            valid = false;
+            break;
+        }
+        names.push_back(alias.get<std::string>());
+    }
+    if (!valid) {
+        return refuse(call, "error", "bad aliases", "invalid_params",
+                      "`aliases` must be a list of names");
+    }
+    return changeRepository(call, *repoId, [&](RepoConfig& repo) { repo.aliases = names; },
+                            {{"aliases", textList(names)}});
 }
 
 AgentResult AgentService::updateScanFolders(const Call& call) {

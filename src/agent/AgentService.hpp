@@ -110,10 +110,24 @@ private:
     // The propose, apply or git tool named by the call; nothing for a name that is
     // not one.
     std::optional<AgentResult> runChangeTool(const Call& call);
+    AgentResult proposeSettings(const Call& call);
+    AgentResult applyMapping(const Call& call);
     AgentResult rejectMapping(const Call& call);
+    AgentResult applyMappingMark(const Call& call);
+    AgentResult updateMappingConfidence(const Call& call);
+    AgentResult applyRecipe(const Call& call);
     AgentResult setDailyReviewTime(const Call& call);
+    AgentResult setCloneFolder(const Call& call);
     AgentResult setTracking(const Call& call, bool enabled);
     AgentResult updateScanFolders(const Call& call);
+    // Category, priority and reminder rules: one field of one tracked repository.
+    AgentResult setRepoField(const Call& call);
+    AgentResult updateAliases(const Call& call);
+    // Changes the tracked repository `repoId` through the settings path; refuses an
+    // unknown one before any proposal is made.
+    AgentResult changeRepository(const Call& call, const std::string& repoId,
+                                 const std::function<void(RepoConfig&)>& change,
+                                 AgentJSON::Object result);
     // The common end of the settings tools: confirm, change the configuration, mark
     // the proposal applied, record it.
     AgentResult applyConfigChange(const Call& call, const std::function<void(AppConfig&)>& change,
