@@ -97,14 +97,39 @@ private:
     // ---- Read tools and resources (AgentReadTools.cpp) ----
     // The read tool named by the call; nothing for a name that is not one.
     std::optional<AgentResult> runReadTool(const Call& call);
-    AgentResult getSettings(const Call& call);
     AgentResult getAuditLog(const Call& call);
     AgentResult getProposalStatus(const Call& call);
     AgentResult listPendingProposals(const Call& call);
-    AgentResult listLocalRepositories(const Call& call);
+    AgentResult getRepository(const Call& call, bool statusOnly);
+    AgentResult getRepositoriesStatus(const Call& call);
+    AgentResult getUnmappedLocal(const Call& call);
+    AgentResult getMappingCandidates(const Call& call);
+    AgentResult getActivityRanking(const Call& call);
+    AgentResult rescanNow(const Call& call);
+    AgentResult syncRemoteInventory(const Call& call);
+    AgentResult readGitRemote(const Call& call);
+    AgentResult readGitBranches(const Call& call);
+    AgentResult readGitCommits(const Call& call);
+    AgentResult readGitStatus(const Call& call);
+    AgentResult generateHealthReport(const Call& call);
+    AgentResult exportReportMarkdown(const Call& call);
+    // Runs `tool` for the day the call names in `date` (or `day`), "yyyy-MM-dd", or
+    // for today when it names none. A day that cannot be read is refused.
+    AgentResult forDay(const Call& call, const std::function<AgentResult(Date)>& tool);
+    // The folder of the call's `path`, resolved, once git finds a repository there
+    // without climbing above the allowed root that holds it; nothing otherwise.
+    std::optional<std::string> gitRepositoryAt(const Call& call);
+    ShellResult readGit(const std::string& path, std::vector<std::string> arguments,
+                        double timeout) const;
     AgentJSON settingsResource(const AppConfig& config) const;
     AgentJSON localRepositories(const AppConfig& config) const;
     AgentJSON auditLog(std::optional<size_t> limit) const;
+    // The remote repository `text` names, for every tool that takes one: its full id,
+    // its "owner/name" or GitHub URL when one account holds it, or a bare name only
+    // one repository has. Nothing when it names none, or more than one.
+    std::optional<RemoteRepository> resolveRemote(const std::string& text) const;
+    // What to tell the agent when resolveRemote(text) found nothing.
+    std::string remoteNotFoundHint(const std::string& text) const;
 
     // ---- Tools that change something (AgentChangeTools.cpp) ----
     // The propose, apply or git tool named by the call; nothing for a name that is

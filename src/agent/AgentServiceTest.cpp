@@ -118,11 +118,10 @@ TEST_F(AgentServiceTest, ChecksRunInOrderAndEachCallLeavesOneAuditEntry) {
     EXPECT_EQ(outside.errorCode, "not_in_allowed_root");
     EXPECT_EQ(outside.hint, "Add this folder to Allowed Roots in Quorvane → MCP");
     EXPECT_EQ(lastAudit().detail, "path outside allowedRoots");
-    // Inside the root, the known tool this version does not serve says so.
-    AgentResult later = call("read_git_status", {{"path", dir_.path().string()}});
-    EXPECT_EQ(later.errorCode, "not_found");
-    EXPECT_EQ(later.hint,
-              "tool `read_git_status` is not available yet in this version of Quorvane");
+    // Inside the root, the call reaches the tool itself.
+    AgentResult inside = call("read_git_status", {{"path", dir_.path().string()}});
+    EXPECT_EQ(inside.errorCode, "not_found");
+    EXPECT_EQ(inside.hint, "not a git repo");
 
     // Arguments that are not an object only look absent to the tool.
     AgentResult malformed = env_.agentService().handle("get_proposal_status", "{\"proposalId\":");

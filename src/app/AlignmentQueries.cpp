@@ -191,7 +191,7 @@ AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now
         if (state.status == Status::needsPull) ++summary.needsPull;
         if (state.status == Status::noUpstream) ++summary.noUpstream;
     }
-    Aggregator::DateRange today = dayRange(now);
+    Aggregator::DateRange today = Aggregator::dayRange(now);
     for (const CommitRecord& commit : store.commitsBetween(today.start, today.end)) {
         if (trackedRepo(config, commit.repoID) == nullptr) continue;
         ++(commit.isLocalOnly ? summary.localOnlyCommitsToday : summary.pushedCommitsToday);

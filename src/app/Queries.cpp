@@ -1,7 +1,6 @@
 #include "app/Queries.hpp"
 
 #include <algorithm>
-#include <ctime>
 
 namespace quorvane::Queries {
 
@@ -10,14 +9,8 @@ namespace {
 constexpr std::chrono::seconds kDaySeconds{86400};
 constexpr std::chrono::seconds kWeekSeconds{604800};
 
-// The sessions whose end falls inside `range`: a session counts for the day it ended
-// on, so one that began before the range but ended in it belongs to it.
 std::vector<WorkSession> sessionsEndingIn(const Store& store, const Aggregator::DateRange& range) {
-    std::vector<WorkSession> found = store.sessions(std::nullopt, std::nullopt);
-    std::erase_if(found, [&](const WorkSession& session) {
-        return session.endedAt < range.start || session.endedAt > range.end;
-    });
-    return found;
+    return Aggregator::sessionsEndingIn(store.sessions(std::nullopt, std::nullopt), range);
 }
 
 const char* periodLabel(InsightsPeriod period) {
@@ -38,24 +31,12 @@ TodaySummary summaryOver(const Store& store, const AppConfig& config, Date now,
 
 }  // namespace
 
-Aggregator::DateRange dayRange(Date day) {
-    Date start = DateHelpers::startOfDay(day);
-    std::time_t t = start.time_since_epoch().count();
-    std::tm parts{};
-    localtime_r(&t, &parts);
-    // The next calendar day's midnight, not start + 24 h: a day with a daylight-saving
-    // change is 23 or 25 hours long.
-    Date next =
-        DateHelpers::fromLocal(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday + 1, 0, 0, 0);
-    return {start, next - std::chrono::seconds(1)};
-}
-
 TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now) {
-    return summaryOver(store, config, now, dayRange(now), DateHelpers::dateKey(now));
+    return summaryOver(store, config, now, Aggregator::dayRange(now), DateHelpers::dateKey(now));
 }
 
 TodaySummary summary(const Store& store, const AppConfig& config, Date now, Date from, Date to) {
-    Aggregator::DateRange range{dayRange(from).start, dayRange(to).end};
+    Aggregator::DateRange range{Aggregator::dayRange(from).start, Aggregator::dayRange(to).end};
     std::string fromKey = DateHelpers::dateKey(from);
     std::string toKey = DateHelpers::dateKey(to);
     std::string label = fromKey == toKey ? fromKey : fromKey + " → " + toKey;
@@ -67,12 +48,9 @@ DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date n
     std::string dateKey = DateHelpers::dateKey(day);
     input.report =
         Aggregator::dailyReport(day, summary(store, config, now, day, day), store.journal(dateKey));
-    Aggregator::DateRange range = dayRange(day);
     // The store's order, newest first; grouping keeps it within each repository.
-    for (CommitRecord& commit : store.commits(std::nullopt)) {
-        if (commit.committedAt < range.start || commit.committedAt > range.end) continue;
-        input.commitsByRepo[commit.repoID].push_back(std::move(commit));
-    }
+    input.commitsByRepo =
+        Aggregator::commitsByRepo(store.commits(std::nullopt), Aggregator::dayRange(day));
     return input;
 }
 
@@ -102,13 +80,13 @@ std::vector<DayBreakdown> heatmap(const Store& store, Date now, int daysBack) {
 std::vector<ActivityRow> activityRanking(const Store& store, const AppConfig& config, Date now,
                                          Aggregator::RankingOrder order) {
     return Aggregator::activityRanking(now, config.repositories, store.snapshots(),
-                                       sessionsEndingIn(store, dayRange(now)), store.syncStates(),
-                                       now, order);
+                                       sessionsEndingIn(store, Aggregator::dayRange(now)),
+                                       store.syncStates(), now, order);
 }
 
 std::vector<WorkSession> sessionsOn(const Store& store, Date day,
                                     const std::optional<std::string>& repoID) {
-    Aggregator::DateRange range = dayRange(day);
+    Aggregator::DateRange range = Aggregator::dayRange(day);
     std::vector<WorkSession> found = store.sessions(repoID, std::nullopt);
     std::erase_if(found, [&](const WorkSession& session) {
         return session.startedAt > range.end || session.endedAt < range.start;

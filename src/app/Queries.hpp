@@ -19,10 +19,6 @@
 // caller's clock reading; days are local days of the process's time zone.
 namespace quorvane::Queries {
 
-// The local day holding `day`: from its first second to the next day's start less
-// one second, both included.
-Aggregator::DateRange dayRange(Date day);
-
 // Today's work across the tracked repositories, labelled with today's date key.
 TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now);
 

@@ -136,6 +136,7 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
             updated.status = GitHubAccount::Status::tokenInvalid;
             updates.push_back(updated);
             ++summary.accountsFailed;
+            ++summary.tokenFailures;
             summary.errors.push_back(account.displayName +
                                      ": no token available (Keychain / gh CLI)");
             continue;
@@ -153,6 +154,8 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
                                  : GitHubAccount::Status::error;
             updates.push_back(updated);
             ++summary.accountsFailed;
+            if (error.kind() == QuorvaneError::Kind::auth) ++summary.tokenFailures;
+            if (error.kind() == QuorvaneError::Kind::rateLimit) ++summary.rateLimitFailures;
             summary.errors.push_back(fmt::format("{}: {} — {}", account.displayName,
                                                  statusWord(updated.status), error.description()));
             continue;

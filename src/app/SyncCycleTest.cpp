@@ -110,6 +110,8 @@ TEST(SyncCycleTest, EachAccountIsReadOrReportedAndTrackedRepositoriesAreLinked) 
                 ElementsAre("Account B: no token available (Keychain / gh CLI)",
                             "Account C: tokenInvalid — GitHub: token invalid/expired",
                             "Account D: error — GitHub rate limit exceeded"));
+    EXPECT_EQ(summary.tokenFailures, 2);
+    EXPECT_EQ(summary.rateLimitFailures, 1);
     EXPECT_EQ(summary.syncedAt, clock.now());
     EXPECT_EQ(summary.remoteRepos, 2);  // the private one is left out
     EXPECT_EQ(summary.mappedRepos, 1);

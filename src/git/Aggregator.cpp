@@ -145,6 +145,32 @@ void add(DayTotals& totals, const DayActivity& activity) {
 
 }  // namespace
 
+DateRange dayRange(Date day) {
+    Date start = DateHelpers::startOfDay(day);
+    // The next calendar day's midnight, not start + 24 h: a day with a daylight-saving
+    // change is 23 or 25 hours long.
+    return {start, dayStartAfter(start, 1) - std::chrono::seconds(1)};
+}
+
+std::vector<WorkSession> sessionsEndingIn(std::vector<WorkSession> sessions,
+                                          const DateRange& range) {
+    std::erase_if(sessions, [&](const WorkSession& session) {
+        return !inWindow(session.endedAt, range.start, range.end);
+    });
+    return sessions;
+}
+
+std::map<std::string, std::vector<CommitRecord>> commitsByRepo(
+    const std::vector<CommitRecord>& commits, const DateRange& range) {
+    std::map<std::string, std::vector<CommitRecord>> grouped;
+    for (const CommitRecord& commit : commits) {
+        if (inWindow(commit.committedAt, range.start, range.end)) {
+            grouped[commit.repoID].push_back(commit);
+        }
+    }
+    return grouped;
+}
+
 std::vector<RepoStatus> statuses(const RepoSnapshot& snapshot, bool activeToday, int staleDays,
                                  std::optional<Date> lastActivity, Date now) {
     // An empty error text is no failure, as for isSynced.
@@ -326,12 +352,18 @@ std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>
     }
 
     bool workedFirst = order == RankingOrder::workedTodayFirst;
+    // Latest first; a row with a date before one without.
+    auto later = [](const std::optional<Date>& a, const std::optional<Date>& b) {
+        if (!a || !b) return a.has_value();
+        return *a > *b;
+    };
     std::stable_sort(rows.begin(), rows.end(), [&](const ActivityRow& a, const ActivityRow& b) {
         if (workedFirst && a.workedToday != b.workedToday) return a.workedToday;
-        if (a.lastActivityAt != b.lastActivityAt) {
-            if (!a.lastActivityAt || !b.lastActivityAt) return a.lastActivityAt.has_value();
-            return *a.lastActivityAt > *b.lastActivityAt;
+        if (order == RankingOrder::workingTreeChange &&
+            a.lastWorkingTreeChangeAt != b.lastWorkingTreeChangeAt) {
+            return later(a.lastWorkingTreeChangeAt, b.lastWorkingTreeChangeAt);
         }
+        if (a.lastActivityAt != b.lastActivityAt) return later(a.lastActivityAt, b.lastActivityAt);
         return nameLess(a.name, b.name);
     });
     return rows;

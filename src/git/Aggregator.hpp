@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,8 +26,9 @@ inline constexpr int kDefaultStaleDays = 3;
 
 // How the activity ranking orders its rows.
 enum class RankingOrder {
-    workedTodayFirst,  // repositories worked on that day first, then by recency
-    pureRecency,       // by recency alone
+    workedTodayFirst,   // repositories worked on that day first, then by recency
+    pureRecency,        // by recency alone
+    workingTreeChange,  // by the last change seen in the working tree, latest first
 };
 
 // A window of time, both ends included.
@@ -35,6 +37,20 @@ struct DateRange {
     Date end{};
     bool operator==(const DateRange&) const = default;
 };
+
+// The local day holding `day`: from its first second to the next day's start less
+// one second, both included.
+DateRange dayRange(Date day);
+
+// The sessions that ended inside `range`: a session counts for the day it ended on,
+// so one that began before the range but ended in it belongs to it.
+std::vector<WorkSession> sessionsEndingIn(std::vector<WorkSession> sessions,
+                                          const DateRange& range);
+
+// The commits made inside `range`, by repository id, each repository's in the order
+// given (newest first when the store's order is given).
+std::map<std::string, std::vector<CommitRecord>> commitsByRepo(
+    const std::vector<CommitRecord>& commits, const DateRange& range);
 
 // The labels of one repository, in display order. A dirty repository is `stale` when
 // `lastActivity` is absent or more than `staleDays` calendar days before `now`.

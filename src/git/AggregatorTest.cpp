@@ -113,6 +113,30 @@ TEST(Aggregator, StaleCutoffCountsCalendarDaysAcrossDaylightSaving) {
     EXPECT_EQ(labels, (std::vector{needsCommit, inactive, stale}));
 }
 
+TEST(Aggregator, ADayWithADaylightSavingChangeEndsAtItsOwnMidnight) {
+    ZoneScope zone("America/New_York");
+    // 8 March 2026 has 23 hours in New York: clocks jump from 02:00 to 03:00.
+    Aggregator::DateRange range = Aggregator::dayRange(at("2026-03-08T12:00:00Z"));
+    EXPECT_EQ(range.start, at("2026-03-08T05:00:00Z"));
+    EXPECT_EQ(range.end, at("2026-03-09T03:59:59Z"));
+
+    // What that day holds: a session is the day's when it ended on it, a commit when
+    // it was made on it; both ends count.
+    std::vector<WorkSession> sessions = {session("a", "2026-03-08T05:00:00Z", 60),
+                                         session("a", "2026-03-09T04:00:00Z", 60),
+                                         session("b", "2026-03-09T03:59:59Z", 600)};
+    std::vector<WorkSession> ending = Aggregator::sessionsEndingIn(sessions, range);
+    ASSERT_EQ(ending.size(), 2u);
+    EXPECT_EQ(ending[1].repoID, "b");
+    auto grouped = Aggregator::commitsByRepo(
+        {commit("a", "2026-03-09T03:00:00Z"), commit("b", "2026-03-08T04:59:59Z"),
+         commit("a", "2026-03-08T06:00:00Z")},
+        range);
+    ASSERT_EQ(grouped.size(), 1u);
+    ASSERT_EQ(grouped["a"].size(), 2u);
+    EXPECT_EQ(grouped["a"][0].committedAt, at("2026-03-09T03:00:00Z")) << "order kept";
+}
+
 TEST(Aggregator, DayActivityCountsTheLocalDayOfOneRepository) {
     ZoneScope zone("America/New_York");
     const Date now = at("2026-11-22T04:00:00Z");
@@ -220,6 +244,10 @@ TEST(Aggregator, RankingPutsTheDaysWorkFirstUnlessByRecencyAlone) {
     rows = Aggregator::activityRanking(yesterday, configs, snapshots, sessions, {}, now,
                                        Aggregator::RankingOrder::pureRecency);
     EXPECT_EQ(names(rows), (std::vector<std::string>{"zed", "beta", "gamma", "apple", "Banana"}));
+    // By the working tree alone: only gamma's changed; the rest by recency.
+    rows = Aggregator::activityRanking(yesterday, configs, snapshots, sessions, {}, now,
+                                       Aggregator::RankingOrder::workingTreeChange);
+    EXPECT_EQ(names(rows), (std::vector<std::string>{"gamma", "zed", "beta", "apple", "Banana"}));
 
     // Cache folders stay out of the ranking, not out of the summary.
     std::vector<CommitRecord> cachedCommit = {commit("cached", "2026-11-20T10:00:00Z")};

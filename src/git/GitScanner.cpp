@@ -79,6 +79,19 @@ std::optional<ShellResult> GitScanner::statusWithoutFilters(
     return run(std::move(request));
 }
 
+std::optional<std::string> GitScanner::porcelainStatus(const std::string& path,
+                                                       bool ignoreUntracked) const {
+    std::vector<std::string> arguments = {"status", "--porcelain=v1"};
+    if (ignoreUntracked) arguments.emplace_back("--untracked-files=no");
+    // Looking inside a submodule's work tree means a git status there, under that
+    // submodule's own configuration; a submodule still counts when it moved to
+    // another commit.
+    arguments.emplace_back("--ignore-submodules=dirty");
+    std::optional<ShellResult> status = statusWithoutFilters(path, std::move(arguments));
+    if (!status || !status->succeeded()) return std::nullopt;
+    return std::move(status->stdOut);
+}
+
 std::string GitScanner::startOfDayArgument(Date now) {
     return DateHelpers::isoString(DateHelpers::startOfDay(now));
 }
@@ -112,16 +125,9 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
     snapshot.hasUpstream =
         git(path, {"rev-parse", "--abbrev-ref", "--symbolic-full-name", "@{u}"}, 15).succeeded();
 
-    std::vector<std::string> statusArguments = {"status", "--porcelain=v1"};
-    if (ignoreUntracked) statusArguments.emplace_back("--untracked-files=no");
-    // Looking inside a submodule's work tree means a git status there, under that
-    // submodule's own configuration; a submodule still counts when it moved to
-    // another commit.
-    statusArguments.emplace_back("--ignore-submodules=dirty");
-    std::optional<ShellResult> status = statusWithoutFilters(path, statusArguments);
-    if (status && status->succeeded()) {
-        snapshot.files = GitParsing::fileCounts(status->stdOut, ignoreUntracked);
-        snapshot.lastWorkingTreeChangeAt = newestChangeTime(status->stdOut, path, now);
+    if (std::optional<std::string> status = porcelainStatus(path, ignoreUntracked)) {
+        snapshot.files = GitParsing::fileCounts(*status, ignoreUntracked);
+        snapshot.lastWorkingTreeChangeAt = newestChangeTime(*status, path, now);
     }
 
     if (snapshot.hasUpstream) {

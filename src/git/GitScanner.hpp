@@ -67,6 +67,11 @@ public:
     std::vector<CommitRecord> historyCommits(const std::string& path,
                                              const std::string& sinceArg) const;
 
+    // `git status --porcelain=v1` of the work tree, with the filter drivers of the
+    // repository's own configuration switched off; nothing when git could not
+    // answer, as in a folder that is not a work tree.
+    std::optional<std::string> porcelainStatus(const std::string& path, bool ignoreUntracked) const;
+
     // The local branches in the order git lists them, with ahead and behind counts.
     std::vector<LocalBranchInfo> localBranches(const std::string& path) const;
 

@@ -16,7 +16,11 @@ struct RemoteSyncSummary {
     int remoteRepos = 0;     // in the store after the cycle
     int mappedRepos = 0;
     std::vector<std::string> errors;  // one line per failure
-    std::optional<Date> syncedAt;     // set once an account succeeded
+    // Of the failed accounts, those whose token was missing or refused, and those
+    // GitHub turned away for its rate limit: the causes a caller acts on differently.
+    int tokenFailures = 0;
+    int rateLimitFailures = 0;
+    std::optional<Date> syncedAt;  // set once an account succeeded
     bool skipped = false;
     std::optional<std::string> skippedReason;
 
