@@ -62,6 +62,9 @@ bool flagArg(const Json& args, const char* key) {
 }
 
 // ---- Encoders -------------------------------------------------------------------
+// Each record has one encoder, so a record reads the same in every tool and
+// resource. Dates are ISO 8601 in UTC with whole seconds; an optional field that is
+// empty prints as null, so an agent finds every key whether or not it is known.
 
 template <NamedEnum E>
 AgentJSON nameOf(E value) {
