@@ -228,6 +228,7 @@ AgentResult AgentService::handle(const std::string& tool, const std::string& arg
 
 AgentResult AgentService::executeFree(const Call& call) {
     if (std::optional<AgentResult> result = runReadTool(call)) return *result;
+    if (std::optional<AgentResult> result = runDiskTool(call)) return *result;
     if (std::optional<AgentResult> result = runChangeTool(call)) return *result;
     if (AgentTools::find(call.tool) != nullptr) return notAvailableYet(call);
     return refuse(call, "error", "unhandled tool", "not_found",

@@ -131,6 +131,18 @@ private:
     // What to tell the agent when resolveRemote(text) found nothing.
     std::string remoteNotFoundHint(const std::string& text) const;
 
+    // ---- Disk and plan tools (AgentDiskTools.cpp) ----
+    // The disk search, inspection and cleanup plan tool named by the call; nothing
+    // for a name that is not one.
+    std::optional<AgentResult> runDiskTool(const Call& call);
+    AgentResult searchLocalProjects(const Call& call, bool withQuery);
+    AgentResult inspectLocalGitRepo(const Call& call);
+    AgentResult computeRepoFingerprint(const Call& call);
+    AgentResult inferProjectMetadata(const Call& call);
+    AgentResult findDuplicateClones(const Call& call);
+    AgentResult findMissingLocalClones(const Call& call);
+    AgentResult generateCleanupPlan(const Call& call);
+
     // ---- Tools that change something (AgentChangeTools.cpp) ----
     // The propose, apply or git tool named by the call; nothing for a name that is
     // not one.

@@ -18,9 +18,6 @@ struct AgentTool {
     // The argument holding a folder that must lie inside the allowed roots; empty
     // when the tool takes no such path.
     std::string_view rootKey;
-    // Whether this version serves it. The others are known names that pass every
-    // check and then answer that they are not available yet.
-    bool available;
 };
 
 namespace AgentTools {

@@ -41,6 +41,13 @@ void addSettings(ProcessRequest& request,
     setConfigCount(request, index);
 }
 
+// Variables that would make a child work on another repository, index or object
+// store than the one it is pointed at.
+std::vector<std::string> repositoryRedirects() {
+    return {"GIT_DIR",    "GIT_WORK_TREE", "GIT_INDEX_FILE",      "GIT_COMMON_DIR",
+            "GIT_PREFIX", "GIT_NAMESPACE", "GIT_OBJECT_DIRECTORY"};
+}
+
 }  // namespace
 
 const std::vector<std::pair<std::string, std::string>>& readOnlySettings() {
@@ -77,13 +84,23 @@ ProcessRequest request(const std::string& path, std::vector<std::string> argumen
         // the repository's own configuration says.
         {"GIT_ALLOW_PROTOCOL", ""},
     };
-    request.unsetEnvironment = {
-        "GIT_DIR",           "GIT_WORK_TREE",   "GIT_INDEX_FILE",    "GIT_COMMON_DIR",
-        "GIT_PREFIX",        "GIT_NAMESPACE",   "GIT_OBJECT_DIRECTORY",
-        // Our settings are the only command-line configuration, so nothing else can
-        // come after them and win.
-        "GIT_CONFIG_PARAMETERS", "GIT_CONFIG_COUNT", "GIT_EXTERNAL_DIFF"};
+    request.unsetEnvironment = repositoryRedirects();
+    // Our settings are the only command-line configuration, so nothing else can
+    // come after them and win.
+    request.unsetEnvironment.insert(
+        request.unsetEnvironment.end(),
+        {"GIT_CONFIG_PARAMETERS", "GIT_CONFIG_COUNT", "GIT_EXTERNAL_DIFF"});
     addSettings(request, readOnlySettings());
+    return request;
+}
+
+ProcessRequest confirmedActionRequest(std::vector<std::string> arguments, double timeout) {
+    ProcessRequest request;
+    request.executable = std::string(kGitPath);
+    request.arguments = std::move(arguments);
+    request.timeout = timeout;
+    request.environment = {{"GIT_TERMINAL_PROMPT", "0"}, {"GIT_PAGER", "cat"}};
+    request.unsetEnvironment = repositoryRedirects();
     return request;
 }
 

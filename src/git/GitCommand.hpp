@@ -25,6 +25,13 @@ inline constexpr std::string_view kGitPath = "/usr/bin/git";
 ProcessRequest request(const std::string& path, std::vector<std::string> arguments, double timeout,
                        const Cancellation* cancellation = nullptr);
 
+// A git child for a command the person confirmed (push, fetch, pull), run as when
+// they type it: their credential helpers, hooks and transports stay in force, so
+// pushing works as it does in their terminal. It still may not prompt (nobody is
+// at a terminal to answer) and does not inherit variables that would point it at
+// another repository than the `-C` path in `arguments`.
+ProcessRequest confirmedActionRequest(std::vector<std::string> arguments, double timeout);
+
 // The configuration entries every read-only child gets, in order.
 const std::vector<std::pair<std::string, std::string>>& readOnlySettings();
 

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "agent/AgentResult.hpp"
+#include "platform/ProcessRunner.hpp"
+
+namespace quorvane {
+
+// One of the four git commands an agent may have run on the person's behalf. Only
+// the branch comes from outside; everything else of the command line is fixed.
+struct SafeGitAction {
+    struct Push {
+        std::optional<std::string> branch;  // HEAD when absent or empty
+    };
+    struct SetUpstreamPush {
+        std::string branch;
+    };
+    struct Fetch {};
+    struct PullFFOnly {};
+
+    std::variant<Push, SetUpstreamPush, Fetch, PullFFOnly> value;
+
+    static SafeGitAction push(std::optional<std::string> branch = std::nullopt) {
+        return {Push{std::move(branch)}};
+    }
+    static SafeGitAction setUpstreamPush(std::string branch) {
+        return {SetUpstreamPush{std::move(branch)}};
+    }
+    static SafeGitAction fetch() { return {Fetch{}}; }
+    static SafeGitAction pullFFOnly() { return {PullFFOnly{}}; }
+
+    // What results call it: "push", "push -u", "fetch" or "pull --ff-only".
+    std::string_view label() const;
+};
+
+// The only place that changes a repository. It builds the argument list itself, and
+// a second check that knows nothing of how the list was built refuses any command
+// line holding a dangerous word, so a later edit of the list cannot open a hole.
+// No refusal starts a process.
+class SafeGitRunner {
+public:
+    SafeGitRunner() = delete;
+
+    // Words that must never reach git, in the order they are tried. "branch -D" can
+    // never hit, since the text is lower-cased first; "branch -d" does its work.
+    static constexpr std::array<std::string_view, 21> dangerousNeedles = {
+        "--force", "-f",       "+",          "reset",      "--hard",   "clean",         "rebase",
+        "merge",   "checkout", "branch -d",  "branch -D",  "rm ",      "filter-branch", "reflog",
+        "gc",      "prune",    "stash drop", "update-ref", "--delete", "cherry-pick",   "revert"};
+
+    static constexpr double kTimeoutSeconds = 120;
+
+    // The arguments after the executable: "-C", the path, then the command.
+    static std::vector<std::string> arguments(const SafeGitAction& action,
+                                              const std::string& repoPath);
+
+    // Whether a command text holds a forced refspec (" +") or a needle: one with a
+    // blank as a plain substring, the others as a word between blanks, all in the
+    // lower-cased text padded with a blank on each side. So "feature/clean" passes
+    // and "clean" does not, and "rm " hits any text ending in "rm" ("terraform").
+    static bool isDangerous(std::string_view commandText);
+
+    // Runs the action in the repository at `repoPath` ("~" expanded) through
+    // `runner`, or says why not: "not_found" without a .git there, then
+    // "dangerous_blocked" for a dangerous command or an unsafe branch name. Git's
+    // failure gives "error" with what it printed.
+    static AgentResult run(const SafeGitAction& action, const std::string& repoPath,
+                           const ProcessRunner& runner);
+
+private:
+    // A name git could read as an option or a refspec, or that holds a blank. An
+    // empty name is not unsafe by this test.
+    static bool isUnsafeBranchName(std::string_view name);
+};
+
+}  // namespace quorvane
