@@ -6,7 +6,13 @@
 #include "agent/AgentService.hpp"
 #include "agent/AgentToolSupport.hpp"
 #include "agent/AgentTools.hpp"
+#include "agent/CleanupPlanner.hpp"
+#include "agent/LocalProjectFinder.hpp"
+#include "agent/ProposalRules.hpp"
+#include "agent/SafeGitRunner.hpp"
 #include "base/EnumNames.hpp"
+#include "base/Uuid.hpp"
+#include "github/MappingConfidenceEngine.hpp"
 #include "persistence/ConfigKeys.hpp"
 
 namespace quorvane {
@@ -74,7 +80,9 @@ bool isFolderPath(const Json& value) {
 
 std::optional<AgentResult> AgentService::runChangeTool(const Call& call) {
     const std::string& tool = call.tool;
+    if (tool == "propose_repository_mapping") return proposeMapping(call);
     if (tool == "propose_settings_change") return proposeSettings(call);
+    if (tool == "propose_cleanup_plan") return proposeCleanup(call);
     if (tool == "apply_repository_mapping") return applyMapping(call);
     if (tool == "reject_repository_mapping") return rejectMapping(call);
     if (tool == "mark_repository_remote_only" || tool == "mark_repository_local_only" ||
@@ -93,6 +101,7 @@ std::optional<AgentResult> AgentService::runChangeTool(const Call& call) {
         return setRepoField(call);
     }
     if (tool == "update_project_aliases") return updateAliases(call);
+    if (AgentTools::gitTools().contains(tool)) return runGit(call);
     return std::nullopt;
 }
 
@@ -130,6 +139,98 @@ AgentResult AgentService::proposeSettings(const Call& call) {
     return ok(call,
               AgentJSON(AgentJSON::Object{{"proposalId", first}, {"proposalIds", std::move(ids)}}),
               "proposals=" + std::to_string(count));
+}
+
+AgentResult AgentService::proposeMapping(const Call& call) {
+    std::optional<std::string> wanted = textArg(call.args, "remoteRepoId");
+    if (!wanted || wanted->empty()) {
+        return refuse(call, "error", "missing remoteRepoId", "not_found",
+                      "`remoteRepoId` is required");
+    }
+    std::optional<RemoteRepository> remote = resolveRemote(*wanted);
+    if (!remote) {
+        return refuse(call, "error", "remote not found", "not_found", remoteNotFoundHint(*wanted));
+    }
+    std::vector<std::string> roots = call.config.agent.allowedRoots;
+    if (auto given = call.args.find("searchRoots"); given != call.args.end() && given->is_array()) {
+        roots.clear();
+        for (const Json& root : *given) {
+            // The search reads what it walks: it stays inside the allowed roots too.
+            if (!root.is_string() ||
+                !isInsideAllowedRoot(root.get<std::string>(), call.config.agent.allowedRoots)) {
+                return refuse(call, "denied", "path outside allowedRoots", "not_in_allowed_root",
+                              "Add this folder to Allowed Roots in Quorvane → MCP");
+            }
+            roots.push_back(root.get<std::string>());
+        }
+    }
+    int minConfidence = 60;
+    if (auto given = call.args.find("minConfidence");
+        given != call.args.end() && given->is_number()) {
+        minConfidence = static_cast<int>(given->get<double>());
+    }
+
+    static const std::vector<std::string> kExcludes = {"node_modules", ".build",      "Pods",
+                                                       "DerivedData",  ".venv",       "vendor",
+                                                       "Carthage",     ".git/modules"};
+    std::vector<LocalProjectMatch> matches = LocalProjectFinder(runner_).find(
+        roots, remote->name, call.config.agent.maxScanDepth, kExcludes);
+    std::vector<MappingCandidate> candidates =
+        MappingConfidenceEngine::candidates(*remote, matches);
+    std::erase_if(candidates,
+                  [&](const MappingCandidate& c) { return c.confidence < minConfidence; });
+
+    PendingProposal proposal;
+    proposal.id = newUUID();
+    proposal.kind = PendingProposal::Kind::mapping;
+    Json payload = {{"remoteRepoId", remote->id}, {"localRepoId", nullptr}};
+    if (candidates.empty()) {
+        proposal.title = "Map " + remote->fullName + " (no local match)";
+        proposal.summary = "No local checkout found ≥" + std::to_string(minConfidence) + "%.";
+    } else {
+        const MappingCandidate& best = candidates.front();
+        payload["localRepoId"] = best.localPath;
+        proposal.title = "Map " + remote->fullName + " → " + best.localPath;
+        proposal.summary = "Best candidate: " + best.localPath + " (" +
+                           std::to_string(best.confidence) + "% confidence)";
+        proposal.confidence = best.confidence;
+        proposal.evidence = best.evidence;
+    }
+    proposal.payloadJSON = AgentJSON::fromJson(payload).serialized();
+    proposal.createdAt = clock_.now();
+    proposal.intendedTool = "apply_repository_mapping";
+    proposal.argsFingerprint = ProposalRules::fingerprint("apply_repository_mapping", payload);
+    store_.upsertProposal(proposal);
+
+    AgentJSON::Array listed;
+    for (const MappingCandidate& candidate : candidates) {
+        listed.emplace_back(AgentJSON::Object{{"localPath", candidate.localPath},
+                                              {"confidence", candidate.confidence},
+                                              {"evidence", textList(candidate.evidence)}});
+    }
+    return ok(call,
+              AgentJSON(AgentJSON::Object{{"proposalId", proposal.id},
+                                          {"candidates", std::move(listed)},
+                                          {"remoteRepoId", remote->id}}),
+              "proposalId=" + proposal.id, proposal.id);
+}
+
+// A plan is for the person to read: it authorises nothing, so it is bound to no
+// tool, and each call makes a new one.
+AgentResult AgentService::proposeCleanup(const Call& call) {
+    const std::string scope = textArg(call.args, "scope").value_or("today");
+    PendingProposal proposal;
+    proposal.id = newUUID();
+    proposal.kind = PendingProposal::Kind::cleanupPlan;
+    proposal.title = "Cleanup plan (" + scope + ")";
+    proposal.summary = CleanupPlanner::dailyPlan(store_.snapshots(), store_.syncStates(),
+                                                 call.config.repositories);
+    proposal.payloadJSON = AgentJSON(AgentJSON::Object{{"scope", scope}}).serialized();
+    proposal.createdAt = clock_.now();
+    store_.upsertProposal(proposal);
+    return ok(call,
+              AgentJSON(AgentJSON::Object{{"proposalId", proposal.id}, {"plan", proposal.summary}}),
+              "proposalId=" + proposal.id, proposal.id);
 }
 
 AgentResult AgentService::applyMapping(const Call& call) {
@@ -434,6 +535,39 @@ AgentResult AgentService::updateScanFolders(const Call& call) {
     }
     return applyConfigChange(call, [&](AppConfig& config) { config.scanFolders = folders; },
                              {{"scanFolders", textList(folders)}});
+}
+
+AgentResult AgentService::runGit(const Call& call) {
+    std::optional<std::string> repoId = textArg(call.args, "repoId");
+    if (!repoId || repoId->empty()) {
+        return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
+    }
+    auto repo = std::find_if(call.config.repositories.begin(), call.config.repositories.end(),
+                             [&](const RepoConfig& r) { return r.id == *repoId; });
+    if (repo == call.config.repositories.end()) {
+        return refuse(call, "error", "repo not found", "not_found", "repo not found");
+    }
+    ConfirmOutcome outcome = confirm(call.tool, call.args);
+    if (!outcome.success) return refuse(call, outcome);
+
+    std::optional<std::string> branch = textArg(call.args, "branch");
+    SafeGitAction action = SafeGitAction::fetch();
+    if (call.tool == "git_pull_ff_only") action = SafeGitAction::pullFFOnly();
+    if (call.tool == "git_push") action = SafeGitAction::push(branch);
+    if (call.tool == "git_set_upstream_push")
+        action = SafeGitAction::setUpstreamPush(branch.value_or(""));
+    AgentResult result = SafeGitRunner::run(action, repo->localPath, runner_);
+    if (result.ok) {
+        store_.markProposalApplied(outcome.proposal.id);
+        // The branch now stands differently against its remote; the next scan says so.
+        env_.requestScan();
+        audit(call.tool, call.args, "ok", std::nullopt, outcome.proposal.id);
+        return result;
+    }
+    // The token stays spent: a command that failed does not get it back.
+    const std::string status = result.errorCode == "dangerous_blocked" ? "blocked" : "error";
+    audit(call.tool, call.args, status, result.hint.value_or("git error"), outcome.proposal.id);
+    return result;
 }
 
 }  // namespace quorvane

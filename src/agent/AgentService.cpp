@@ -230,23 +230,14 @@ AgentResult AgentService::executeFree(const Call& call) {
     if (std::optional<AgentResult> result = runReadTool(call)) return *result;
     if (std::optional<AgentResult> result = runDiskTool(call)) return *result;
     if (std::optional<AgentResult> result = runChangeTool(call)) return *result;
-    if (AgentTools::find(call.tool) != nullptr) return notAvailableYet(call);
     return refuse(call, "error", "unhandled tool", "not_found",
                   "tool `" + call.tool + "` not handled");
 }
 
 AgentResult AgentService::executePaid(const Call& call) {
     if (std::optional<AgentResult> result = runChangeTool(call)) return *result;
-    if (AgentTools::find(call.tool) != nullptr) return notAvailableYet(call);
     return refuse(call, "error", "unhandled tool", "not_found",
                   "tool `" + call.tool + "` not handled");
-}
-
-// A known tool this version does not serve yet. It never creates a proposal: a
-// token for it could authorise nothing.
-AgentResult AgentService::notAvailableYet(const Call& call) {
-    return refuse(call, "error", "not available yet", "not_found",
-                  "tool `" + call.tool + "` is not available yet in this version of Quorvane");
 }
 
 // ---- Proposals and tokens -------------------------------------------------------

@@ -92,8 +92,6 @@ private:
     void audit(const std::string& tool, const Json& args, const std::string& status,
                std::optional<std::string> detail, std::optional<std::string> proposalId);
 
-    AgentResult notAvailableYet(const Call& call);
-
     // ---- Read tools and resources (AgentReadTools.cpp) ----
     // The read tool named by the call; nothing for a name that is not one.
     std::optional<AgentResult> runReadTool(const Call& call);
@@ -147,7 +145,9 @@ private:
     // The propose, apply or git tool named by the call; nothing for a name that is
     // not one.
     std::optional<AgentResult> runChangeTool(const Call& call);
+    AgentResult proposeMapping(const Call& call);
     AgentResult proposeSettings(const Call& call);
+    AgentResult proposeCleanup(const Call& call);
     AgentResult applyMapping(const Call& call);
     AgentResult rejectMapping(const Call& call);
     AgentResult applyMappingMark(const Call& call);
@@ -160,6 +160,9 @@ private:
     // Category, priority and reminder rules: one field of one tracked repository.
     AgentResult setRepoField(const Call& call);
     AgentResult updateAliases(const Call& call);
+    // The four git tools: the repository by id, the person's token, then the one
+    // fixed command through the safe runner.
+    AgentResult runGit(const Call& call);
     // Changes the tracked repository `repoId` through the settings path; refuses an
     // unknown one before any proposal is made.
     AgentResult changeRepository(const Call& call, const std::string& repoId,

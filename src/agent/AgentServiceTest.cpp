@@ -24,6 +24,7 @@ public:
     LicensedAccess(AgentEnvAccess& inner, bool grants) : inner_(inner), grants_(grants) {}
     AppConfig currentConfig() override { return inner_.currentConfig(); }
     std::vector<std::string> rescanNow() override { return inner_.rescanNow(); }
+    void requestScan() override { inner_.requestScan(); }
     RemoteSyncSummary syncNow(bool includeLocalScan) override {
         return inner_.syncNow(includeLocalScan);
     }
@@ -104,8 +105,11 @@ TEST_F(AgentServiceTest, ChecksRunInOrderAndEachCallLeavesOneAuditEntry) {
     EXPECT_EQ(call("git_push", {{"repoId", "/work/app"}}).errorCode, "permission_denied");
 
     setLevel(AgentPermissionLevel::safeGit);
+    // Every tool of the table passes the level check and reaches its own code.
     for (const AgentTool& tool : AgentTools::all()) {
-        EXPECT_NE(call(std::string(tool.name)).errorCode, "permission_denied") << tool.name;
+        AgentResult answer = call(std::string(tool.name));
+        EXPECT_NE(answer.errorCode, "permission_denied") << tool.name;
+        EXPECT_NE(answer.hint, "tool `" + std::string(tool.name) + "` not handled");
     }
 
     AgentResult emptyRoot = call("search_local_projects", {{"rootPath", ""}});
