@@ -69,6 +69,17 @@ std::optional<SettingsStep> settingsTool(const std::string& field, const Json& c
     return std::nullopt;
 }
 
+// A link the person decided: certain, and kept over what a sync computes.
+RepositoryMapping confirmedMapping(const std::string& id, RepositoryMapping::Kind kind, Date now) {
+    RepositoryMapping mapping;
+    mapping.id = id;
+    mapping.kind = kind;
+    mapping.confidence = 1.0;
+    mapping.confirmedByUser = true;
+    mapping.createdAt = now;
+    return mapping;
+}
+
 // A folder as config.json keeps it: absolute, or from the home folder.
 bool isFolderPath(const Json& value) {
     if (!value.is_string()) return false;
@@ -250,15 +261,11 @@ AgentResult AgentService::applyMapping(const Call& call) {
     for (const RemoteRepository& repo : store_.remoteRepos(std::nullopt)) {
         if (repo.id == *remote) accountID = repo.accountID;
     }
-    RepositoryMapping mapping;
-    mapping.id = *local;
+    RepositoryMapping mapping =
+        confirmedMapping(*local, RepositoryMapping::Kind::mapped, clock_.now());
     mapping.localRepoID = *local;
     mapping.remoteRepoID = *remote;
     mapping.accountID = accountID;
-    mapping.kind = RepositoryMapping::Kind::mapped;
-    mapping.confidence = 1.0;
-    mapping.confirmedByUser = true;
-    mapping.createdAt = clock_.now();
     store_.upsertMappings({mapping});
     // A decision the person made is written now, not at the next scan's end.
     store_.flush();
@@ -292,15 +299,12 @@ AgentResult AgentService::applyMappingMark(const Call& call) {
         store_.purgeRepo(id);
     } else {
         const bool remoteOnly = call.tool == "mark_repository_remote_only";
-        RepositoryMapping mapping;
-        mapping.id = *repoId;
+        RepositoryMapping mapping = confirmedMapping(
+            *repoId,
+            remoteOnly ? RepositoryMapping::Kind::remoteOnly : RepositoryMapping::Kind::localOnly,
+            clock_.now());
         // A remote-only repository is one seen on GitHub; a local-only one is tracked here.
         (remoteOnly ? mapping.remoteRepoID : mapping.localRepoID) = *repoId;
-        mapping.kind =
-            remoteOnly ? RepositoryMapping::Kind::remoteOnly : RepositoryMapping::Kind::localOnly;
-        mapping.confidence = 1.0;
-        mapping.confirmedByUser = true;
-        mapping.createdAt = clock_.now();
         store_.upsertMappings({mapping});
     }
     store_.flush();
