@@ -55,9 +55,13 @@ size_t AppEnvironment::mcpToolCount() {
 }
 
 std::filesystem::path AppEnvironment::agentSocketPath() const {
-    const std::string configured = config().agent.socketPath;
-    if (!configured.empty()) return PathHelpers::expandTilde(configured);
-    return dataDir_ / "quorvane-agent.sock";
+    return agentSocketPath(config(), dataDir_);
+}
+
+std::filesystem::path AppEnvironment::agentSocketPath(const AppConfig& config,
+                                                      const std::filesystem::path& dataDir) {
+    if (!config.agent.socketPath.empty()) return PathHelpers::expandTilde(config.agent.socketPath);
+    return dataDir / "quorvane-agent.sock";
 }
 
 void AppEnvironment::startAgentServer() {

@@ -194,6 +194,8 @@ public:
     bool isAgentServerRunning() const;
     // The agent socket: agent.socketPath, or "quorvane-agent.sock" in the data folder.
     std::filesystem::path agentSocketPath() const;
+    static std::filesystem::path agentSocketPath(const AppConfig& config,
+                                                 const std::filesystem::path& dataDir);
     // How many tools the agent server offers.
     static size_t mcpToolCount();
     // What the agent tools reach the application through.

@@ -9,7 +9,6 @@
 #include "agent/AgentTools.hpp"
 #include "app/AppEnvironment.hpp"
 #include "base/EnumNames.hpp"
-#include "base/PathHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
@@ -256,9 +255,7 @@ int auditLog(CommandContext& context, int limit, bool json) {
 int agentStatus(CommandContext& context, bool json) {
     AppConfig config = readConfig(context);
     const std::filesystem::path socketPath =
-        config.agent.socketPath.empty()
-            ? context.dataDir / "quorvane-agent.sock"
-            : std::filesystem::path(PathHelpers::expandTilde(config.agent.socketPath));
+        AppEnvironment::agentSocketPath(config, context.dataDir);
     // Listening means a daemon answers there; a file alone may be left from a crash.
     const bool listening = UnixSocket::connect(socketPath).error == 0;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
