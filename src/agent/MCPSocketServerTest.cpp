@@ -27,6 +27,7 @@
 
 #include "platform/UnixSocket.hpp"
 #include "testing/LineClient.hpp"
+#include "testing/StrangerConnection.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
@@ -502,27 +503,7 @@ TEST_F(MCPSocketServerTest, ConnectionsBeyondTheLimitAreClosedWithOneLogLine) {
 TEST_F(MCPSocketServerTest, AnotherUserIsTurnedAwayEvenPastTheFileMode) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
     start();
-    // Opened up by hand, so only the kernel's word on the peer keeps the stranger out.
-    for (std::filesystem::path up = dir_.path(); up != up.root_path(); up = up.parent_path()) {
-        struct stat folder {};
-        ASSERT_EQ(::stat(up.c_str(), &folder), 0);
-        ::chmod(up.c_str(), (folder.st_mode & 07777) | S_IXOTH);
-    }
-    ASSERT_EQ(::chmod(path_.c_str(), 0666), 0);
-    pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(10);
-        UnixSocket::Connected connection = UnixSocket::connect(path_);
-        if (!connection.fd.valid()) ::_exit(11);
-        UnixSocket::sendAll(connection.fd.get(), "{\"tool\":\"echo\"}\n", 1s);
-        UnixSocket::Received got = UnixSocket::receive(connection.fd.get(), 4096, 5s);
-        ::_exit(got.closed && got.bytes.empty() ? 0 : 12);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_TRUE(testing::strangerIsTurnedAway(path_, "{\"tool\":\"echo\"}\n"));
     EXPECT_TRUE(dispatcher_.calls().empty());
 }
 

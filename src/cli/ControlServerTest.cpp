@@ -14,6 +14,7 @@
 
 #include "cli/ControlClient.hpp"
 #include "platform/UnixSocket.hpp"
+#include "testing/StrangerConnection.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
@@ -53,17 +54,17 @@ protected:
 
 TEST_F(ControlServerTest, RunsCommandsOneAtATimeAndRelaysTheirOutputAndStatus) {
     std::atomic<int> running{0}, mostAtOnce{0};
-    ControlServer server(socketPath(), [&](const ControlProtocol::Request& r, std::ostream& out,
-                                           std::ostream& err) {
-        int now = ++running;
-        mostAtOnce = std::max(mostAtOnce.load(), now);
-        out << "started " << r.arguments.at(0) << std::endl;
-        std::this_thread::sleep_for(150ms);
-        err << "warning from " << r.arguments.at(0) << "\n";
-        out << std::string(100'000, 'x') << "\n";  // more than one frame and one socket buffer
-        --running;
-        return r.arguments.at(0) == "one" ? 0 : 3;
-    });
+    ControlServer server(
+        socketPath(), [&](const ControlProtocol::Request& r, std::ostream& out, std::ostream& err) {
+            int now = ++running;
+            mostAtOnce = std::max(mostAtOnce.load(), now);
+            out << "started " << r.arguments.at(0) << std::endl;
+            std::this_thread::sleep_for(150ms);
+            err << "warning from " << r.arguments.at(0) << "\n";
+            out << std::string(100'000, 'x') << "\n";  // more than one frame and one socket buffer
+            --running;
+            return r.arguments.at(0) == "one" ? 0 : 3;
+        });
     ASSERT_EQ(server.start(), "");
     struct stat info {};
     ASSERT_EQ(::stat(socketPath().c_str(), &info), 0);
@@ -140,8 +141,8 @@ TEST_F(ControlServerTest, AClientThatLeavesOrMisbehavesCostsItsOwnCommandOnly) {
     // A client that sends its command and never reads the answer is dropped once
     // the reply limit passes, and the command still ends.
     UnixSocket::Connected deaf = UnixSocket::connect(socketPath());
-    ASSERT_TRUE(UnixSocket::sendAll(deaf.fd.get(),
-                                    ControlProtocol::encodeRequest(request({"slow"})), 1s));
+    ASSERT_TRUE(
+        UnixSocket::sendAll(deaf.fd.get(), ControlProtocol::encodeRequest(request({"slow"})), 1s));
 
     Reply after = send(dir_.path(), request({"quick"}));
     EXPECT_EQ(after.status, 0) << after.err;
@@ -161,19 +162,15 @@ TEST_F(ControlServerTest, ReplacesADeadDaemonsSocketButNothingElse) {
     // Left behind, with nobody listening: a client falls back.
     ASSERT_TRUE(std::filesystem::exists(socketPath()));
     EXPECT_FALSE(send(dir_.path(), request({"x"})).status.has_value());
-    ControlServer server(socketPath(),
-                         [](const ControlProtocol::Request&, std::ostream&, std::ostream&) {
-                             return 0;
-                         });
+    ControlServer server(socketPath(), [](const ControlProtocol::Request&, std::ostream&,
+                                          std::ostream&) { return 0; });
     EXPECT_EQ(server.start(), "");
     EXPECT_EQ(send(dir_.path(), request({"x"})).status, 0);
     server.stop();
 
     std::ofstream(socketPath()) << "not a socket";
-    ControlServer refused(socketPath(),
-                          [](const ControlProtocol::Request&, std::ostream&, std::ostream&) {
-                              return 0;
-                          });
+    ControlServer refused(socketPath(), [](const ControlProtocol::Request&, std::ostream&,
+                                           std::ostream&) { return 0; });
     EXPECT_THAT(refused.start(), HasSubstr("other than a socket"));
     EXPECT_TRUE(std::filesystem::exists(socketPath()));
 
@@ -190,28 +187,8 @@ TEST_F(ControlServerTest, AnotherUserIsTurnedAwayEvenPastTheFileMode) {
                              return 0;
                          });
     ASSERT_EQ(server.start(), "");
-    // Opened up by hand, so only the kernel's word on the peer keeps the stranger out.
-    for (std::filesystem::path up = dir_.path(); up != up.root_path(); up = up.parent_path()) {
-        struct stat folder {};
-        ASSERT_EQ(::stat(up.c_str(), &folder), 0);
-        ::chmod(up.c_str(), (folder.st_mode & 07777) | S_IXOTH);
-    }
-    ASSERT_EQ(::chmod(socketPath().c_str(), 0666), 0);
-    pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(10);
-        UnixSocket::Connected connection = UnixSocket::connect(socketPath());
-        if (!connection.fd.valid()) ::_exit(11);
-        UnixSocket::sendAll(connection.fd.get(), ControlProtocol::encodeRequest(request({"x"})),
-                            1s);
-        UnixSocket::Received got = UnixSocket::receive(connection.fd.get(), 4096, 5s);
-        ::_exit(got.closed && got.bytes.empty() ? 0 : 12);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_TRUE(testing::strangerIsTurnedAway(socketPath(),
+                                              ControlProtocol::encodeRequest(request({"x"}))));
     EXPECT_EQ(ran, 0);
 }
 
