@@ -551,10 +551,15 @@ AgentResult AgentService::runGit(const Call& call) {
     if (repo == call.config.repositories.end()) {
         return refuse(call, "error", "repo not found", "not_found", "repo not found");
     }
+    std::optional<std::string> branch = textArg(call.args, "branch");
+    // Setting an upstream pushes one named branch: without it the person would approve
+    // a push that can only fail, and spend the token on it.
+    if (call.tool == "git_set_upstream_push" && (!branch || branch->empty())) {
+        return refuse(call, "error", "missing branch", "not_found", "missing branch");
+    }
     ConfirmOutcome outcome = confirm(call.tool, call.args);
     if (!outcome.success) return refuse(call, outcome);
 
-    std::optional<std::string> branch = textArg(call.args, "branch");
     SafeGitAction action = SafeGitAction::fetch();
     if (call.tool == "git_pull_ff_only") action = SafeGitAction::pullFFOnly();
     if (call.tool == "git_push") action = SafeGitAction::push(branch);

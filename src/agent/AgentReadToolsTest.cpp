@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/AgentService.hpp"
+#include "agent/AgentTools.hpp"
 #include "app/AppEnvironment.hpp"
 #include "platform/Shell.hpp"
 #include "testing/FakeClock.hpp"
@@ -562,6 +563,24 @@ TEST_F(AgentReadToolsTest, ResourcesAnswerTheirExactNamesOnly) {
         EXPECT_EQ(lastAudit().detail, std::string("unknown uri ") + uri);
     }
     EXPECT_EQ(call("resources/read", {{"uri", 3}}).hint, "`uri` required");
+}
+
+TEST_F(AgentReadToolsTest, EveryListedResourceReadsAndNoUnlistedOneDoes) {
+    fillInventory();
+    std::set<std::string> listed;
+    for (const AgentResource& listedResource : AgentTools::resources()) {
+        const std::string uri(listedResource.uri);
+        listed.insert(uri);
+        AgentResult answer = call("resources/read", {{"uri", uri}});
+        EXPECT_TRUE(answer.ok) << uri << ": " << answer.hint.value_or("");
+        EXPECT_FALSE(Json::parse(answer.json, nullptr, false).is_discarded()) << uri;
+    }
+    // Neighbours of listed names: a bridge that offered one would offer a failure.
+    for (const char* uri : {"quorvane://repositories", "quorvane://reports/month",
+                            "quorvane://settings/", "quorvane://audit"}) {
+        EXPECT_FALSE(listed.contains(uri)) << uri;
+        EXPECT_EQ(call("resources/read", {{"uri", uri}}).errorCode, "not_found") << uri;
+    }
 }
 
 TEST_F(AgentReadToolsTest, RefreshingTellsWhatWasFoundAndNeedsAnAccountToSync) {

@@ -213,6 +213,8 @@ TEST_F(AgentServiceTest, ARepeatedCallNamesOneProposalAndOnlyRelevantArgumentsCo
     EXPECT_EQ(call("disable_repository_tracking", {{"repoId", "/nowhere"}}).hint, "repo not found");
     EXPECT_EQ(call("update_scan_folders", {{"folders", {"relative/path"}}}).errorCode,
               "invalid_params");
+    setLevel(AgentPermissionLevel::safeGit);
+    EXPECT_EQ(call("git_set_upstream_push", {{"repoId", "/work/app"}}).hint, "missing branch");
     EXPECT_EQ(env_.proposals().size(), proposals);
 }
 

@@ -11,19 +11,25 @@ namespace quorvane {
 
 // One tool an agent may call over the socket. The table of them is the one list
 // the dispatcher, `quorvane agent status` and the agent bridge all read, so they
-// cannot disagree about what exists.
+// cannot disagree about what exists or what it takes.
 struct AgentTool {
     std::string_view name;
     AgentPermissionLevel level;
     // The argument holding a folder that must lie inside the allowed roots; empty
     // when the tool takes no such path.
     std::string_view rootKey;
-    std::string_view title = {};
-    std::string_view description = {};
-    std::string_view inputSchema = {};
+    // A few words for a person reading a tool list.
+    std::string_view title;
+    // For an agent: what the tool does and when to reach for it.
+    std::string_view description;
+    // The arguments the tool reads, as a JSON Schema object (JSON text).
+    std::string_view inputSchema;
 };
+
+// One document an agent may read through "resources/read".
 struct AgentResource {
     std::string_view uri;
+    // Short and machine-like, for listings.
     std::string_view name;
     std::string_view title;
     std::string_view description;
@@ -34,6 +40,7 @@ namespace AgentTools {
 // All sixty, in the order of their levels.
 const std::vector<AgentTool>& all();
 const AgentTool* find(std::string_view name);
+// The nine documents "resources/read" serves, in the order it checks them.
 const std::vector<AgentResource>& resources();
 
 // The four level sets: 37 read tools, 3 propose tools, 16 apply tools, 4 git tools.
