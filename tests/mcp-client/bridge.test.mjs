@@ -214,6 +214,12 @@ function rawBridge(args) {
       this.send(`${JSON.stringify({ jsonrpc: '2.0', ...request })}\n`);
       return this.next();
     },
+    initialize(protocolVersion) {
+      return this.ask({
+        id: 1, method: 'initialize',
+        params: { protocolVersion, capabilities: {}, clientInfo: { name: 'raw', version: '0' } },
+      });
+    },
   };
 }
 
@@ -365,10 +371,7 @@ describe('quorvane-mcp between the MCP client library and a running daemon', () 
   test('broken requests get JSON-RPC errors and the bridge keeps serving', async () => {
     const raw = rawBridge(['--socket', socketPath]);
     try {
-      const hello = await raw.ask({
-        id: 1, method: 'initialize',
-        params: { protocolVersion: '2024-11-05', capabilities: {}, clientInfo: { name: 'raw', version: '0' } },
-      });
+      const hello = await raw.initialize('2024-11-05');
       assert.equal(hello.result.protocolVersion, '2024-11-05', 'an older version the bridge supports');
       raw.send('{"jsonrpc":"2.0","method":"notifications/initialized"}\n');
 
@@ -397,10 +400,7 @@ describe('quorvane-mcp between the MCP client library and a running daemon', () 
   test('a protocol version the bridge does not know is answered with one it does', async () => {
     const raw = rawBridge(['--data-dir', dataDir]);
     try {
-      const offered = await raw.ask({
-        id: 1, method: 'initialize',
-        params: { protocolVersion: '2099-01-01', capabilities: {}, clientInfo: { name: 'raw', version: '0' } },
-      });
+      const offered = await raw.initialize('2099-01-01');
       assert.ok(SUPPORTED_PROTOCOL_VERSIONS.includes(offered.result?.protocolVersion), JSON.stringify(offered));
     } finally {
       raw.child.kill('SIGKILL');
