@@ -142,6 +142,27 @@ const std::set<std::string>& settingsFields() {
     return names;
 }
 
+const std::vector<AgentResource>& resources() {
+    static const std::vector<AgentResource> list = {
+        {"quorvane://repositories/local", "repositories-local", "Local repositories",
+         "The tracked local repositories and their settings."},
+        {"quorvane://repositories/remote", "repositories-remote", "GitHub repositories",
+         "The repositories of the connected GitHub accounts, from the last sync."},
+        {"quorvane://repositories/unmapped", "repositories-unmapped", "Unmapped repositories",
+         "Local and GitHub repositories not yet linked to a counterpart."},
+        {"quorvane://repositories/needs-attention", "repositories-needs-attention",
+         "Repositories that need attention",
+         "Repositories whose local and GitHub copies have drifted apart."},
+        {"quorvane://mappings/candidates", "mappings-candidates", "Mapping candidates",
+         "Pending proposals to link a local repository to a GitHub one."},
+        {"quorvane://reports/today", "reports-today", "Today", "Today's work summary."},
+        {"quorvane://reports/week", "reports-week", "This week", "This week's work summary."},
+        {"quorvane://settings", "settings", "Settings", "Quorvane's settings, without secrets."},
+        {"quorvane://audit-log", "audit-log", "Audit log", "The newest agent calls and decisions."},
+    };
+    return list;
+}
+
 size_t toolCount() {
     return readOnlyTools().size() + proposeTools().size() + applyTools().size() + gitTools().size();
 }

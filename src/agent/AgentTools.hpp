@@ -18,6 +18,15 @@ struct AgentTool {
     // The argument holding a folder that must lie inside the allowed roots; empty
     // when the tool takes no such path.
     std::string_view rootKey;
+    std::string_view title = {};
+    std::string_view description = {};
+    std::string_view inputSchema = {};
+};
+struct AgentResource {
+    std::string_view uri;
+    std::string_view name;
+    std::string_view title;
+    std::string_view description;
 };
 
 namespace AgentTools {
@@ -25,6 +34,7 @@ namespace AgentTools {
 // All sixty, in the order of their levels.
 const std::vector<AgentTool>& all();
 const AgentTool* find(std::string_view name);
+const std::vector<AgentResource>& resources();
 
 // The four level sets: 37 read tools, 3 propose tools, 16 apply tools, 4 git tools.
 const std::set<std::string>& readOnlyTools();
