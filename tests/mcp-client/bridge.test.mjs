@@ -185,11 +185,19 @@ function rawBridge(args) {
   const lines = [];
   let wake = null;
   let stderr = '';
+  let ended = false;
   child.stderr.on('data', (chunk) => { stderr += chunk; });
-  readline.createInterface({ input: child.stdout }).on('line', (line) => {
-    lines.push(line);
-    if (wake) wake();
-  });
+  // A bridge that died is seen as the end of its stdout, not as a broken pipe here.
+  child.stdin.on('error', () => {});
+  readline.createInterface({ input: child.stdout })
+    .on('line', (line) => {
+      lines.push(line);
+      if (wake) wake();
+    })
+    .on('close', () => {
+      ended = true;
+      if (wake) wake();
+    });
   return {
     child,
     stderr: () => stderr,
@@ -197,13 +205,14 @@ function rawBridge(args) {
     // The next line on stdout, parsed; every line the bridge writes there is one
     // JSON-RPC message.
     async next() {
-      if (lines.length === 0) {
+      if (lines.length === 0 && !ended) {
         await new Promise((resolve, reject) => {
           const timer = setTimeout(() => reject(new Error(
             `no reply from the bridge within ${kCallTimeout} ms; its stderr:\n${stderr}`)), kCallTimeout);
           wake = () => { clearTimeout(timer); wake = null; resolve(); };
         });
       }
+      if (lines.length === 0) throw new Error(`the bridge closed its stdout; its stderr:\n${stderr}`);
       const line = lines.shift();
       let message;
       assert.doesNotThrow(() => { message = JSON.parse(line); }, `not JSON on stdout: ${line}`);
