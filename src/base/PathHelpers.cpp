@@ -53,6 +53,13 @@ std::string canonicalPath(std::string_view path) {
     return normal;
 }
 
+std::optional<std::filesystem::path> ownExecutable() {
+    std::error_code ec;
+    std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    if (ec || self.empty()) return std::nullopt;
+    return self;
+}
+
 bool ensurePrivateDirectory(const fs::path& dir) {
     std::error_code ec;
     if (!fs::is_directory(dir, ec)) {

@@ -23,6 +23,9 @@ std::string canonicalPath(std::string_view path);
 // surfaces when a file in it is written.
 std::filesystem::path appSupportDir();
 
+// This very program, by its absolute path; nothing when the system will not say.
+std::optional<std::filesystem::path> ownExecutable();
+
 // Creates `dir` and its parents, giving the folder itself mode 0700. Returns false
 // when it does not exist as a folder afterwards.
 bool ensurePrivateDirectory(const std::filesystem::path& dir);

@@ -12,14 +12,15 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "agent/ClaudeRegistration.hpp"
 #include "app/AppInfo.hpp"
-#include "cli/Commands.hpp"
-#include "cli/ControlClient.hpp"
-#include "cli/ControlProtocol.hpp"
 #include "base/DateHelpers.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "base/TextLayout.hpp"
+#include "cli/Commands.hpp"
+#include "cli/ControlClient.hpp"
+#include "cli/ControlProtocol.hpp"
 #include "platform/HttpTransport.hpp"
 
 namespace quorvane {
@@ -835,9 +836,40 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "Say whether the agent socket is up, where it is, the permission level, the\n"
         "allowed roots and how many tools it offers");
     agentStatusCommand->add_flag("--json", agentJson, "Print the status as JSON");
-    agentStatusCommand->callback([&] {
-        action = [&](CommandContext& c) { return Commands::agentStatus(c, agentJson); };
+    agentStatusCommand->callback(
+        [&] { action = [&](CommandContext& c) { return Commands::agentStatus(c, agentJson); }; });
+    std::string agentScope = "user";
+    auto addScope = [&](CLI::App* command) {
+        command
+            ->add_option("--scope", agentScope,
+                         "Where Claude Code keeps it: user (every project, the default),\n"
+                         "project (.mcp.json in this folder, to share) or local (this\n"
+                         "project, only for you)")
+            ->check(CLI::IsMember(ClaudeRegistration::scopes()));
+    };
+    CLI::App* agentRegisterCommand = agentCommand->add_subcommand(
+        "register",
+        "Add quorvane-mcp to Claude Code's MCP servers with `claude mcp add`, and print\n"
+        "the entry to paste into any other MCP client's configuration. Registering\n"
+        "again replaces the entry; with --data-dir the bridge talks to that folder's\n"
+        "daemon");
+    addScope(agentRegisterCommand);
+    agentRegisterCommand->callback([&] {
+        action = [&](CommandContext& c) {
+            return Commands::agentRegister(c, agentScope, !dataDir.empty());
+        };
     });
+    CLI::App* agentUnregisterCommand = agentCommand->add_subcommand(
+        "unregister", "Take quorvane-mcp out of Claude Code with `claude mcp remove`");
+    addScope(agentUnregisterCommand);
+    agentUnregisterCommand->callback([&] {
+        action = [&](CommandContext& c) { return Commands::agentUnregister(c, agentScope); };
+    });
+    agentCommand
+        ->add_subcommand("registrations",
+                         "List the MCP servers Claude Code knows, with `claude mcp list`")
+        ->callback(
+            [&] { action = [&](CommandContext& c) { return Commands::agentRegistrations(c); }; });
 
     // daemon
     CLI::App* daemon = app.add_subcommand(
@@ -1016,10 +1048,10 @@ Examples:
     // to it, and they are all it runs for others.
     bool writes = journal->parsed() && (journalOptions.notes || journalOptions.blockers ||
                                         journalOptions.tomorrow || journalOptions.edit);
-    for (const CLI::App* command : {reposAdd, reposRemove, foldersAdd, foldersRemove, scan, sync,
-                                    dismiss, accountsAdd, accountsImport, accountsCheck,
-                                    accountsRemove, configSet, proposalsApproveCommand,
-                                    proposalsRejectCommand}) {
+    for (const CLI::App* command :
+         {reposAdd, reposRemove, foldersAdd, foldersRemove, scan, sync, dismiss, accountsAdd,
+          accountsImport, accountsCheck, accountsRemove, configSet, proposalsApproveCommand,
+          proposalsRejectCommand}) {
         writes = writes || command->parsed();
     }
     if (how.service != nullptr) {
@@ -1027,8 +1059,7 @@ Examples:
             err << "quorvane: the daemon runs only commands that change the data folder\n";
             return 2;
         }
-        CommandContext context{out, err, runner, clock, how.serviceDataDir,
-                               how.terminal.progress};
+        CommandContext context{out, err, runner, clock, how.serviceDataDir, how.terminal.progress};
         context.service = how.service;
         context.color = style.color;
         context.columns = style.columns;

@@ -192,6 +192,12 @@ int proposalsReject(CommandContext& context, const std::string& id);
 inline constexpr int kDefaultAuditLines = 50;
 int auditLog(CommandContext& context, int limit, bool json);
 int agentStatus(CommandContext& context, bool json);
+// Registers quorvane-mcp with Claude Code at a scope ("user", "project", "local"),
+// passing on the data folder when one was given, and prints the entry for other
+// MCP clients; takes it out again; lists what Claude Code has registered.
+int agentRegister(CommandContext& context, const std::string& scope, bool explicitDataDir);
+int agentUnregister(CommandContext& context, const std::string& scope);
+int agentRegistrations(CommandContext& context);
 
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context);

@@ -5,9 +5,9 @@
 
 #include <fmt/format.h>
 
-#include "cli/CommandSupport.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
 #include "persistence/AtomicFile.hpp"
 
 namespace quorvane::Commands {
@@ -44,14 +44,6 @@ std::string unitWord(const std::string& text) {
         }
     }
     return out + "\"";
-}
-
-// This very program, by its absolute path, so the unit runs what was installed.
-std::optional<std::string> ownExecutable() {
-    std::error_code ec;
-    fs::path self = fs::read_symlink("/proc/self/exe", ec);
-    if (ec || self.empty()) return std::nullopt;
-    return self.string();
 }
 
 std::string systemctlPath() {
@@ -100,12 +92,12 @@ std::string unitText(const std::string& command, std::string_view origin) {
 }  // namespace
 
 int serviceInstall(CommandContext& context, bool explicitDataDir) {
-    std::optional<std::string> executable = ownExecutable();
+    std::optional<std::filesystem::path> executable = PathHelpers::ownExecutable();
     if (!executable) {
         context.err << "quorvane: cannot tell where this program is installed\n";
         return 1;
     }
-    std::string command = unitWord(*executable) + " daemon";
+    std::string command = unitWord(executable->string()) + " daemon";
     // The default data folder follows the person's environment; a chosen one is
     // written down.
     if (explicitDataDir) command += " --data-dir " + unitWord(context.dataDir.string());

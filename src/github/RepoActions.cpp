@@ -11,33 +11,6 @@
 #include "platform/Shell.hpp"
 
 namespace quorvane {
-namespace {
-
-bool isExecutableFile(const std::string& path) {
-    struct stat info {};
-    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
-           ::access(path.c_str(), X_OK) == 0;
-}
-
-// The first executable `name` in the colon-separated folders, as a shell finds it.
-// An empty entry is the current folder to a shell; here it is skipped, because the
-// current folder of a long-running program is nothing the user chose.
-std::optional<std::string> findInPath(std::string_view name, std::string_view searchPath) {
-    size_t start = 0;
-    while (start <= searchPath.size()) {
-        size_t end = searchPath.find(':', start);
-        if (end == std::string_view::npos) end = searchPath.size();
-        std::string_view folder = searchPath.substr(start, end - start);
-        if (!folder.empty()) {
-            std::string candidate = fmt::format("{}/{}", folder, name);
-            if (isExecutableFile(candidate)) return candidate;
-        }
-        start = end + 1;
-    }
-    return std::nullopt;
-}
-
-}  // namespace
 
 RepoActions::Environment RepoActions::Environment::current() {
     Environment environment;
@@ -54,12 +27,13 @@ RepoActions::RepoActions(const ProcessRunner& runner, Environment environment)
 std::optional<std::string> RepoActions::terminalExecutable() const {
     bool chosen = environment_.terminal && !environment_.terminal->empty();
     std::string name = chosen ? *environment_.terminal : std::string(kDefaultTerminal);
-    if (name.find('/') == std::string::npos) return findInPath(name, environment_.searchPath);
+    if (name.find('/') == std::string::npos)
+        return Shell::findInPath(name, environment_.searchPath);
     // The program is started in the repository's folder, so a relative path is made
     // absolute against ours first.
     std::error_code error;
     std::string path = std::filesystem::absolute(name, error).string();
-    if (error || !isExecutableFile(path)) return std::nullopt;
+    if (error || !Shell::isExecutableFile(path)) return std::nullopt;
     return path;
 }
 

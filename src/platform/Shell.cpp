@@ -423,6 +423,27 @@ ShellResult ProcessRunner::loginShell(const std::string& commandLine,
     return run(request);
 }
 
+bool Shell::isExecutableFile(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+           ::access(path.c_str(), X_OK) == 0;
+}
+
+std::optional<std::string> Shell::findInPath(std::string_view name, std::string_view searchPath) {
+    size_t start = 0;
+    while (start <= searchPath.size()) {
+        size_t end = searchPath.find(':', start);
+        if (end == std::string_view::npos) end = searchPath.size();
+        std::string_view folder = searchPath.substr(start, end - start);
+        if (!folder.empty()) {
+            std::string candidate = std::string(folder) + "/" + std::string(name);
+            if (isExecutableFile(candidate)) return candidate;
+        }
+        start = end + 1;
+    }
+    return std::nullopt;
+}
+
 std::string Shell::enrichedPath(std::optional<std::string_view> current) {
     std::string base = current ? std::string(*current) : "/usr/bin:/bin:/usr/sbin:/sbin";
     std::set<std::string> present;

@@ -24,6 +24,13 @@ public:
     // inherited value lacks, in a fixed order, then the inherited value unchanged.
     static std::string enrichedPath(std::optional<std::string_view> current);
 
+    // The first executable `name` in the colon-separated folders, as a shell finds
+    // it. An empty entry is the current folder to a shell; here it is skipped,
+    // because the current folder of a long-running program is nothing the user chose.
+    static std::optional<std::string> findInPath(std::string_view name,
+                                                 std::string_view searchPath);
+    static bool isExecutableFile(const std::string& path);
+
     // The user's login shell from the password database, or "/bin/sh".
     static std::string loginShellPath();
 
