@@ -317,8 +317,9 @@ describe('quorvane-mcp between the MCP client library and a running daemon', () 
         `${tool.name}'s inputSchema: ${JSON.stringify(tool.inputSchema)}`);
       validators.set(tool.name, validate);
     }
-    assert.deepEqual(undescribed, [], 'tools without a title or a description');
-    assert.deepEqual(unconfirmed, [], 'tools whose description does not say they wait for the person');
+    assert.deepEqual(undescribed, [], `tools without a title or a description: ${undescribed.join(' ')}`);
+    assert.deepEqual(unconfirmed, [],
+      `tools whose description does not say they wait for the person: ${unconfirmed.join(' ')}`);
   });
 
   test('read tools answer with the daemon\'s JSON', async () => {
