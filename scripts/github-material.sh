@@ -7,24 +7,6 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-pinned=tests/github-material
-work=build-github-material
-
-if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
-  echo "github-material: node and npm are missing: run bash scripts/setup.sh" >&2
-  exit 1
-fi
-
-mkdir -p "$work"
-# installed.lock is a copy of the lock file, written only once npm ci succeeded.
-if [ ! -d "$work/node_modules" ] ||
-  ! cmp -s "$pinned/package-lock.json" "$work/installed.lock" ||
-  ! cmp -s "$pinned/package.json" "$work/package.json"; then
-  rm -f "$work/installed.lock"
-  cp "$pinned/package.json" "$pinned/package-lock.json" "$work/"
-  echo "github-material: npm ci in $work"
-  (cd "$work" && npm ci --no-audit --no-fund)
-  cp "$pinned/package-lock.json" "$work/installed.lock"
-fi
-
-node "$pinned/extract.mjs" "$work/node_modules" "$work/material.json"
+bash scripts/npm-pinned.sh tests/github-material build-github-material github-material
+node tests/github-material/extract.mjs build-github-material/node_modules \
+  build-github-material/material.json

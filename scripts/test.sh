@@ -8,6 +8,8 @@ cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 # GitHub's published replies, which the GitHub client tests replay.
 bash scripts/github-material.sh
+# The published MCP client library, which drives quorvane-mcp end to end.
+bash scripts/mcp-client.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 
