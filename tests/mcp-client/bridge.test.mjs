@@ -70,10 +70,13 @@ const kConfirmedTools = [
   'mark_repository_ignored', 'update_mapping_confidence', 'update_scan_folders',
   'set_default_clone_folder', 'set_repository_category', 'set_repository_priority',
   'set_repository_reminder_rules', 'set_daily_review_time', 'enable_repository_tracking',
-  'disable_repository_tracking', 'update_project_aliases', 'apply_settings_recipe',
+  'disable_repository_tracking', 'update_project_aliases',
   'git_fetch', 'git_pull_ff_only', 'git_push', 'git_set_upstream_push',
 ];
-const kAllTools = [...kReadTools, ...kProposeTools, 'reject_repository_mapping', ...kConfirmedTools];
+// Turning a proposal down needs no confirmation, and settings recipes are not built:
+// that tool refuses every call and changes nothing.
+const kAllTools = [...kReadTools, ...kProposeTools, 'reject_repository_mapping',
+  'apply_settings_recipe', ...kConfirmedTools];
 
 const kResources = [
   'quorvane://repositories/local', 'quorvane://repositories/remote',
