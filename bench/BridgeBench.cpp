@@ -98,12 +98,7 @@ public:
     // benchmark, which is what a person running it should see.
     nlohmann::json call(const nlohmann::json& request) {
         const std::string line = request.dump() + "\n";
-        for (std::string_view rest = line; !rest.empty();) {
-            ssize_t wrote = ::write(in_.get(), rest.data(), rest.size());
-            if (wrote < 0 && errno == EINTR) continue;
-            if (wrote <= 0) throw std::runtime_error("the bridge stopped reading");
-            rest.remove_prefix(static_cast<size_t>(wrote));
-        }
+        if (!writeAll(in_.get(), line)) throw std::runtime_error("the bridge stopped reading");
         for (;;) {
             if (size_t lf = buffered_.find('\n'); lf != std::string::npos) {
                 nlohmann::json reply = nlohmann::json::parse(buffered_.substr(0, lf));

@@ -7,6 +7,7 @@
 
 #include "agent/AgentJSON.hpp"
 #include "agent/AgentTools.hpp"
+#include "platform/FileDescriptor.hpp"
 
 namespace quorvane {
 
@@ -244,16 +245,9 @@ MCPBridge::Message MCPBridge::readResource(const Message& params, const Message&
 }
 
 int MCPBridge::serve(int inFd, int outFd) {
-    auto writeAll = [outFd](std::string bytes) {
+    auto writeLine = [outFd](std::string bytes) {
         bytes.push_back('\n');
-        std::string_view rest = bytes;
-        while (!rest.empty()) {
-            ssize_t wrote = ::write(outFd, rest.data(), rest.size());
-            if (wrote < 0 && errno == EINTR) continue;
-            if (wrote <= 0) return false;
-            rest.remove_prefix(static_cast<size_t>(wrote));
-        }
-        return true;
+        return writeAll(outFd, bytes);
     };
     auto tooLong = [] {
         return compact(errorReply(nullptr, kInvalidRequest, "Invalid Request: message over 4 MiB"));
@@ -275,14 +269,14 @@ int MCPBridge::serve(int inFd, int outFd) {
             std::string_view line(pending.data() + start, end - start);
             std::optional<std::string> reply =
                 line.size() > kMaxMessageBytes ? tooLong() : handleLine(line);
-            if (reply && !writeAll(std::move(*reply))) return 1;
+            if (reply && !writeLine(std::move(*reply))) return 1;
         }
         pending.erase(0, start);
         if (pending.size() > kMaxMessageBytes) {
             pending.clear();
             if (!discarding) {
                 discarding = true;
-                if (!writeAll(tooLong())) return 1;
+                if (!writeLine(tooLong())) return 1;
             }
         }
     }

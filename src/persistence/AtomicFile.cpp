@@ -13,6 +13,8 @@
 
 #include <fmt/format.h>
 
+#include "platform/FileDescriptor.hpp"
+
 namespace quorvane::AtomicFile {
 
 namespace fs = std::filesystem;
@@ -21,16 +23,6 @@ namespace {
 
 std::string failure(std::string_view call, const fs::path& path) {
     return fmt::format("{} {}: {}", call, path.string(), std::strerror(errno));
-}
-
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t n = ::write(fd, bytes.data(), bytes.size());
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        bytes.remove_prefix(static_cast<size_t>(n));
-    }
-    return true;
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <errno.h>
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
 namespace quorvane {
@@ -33,5 +35,17 @@ public:
 private:
     int fd_ = -1;
 };
+
+// Writes all of `bytes` to a blocking descriptor, going on after a signal and a
+// short write. False when the descriptor takes no more.
+inline bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        bytes.remove_prefix(static_cast<size_t>(n));
+    }
+    return true;
+}
 
 }  // namespace quorvane
