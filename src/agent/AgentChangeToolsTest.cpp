@@ -7,17 +7,13 @@
 #include "app/AppEnvironment.hpp"
 #include "platform/Shell.hpp"
 #include "testing/FakeClock.hpp"
+#include "testing/RepoConfigs.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
 namespace {
 
-RepoConfig repoAt(const std::string& path) {
-    RepoConfig repo;
-    repo.id = repo.localPath = path;
-    repo.name = std::filesystem::path(path).filename().string();
-    return repo;
-}
+using testing::repoAt;
 
 class AgentChangeToolsTest : public ::testing::Test {
 protected:

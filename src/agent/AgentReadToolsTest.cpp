@@ -13,25 +13,20 @@
 #include "app/AppEnvironment.hpp"
 #include "platform/Shell.hpp"
 #include "testing/FakeClock.hpp"
+#include "testing/RepoConfigs.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 
 namespace quorvane {
 namespace {
 
+using testing::repoAt;
+
 namespace fs = std::filesystem;
 using testing::TestRepo;
 
 Date at(const char* iso) {
     return *DateHelpers::parseISO(iso);
-}
-
-RepoConfig repoAt(const std::string& path, std::optional<std::string> remoteURL = std::nullopt) {
-    RepoConfig repo;
-    repo.id = repo.localPath = path;
-    repo.name = fs::path(path).filename().string();
-    repo.remoteURL = std::move(remoteURL);
-    return repo;
 }
 
 RemoteRepository remote(const std::string& account, const std::string& owner,

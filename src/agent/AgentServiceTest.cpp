@@ -11,10 +11,13 @@
 #include "app/AppEnvironment.hpp"
 #include "platform/Shell.hpp"
 #include "testing/FakeClock.hpp"
+#include "testing/RepoConfigs.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
 namespace {
+
+using testing::repoAt;
 
 using namespace std::chrono_literals;
 
@@ -38,13 +41,6 @@ private:
     AgentEnvAccess& inner_;
     bool grants_;
 };
-
-RepoConfig repoAt(const std::string& path) {
-    RepoConfig repo;
-    repo.id = repo.localPath = path;
-    repo.name = std::filesystem::path(path).filename().string();
-    return repo;
-}
 
 class AgentServiceTest : public ::testing::Test {
 protected:

@@ -12,10 +12,13 @@
 #include "app/AppEnvironment.hpp"
 #include "platform/Shell.hpp"
 #include "testing/FakeClock.hpp"
+#include "testing/RepoConfigs.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
 namespace {
+
+using testing::repoAt;
 
 Json schemaOf(const AgentTool& tool) {
     return Json::parse(tool.inputSchema, nullptr, false);
@@ -106,13 +109,6 @@ TEST(AgentToolsTest, ResourcesAreNamedOnceUnderTheAppsScheme) {
         EXPECT_FALSE(resource.description.empty()) << resource.uri;
     }
     EXPECT_EQ(uris.size(), 9u);
-}
-
-RepoConfig repoAt(const std::string& path) {
-    RepoConfig repo;
-    repo.id = repo.localPath = path;
-    repo.name = std::filesystem::path(path).filename().string();
-    return repo;
 }
 
 // Calls built from the schemas, on a real store and configuration, at the highest
