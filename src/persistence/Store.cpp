@@ -18,21 +18,37 @@ constexpr std::chrono::seconds kDay{86400};
 
 // The pretty-printed array of `records`, built one record at a time so a large
 // collection never exists twice in memory as a JSON tree.
-template <class Range>
-std::string encodeArray(const Range& records) {
+// One record as an element of a pretty-printed array: its lines indented by two.
+template <class Record>
+std::string arrayElement(const Record& record) {
+    std::string text = toJson(record).dump(2, ' ', false, Json::error_handler_t::replace);
+    std::string out;
+    out.reserve(text.size() + text.size() / 8);
+    for (char c : text) {
+        out += c;
+        if (c == '\n') out += "  ";
+    }
+    return out;
+}
+
+// `append` adds one element's text to the output.
+template <class Range, class Append>
+std::string encodeArray(const Range& records, Append append) {
     std::string out;
     bool first = true;
     for (const auto& record : records) {
         out += first ? "[\n  " : ",\n  ";
         first = false;
-        std::string text = toJson(record).dump(2, ' ', false, Json::error_handler_t::replace);
-        for (char c : text) {
-            out += c;
-            if (c == '\n') out += "  ";
-        }
+        append(record, out);
     }
     out += first ? "[]\n" : "\n]\n";
     return out;
+}
+
+template <class Range>
+std::string encodeArray(const Range& records) {
+    return encodeArray(records,
+                       [](const auto& record, std::string& out) { out += arrayElement(record); });
 }
 
 template <class Record>
@@ -143,7 +159,9 @@ Store::Store(std::filesystem::path dir, const Clock& clock, Access access)
     slots_.emplace(
         "proposals.json",
         keyedSlot<PendingProposal>(proposals_, [](const PendingProposal& p) { return p.id; }));
-    slots_.emplace("agent_audit.json", listedSlot(audit_));
+    Slot audit = listedSlot(audit_);
+    audit.encode = [this] { return encodeAuditLog(); };
+    slots_.emplace("agent_audit.json", std::move(audit));
     slots_.emplace(
         "project_metadata.json",
         keyedSlot<ProjectMetadata>(metadata_, [](const ProjectMetadata& m) { return m.repoID; }));
@@ -459,8 +477,7 @@ void Store::removeAccount(const std::string& accountID) {
     // A link or a branch row that points at a repository only this account saw would
     // point at nothing; the next sync computes the links of what is left.
     if (eraseWhere(mappings_.items, [&](const RepositoryMapping& m) {
-            return m.accountID == accountID ||
-                   (m.remoteRepoID && gone.contains(*m.remoteRepoID));
+            return m.accountID == accountID || (m.remoteRepoID && gone.contains(*m.remoteRepoID));
         })) {
         mappings_.dirty = true;
     }
@@ -651,6 +668,27 @@ void Store::appendAudit(const AuditLogEntry& entry) {
     }
     audit_.dirty = true;
     writeFile("agent_audit.json");
+}
+
+std::string Store::encodeAuditLog() {
+    // The log only loses entries (the oldest, or those pruned) and gains new ones at
+    // its end, so the texts kept from the last write are met in the same order.
+    std::vector<EncodedAuditEntry> kept;
+    kept.reserve(audit_.items.size());
+    size_t next = 0;
+    std::string out = encodeArray(audit_.items, [&](const AuditLogEntry& entry, std::string& into) {
+        size_t at = next;
+        while (at < auditText_.size() && auditText_[at].entry != entry) ++at;
+        if (at < auditText_.size()) {
+            next = at + 1;
+            kept.push_back(std::move(auditText_[at]));
+        } else {
+            kept.push_back({entry, arrayElement(entry)});
+        }
+        into += kept.back().text;
+    });
+    auditText_ = std::move(kept);
+    return out;
 }
 
 void Store::pruneAudit(int olderThanDays) {

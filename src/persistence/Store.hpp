@@ -189,6 +189,14 @@ private:
     void readFile(const std::string& name);
     bool writeFile(const std::string& name);  // logs a failure; true when written
     void trimAudit();
+    // Every agent call rewrites the audit log, up to kMaxAuditEntries of it. An entry
+    // never changes once appended, so its text is made once and reused while it stays.
+    std::string encodeAuditLog();
+    struct EncodedAuditEntry {
+        AuditLogEntry entry;
+        std::string text;
+    };
+    std::vector<EncodedAuditEntry> auditText_;  // in the order of the log
 
     std::filesystem::path dir_;
     const Clock& clock_;

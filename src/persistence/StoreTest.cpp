@@ -357,6 +357,35 @@ TEST_F(StoreTest, TheAuditLogKeepsNinetyDaysAndFiveThousandEntries) {
     EXPECT_EQ(recent[0].id, "89 days");
 }
 
+// Each append rewrites the log from texts kept from earlier writes: the file must
+// read exactly as one written afresh, even when a hand-edited log repeats an id.
+TEST_F(StoreTest, TheRewrittenAuditLogIsTheSameAsOneWrittenAfresh) {
+    AuditLogEntry first = audit("same", kNow - 24h * 30);
+    AuditLogEntry second = audit("same", kNow - 10s);
+    second.tool = "get_settings";
+    second.detail = "second of the id";
+    testing::writeFile(dir_ / "agent_audit.json",
+                       JsonCodec::pretty(toJson(std::vector<AuditLogEntry>{first, second})));
+    Store& store = loaded();
+    for (int i = 0; i < 3; ++i) {
+        store.appendAudit(audit("N" + std::to_string(i), kNow + std::chrono::seconds(i)));
+    }
+    const std::string appended = fileText(dir_ / "agent_audit.json");
+
+    std::vector<AuditLogEntry> expected = {first, second};
+    for (int i = 0; i < 3; ++i) {
+        expected.push_back(audit("N" + std::to_string(i), kNow + std::chrono::seconds(i)));
+    }
+    EXPECT_EQ(appended, JsonCodec::pretty(toJson(expected)));
+
+    // The older entry of the id goes; the text kept for that id is not the other's.
+    store.pruneAudit(20);
+    store.appendAudit(audit("N3", kNow + 3s));
+    expected.erase(expected.begin());
+    expected.push_back(audit("N3", kNow + 3s));
+    EXPECT_EQ(fileText(dir_ / "agent_audit.json"), JsonCodec::pretty(toJson(expected)));
+}
+
 TEST_F(StoreTest, AConfirmationTokenIsSpentOnceAndOnlyWhileValid) {
     using Kind = Store::ConsumeResult::Kind;
     using Status = PendingProposal::Status;
