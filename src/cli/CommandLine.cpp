@@ -833,8 +833,9 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     agentCommand->require_subcommand(1);
     CLI::App* agentStatusCommand = agentCommand->add_subcommand(
         "status",
-        "Say whether the agent socket is up, where it is, the permission level, the\n"
-        "allowed roots and how many tools it offers");
+        "Say whether the agent socket is up\n"
+        "Also where it is, the permission level, the allowed roots and how many tools it\n"
+        "offers.");
     agentStatusCommand->add_flag("--json", agentJson, "Print the status as JSON");
     agentStatusCommand->callback(
         [&] { action = [&](CommandContext& c) { return Commands::agentStatus(c, agentJson); }; });
@@ -849,10 +850,10 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     };
     CLI::App* agentRegisterCommand = agentCommand->add_subcommand(
         "register",
-        "Add quorvane-mcp to Claude Code's MCP servers with `claude mcp add`, and print\n"
-        "the entry to paste into any other MCP client's configuration. Registering\n"
-        "again replaces the entry; with --data-dir the bridge talks to that folder's\n"
-        "daemon");
+        "Add quorvane-mcp to Claude Code's MCP servers (claude mcp add)\n"
+        "It also prints the entry to paste into any other MCP client's configuration.\n"
+        "Registering again replaces the entry; with --data-dir the bridge talks to that\n"
+        "folder's daemon.");
     addScope(agentRegisterCommand);
     agentRegisterCommand->callback([&] {
         action = [&](CommandContext& c) {
