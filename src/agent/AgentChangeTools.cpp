@@ -2,6 +2,7 @@
 // for the person's confirmation, then acts, marks the proposal applied and
 // records what it did, in that order.
 #include <algorithm>
+#include <cmath>
 
 #include "agent/AgentService.hpp"
 #include "agent/AgentToolSupport.hpp"
@@ -27,10 +28,26 @@ struct SettingsStep {
     Json args;
 };
 
+// Why a settings change cannot be proposed: the error code and what the agent is told.
+struct StepProblem {
+    std::string code;
+    std::string hint;
+};
+
+// Whether the change's `value` is left out or of type T. One of another type is
+// refused here: its apply tool would refuse it only after the person approved it.
+template <typename T>
+bool valueFits(const Json& change, const std::string& field, StepProblem& problem) {
+    auto value = change.find("value");
+    if (value == change.end() || ArgType<T>::fits(*value)) return true;
+    problem = {"invalid_params", "`value` for " + field + " must be " + ArgType<T>::kName};
+    return false;
+}
+
 // Maps one {repoId?, field, value} change to the apply tool that carries it out.
-// Nothing, with the reason, for a field no tool sets.
+// Nothing, with the reason, for a field no tool sets or a value it cannot take.
 std::optional<SettingsStep> settingsTool(const std::string& field, const Json& change,
-                                         std::string& problem) {
+                                         StepProblem& problem) {
     const Json repoId = change.contains("repoId") ? change["repoId"] : Json();
     const Json value = change.contains("value") ? change["value"] : Json();
     auto withRepo = [&](Json args) {
@@ -38,34 +55,43 @@ std::optional<SettingsStep> settingsTool(const std::string& field, const Json& c
         return args;
     };
     if (field == "category" || field == "priority") {
+        if (!valueFits<std::string>(change, field, problem)) return std::nullopt;
         return SettingsStep{"set_repository_" + field,
                             withRepo({{"value", value.is_string() ? value : Json("")}})};
     }
     if (field == "reminderRules") {
+        if (!valueFits<Json::object_t>(change, field, problem)) return std::nullopt;
         return SettingsStep{"set_repository_reminder_rules",
                             withRepo({{"rules", value.is_object() ? value : Json::object()}})};
     }
-    if (field == "aliases")
+    if (field == "aliases") {
+        if (!valueFits<std::vector<std::string>>(change, field, problem)) return std::nullopt;
         return SettingsStep{"update_project_aliases", withRepo({{"aliases", value}})};
+    }
     if (field == "trackingEnabled") {
         if (!value.is_boolean()) {
-            problem = "`trackingEnabled` takes true or false";
+            problem = {"not_found", "`trackingEnabled` takes true or false"};
             return std::nullopt;
         }
         return SettingsStep{
             value.get<bool>() ? "enable_repository_tracking" : "disable_repository_tracking",
             withRepo(Json::object())};
     }
-    if (field == "scanFolders") return SettingsStep{"update_scan_folders", {{"folders", value}}};
-    if (field == "defaultCloneFolder") {
-        return SettingsStep{"set_default_clone_folder", {{"path", value}}};
+    if (field == "scanFolders") {
+        if (!valueFits<std::vector<std::string>>(change, field, problem)) return std::nullopt;
+        return SettingsStep{"update_scan_folders", {{"folders", value}}};
     }
-    if (field == "dailyReviewTime") return SettingsStep{"set_daily_review_time", {{"time", value}}};
+    if (field == "defaultCloneFolder" || field == "dailyReviewTime") {
+        if (!valueFits<std::string>(change, field, problem)) return std::nullopt;
+        return field == "defaultCloneFolder"
+                   ? SettingsStep{"set_default_clone_folder", {{"path", value}}}
+                   : SettingsStep{"set_daily_review_time", {{"time", value}}};
+    }
     std::string supported;
     for (const std::string& name : AgentTools::settingsFields()) {  // a sorted set
         supported += (supported.empty() ? "" : ", ") + name;
     }
-    problem = "unsupported settings field `" + field + "`; supported: " + supported;
+    problem = {"not_found", "unsupported settings field `" + field + "`; supported: " + supported};
     return std::nullopt;
 }
 
@@ -133,9 +159,9 @@ AgentResult AgentService::proposeSettings(const Call& call) {
             return refuse(call, "error", "missing field", "not_found",
                           "each change needs a `field`");
         }
-        std::string problem;
+        StepProblem problem;
         std::optional<SettingsStep> step = settingsTool(field->get<std::string>(), change, problem);
-        if (!step) return refuse(call, "error", problem, "not_found", problem);
+        if (!step) return refuse(call, "error", problem.hint, problem.code, problem.hint);
         steps.push_back(std::move(*step));
     }
     // One proposal a tool: a token is bound to one tool and one set of arguments.
@@ -158,28 +184,28 @@ AgentResult AgentService::proposeMapping(const Call& call) {
         return refuse(call, "error", "missing remoteRepoId", "not_found",
                       "`remoteRepoId` is required");
     }
+    OptionalArg<std::vector<std::string>> searchRoots =
+        optionalArg<std::vector<std::string>>(call.args, "searchRoots");
+    if (searchRoots.problem) return refuse(call, *searchRoots.problem);
+    OptionalArg<double> minConfidenceGiven = minConfidenceArg(call.args);
+    if (minConfidenceGiven.problem) return refuse(call, *minConfidenceGiven.problem);
     std::optional<RemoteRepository> remote = resolveRemote(*wanted);
     if (!remote) {
         return refuse(call, "error", "remote not found", "not_found", remoteNotFoundHint(*wanted));
     }
     std::vector<std::string> roots = call.config.agent.allowedRoots;
-    if (auto given = call.args.find("searchRoots"); given != call.args.end() && given->is_array()) {
-        roots.clear();
-        for (const Json& root : *given) {
+    if (searchRoots.value) {
+        roots = *searchRoots.value;
+        for (const std::string& root : roots) {
             // The search reads what it walks: it stays inside the allowed roots too.
-            if (!root.is_string() ||
-                !isInsideAllowedRoot(root.get<std::string>(), call.config.agent.allowedRoots)) {
+            if (!isInsideAllowedRoot(root, call.config.agent.allowedRoots)) {
                 return refuse(call, "denied", "path outside allowedRoots", "not_in_allowed_root",
                               "Add this folder to Allowed Roots in Quorvane → MCP");
             }
-            roots.push_back(root.get<std::string>());
         }
     }
-    int minConfidence = 60;
-    if (auto given = call.args.find("minConfidence");
-        given != call.args.end() && given->is_number()) {
-        minConfidence = static_cast<int>(given->get<double>());
-    }
+    const int minConfidence =
+        static_cast<int>(minConfidenceGiven.value.value_or(kDefaultMinConfidence));
 
     static const std::vector<std::string> kExcludes = {"node_modules", ".build",      "Pods",
                                                        "DerivedData",  ".venv",       "vendor",
@@ -229,7 +255,9 @@ AgentResult AgentService::proposeMapping(const Call& call) {
 // A plan is for the person to read: it authorises nothing, so it is bound to no
 // tool, and each call makes a new one.
 AgentResult AgentService::proposeCleanup(const Call& call) {
-    const std::string scope = textArg(call.args, "scope").value_or("today");
+    OptionalArg<std::string> scopeGiven = optionalArg<std::string>(call.args, "scope");
+    if (scopeGiven.problem) return refuse(call, *scopeGiven.problem);
+    const std::string scope = scopeGiven.value.value_or("today");
     PendingProposal proposal;
     proposal.id = newUUID();
     proposal.kind = PendingProposal::Kind::cleanupPlan;
@@ -319,15 +347,16 @@ AgentResult AgentService::updateMappingConfidence(const Call& call) {
     std::optional<std::string> remote = textArg(call.args, "remoteRepoId");
     std::optional<std::string> local = textArg(call.args, "localRepoId");
     auto confidence = call.args.find("confidence");
-    if (!remote || !local || confidence == call.args.end() || !confidence->is_number()) {
+    if (!remote || !local || confidence == call.args.end()) {
         return refuse(call, "error", "missing args", "invalid_params", "missing args");
     }
     // Taken as a fraction, or as a percentage when above 1, as agents write both.
-    double value = confidence->get<double>();
+    // Text such as "0.5" is refused with the rest, not read as a number.
+    double value = confidence->is_number() ? confidence->get<double>() : std::nan("");
     if (value > 1.0) value /= 100.0;
     if (!(value >= 0.0 && value <= 1.0)) {
         return refuse(call, "error", "bad confidence", "invalid_params",
-                      "`confidence` must be from 0 to 1 (or 0 to 100 as a percentage)");
+                      "`confidence` must be a number from 0 to 1 (or 0 to 100 as a percentage)");
     }
     std::vector<RepositoryMapping> mappings = store_.mappings();
     auto found = std::find_if(mappings.begin(), mappings.end(), [&](const RepositoryMapping& m) {
@@ -446,8 +475,10 @@ AgentResult AgentService::setRepoField(const Call& call) {
         return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
     }
     if (call.tool == "set_repository_category") {
-        // Empty text clears the category.
-        std::string value = textArg(call.args, "value").value_or("");
+        OptionalArg<std::string> given = optionalArg<std::string>(call.args, "value");
+        if (given.problem) return refuse(call, *given.problem);
+        // Empty text, or none, clears the category.
+        const std::string value = given.value.value_or("");
         return changeRepository(
             call, *repoId,
             [&](RepoConfig& repo) {
@@ -551,7 +582,12 @@ AgentResult AgentService::runGit(const Call& call) {
     if (repo == call.config.repositories.end()) {
         return refuse(call, "error", "repo not found", "not_found", "repo not found");
     }
-    std::optional<std::string> branch = textArg(call.args, "branch");
+    // A push of a branch named in a form that cannot be read is refused, not made a
+    // push of the current branch, which the agent did not ask for.
+    const bool pushes = call.tool == "git_push" || call.tool == "git_set_upstream_push";
+    OptionalArg<std::string> branchGiven = optionalArg<std::string>(call.args, "branch");
+    if (pushes && branchGiven.problem) return refuse(call, *branchGiven.problem);
+    const std::optional<std::string>& branch = branchGiven.value;
     // Setting an upstream pushes one named branch: without it the person would approve
     // a push that can only fail, and spend the token on it.
     if (call.tool == "git_set_upstream_push" && (!branch || branch->empty())) {

@@ -34,8 +34,6 @@ constexpr size_t kDefaultRankingLimit = 50;
 // git is asked for no more than this many commits, whatever the call says: the
 // answer is read whole into memory and sent as one line.
 constexpr size_t kMaxCommitLimit = 1000;
-// A mapping proposal below this confidence is a guess, not a candidate.
-constexpr int kDefaultMinConfidence = 60;
 constexpr double kGitTimeout = 15;
 constexpr double kGitLogTimeout = 20;
 // The day records read around a date; wider than any week that holds it.
@@ -54,11 +52,6 @@ std::optional<size_t> countArg(const Json& args, const char* key, size_t fallbac
     if (it == args.end()) return fallback;
     if (!it->is_number_integer() || it->get<long long>() < 0) return std::nullopt;
     return static_cast<size_t>(it->get<long long>());
-}
-
-bool flagArg(const Json& args, const char* key) {
-    auto it = args.find(key);
-    return it != args.end() && it->is_boolean() && it->get<bool>();
 }
 
 // ---- Encoders -------------------------------------------------------------------
@@ -615,8 +608,9 @@ std::optional<AgentResult> AgentService::runReadTool(const Call& call) {
     const AppConfig& config = call.config;
     if (tool == "list_accounts") return ok(call, accountsJSON(store_));
     if (tool == "list_remote_repositories") {
-        // An account id that is not text names no account: every remote is listed.
-        return ok(call, remotesJSON(store_.remoteRepos(textArg(call.args, "accountId"))));
+        OptionalArg<std::string> account = optionalArg<std::string>(call.args, "accountId");
+        if (account.problem) return refuse(call, *account.problem);
+        return ok(call, remotesJSON(store_.remoteRepos(account.value)));
     }
     if (tool == "list_local_repositories") return ok(call, localRepositories(config));
     if (tool == "get_repository") return getRepository(call, false);
@@ -796,8 +790,10 @@ AgentResult AgentService::getRepositoriesStatus(const Call& call) {
 }
 
 AgentResult AgentService::getUnmappedLocal(const Call& call) {
+    OptionalArg<bool> withoutRemoteOnly = optionalArg<bool>(call.args, "withoutRemoteOnly");
+    if (withoutRemoteOnly.problem) return refuse(call, *withoutRemoteOnly.problem);
     return ok(call,
-              unmappedLocalJSON(store_, call.config, flagArg(call.args, "withoutRemoteOnly")));
+              unmappedLocalJSON(store_, call.config, withoutRemoteOnly.value.value_or(false)));
 }
 
 // The mapping proposals for one remote that still wait on the person (pending, or
@@ -808,14 +804,9 @@ AgentResult AgentService::getMappingCandidates(const Call& call) {
         return refuse(call, "error", "missing remoteRepoId", "not_found",
                       "`remoteRepoId` is required");
     }
-    double minConfidence = kDefaultMinConfidence;
-    if (auto it = call.args.find("minConfidence"); it != call.args.end()) {
-        if (!it->is_number()) {
-            return refuse(call, "error", "bad minConfidence", "invalid_params",
-                          "`minConfidence` must be a number from 0 to 100");
-        }
-        minConfidence = it->get<double>();
-    }
+    OptionalArg<double> minConfidenceGiven = minConfidenceArg(call.args);
+    if (minConfidenceGiven.problem) return refuse(call, *minConfidenceGiven.problem);
+    const double minConfidence = minConfidenceGiven.value.value_or(kDefaultMinConfidence);
     std::optional<RemoteRepository> remote = resolveRemote(*text);
     if (!remote) {
         return refuse(call, "error", "remote not found", "not_found", remoteNotFoundHint(*text));
@@ -863,6 +854,8 @@ AgentResult AgentService::getActivityRanking(const Call& call) {
     }
     std::optional<size_t> limit = countArg(call.args, "limit", kDefaultRankingLimit);
     if (!limit) return refuse(call, "error", "bad limit", "invalid_params", kBadLimitHint);
+    OptionalArg<bool> workedTodayOnly = optionalArg<bool>(call.args, "workedTodayOnly");
+    if (workedTodayOnly.problem) return refuse(call, *workedTodayOnly.problem);
 
     const Date now = clock_.now();
     std::vector<ActivityRow> rows = Aggregator::activityRanking(
@@ -870,7 +863,7 @@ AgentResult AgentService::getActivityRanking(const Call& call) {
         Aggregator::sessionsEndingIn(store_.sessions(std::nullopt, std::nullopt),
                                      Aggregator::dayRange(now)),
         store_.syncStates(), now, order);
-    if (flagArg(call.args, "workedTodayOnly")) {
+    if (workedTodayOnly.value.value_or(false)) {
         std::erase_if(rows, [](const ActivityRow& row) { return !row.workedToday; });
     }
     AgentJSON::Array items;

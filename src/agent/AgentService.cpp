@@ -184,6 +184,10 @@ AgentResult AgentService::refuse(const Call& call, const ConfirmOutcome& outcome
     return refuse(call, status, outcome.detail, outcome.code, outcome.hint);
 }
 
+AgentResult AgentService::refuse(const Call& call, const AgentToolSupport::ArgProblem& problem) {
+    return refuse(call, "error", "bad " + problem.key, "invalid_params", problem.hint);
+}
+
 AgentResult AgentService::handle(const std::string& tool, const std::string& argsJSON) {
     const Json args = parseArgs(argsJSON);
     const AppConfig config = env_.currentConfig();

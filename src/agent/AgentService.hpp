@@ -17,6 +17,10 @@
 
 namespace quorvane {
 
+namespace AgentToolSupport {
+struct ArgProblem;
+}
+
 // How a presented confirmation token fared: the proposal it spent, or why it was
 // refused.
 struct ConfirmOutcome {
@@ -89,6 +93,8 @@ private:
     AgentResult refuse(const Call& call, const std::string& status, const std::string& detail,
                        const std::string& code, const std::string& hint);
     AgentResult refuse(const Call& call, const ConfirmOutcome& outcome);
+    // Refuses an argument of the wrong type as invalid, naming the type it must have.
+    AgentResult refuse(const Call& call, const AgentToolSupport::ArgProblem& problem);
     void audit(const std::string& tool, const Json& args, const std::string& status,
                std::optional<std::string> detail, std::optional<std::string> proposalId);
 

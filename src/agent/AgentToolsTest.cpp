@@ -122,6 +122,15 @@ protected:
             config.agent.allowedRoots = {dir_.path().string()};
             config.agent.permissionLevel = AgentPermissionLevel::safeGit;
         });
+        // The remote the samples name, so a tool that looks it up goes on to its
+        // other arguments.
+        RemoteRepository remote;
+        remote.accountID = "acct";
+        remote.owner = "alice";
+        remote.name = "app";
+        remote.fullName = "alice/app";
+        remote.id = remote.composedID();
+        env_.store().replaceRemoteRepos("acct", {remote});
     }
 
     AgentResult call(std::string_view tool, const Json& args) {
@@ -228,6 +237,19 @@ TEST_F(AgentToolsDispatchTest, AnArgumentOfAnotherTypeThanDeclaredIsRefused) {
         {"set_repository_reminder_rules", {{"repoId", "/work/app"}, {"rules", 7}}},
         {"update_mapping_confidence",
          {{"remoteRepoId", "acct:alice/app"}, {"localRepoId", "/work/app"}, {"confidence", "0.5"}}},
+        // Optional arguments: given, but not as declared, they are refused rather
+        // than taken as left out, which would do something the agent did not ask.
+        {"list_remote_repositories", {{"accountId", 7}}},
+        {"get_unmapped_local_repositories", {{"withoutRemoteOnly", "yes"}}},
+        {"get_activity_ranking", {{"workedTodayOnly", 1}}},
+        {"propose_repository_mapping", {{"remoteRepoId", "alice/app"}, {"minConfidence", "80"}}},
+        {"propose_repository_mapping", {{"remoteRepoId", "alice/app"}, {"searchRoots", root}}},
+        {"propose_repository_mapping",
+         {{"remoteRepoId", "alice/app"}, {"searchRoots", Json::array({root, 3})}}},
+        {"propose_cleanup_plan", {{"scope", Json::array({"today"})}}},
+        {"set_repository_category", {{"repoId", "/work/app"}, {"value", 5}}},
+        {"set_repository_category", {{"repoId", "/work/app"}, {"value", nullptr}}},
+        {"git_push", {{"repoId", "/work/app"}, {"branch", Json::array({"main"})}}},
     };
     for (const auto& [name, args] : calls) {
         SCOPED_TRACE(name);
@@ -236,19 +258,60 @@ TEST_F(AgentToolsDispatchTest, AnArgumentOfAnotherTypeThanDeclaredIsRefused) {
         // The call is wrong by the schema: some argument's type is not the declared one.
         const Json schema = schemaOf(*tool);
         const Json& properties = propertiesOf(schema);
-        bool mistyped = false;
+        std::vector<std::string> mistyped;
         for (const auto& [key, value] : args.items()) {
-            const std::string declared = properties.value(key, Json::object()).value("type", "");
-            mistyped |= declared != typeOf(value) && !(declared == "number" && value.is_number());
+            const Json& property = properties.value(key, Json::object());
+            const std::string declared = property.value("type", "");
+            const Json items = property.value("items", Json::object());
+            const bool fits =
+                (declared == typeOf(value) || (declared == "number" && value.is_number())) &&
+                (!value.is_array() || std::all_of(value.begin(), value.end(), [&](const Json& v) {
+                    return items.value("type", "") == typeOf(v);
+                }));
+            if (!fits) mistyped.push_back(key);
         }
-        ASSERT_TRUE(mistyped) << args;
+        ASSERT_FALSE(mistyped.empty()) << args;
         const size_t before = proposalCount();
         AgentResult answer = call(name, args);
         EXPECT_FALSE(answer.ok);
         EXPECT_TRUE(answer.errorCode == "invalid_params" || answer.errorCode == "not_found")
             << answer.errorCode.value_or("") << ": " << answer.hint.value_or("");
+        // The agent learns which argument to mend.
+        for (const std::string& key : mistyped) {
+            EXPECT_NE(answer.hint.value_or("").find(key), std::string::npos)
+                << key << ": " << answer.hint.value_or("");
+        }
         EXPECT_EQ(proposalCount(), before);
     }
+}
+
+// A settings change's value has no one declared type: each field says what it
+// takes. One of another type is refused before any proposal, since the apply tool
+// would refuse it only once the person had approved it; one left out keeps its
+// default, as clearing the category does.
+TEST_F(AgentToolsDispatchTest, ASettingsChangeWithAValueOfAnotherTypeThanItsFieldTakesIsRefused) {
+    const std::vector<std::pair<std::string, Json>> values = {
+        {"category", 5},
+        {"priority", Json::array({"high"})},
+        {"reminderRules", 7},
+        {"aliases", "application"},
+        {"scanFolders", dir_.path().string()},
+        {"defaultCloneFolder", false},
+        {"dailyReviewTime", 1800},
+    };
+    for (const auto& [field, value] : values) {
+        SCOPED_TRACE(field);
+        const Json good = {{"field", "dailyReviewTime"}, {"value", "18:00"}};
+        const Json bad = {{"field", field}, {"repoId", "/work/app"}, {"value", value}};
+        AgentResult answer =
+            call("propose_settings_change", {{"changes", Json::array({good, bad})}});
+        EXPECT_EQ(answer.errorCode, "invalid_params") << answer.hint.value_or("");
+        EXPECT_NE(answer.hint.value_or("").find(field), std::string::npos);
+        EXPECT_EQ(proposalCount(), 0u);
+    }
+    const Json clear = {{"field", "category"}, {"repoId", "/work/app"}};
+    EXPECT_TRUE(call("propose_settings_change", {{"changes", Json::array({clear})}}).ok);
+    EXPECT_EQ(proposalCount(), 1u);
 }
 
 }  // namespace
