@@ -54,13 +54,13 @@ std::optional<SettingsStep> settingsTool(const std::string& field, const Json& c
         if (!repoId.is_null()) args["repoId"] = repoId;
         return args;
     };
+    // A category, priority or rule set of another type is proposed as an empty one:
+    // the person sees that in the proposal before anything is cleared.
     if (field == "category" || field == "priority") {
-        if (!valueFits<std::string>(change, field, problem)) return std::nullopt;
         return SettingsStep{"set_repository_" + field,
                             withRepo({{"value", value.is_string() ? value : Json("")}})};
     }
     if (field == "reminderRules") {
-        if (!valueFits<Json::object_t>(change, field, problem)) return std::nullopt;
         return SettingsStep{"set_repository_reminder_rules",
                             withRepo({{"rules", value.is_object() ? value : Json::object()}})};
     }

@@ -286,14 +286,11 @@ TEST_F(AgentToolsDispatchTest, AnArgumentOfAnotherTypeThanDeclaredIsRefused) {
 }
 
 // A settings change's value has no one declared type: each field says what it
-// takes. One of another type is refused before any proposal, since the apply tool
-// would refuse it only once the person had approved it; one left out keeps its
-// default, as clearing the category does.
-TEST_F(AgentToolsDispatchTest, ASettingsChangeWithAValueOfAnotherTypeThanItsFieldTakesIsRefused) {
+// takes. A list or text of another type is refused before any proposal, since the
+// apply tool would refuse it only once the person had approved it; a category,
+// priority or rule set of another type is proposed empty, for the person to see.
+TEST_F(AgentToolsDispatchTest, ASettingsValueOfAnotherTypeIsRefusedOrProposedEmpty) {
     const std::vector<std::pair<std::string, Json>> values = {
-        {"category", 5},
-        {"priority", Json::array({"high"})},
-        {"reminderRules", 7},
         {"aliases", "application"},
         {"scanFolders", dir_.path().string()},
         {"defaultCloneFolder", false},
@@ -309,9 +306,14 @@ TEST_F(AgentToolsDispatchTest, ASettingsChangeWithAValueOfAnotherTypeThanItsFiel
         EXPECT_NE(answer.hint.value_or("").find(field), std::string::npos);
         EXPECT_EQ(proposalCount(), 0u);
     }
-    const Json clear = {{"field", "category"}, {"repoId", "/work/app"}};
-    EXPECT_TRUE(call("propose_settings_change", {{"changes", Json::array({clear})}}).ok);
-    EXPECT_EQ(proposalCount(), 1u);
+    const Json emptied =
+        Json::array({{{"field", "category"}, {"repoId", "/work/app"}, {"value", 5}},
+                     {{"field", "reminderRules"}, {"repoId", "/work/app"}, {"value", 7}}});
+    EXPECT_TRUE(call("propose_settings_change", {{"changes", emptied}}).ok);
+    std::set<std::string> payloads;
+    for (const PendingProposal& proposal : env_.proposals()) payloads.insert(proposal.payloadJSON);
+    EXPECT_EQ(payloads, (std::set<std::string>{R"({"repoId":"/work/app","value":""})",
+                                               R"({"repoId":"/work/app","rules":{}})"}));
 }
 
 }  // namespace
