@@ -10,6 +10,6 @@ bash scripts/setup.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset default >/dev/null
 # Only what the package holds: neither the tests nor the benchmarks.
-cmake --build --preset default -j "$jobs" --target quorvane quorvane_reference
+cmake --build --preset default -j "$jobs" --target quorvane quorvane-mcp quorvane_reference
 rm -f build/quorvane_*.deb
 (cd build && cpack -G DEB)
