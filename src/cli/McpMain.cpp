@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
                        "$XDG_DATA_HOME/Quorvane); its socket is found as the daemon finds it");
         app.add_option("--socket", socketPath,
                        "The agent socket to talk to, overriding the one of the data folder");
-        app.set_version_flag("--version", std::string(AppInfo::version()));
+        app.set_version_flag("--version", "quorvane-mcp " + std::string(AppInfo::version()));
         app.footer(
             "Register it with Claude Code by running `quorvane agent register`, which also "
             "prints the entry for other MCP clients. Nothing changes on an agent's word "
