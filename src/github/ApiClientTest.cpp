@@ -26,6 +26,10 @@ public:
         if (found == replies.end()) return HttpResponse{404, "{}", {}, std::nullopt};
         return found->second;
     }
+    // The GitHub client only reads: a POST fails the call that made it.
+    HttpResponse post(const HttpRequest&, const std::string&) const override {
+        return HttpResponse{0, "", {}, "unexpected POST"};
+    }
     std::map<std::string, HttpResponse> replies;
     mutable std::vector<HttpRequest> requests;
 

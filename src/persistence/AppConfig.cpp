@@ -31,6 +31,8 @@ void fromJson(const Json& json, AIPrefs& out, const std::string& path) {
     out.ollamaBaseURL = reader.required<std::string>("ollamaBaseURL");
     out.includeDiffStat = reader.required<bool>("includeDiffStat");
     out.keychainRef = reader.required<std::string>("keychainRef");
+    // Files written before the key existed still load.
+    out.anthropicBaseURL = reader.orDefault("anthropicBaseURL", AIPrefs{}.anthropicBaseURL);
 }
 
 void fromJson(const Json& json, MappingPrefs& out, const std::string& path) {
@@ -84,9 +86,10 @@ Json toJson(const SyncPrefs& prefs) {
 
 Json toJson(const AIPrefs& prefs) {
     return Json{
-        {"provider", toJson(prefs.provider)},       {"anthropicModel", prefs.anthropicModel},
-        {"ollamaModel", prefs.ollamaModel},         {"ollamaBaseURL", prefs.ollamaBaseURL},
-        {"includeDiffStat", prefs.includeDiffStat}, {"keychainRef", prefs.keychainRef}};
+        {"provider", toJson(prefs.provider)},        {"anthropicModel", prefs.anthropicModel},
+        {"ollamaModel", prefs.ollamaModel},          {"ollamaBaseURL", prefs.ollamaBaseURL},
+        {"includeDiffStat", prefs.includeDiffStat},  {"keychainRef", prefs.keychainRef},
+        {"anthropicBaseURL", prefs.anthropicBaseURL}};
 }
 
 Json toJson(const MappingPrefs& prefs) {

@@ -40,7 +40,8 @@ struct SyncPrefs {
     bool operator==(const SyncPrefs&) const = default;
 };
 
-// Which AI provider writes summaries. Strict: every key is required.
+// Which AI provider writes summaries. Strict: every key is required, but for
+// `anthropicBaseURL`, which came later and takes its default when absent.
 struct AIPrefs {
     enum class Provider { disabled, anthropic, ollama };
 
@@ -50,6 +51,8 @@ struct AIPrefs {
     std::string ollamaBaseURL = "http://localhost:11434";
     bool includeDiffStat = true;
     std::string keychainRef = "com.qvn.quorvane.ai.key";
+    // The Messages API's server: another address serves a proxy or a gateway.
+    std::string anthropicBaseURL = "https://api.anthropic.com";
 
     bool operator==(const AIPrefs&) const = default;
 };

@@ -70,6 +70,7 @@ std::vector<Key> makeKeys() {
         typed("ai.anthropicModel", name, "Anthropic model for summaries"),
         typed("ai.ollamaModel", name, "Ollama model for summaries"),
         typed("ai.ollamaBaseURL", httpAddress, "the Ollama server"),
+        typed("ai.anthropicBaseURL", httpAddress, "the Anthropic API server"),
         flag("ai.includeDiffStat", "send file counts with summaries"),
         typed("ai.keychainRef", name, "secret-store entry of the API key"),
 

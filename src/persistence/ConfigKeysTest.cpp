@@ -86,6 +86,9 @@ TEST(ConfigKeysTest, EachKindOfValueTakesItsOwnFormAndNothingElse) {
               Json("http://ollama.lan:11434"));
     refusal("ai.ollamaBaseURL", "localhost:11434");
     refusal("ai.ollamaBaseURL", "http://");
+    EXPECT_EQ(accepted("ai.anthropicBaseURL", "https://llm-gateway.example.test/anthropic"),
+              Json("https://llm-gateway.example.test/anthropic"));
+    refusal("ai.anthropicBaseURL", "api.anthropic.com");
 
     EXPECT_EQ(accepted("agent.socketPath", ""), Json(""));  // back to the default socket
     std::string longest = "/" + std::string(102, 's');      // 103 bytes and the NUL

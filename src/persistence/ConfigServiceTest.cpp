@@ -112,6 +112,22 @@ TEST_F(ConfigServiceTest, PreferenceRecordsAreStrictEvenWhereTheKeyCouldBeLeftOu
     EXPECT_FALSE(refused(Json{{"sync", toJson(SyncPrefs{})}}.dump()));
 }
 
+TEST_F(ConfigServiceTest, AnAIRecordFromBeforeTheAnthropicAddressLoadsWithItsDefault) {
+    Json ai = toJson(AIPrefs{});
+    ai.erase("anthropicBaseURL");
+    ai["provider"] = "anthropic";
+    AppConfig config = loadText(Json{{"ai", ai}}.dump());
+    EXPECT_FALSE(std::filesystem::exists(quarantined()));
+    EXPECT_EQ(config.ai.provider, AIPrefs::Provider::anthropic);
+    EXPECT_EQ(config.ai.anthropicBaseURL, "https://api.anthropic.com");
+
+    ai["anthropicBaseURL"] = 443;
+    EXPECT_TRUE(refused(Json{{"ai", ai}}.dump()));
+    ai.erase("keychainRef");  // the older keys stay required
+    ai["anthropicBaseURL"] = "https://gateway.example.test";
+    EXPECT_TRUE(refused(Json{{"ai", ai}}.dump()));
+}
+
 TEST_F(ConfigServiceTest, AnUnreadableFileIsMovedAsideLoggedAndNotOverwritten) {
     testing::LogCapture log;
     const std::string broken = R"({"theme": "blue"})";
@@ -151,6 +167,7 @@ TEST_F(ConfigServiceTest, SaveAndLoadGiveEqualRecordsWithSortedKeys) {
     config.reminders.pushAfterMinutes = 45;
     config.sync.interval = SyncPrefs::Interval::h1;
     config.ai.provider = AIPrefs::Provider::ollama;
+    config.ai.anthropicBaseURL = "https://gateway.example.test";
     config.mapping.defaultCloneFolder = "~/src";
     config.agent.autoApproveConfidenceThreshold = 0;
     config.agent.permissionLevel = AgentPermissionLevel::safeGit;

@@ -101,7 +101,10 @@ std::optional<std::string> parseURL(std::string_view url) {
     return result;
 }
 
-HttpResponse CurlTransport::get(const HttpRequest& request) const {
+namespace {
+
+// One exchange, a GET when `body` is null and a POST of it otherwise.
+HttpResponse perform(const HttpRequest& request, const std::string* body) {
     initialiseCurl();
     Exchange exchange;
     std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl(curl_easy_init(), &curl_easy_cleanup);
@@ -116,11 +119,21 @@ HttpResponse CurlTransport::get(const HttpRequest& request) const {
         if (value.empty()) line = name + ";";
         headers = curl_slist_append(headers, line.c_str());
     }
+    // Left to itself libcurl asks a server for leave before sending a larger body
+    // and waits a second for an answer many servers never give; what is posted
+    // here is small enough to send at once.
+    if (body != nullptr) headers = curl_slist_append(headers, "Expect:");
     std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headerList(headers,
                                                                            &curl_slist_free_all);
     CURL* c = curl.get();
     curl_easy_setopt(c, CURLOPT_URL, request.url.c_str());
-    curl_easy_setopt(c, CURLOPT_HTTPGET, 1L);
+    if (body == nullptr) {
+        curl_easy_setopt(c, CURLOPT_HTTPGET, 1L);
+    } else {
+        curl_easy_setopt(c, CURLOPT_POST, 1L);
+        curl_easy_setopt(c, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body->size()));
+        curl_easy_setopt(c, CURLOPT_POSTFIELDS, body->data());
+    }
     curl_easy_setopt(c, CURLOPT_HTTPHEADER, headers);
     curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(c, CURLOPT_FOLLOWLOCATION, 0L);
@@ -154,6 +167,16 @@ HttpResponse CurlTransport::get(const HttpRequest& request) const {
     }
     curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &exchange.response.status);
     return exchange.response;
+}
+
+}  // namespace
+
+HttpResponse CurlTransport::get(const HttpRequest& request) const {
+    return perform(request, nullptr);
+}
+
+HttpResponse CurlTransport::post(const HttpRequest& request, const std::string& body) const {
+    return perform(request, &body);
 }
 
 }  // namespace quorvane

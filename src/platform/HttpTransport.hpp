@@ -10,7 +10,8 @@ namespace quorvane {
 
 class Cancellation;
 
-// One GET, as the GitHub and AI clients need it.
+// One request, as the GitHub and AI clients need it; the body of a POST is given
+// beside it.
 struct HttpRequest {
     std::string url;
     std::vector<std::pair<std::string, std::string>> headers;  // sent in this order
@@ -36,14 +37,18 @@ class HttpTransport {
 public:
     virtual ~HttpTransport() = default;
     virtual HttpResponse get(const HttpRequest& request) const = 0;
+    // Sends `body` as it is; its type goes in the request's headers.
+    virtual HttpResponse post(const HttpRequest& request, const std::string& body) const = 0;
 };
 
 // Over libcurl: http and https only, no redirect followed, the reply body capped
-// (a larger one is a transport error rather than memory spent on it).
+// (a larger one is a transport error rather than memory spent on it). A POST
+// goes out whole at once, without waiting for a 100 Continue.
 class CurlTransport final : public HttpTransport {
 public:
     static constexpr size_t kMaxBodyBytes = size_t{64} << 20;
     HttpResponse get(const HttpRequest& request) const override;
+    HttpResponse post(const HttpRequest& request, const std::string& body) const override;
 };
 
 // Whether `url` is an address a strict parser accepts (no blank, a scheme, a

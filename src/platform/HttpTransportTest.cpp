@@ -53,6 +53,46 @@ TEST(HttpTransportTest, NoServerOrNoAnswerIsATransportErrorAndABlankNoAddress) {
     EXPECT_TRUE(parseURL("https://api.github.com/user?per_page=100").has_value());
 }
 
+TEST(HttpTransportTest, APostSendsItsBodyWholeAndAtOnceWithinTheTimeout) {
+    testing::LoopbackHttpServer server;
+    server.set("/in", {200, {}, "taken", false});
+    CurlTransport transport;
+    // Large enough that libcurl would otherwise ask for a 100 Continue first, with
+    // a byte that is not UTF-8: the body goes as it is.
+    const std::string body = std::string(size_t{2} << 20, 'x') + "\xff{}";
+    HttpResponse response =
+        transport.post({server.base() + "/in", {{"content-type", "application/json"}}, 10}, body);
+    EXPECT_EQ(response.transportError, std::nullopt);
+    EXPECT_EQ(response.status, 200);
+    EXPECT_EQ(response.body, "taken");
+    ASSERT_EQ(server.requests().size(), 1u);
+    EXPECT_THAT(server.requests()[0], HasSubstr("POST /in HTTP/1.1\r\n"));
+    EXPECT_THAT(server.requests()[0], HasSubstr("content-type: application/json\r\n"));
+    EXPECT_THAT(server.requests()[0], Not(HasSubstr("Expect")));
+    EXPECT_TRUE(server.bodies()[0] == body) << server.bodies()[0].size() << " bytes arrived";
+
+    server.set("/slow", {200, {}, "", true});
+    HttpResponse late = transport.post({server.base() + "/slow", {}, 0.3}, "{}");
+    ASSERT_TRUE(late.transportError.has_value());
+    EXPECT_THAT(*late.transportError, HasSubstr("imed out"));
+}
+
+// The test server answers a body length it cannot trust at once, rather than
+// waiting for bytes that never come.
+TEST(HttpTransportTest, TheLoopbackServerRefusesABodyLengthItCannotTrust) {
+    testing::LoopbackHttpServer server;
+    server.set("/in", {200, {}, "taken", false});
+    CurlTransport transport;
+    auto statusWith = [&](std::vector<std::pair<std::string, std::string>> headers) {
+        return transport.post({server.base() + "/in", std::move(headers), 10}, "{}").status;
+    };
+    EXPECT_EQ(statusWith({{"Content-Length", "99999999999"}}), 400);
+    EXPECT_EQ(statusWith({{"Content-Length", "2x"}}), 400);
+    EXPECT_EQ(statusWith({{"Content-Length", "2"}, {"content-length", "2"}}), 400);
+    EXPECT_EQ(statusWith({}), 200);
+    EXPECT_EQ(server.bodies(), (std::vector<std::string>{"", "", "", "{}"}));
+}
+
 TEST(HttpTransportTest, TheGitHubClientWalksRealPagesAndSendsNoTokenItWasNotGiven) {
     testing::LoopbackHttpServer server;
     const std::string first =

@@ -7,11 +7,52 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <charconv>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 
 #include <fmt/format.h>
 
+#include "base/TextHelpers.hpp"
+
 namespace quorvane::testing {
+
+namespace {
+
+constexpr size_t kMaxHeadBytes = 65536;
+
+// The body length a request head announces: 0 without a Content-Length, nothing
+// when the length cannot be trusted (not one plain number up to `limit`, given
+// twice, or beside a Transfer-Encoding, whose chunks this server does not read).
+std::optional<size_t> announcedLength(std::string_view head, size_t limit) {
+    std::optional<size_t> length;
+    size_t lineStart = head.find("\r\n");  // past the request line
+    while (lineStart != std::string_view::npos) {
+        lineStart += 2;
+        size_t lineEnd = head.find("\r\n", lineStart);
+        std::string_view line = head.substr(lineStart, lineEnd - lineStart);
+        lineStart = lineEnd;
+        size_t colon = line.find(':');
+        if (colon == std::string_view::npos) continue;
+        std::string name = Text::asciiLower(Text::trim(line.substr(0, colon)));
+        if (name == "transfer-encoding") return std::nullopt;
+        if (name != "content-length") continue;
+        if (length) return std::nullopt;
+        std::string_view value = Text::trim(line.substr(colon + 1));
+        size_t parsed = 0;
+        auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), parsed);
+        if (value.empty() || error != std::errc{} || end != value.data() + value.size() ||
+            parsed > limit) {
+            return std::nullopt;
+        }
+        length = parsed;
+    }
+    return length.value_or(0);
+}
+
+}  // namespace
 
 LoopbackHttpServer::LoopbackHttpServer() {
     listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -51,6 +92,28 @@ std::vector<std::string> LoopbackHttpServer::requests() const {
     return requests_;
 }
 
+std::vector<std::string> LoopbackHttpServer::bodies() const {
+    std::lock_guard lock(mutex_);
+    return bodies_;
+}
+
+LoopbackHttpServer::Read LoopbackHttpServer::readMore(int connection, std::string& into) const {
+    // Waiting on the stop pipe as well lets the destructor end a connection whose
+    // peer stopped sending halfway.
+    pollfd fds[2] = {{connection, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
+    int ready = 0;
+    do {
+        ready = ::poll(fds, 2, -1);
+    } while (ready < 0 && errno == EINTR);
+    if (ready < 0) return Read::closed;
+    if (fds[1].revents != 0) return Read::stopping;
+    char buffer[4096];
+    ssize_t n = ::read(connection, buffer, sizeof buffer);
+    if (n <= 0) return Read::closed;
+    into.append(buffer, static_cast<size_t>(n));
+    return Read::more;
+}
+
 void LoopbackHttpServer::serve() {
     while (true) {
         pollfd fds[2] = {{listener_, POLLIN, 0}, {stopPipe_[0], POLLIN, 0}};
@@ -58,22 +121,42 @@ void LoopbackHttpServer::serve() {
         if (fds[1].revents != 0) return;
         int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0) continue;
-        std::string head;
-        char buffer[4096];
-        while (head.find("\r\n\r\n") == std::string::npos && head.size() < 65536) {
-            ssize_t n = ::read(connection, buffer, sizeof buffer);
-            if (n <= 0) break;
-            head.append(buffer, static_cast<size_t>(n));
+        std::string received;
+        Read state = Read::more;
+        size_t headEnd = std::string::npos;
+        while ((headEnd = received.find("\r\n\r\n")) == std::string::npos && state == Read::more &&
+               received.size() < kMaxHeadBytes) {
+            state = readMore(connection, received);
+        }
+        std::string head =
+            headEnd == std::string::npos ? received : received.substr(0, headEnd + 2);
+        std::optional<size_t> length =
+            headEnd == std::string::npos ? 0 : announcedLength(head, kMaxBodyBytes);
+        std::string body;
+        if (length && *length > 0) {
+            body = received.substr(headEnd + 4);
+            while (state == Read::more && body.size() < *length) {
+                state = readMore(connection, body);
+            }
+            if (body.size() > *length) body.resize(*length);
+        }
+        if (state == Read::stopping) {
+            ::close(connection);
+            return;
         }
         std::string target;
         if (size_t space = head.find(' '); space != std::string::npos) {
             target = head.substr(space + 1, head.find(' ', space + 1) - space - 1);
         }
         Reply reply{404, {}, "{}", false};
+        if (!length) reply = Reply{400, {}, "{}", false};
         {
             std::lock_guard lock(mutex_);
-            requests_.push_back(head.substr(0, head.find("\r\n\r\n") + 2));
-            if (auto found = replies_.find(target); found != replies_.end()) reply = found->second;
+            requests_.push_back(head);
+            bodies_.push_back(length ? body : std::string());
+            if (auto found = replies_.find(target); length && found != replies_.end()) {
+                reply = found->second;
+            }
         }
         if (reply.silent) {
             pollfd stop{stopPipe_[0], POLLIN, 0};
@@ -92,7 +175,18 @@ void LoopbackHttpServer::serve() {
             if (n <= 0) break;
             sent += static_cast<size_t>(n);
         }
+        // A refused body may still be arriving; closing on unread bytes resets the
+        // connection, and the client would see that instead of the 400. Its end
+        // is awaited, as far as a body may reach.
+        if (!length) {
+            ::shutdown(connection, SHUT_WR);
+            for (std::string ignored;
+                 state == Read::more && ignored.size() < kMaxHeadBytes + kMaxBodyBytes;) {
+                state = readMore(connection, ignored);
+            }
+        }
         ::close(connection);
+        if (state == Read::stopping) return;
     }
 }
 

@@ -10,9 +10,13 @@ namespace quorvane::testing {
 
 // A real HTTP/1.1 server on 127.0.0.1 at a port of its own, one connection at a
 // time, each closed after its reply. It answers each path (with its query) with
-// the reply a test set, 404 otherwise, and records every request head it read.
+// the reply a test set, 404 otherwise, and records every request it read. A body
+// is read by its Content-Length; a length that is malformed, given twice, larger
+// than kMaxBodyBytes or beside a Transfer-Encoding is answered with a 400.
 class LoopbackHttpServer {
 public:
+    static constexpr size_t kMaxBodyBytes = size_t{8} << 20;
+
     struct Reply {
         int status = 200;
         std::vector<std::pair<std::string, std::string>> headers;
@@ -30,9 +34,16 @@ public:
     void set(const std::string& pathAndQuery, Reply reply);
     // Request heads, oldest first: request line and headers, CRLFs kept.
     std::vector<std::string> requests() const;
+    // Request bodies, in the order of requests(); empty for a request without one
+    // and for one refused with a 400.
+    std::vector<std::string> bodies() const;
 
 private:
+    enum class Read { more, closed, stopping };
+
     void serve();
+    // Appends what the peer sent next to `into`, or says why nothing will come.
+    Read readMore(int connection, std::string& into) const;
 
     int listener_ = -1;
     int stopPipe_[2] = {-1, -1};
@@ -40,6 +51,7 @@ private:
     mutable std::mutex mutex_;
     std::map<std::string, Reply> replies_;
     std::vector<std::string> requests_;
+    std::vector<std::string> bodies_;
     std::thread thread_;
 };
 
