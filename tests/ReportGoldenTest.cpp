@@ -98,9 +98,13 @@ protected:
 
     fs::path dataDir() const { return dir_ / "data"; }
 
-    // Runs the command line in this process, on the fixed clock; fails the test
-    // when the command does.
-    std::string run(std::vector<std::string> arguments) {
+    struct Outcome {
+        int status = 0;
+        std::string out, err;
+    };
+
+    // Runs the command line in this process, on the fixed clock.
+    Outcome runAny(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), "quorvane");
         arguments.push_back("--data-dir");
         arguments.push_back(dataDir().string());
@@ -109,9 +113,24 @@ protected:
         std::ostringstream out, err;
         int status =
             runCommandLine(static_cast<int>(argv.size()), argv.data(), out, err, shell_, clock_);
-        EXPECT_EQ(status, 0) << err.str();
-        EXPECT_EQ(err.str(), "");
-        return out.str();
+        return {status, out.str(), err.str()};
+    }
+
+    // The same, failing the test when the command fails or complains.
+    std::string run(std::vector<std::string> arguments) {
+        Outcome outcome = runAny(std::move(arguments));
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(outcome.err, "");
+        return outcome.out;
+    }
+
+    // The line of `text` that starts with `start`, or "" when none does.
+    static std::string lineStarting(const std::string& text, const std::string& start) {
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.starts_with(start)) return line;
+        }
+        return "";
     }
 
     // The temporary folder differs on every run; the golden files name it "/TMP".
@@ -193,6 +212,43 @@ TEST_F(ReportGoldenTest, FilesGoToTheDocumentsReportsFolderAndWeeklyCSVIsRefused
               fs::path(std::getenv("HOME")) / "Documents" / "QVNQuorvane" / "Reports");
     EXPECT_EQ(written.filename(), "daily-2026-03-11.csv");
     EXPECT_EQ(readFile(written), readFile(fs::path(QUORVANE_GOLDEN_DIR) / "daily.csv"));
+}
+
+TEST_F(ReportGoldenTest, APastDayShowsHowItsLastScanLeftEachRepository) {
+    std::string thatDay = run({"report", "daily"});
+
+    // The next morning the app's work is committed and pushed, and lagging catches up.
+    clock_.advance(24h);
+    TestRepo app(dir_ / "app");
+    app.commitAll("Finish the lexer", clock_.now());
+    app.git({"pull", "-q", "--rebase", "origin", "main"});
+    app.git({"push", "-q", "origin", "main"});
+    TestRepo lagging(dir_ / "lagging");
+    lagging.git({"checkout", "-q", "--", "README.md"});
+    lagging.git({"merge", "-q", "--ff-only", "origin/main"});
+    {
+        AppEnvironment env(dataDir(), clock_, shell_);
+        env.load();
+        env.scanNow();
+    }
+
+    std::string later = run({"report", "daily", "--date", "2026-03-11"});
+    for (const char* start : {"- Needs push:", "- Files: **", "- [ ] Push app", "- [ ] Commit app",
+                              "- Sync: 2 ahead", "- Status: needsCommit, needsPush"}) {
+        EXPECT_NE(lineStarting(thatDay, start), "") << start;
+        EXPECT_EQ(lineStarting(later, start), lineStarting(thatDay, start)) << later;
+    }
+    // The app's section reads as it did that evening.
+    size_t section = later.find("### app");
+    ASSERT_NE(section, std::string::npos) << later;
+    EXPECT_EQ(lineStarting(later.substr(section), "- Files:"),
+              "- Files: 1 modified, 1 staged, 0 untracked");
+
+    // Today is today: the app is clean and pushed.
+    std::string today = run({"report", "daily"});
+    EXPECT_EQ(lineStarting(today, "- Needs push:"),
+              "- Needs push: **0** · Needs commit: **1** · Behind: **0**")
+        << today;
 }
 
 }  // namespace

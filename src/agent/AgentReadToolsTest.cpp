@@ -305,8 +305,18 @@ TEST_F(AgentReadToolsTest, SummariesAndRankingCountTheDayAskedFor) {
     store().upsertCommits({commit("aaaaaaa1", "2026-11-25T09:30:00Z"),
                            commit("bbbbbbb2", "2026-11-25T08:00:00Z"),
                            commit("ccccccc3", "2026-11-24T16:00:00Z")});
-    DayActivity monday{"/work/app", "2026-11-23", 4, 3600, 0, true, {"main"}, {}};
-    DayActivity lastWeek{"/work/app", "2026-11-22", 9, 0, 0, true, {"main"}, {}};
+    auto day = [](const char* dateKey, int commits, int seconds) {
+        DayActivity record;
+        record.repoID = "/work/app";
+        record.dateKey = dateKey;
+        record.commitCount = commits;
+        record.estimatedSeconds = seconds;
+        record.pushed = true;
+        record.branchesTouched = {"main"};
+        return record;
+    };
+    DayActivity monday = day("2026-11-23", 4, 3600);
+    DayActivity lastWeek = day("2026-11-22", 9, 0);
     store().setDayActivity(monday);
     store().setDayActivity(lastWeek);
 

@@ -46,8 +46,13 @@ TodaySummary summary(const Store& store, const AppConfig& config, Date now, Date
 DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date now, Date day) {
     DailyReportInput input;
     std::string dateKey = DateHelpers::dateKey(day);
-    input.report =
-        Aggregator::dailyReport(day, summary(store, config, now, day, day), store.journal(dateKey));
+    TodaySummary daySummary = summary(store, config, now, day, day);
+    // Today's snapshots say how things stand now; another day is shown as it was left.
+    if (dateKey != DateHelpers::dateKey(now)) {
+        daySummary = Aggregator::asRecorded(std::move(daySummary), config.repositories,
+                                            store.dayActivities(dateKey));
+    }
+    input.report = Aggregator::dailyReport(day, daySummary, store.journal(dateKey));
     // The store's order, newest first; grouping keeps it within each repository.
     input.commitsByRepo =
         Aggregator::commitsByRepo(store.commits(std::nullopt), Aggregator::dayRange(day));

@@ -4,6 +4,7 @@
 #include <array>
 #include <climits>
 #include <ctime>
+#include <map>
 #include <set>
 #include <string_view>
 #include <unordered_map>
@@ -220,6 +221,10 @@ DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
     if (!snapshot.branch.empty()) branches.insert(snapshot.branch);
 
     day.filesTouched = snapshot.files.total();
+    day.branch = snapshot.branch;
+    day.files = snapshot.files;
+    day.ahead = snapshot.ahead;
+    day.behind = snapshot.behind;
     day.branchesTouched.assign(branches.begin(), branches.end());
     day.pushed = day.commitCount > 0 && snapshot.ahead == 0;
     for (RepoStatus status : statuses(snapshot, day.commitCount > 0 || hasSessions,
@@ -296,6 +301,57 @@ TodaySummary summary(Date start, Date end, const std::string& label,
         result.totalCommits += line.commitsToday;
     }
     return result;
+}
+
+TodaySummary asRecorded(TodaySummary summary, const std::vector<RepoConfig>& configs,
+                        const std::vector<DayActivity>& dayRecords) {
+    std::map<std::string, const DayActivity*> recordByRepo;
+    for (const DayActivity& record : dayRecords) recordByRepo[record.repoID] = &record;
+    auto has = [](const DayActivity& record, RepoStatus status) {
+        return std::ranges::find(record.statuses, enumName(status)) != record.statuses.end();
+    };
+
+    summary.needsPushCount = summary.needsCommitCount = summary.behindCount = 0;
+    summary.modifiedFiles = summary.stagedFiles = 0;
+    for (const RepoConfig& config : configs) {
+        auto found = recordByRepo.find(config.id);
+        if (!config.trackingEnabled || found == recordByRepo.end()) continue;
+        const DayActivity& record = *found->second;
+        // A record from before the counts were kept still has its labels.
+        if (!record.files) {
+            summary.needsPushCount += has(record, RepoStatus::needsPush) ? 1 : 0;
+            summary.needsCommitCount += has(record, RepoStatus::needsCommit) ? 1 : 0;
+            summary.behindCount += has(record, RepoStatus::behindRemote) ? 1 : 0;
+            continue;
+        }
+        summary.needsPushCount += record.ahead > 0 ? 1 : 0;
+        summary.needsCommitCount += record.files->total() > 0 ? 1 : 0;
+        summary.behindCount += record.behind > 0 ? 1 : 0;
+        summary.modifiedFiles += record.files->modified;
+        summary.stagedFiles += record.files->staged;
+    }
+
+    for (RepoTodayLine& line : summary.lines) {
+        auto found = recordByRepo.find(line.repoID);
+        line.files = {};
+        line.ahead = line.behind = 0;
+        if (found == recordByRepo.end()) {
+            line.statuses = {RepoStatus::activeToday};
+            continue;
+        }
+        const DayActivity& record = *found->second;
+        if (!record.branch.empty()) line.branch = record.branch;
+        line.files = record.files.value_or(GitFileCounts{});
+        line.ahead = record.ahead;
+        line.behind = record.behind;
+        line.statuses.clear();
+        for (const std::string& name : record.statuses) {
+            if (std::optional<RepoStatus> status = enumFromName<RepoStatus>(name)) {
+                line.statuses.push_back(*status);
+            }
+        }
+    }
+    return summary;
 }
 
 std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>& configs,

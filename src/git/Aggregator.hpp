@@ -71,6 +71,14 @@ TodaySummary summary(Date start, Date end, const std::string& label,
                      const std::vector<CommitRecord>& commits,
                      const std::vector<WorkSession>& sessions, Date now);
 
+// A past day's summary as that day's last scan left it: each line's branch, file
+// counts, sync counts and labels, and the counters, come from the day's records
+// rather than from today's snapshots, which `summary` read. A line with no record
+// of that day (its commits were read from history before it was tracked) keeps its
+// commits and time and shows no counts.
+TodaySummary asRecorded(TodaySummary summary, const std::vector<RepoConfig>& configs,
+                        const std::vector<DayActivity>& dayRecords);
+
 // The tracked repositories ranked by activity on the local day holding `day`, leaving
 // out those in cache, trash and dependency folders.
 std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>& configs,

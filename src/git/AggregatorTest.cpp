@@ -214,6 +214,45 @@ TEST(Aggregator, SummaryKeepsDirtyRepositoriesOnlyInTodaysWindow) {
     EXPECT_EQ(yesterday.needsCommitCount, 2) << "counters cover every tracked repository";
 }
 
+TEST(Aggregator, APastDayReadsItsOwnRecordsAndOlderRecordsByTheirLabels) {
+    const Date now = at("2026-11-21T15:00:00Z");
+    std::vector<RepoConfig> configs = {repo("kept"), repo("old"), repo("history"), repo("hidden")};
+    configs[3].trackingEnabled = false;
+    // Today everything is clean and in line with its remote.
+    std::vector<RepoSnapshot> snapshots = {snap("kept"), snap("old"), snap("history"),
+                                           snap("hidden")};
+    std::vector<CommitRecord> commits = {commit("kept", "2026-11-20T10:00:00Z"),
+                                         commit("old", "2026-11-20T11:00:00Z"),
+                                         commit("history", "2026-11-20T12:00:00Z")};
+    TodaySummary live = Aggregator::summary(at("2026-11-20T00:00:00Z"), at("2026-11-20T23:59:59Z"),
+                                            "2026-11-20", configs, snapshots, commits, {}, now);
+
+    DayActivity kept = day("kept", "2026-11-20", 1, 0, {"needsCommit", "needsPush", "activeToday"});
+    kept.branch = "feature";
+    kept.files = GitFileCounts{.modified = 2, .staged = 1};
+    kept.ahead = 3;
+    // Written before the counts were kept: its labels still count.
+    DayActivity old = day("old", "2026-11-20", 1, 0, {"behindRemote", "activeToday"});
+    DayActivity hidden = day("hidden", "2026-11-20", 0, 0, {"needsCommit", "needsPush"});
+    hidden.files = GitFileCounts{.modified = 9};
+    TodaySummary past = Aggregator::asRecorded(live, configs, {kept, old, hidden});
+
+    EXPECT_EQ(std::tuple(past.needsPushCount, past.needsCommitCount, past.behindCount,
+                         past.modifiedFiles, past.stagedFiles),
+              std::tuple(1, 1, 1, 2, 1));
+    EXPECT_EQ(past.totalCommits, 3);
+    ASSERT_EQ(names(past.lines), (std::vector<std::string>{"kept", "old", "history"}));
+    EXPECT_EQ(past.lines[0].branch, "feature");
+    EXPECT_EQ(past.lines[0].files, kept.files);
+    EXPECT_EQ(past.lines[0].ahead, 3);
+    EXPECT_EQ(past.lines[0].statuses, (std::vector{needsCommit, needsPush, activeToday}));
+    EXPECT_EQ(past.lines[1].statuses, (std::vector{behindRemote, activeToday}));
+    EXPECT_EQ(past.lines[1].files.total(), 0);
+    // Commits read from history before the repository was tracked: nothing recorded.
+    EXPECT_EQ(past.lines[2].statuses, std::vector{activeToday});
+    EXPECT_EQ(past.lines[2].branch, "main");
+}
+
 TEST(Aggregator, RankingPutsTheDaysWorkFirstUnlessByRecencyAlone) {
     const Date now = at("2026-11-21T15:00:00Z");
     const Date yesterday = at("2026-11-20T12:00:00Z");
@@ -297,9 +336,8 @@ TEST(Aggregator, WeekRunsMondayToSundayInLocalTime) {
 
 TEST(Aggregator, NamesSortByLetterWhateverTheirCaseOrAccentAndTiesKeepTheirOrder) {
     const Date now = at("2026-11-18T12:00:00Z");
-    std::vector<RepoConfig> configs = {repo("g", "gamma"), repo("a2", "Alpha"),
-                                       repo("e", "Émile"), repo("b", "Beta"),
-                                       repo("a1", "alpha")};
+    std::vector<RepoConfig> configs = {repo("g", "gamma"), repo("a2", "Alpha"), repo("e", "Émile"),
+                                       repo("b", "Beta"), repo("a1", "alpha")};
     std::vector<DayActivity> days;
     std::vector<RepoSnapshot> snapshots;
     for (const RepoConfig& config : configs) {

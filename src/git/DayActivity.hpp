@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "git/RepoSnapshot.hpp"
 #include "persistence/JsonCodec.hpp"
 
 namespace quorvane {
@@ -18,6 +20,13 @@ struct DayActivity {
     bool pushed = false;                       // there were commits and none is left unpushed
     std::vector<std::string> branchesTouched;  // sorted, without repeats
     std::vector<std::string> statuses;         // names of the repository's labels
+    // How the day's last scan left the repository, so that a past day's report shows
+    // that day rather than today. Records written before these were kept have no
+    // `files`, and read as zero counts.
+    std::string branch;
+    std::optional<GitFileCounts> files;
+    int ahead = 0;
+    int behind = 0;
 
     // The store key: one record per repository and day, "<repoID>@<dateKey>".
     std::string key() const { return repoID + "@" + dateKey; }
