@@ -1,0 +1,69 @@
+#include "reports/V2Report.hpp"
+
+#include <fmt/format.h>
+
+#include "base/EnumNames.hpp"
+
+namespace quorvane::V2Report {
+
+namespace {
+
+void repoSection(std::string& text, const V2RepoLine& line) {
+    text +=
+        fmt::format("### {} (`{}`)\n\n", line.name, line.branch.empty() ? "detached" : line.branch);
+    if (line.account && !line.account->empty())
+        text += fmt::format("- Account: {}\n", *line.account);
+    text += fmt::format("- Status: **{}** · Health: **{}**/100\n", enumName(line.syncStatus),
+                        line.health);
+    if (line.ahead > 0 || line.behind > 0) {
+        text += fmt::format("- Sync: {} ahead, {} behind\n", line.ahead, line.behind);
+    }
+    if (line.suggestedCommand && !line.suggestedCommand->empty()) {
+        text += fmt::format("- Suggested: `{}`\n", *line.suggestedCommand);
+    }
+    text += '\n';
+}
+
+}  // namespace
+
+std::string daily(const V2DailyReport& report) {
+    const TodaySummary& summary = report.base.summary;
+    const AlignmentSummary& alignment = report.alignment;
+    std::string text = fmt::format("# Daily Report — {}\n\n", report.base.dateKey);
+    text += "## Summary\n\n";
+    text += fmt::format("- Active projects: **{}**\n", summary.activeProjects);
+    text += fmt::format("- Commits today: **{}**\n", summary.totalCommits);
+    text += fmt::format("- Needs push: **{}** · Needs commit: **{}** · Behind: **{}**\n",
+                        summary.needsPushCount, summary.needsCommitCount, summary.behindCount);
+    text += fmt::format("- Files: **{}** modified · **{}** staged\n\n", summary.modifiedFiles,
+                        summary.stagedFiles);
+
+    text += "## GitHub Alignment\n\n";
+    text += fmt::format(
+        "- Mapped: **{}** · Remote only: **{}** · Local only: **{}** · Account issues: **{}**\n",
+        alignment.mappedCount, alignment.remoteOnlyCount, alignment.localOnlyCount,
+        alignment.accountIssueCount);
+    text += fmt::format("- Needs push: **{}** · Needs pull: **{}** · No upstream: **{}**\n",
+                        alignment.needsPush, alignment.needsPull, alignment.noUpstream);
+    text += fmt::format("- Commits today: **{}** pushed · **{}** local-only\n\n",
+                        alignment.pushedCommitsToday, alignment.localOnlyCommitsToday);
+
+    if (report.perRepo.empty()) {
+        text += "_No tracked repositories._\n\n";
+    } else {
+        text += "## Projects\n\n";
+        for (const V2RepoLine& line : report.perRepo) repoSection(text, line);
+    }
+
+    if (!report.base.pending.empty()) {
+        text += "## Pending\n\n";
+        for (const std::string& item : report.base.pending) text += fmt::format("- [ ] {}\n", item);
+        text += '\n';
+    }
+    if (report.aiSummary && !report.aiSummary->empty()) {
+        text += fmt::format("## AI Summary\n\n{}\n\n", *report.aiSummary);
+    }
+    return text;
+}
+
+}  // namespace quorvane::V2Report
