@@ -20,6 +20,7 @@
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
 
 namespace quorvane {
 namespace {
@@ -49,17 +50,10 @@ protected:
     // the token goes to secrets.json in the data folder, where the test can see it.
     ShellResult run(std::vector<std::string> arguments, std::optional<std::string> input = "",
                     std::vector<std::pair<std::string, std::string>> environment = {}) {
-        ProcessRequest request;
-        request.executable = QUORVANE_BINARY;
-        request.arguments = std::move(arguments);
-        request.arguments.push_back("--data-dir");
-        request.arguments.push_back(data_.string());
-        request.standardInput = std::move(input);
-        request.timeout = 120;
-        request.environment = std::move(environment);
-        request.environment.emplace_back("DBUS_SESSION_BUS_ADDRESS",
-                                         "unix:path=" + (dir_ / "no-bus").string());
-        request.unsetEnvironment = {"DISPLAY", "GITHUB_TOKEN", "GH_TOKEN"};
+        ProcessRequest request = testing::awayFromTheDesktop(data_, std::move(arguments),
+                                                             std::move(input), dir_ / "no-bus");
+        request.environment.insert(request.environment.end(), environment.begin(),
+                                   environment.end());
         ShellResult result = Shell().run(request);
         outputs_ += result.stdOut + result.stdErr;
         return result;

@@ -11,6 +11,7 @@
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
 
 namespace quorvane {
 namespace {
@@ -37,17 +38,8 @@ class AlignmentTest : public ::testing::Test {
 protected:
     ShellResult run(const std::filesystem::path& data, std::vector<std::string> arguments,
                     std::optional<std::string> input = "") {
-        ProcessRequest request;
-        request.executable = QUORVANE_BINARY;
-        request.arguments = std::move(arguments);
-        request.arguments.push_back("--data-dir");
-        request.arguments.push_back(data.string());
-        request.standardInput = std::move(input);
-        request.timeout = 120;
-        request.environment = {
-            {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (dir_ / "no-bus").string()}};
-        request.unsetEnvironment = {"DISPLAY", "GITHUB_TOKEN", "GH_TOKEN"};
-        return Shell().run(request);
+        return Shell().run(testing::awayFromTheDesktop(data, std::move(arguments), std::move(input),
+                                                       dir_ / "no-bus"));
     }
     Json json(const std::filesystem::path& data, std::vector<std::string> arguments) {
         arguments.push_back("--json");

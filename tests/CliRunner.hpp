@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,6 +23,27 @@ inline ShellResult runQuorvane(const std::filesystem::path& dataDir,
     request.arguments.push_back(dataDir.string());
     request.timeout = timeout;
     return Shell().run(request);
+}
+
+// The request that runs `quorvane` on `dataDir` with `input` on standard input, away
+// from the desktop: the session bus is `noBus`, a socket nobody listens on (so
+// secrets go to secrets.json in the data folder, where a test can look), and no
+// display or GitHub token comes from the test's own environment. Callers add to
+// its environment.
+inline ProcessRequest awayFromTheDesktop(const std::filesystem::path& dataDir,
+                                         std::vector<std::string> arguments,
+                                         std::optional<std::string> input,
+                                         const std::filesystem::path& noBus) {
+    ProcessRequest request;
+    request.executable = QUORVANE_BINARY;
+    request.arguments = std::move(arguments);
+    request.arguments.push_back("--data-dir");
+    request.arguments.push_back(dataDir.string());
+    request.standardInput = std::move(input);
+    request.timeout = 120;
+    request.environment = {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + noBus.string()}};
+    request.unsetEnvironment = {"DISPLAY", "GITHUB_TOKEN", "GH_TOKEN"};
+    return request;
 }
 
 // The user an unprivileged run takes when the tests run as root, who would

@@ -20,6 +20,7 @@
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/CliRunner.hpp"
 
 namespace quorvane {
 namespace {
@@ -167,17 +168,10 @@ protected:
     // The program with its output on a pipe, on a terminal type that could show
     // colour, so that only the pipe turns it off.
     ShellResult run(std::vector<std::string> arguments, std::optional<std::string> input = "") {
-        ProcessRequest request;
-        request.executable = QUORVANE_BINARY;
-        request.arguments = std::move(arguments);
-        request.arguments.push_back("--data-dir");
-        request.arguments.push_back(data_.string());
-        request.standardInput = std::move(input);
-        request.timeout = 120;
-        request.environment = {
-            {"TERM", "xterm-256color"},
-            {"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (dir_ / "no-bus").string()}};
-        request.unsetEnvironment = {"COLUMNS", "NO_COLOR", "DISPLAY", "GITHUB_TOKEN", "GH_TOKEN"};
+        ProcessRequest request = testing::awayFromTheDesktop(data_, std::move(arguments),
+                                                             std::move(input), dir_ / "no-bus");
+        request.environment.emplace_back("TERM", "xterm-256color");
+        request.unsetEnvironment.insert(request.unsetEnvironment.end(), {"COLUMNS", "NO_COLOR"});
         return Shell().run(request);
     }
 
