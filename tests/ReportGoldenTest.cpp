@@ -13,8 +13,10 @@
 #include "cli/CommandLine.hpp"
 #include "git/RepoDiscovery.hpp"
 #include "persistence/AtomicFile.hpp"
+#include "persistence/JsonCodec.hpp"
 #include "platform/Shell.hpp"
 #include "testing/FakeClock.hpp"
+#include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 
@@ -249,6 +251,51 @@ TEST_F(ReportGoldenTest, APastDayShowsHowItsLastScanLeftEachRepository) {
     EXPECT_EQ(lineStarting(today, "- Needs push:"),
               "- Needs push: **0** · Needs commit: **1** · Behind: **0**")
         << today;
+}
+
+TEST_F(ReportGoldenTest, TheExtendedReportWithAndWithoutTheAISummary) {
+    std::string plain = run({"report", "daily", "--extended", "--date", "2026-03-11"});
+    expectGolden("daily-extended.md", plain);
+
+    // Ollama's reply to a chat without streaming, as its API documents it.
+    testing::LoopbackHttpServer ollama;
+    const std::string summary =
+        "Parser work in app: two commits, with the lexer staged.\n"
+        "Push app and commit lagging before tomorrow.";
+    ollama.set("/api/chat", {200,
+                             {{"Content-Type", "application/json; charset=utf-8"}},
+                             Json{{"model", "llama3.1"},
+                                  {"created_at", "2026-03-11T10:35:01.123456Z"},
+                                  {"message", {{"role", "assistant"}, {"content", summary}}},
+                                  {"done_reason", "stop"},
+                                  {"done", true},
+                                  {"total_duration", 4883583458},
+                                  {"eval_count", 29}}
+                                 .dump(),
+                             false});
+    run({"config", "set", "ai.provider", "ollama"});
+    // A trailing slash on the address gives no "//" in the request.
+    run({"config", "set", "ai.ollamaBaseURL", ollama.base() + "/"});
+
+    std::string withAI = run({"report", "daily", "--extended", "--ai"});
+    expectGolden("daily-extended-ai.md", withAI);
+    ASSERT_EQ(ollama.requests().size(), 1u);
+    EXPECT_TRUE(ollama.requests()[0].starts_with("POST /api/chat HTTP/1.1\r\n"))
+        << ollama.requests()[0];
+    // What was sent is the day's prompt: names, statuses, counts, subjects, notes.
+    Json body = Json::parse(ollama.bodies().at(0));
+    expectGolden("daily-ai-prompt.txt", body["messages"][1]["content"].get<std::string>());
+
+    // A provider that fails leaves the report as it is without a summary.
+    ollama.set(
+        "/api/chat",
+        {404, {}, R"({"error":"model \"llama3.1\" not found, try pulling it first"})", false});
+    Outcome failed = runAny({"report", "daily", "--extended", "--ai"});
+    EXPECT_EQ(failed.status, 0);
+    EXPECT_EQ(failed.out, plain);
+    EXPECT_EQ(failed.err,
+              "Could not generate the AI summary. Check the provider and API key in Settings.\n"
+              "Ollama API 404\n");
 }
 
 }  // namespace

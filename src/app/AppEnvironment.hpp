@@ -155,6 +155,13 @@ public:
     // Deletes the account's own token, the account, its remote repositories, their
     // branches and links, and its entry in config.json. False when there is none.
     bool removeAccount(const std::string& accountID);
+    // The AI provider's API key, kept in the secret store under ai.keychainRef and
+    // nowhere else. Setting it is false, with the reason noted as a save problem,
+    // when the store refuses it; removing a missing key is no failure.
+    bool setAIKey(const std::string& key);
+    void removeAIKey();
+    // Which secret store holds the keys, for the person to know where they went.
+    std::string secretStoreDescription();
     // Whether GitHub's answer names the login the account knew; an account that knew
     // none yet matches any.
     static bool loginMatches(const std::string& expected, const std::string& resolved);

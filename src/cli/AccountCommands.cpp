@@ -9,10 +9,10 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
-#include "cli/CommandSupport.hpp"
-#include "cli/Style.hpp"
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "persistence/Store.hpp"
 #include "screens/AccountsViewModel.hpp"
 
@@ -68,7 +68,7 @@ private:
 // On a terminal the person is asked for it and it is not echoed. Nothing, with
 // the reason in `problem`, when there is no line or it is too long to be a token.
 std::optional<std::string> readTokenLine(const CommandContext& context, const std::string& prompt,
-                                         std::string& problem) {
+                                         const std::string& noun, std::string& problem) {
     // Read already, by the command that sent this one to the daemon.
     bool given = context.input.has_value();
     bool terminal = !given && ::isatty(STDIN_FILENO) == 1;
@@ -90,12 +90,12 @@ std::optional<std::string> readTokenLine(const CommandContext& context, const st
     if (terminal) context.err << "\n";
     line = line.substr(0, line.find('\n'));
     if (line.size() > kMaxTokenBytes) {
-        problem = "the first line of standard input is too long to be a token";
+        problem = "the " + noun + " on standard input is too long";
         return std::nullopt;
     }
     std::string token(Text::trim(line));
     if (token.empty()) {
-        problem = "no token on standard input: pipe it in, or type it when asked";
+        problem = "no " + noun + " on standard input: pipe it in, or type it when asked";
         return std::nullopt;
     }
     return token;
@@ -178,7 +178,12 @@ int finishCheck(const CommandContext& context, AppEnvironment& env,
 
 std::optional<std::string> readAccountToken(const CommandContext& context, const std::string& name,
                                             std::string& problem) {
-    return readTokenLine(context, fmt::format("GitHub token for {}: ", Text::trim(name)), problem);
+    return readTokenLine(context, fmt::format("GitHub token for {}: ", Text::trim(name)), "token",
+                         problem);
+}
+
+std::optional<std::string> readAIKey(const CommandContext& context, std::string& problem) {
+    return readTokenLine(context, "Anthropic API key: ", "API key", problem);
 }
 
 int accountsAdd(CommandContext& context, const AccountsAddOptions& options) {

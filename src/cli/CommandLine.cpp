@@ -149,12 +149,18 @@ private:
     size_t width_;
 };
 
+// Reads a secret from the person's terminal or standard input; nothing, with the
+// reason in `problem`, when there is none.
+using SecretReader =
+    std::function<std::optional<std::string>(const CommandContext&, std::string& problem)>;
+
 // Runs a command that changes the data folder in the daemon that holds it. What the
-// daemon cannot do for the person happens here first: a new account's token is
-// read from this terminal, and a journal entry is edited in this person's editor.
+// daemon cannot do for the person happens here first: a new account's token or the
+// AI key is read from this terminal, and a journal entry is edited in this person's
+// editor.
+
 int forward(ControlClient& daemon, CommandContext& context, std::vector<std::string> words,
-            const Commands::AccountsAddOptions* addOptions,
-            const Commands::JournalOptions* journalOptions) {
+            const SecretReader& readSecret, const Commands::JournalOptions* journalOptions) {
     ControlProtocol::Request request;
     std::error_code ec;
     request.workingDirectory = std::filesystem::current_path(ec).string();
@@ -166,15 +172,14 @@ int forward(ControlClient& daemon, CommandContext& context, std::vector<std::str
                        "resolve relative paths\n";
         return 1;
     }
-    if (addOptions != nullptr) {
+    if (readSecret) {
         std::string problem;
-        std::optional<std::string> token =
-            Commands::readAccountToken(context, addOptions->name, problem);
-        if (!token) {
+        std::optional<std::string> secret = readSecret(context, problem);
+        if (!secret) {
             context.err << "quorvane: " << problem << "\n";
             return 1;
         }
-        request.input = *token + "\n";
+        request.input = *secret + "\n";
     }
     if (journalOptions != nullptr && journalOptions->edit) {
         std::optional<Commands::JournalOptions> edited =
@@ -663,7 +668,15 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "QVNQuorvane/Reports in your documents folder (XDG_DOCUMENTS_DIR, by default\n"
         "~/Documents), and --out writes any format to a folder of your choice. The path\n"
         "of a written file is printed. A weekly report comes as md or json: CSV is a\n"
-        "day's table of projects. It reads what scans recorded and never scans itself.");
+        "day's table of projects. It reads what scans recorded and never scans itself;\n"
+        "a past day shows how that day's last scan left each repository.\n"
+        "'daily --extended' shows instead how each repository stands against GitHub\n"
+        "(sync status, health, the safe command that aligns it) and a table of activity\n"
+        "over the day, 30 days and all time. --ai adds a summary written by the provider\n"
+        "set in ai.provider: Anthropic, with the key that 'quorvane config set-secret ai'\n"
+        "stored, or an Ollama server. Only repository names, statuses, file counts,\n"
+        "commit subjects and your journal notes are sent, never code or diffs. When no\n"
+        "summary can be written the report comes without it and stderr says why.");
     report->add_option("PERIOD", reportPeriod, "daily or weekly")
         ->required()
         ->check(CLI::IsMember({"daily", "weekly"}));
@@ -675,6 +688,11 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         ->check(CLI::IsMember({"md", "json", "csv"}));
     report->add_option("--out", reportOut, "Write the file into DIR; - prints it instead")
         ->type_name("DIR|-");
+    bool reportExtended = false, reportAI = false;
+    CLI::Option* extendedFlag = report->add_flag(
+        "--extended", reportExtended, "daily only: with GitHub alignment and activity (md only)");
+    report->add_flag("--ai", reportAI, "With --extended: add the AI provider's summary")
+        ->needs(extendedFlag);
     report->callback([&] {
         Commands::ReportOptions options;
         options.period = reportPeriod == "weekly" ? Commands::ReportOptions::Period::weekly
@@ -688,6 +706,12 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
                                        "a weekly report is written as md or json; csv is for "
                                        "'quorvane report daily'");
         }
+        if (reportExtended && (options.period != Commands::ReportOptions::Period::daily ||
+                               options.format != Commands::ReportOptions::Format::markdown)) {
+            throw CLI::ValidationError("--extended", "the extended report is a daily report in md");
+        }
+        options.extended = reportExtended;
+        options.ai = reportAI;
         if (reportDate) options.day = DateHelpers::parseDateKey(*reportDate);
         if (reportOut && *reportOut == "-") {
             options.toStandardOutput = true;
@@ -953,6 +977,28 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     configSet->callback([&] {
         action = [&](CommandContext& c) { return Commands::configSet(c, configKey, configValue); };
     });
+    std::string secretName;
+    bool secretRemove = false;
+    CLI::App* configSetSecret = configCommand->add_subcommand(
+        "set-secret",
+        "Keep a secret in the secret store, read from standard input\n"
+        "'ai' is the Anthropic API key that AI summaries use (ai.provider anthropic). On\n"
+        "a terminal you are asked for it and it is not shown; otherwise the first line\n"
+        "of standard input is taken, as in\n"
+        "  secret-tool lookup ... | quorvane config set-secret ai\n"
+        "It is never taken from the command line, where other users and your shell's\n"
+        "history could read it. It goes to the desktop's Secret Service, or to\n"
+        "secrets.json (mode 0600) in the data folder when none answers, under the name\n"
+        "in ai.keychainRef; config.json never holds it.");
+    configSetSecret->add_option("NAME", secretName, "ai: the Anthropic API key")
+        ->required()
+        ->check(CLI::IsMember({"ai"}));
+    configSetSecret->add_flag("--remove", secretRemove, "Delete the stored secret instead");
+    configSetSecret->callback([&] {
+        action = [&](CommandContext& c) {
+            return Commands::configSetSecret(c, secretName, secretRemove);
+        };
+    });
     // After the commands are made, so that list and get do not inherit it.
     const std::string configFooter = Commands::configKeysHelp() + R"(
 Examples:
@@ -1051,8 +1097,8 @@ Examples:
                                         journalOptions.tomorrow || journalOptions.edit);
     for (const CLI::App* command :
          {reposAdd, reposRemove, foldersAdd, foldersRemove, scan, sync, dismiss, accountsAdd,
-          accountsImport, accountsCheck, accountsRemove, configSet, proposalsApproveCommand,
-          proposalsRejectCommand}) {
+          accountsImport, accountsCheck, accountsRemove, configSet, configSetSecret,
+          proposalsApproveCommand, proposalsRejectCommand}) {
         writes = writes || command->parsed();
     }
     if (how.service != nullptr) {
@@ -1093,7 +1139,16 @@ Examples:
     context.columns = style.columns;
     if (writes) {
         if (std::optional<ControlClient> running = ControlClient::connect(dir, err)) {
-            return forward(*running, context, words, accountsAdd->parsed() ? &addOptions : nullptr,
+            // A secret is read here, from the person's terminal, and sent with the command.
+            SecretReader readSecret;
+            if (accountsAdd->parsed()) {
+                readSecret = [&](const CommandContext& c, std::string& problem) {
+                    return Commands::readAccountToken(c, addOptions.name, problem);
+                };
+            } else if (configSetSecret->parsed() && !secretRemove) {
+                readSecret = Commands::readAIKey;
+            }
+            return forward(*running, context, words, readSecret,
                            journal->parsed() ? &journalOptions : nullptr);
         }
     }

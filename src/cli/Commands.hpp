@@ -119,6 +119,10 @@ struct ReportOptions {
     std::optional<Date> day;  // the day, or any day of the week; today when absent
     std::optional<std::filesystem::path> outDir;
     bool toStandardOutput = false;  // "--out -": any format printed, no file
+    // The daily report with GitHub alignment and the activity table, in Markdown;
+    // with `ai`, also the AI summary of the configured provider.
+    bool extended = false;
+    bool ai = false;
 };
 int report(CommandContext& context, const ReportOptions& options);
 
@@ -178,6 +182,12 @@ int manualPage(std::ostream& out, const CommandReference& commands);
 int configList(CommandContext& context, bool json);
 int configGet(CommandContext& context, const std::string& key, bool json);
 int configSet(CommandContext& context, const std::string& key, const std::string& value);
+// Keeps the secret `name` ("ai": the Anthropic API key) in the secret store: the
+// first line of standard input, asked for without echo on a terminal. With
+// `remove`, deletes it instead.
+int configSetSecret(CommandContext& context, const std::string& name, bool remove);
+// The API key for `config set-secret ai`, read as `readAccountToken` reads a token.
+std::optional<std::string> readAIKey(const CommandContext& context, std::string& problem);
 // The keys and what each takes, for the help of `quorvane config`.
 std::string configKeysHelp();
 

@@ -128,4 +128,46 @@ int configSet(CommandContext& context, const std::string& name, const std::strin
     return 0;
 }
 
+int configSetSecret(CommandContext& context, const std::string& name, bool remove) {
+    if (name != "ai") {
+        context.err << fmt::format("quorvane: there is no secret called {}; the one kept is ai\n",
+                                   name);
+        return 2;
+    }
+    // Read before the data folder is taken: a person typing at the prompt must not
+    // hold up the daemon or another command.
+    std::string key;
+    if (!remove) {
+        std::string problem;
+        std::optional<std::string> read = readAIKey(context, problem);
+        if (!read) {
+            context.err << fmt::format("quorvane: {}; nothing was stored\n", problem);
+            return 1;
+        }
+        key = std::move(*read);
+    }
+    std::optional<WriterAccess> access = WriterAccess::open(context);
+    if (!access) return 1;
+    AppEnvironment& env = access->env();
+    env.adoptConfigEdits();
+    const AIPrefs& prefs = env.config().ai;
+    if (remove) {
+        env.removeAIKey();
+        context.out << fmt::format("Removed the API key stored as {} from {}.\n", prefs.keychainRef,
+                                   env.secretStoreDescription());
+        return 0;
+    }
+    if (!env.setAIKey(key)) {
+        context.err << fmt::format("quorvane: the API key was not stored: {}\n", env.saveProblem());
+        return 1;
+    }
+    context.out << fmt::format("Stored the API key as {} in {}.\n", prefs.keychainRef,
+                               env.secretStoreDescription());
+    if (prefs.provider != AIPrefs::Provider::anthropic) {
+        context.out << "AI summaries use it once Anthropic writes them: quorvane config set "
+                       "ai.provider anthropic\n";
+    }
+    return 0;
+}
+
 }  // namespace quorvane::Commands

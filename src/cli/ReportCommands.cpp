@@ -4,13 +4,17 @@
 
 #include <fmt/format.h>
 
+#include "app/ExtendedReportQueries.hpp"
+#include "app/Queries.hpp"
+#include "base/QuorvaneError.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Commands.hpp"
-#include "app/Queries.hpp"
 #include "persistence/JsonCodec.hpp"
+#include "persistence/KeychainStore.hpp"
 #include "persistence/Store.hpp"
 #include "reports/MarkdownReport.hpp"
 #include "reports/ReportExport.hpp"
+#include "screens/ReportsViewModel.hpp"
 
 namespace quorvane::Commands {
 
@@ -67,6 +71,68 @@ int daily(CommandContext& context, const ReportOptions& options, const AppConfig
     return 0;
 }
 
+// The activity table beside the extended report: the report's day, the 30 days up to
+// it and all time up to it. Today's rows carry the names the other views give them.
+std::string activityTable(const Store& store, const AppConfig& config, Date now, Date day) {
+    bool today = DateHelpers::dateKey(day) == DateHelpers::dateKey(now);
+    Date end = today ? now : Aggregator::dayRange(day).end;
+    std::string dateKey = DateHelpers::dateKey(day);
+    std::vector<ActivityInsights> periods;
+    for (InsightsPeriod period :
+         {InsightsPeriod::today, InsightsPeriod::month, InsightsPeriod::allTime}) {
+        ActivityInsights row = Queries::insights(store, config, end, period);
+        if (!today) {
+            row.label = period == InsightsPeriod::today   ? dateKey
+                        : period == InsightsPeriod::month ? "30 days to " + dateKey
+                                                          : "All time to " + dateKey;
+        }
+        periods.push_back(std::move(row));
+    }
+    return ReportsViewModel::insightsMarkdown(periods);
+}
+
+// The AI summary of the report's day, or nothing with the reason on stderr. The
+// report is whole without it.
+std::optional<std::string> aiSummary(CommandContext& context, const AppConfig& config,
+                                     const Store& store, const DailyReport& report) {
+    KeychainStore keychain(KeychainStore::kService,
+                           KeychainStore::chooseBackend(context.dataDir, context.clock));
+    CurlTransport transport;
+    std::unique_ptr<AIProvider> provider =
+        AISummaryService::provider(config.ai, keychain, transport);
+    if (!provider) {
+        context.err << AISummaryService::kFailureMessage << "\n"
+                    << (config.ai.provider == AIPrefs::Provider::disabled
+                            ? "No AI provider is chosen: quorvane config set ai.provider "
+                              "anthropic (or ollama).\n"
+                            : "No Anthropic API key is stored: quorvane config set-secret ai.\n");
+        return std::nullopt;
+    }
+    if (context.progress) context.err << "Writing the AI summary…\n" << std::flush;
+    try {
+        return Queries::generateAISummary(store, report, config.ai, *provider);
+    } catch (const QuorvaneError& error) {
+        context.err << AISummaryService::kFailureMessage << "\n" << error.what() << "\n";
+        return std::nullopt;
+    }
+}
+
+int extendedDaily(CommandContext& context, const ReportOptions& options, const AppConfig& config,
+                  const Store& store, Date now) {
+    Date day = options.day.value_or(now);
+    V2DailyReport report = Queries::v2DailyReport(store, config, now, day);
+    if (options.ai) report.aiSummary = aiSummary(context, config, store, report.base);
+    std::string text = V2Report::daily(report) + activityTable(store, config, now, day);
+    if (options.toStandardOutput || !options.outDir) {
+        context.out << text;
+        return 0;
+    }
+    fs::path written = ReportExport::saveText(
+        *options.outDir, "daily-" + report.base.dateKey + "-extended.md", text);
+    context.out << written.string() << '\n';
+    return 0;
+}
+
 int weekly(CommandContext& context, const ReportOptions& options, const AppConfig& config,
            const Store& store, Date now) {
     WeeklySummary summary = Queries::weeklySummary(store, config, options.day.value_or(now));
@@ -108,6 +174,7 @@ int report(CommandContext& context, const ReportOptions& options) {
     store.load();
     Date now = context.clock.now();
     try {
+        if (options.extended) return extendedDaily(context, options, config, store, now);
         return options.period == Period::daily ? daily(context, options, config, store, now)
                                                : weekly(context, options, config, store, now);
     } catch (const ReportExport::ReportExportError& error) {

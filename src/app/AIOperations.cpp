@@ -1,0 +1,23 @@
+// The AI provider's key: the one secret of the AI summaries, set by the person.
+#include "app/AppEnvironment.hpp"
+#include "persistence/KeychainStore.hpp"
+
+namespace quorvane {
+
+bool AppEnvironment::setAIKey(const std::string& key) {
+    std::string entry = config().ai.keychainRef;
+    if (keychain().set(key, entry)) return true;
+    noteSaveProblem("the secret store (" + keychain().backendDescription() +
+                    ") did not take the API key");
+    return false;
+}
+
+void AppEnvironment::removeAIKey() {
+    keychain().remove(config().ai.keychainRef);
+}
+
+std::string AppEnvironment::secretStoreDescription() {
+    return keychain().backendDescription();
+}
+
+}  // namespace quorvane
