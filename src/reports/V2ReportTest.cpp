@@ -3,13 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "screens/ReportsViewModel.hpp"
-
 namespace quorvane {
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 V2RepoLine line(const std::string& name, SyncState::Status status) {
     V2RepoLine result;
@@ -70,19 +67,6 @@ TEST(V2ReportTest, AnEmptyDayKeepsTheAlignmentBlockAndAnEmptySummaryHasNoHeading
     EXPECT_EQ(V2Report::daily(report), expected +
                                            "## Pending\n\n- [ ] Push api (2 commits)\n\n"
                                            "## AI Summary\n\nShipped the parser.\n\n");
-}
-
-TEST(V2ReportTest, TheActivityTableHasOneRowPerPeriodInTheGivenOrder) {
-    ActivityInsights today{"Today", 2, 1, 1, 5, 3, 2, 3900};
-    ActivityInsights month{"Last 30 days", 9, 7, 2, 120, 14, 6, 59};
-    EXPECT_EQ(ReportsViewModel::insightsMarkdown({today, month}),
-              "## Quick activity overview\n\n"
-              "| Period | Projects | On GitHub | Local only | Commits | Branches | Not on remote "
-              "| Time |\n"
-              "| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: |\n"
-              "| Today | 2 | 1 | 1 | 5 | 3 | 2 | 1h 5m |\n"
-              "| Last 30 days | 9 | 7 | 2 | 120 | 14 | 6 | 0m |\n");
-    EXPECT_THAT(ReportsViewModel::insightsMarkdown({}), Not(HasSubstr("| Today")));
 }
 
 }  // namespace
