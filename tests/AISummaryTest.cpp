@@ -85,16 +85,18 @@ TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) 
     ShellResult stored = run({"config", "set-secret", "ai"}, std::string(kKey) + "\n");
     ASSERT_EQ(stored.exitCode, 0) << stored.stdErr;
     EXPECT_THAT(stored.stdOut, HasSubstr("Stored the API key as com.qvn.quorvane.ai.key in"));
-    anthropic_.set("/v1/messages", {200,
-                                    {{"Content-Type", "application/json"}},
-                                    messageReply("Billing: settings added, ", "README written."),
-                                    false});
+    anthropic_.set("/v1/messages",
+                   {200,
+                    {{"Content-Type", "application/json"}},
+                    // A reply that would retitle the terminal.
+                    messageReply("Billing: settings added, ", "README written.\x1b]0;owned\x07"),
+                    false});
 
     ShellResult report = run({"report", "daily", "--extended", "--ai"});
     ASSERT_EQ(report.exitCode, 0) << report.stdErr;
     EXPECT_EQ(report.stdErr, "");
     EXPECT_THAT(report.stdOut,
-                HasSubstr("## AI Summary\n\nBilling: settings added, README written.\n\n"));
+                HasSubstr("## AI Summary\n\nBilling: settings added, README written.]0;owned\n\n"));
 
     ASSERT_EQ(anthropic_.requests().size(), 1u);
     const std::string head = anthropic_.requests()[0];
