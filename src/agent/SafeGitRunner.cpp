@@ -58,10 +58,11 @@ std::vector<std::string> SafeGitRunner::arguments(const SafeGitAction& action,
     std::visit(
         Overloaded{
             [&](const SafeGitAction::Push&) {
-                args.insert(args.end(), {"push", "origin", namedBranch(action).value_or("HEAD")});
+                args.insert(args.end(), {"push", "--end-of-options", "origin",
+                                         namedBranch(action).value_or("HEAD")});
             },
             [&](const SafeGitAction::SetUpstreamPush& push) {
-                args.insert(args.end(), {"push", "-u", "origin", push.branch});
+                args.insert(args.end(), {"push", "-u", "--end-of-options", "origin", push.branch});
             },
             [&](const SafeGitAction::Fetch&) {
                 args.insert(args.end(), {"fetch", "--prune"});

@@ -39,10 +39,10 @@ FakeProcessRunner answering(ShellResult result) {
 
 TEST(SafeGitRunnerTest, BuildsFixedCommandLinesThatTheDangerCheckPasses) {
     const std::vector<std::pair<SafeGitAction, std::string>> cases = {
-        {SafeGitAction::push("main"), "push origin main"},
-        {SafeGitAction::push(), "push origin HEAD"},
-        {SafeGitAction::push(""), "push origin HEAD"},
-        {SafeGitAction::setUpstreamPush("topic"), "push -u origin topic"},
+        {SafeGitAction::push("main"), "push --end-of-options origin main"},
+        {SafeGitAction::push(), "push --end-of-options origin HEAD"},
+        {SafeGitAction::push(""), "push --end-of-options origin HEAD"},
+        {SafeGitAction::setUpstreamPush("topic"), "push -u --end-of-options origin topic"},
         {SafeGitAction::fetch(), "fetch --prune"},
         {SafeGitAction::pullFFOnly(), "pull --ff-only"}};
     std::string labels;
@@ -85,10 +85,12 @@ TEST(SafeGitRunnerTest, RefusalsComeInOrderAndNeverStartAProcess) {
 
     const std::string repo = fakeRepo(dir, "repo");
     EXPECT_EQ(refusal(SafeGitAction::setUpstreamPush("terraform"), repo),
-              "dangerous_blocked: refusing unsafe git invocation: push -u origin terraform");
+              "dangerous_blocked: refusing unsafe git invocation: push -u --end-of-options origin "
+              "terraform");
     // A leading "+" is already a forced refspec to the command check, which runs first.
-    EXPECT_EQ(refusal(SafeGitAction::push("+main"), repo),
-              "dangerous_blocked: refusing unsafe git invocation: push origin +main");
+    EXPECT_EQ(
+        refusal(SafeGitAction::push("+main"), repo),
+        "dangerous_blocked: refusing unsafe git invocation: push --end-of-options origin +main");
     for (const char* branch : {"-x", "a:b", "a..b", "a b"}) {
         const std::string expected =
             std::string("dangerous_blocked: unsafe branch name: ") + branch;
@@ -110,7 +112,8 @@ TEST(SafeGitRunnerTest, RunsGitAsThePersonWouldAndReportsWhatItPrinted) {
                                               {"stderr", "To https://github.com/a/b\n"}}));
     const ProcessRequest request = ok.requests().at(0);
     EXPECT_EQ(request.executable, "/usr/bin/git");
-    EXPECT_EQ(request.arguments, (Args{"-C", repo, "push", "origin", "feature/clean"}));
+    EXPECT_EQ(request.arguments,
+              (Args{"-C", repo, "push", "--end-of-options", "origin", "feature/clean"}));
     EXPECT_EQ(request.timeout, 120);
     EXPECT_THAT(request.environment, Contains(Pair("GIT_TERMINAL_PROMPT", "0")));
     // The person's own helpers and transports stay: none of the read-only overrides.
@@ -143,9 +146,11 @@ TEST(SafeGitRunnerTest, RunsGitAsThePersonWouldAndReportsWhatItPrinted) {
 bool passesIndependentRule(const Args& args, const std::string& path) {
     if (args.size() < 5 || args[0] != "-C" || args[1] != path || args[2] != "push") return false;
     for (size_t i = 3; i < args.size(); ++i) {
-        const bool fixedUpstreamFlag = i == 3 && args[i] == "-u";
-        if ((args[i].starts_with('-') || args[i].starts_with('+')) && !fixedUpstreamFlag)
-            return false;
+        // The fixed flags: "-u" first, and the end of options just before the remote.
+        const bool fixedFlag =
+            (i == 3 && args[i] == "-u") ||
+            (args[i] == "--end-of-options" && i + 2 == args.size() - 1 && args[i + 1] == "origin");
+        if ((args[i].starts_with('-') || args[i].starts_with('+')) && !fixedFlag) return false;
     }
     const std::string& branch = args.back();
     for (const char* banned : {":", "..", " "}) {

@@ -42,6 +42,19 @@ std::optional<std::string> unlessEmpty(const std::string& text) {
     return text.empty() ? std::nullopt : std::optional<std::string>(text);
 }
 
+constexpr std::string_view kLocalBranchPrefix = "refs/heads/";
+
+// A ref as people write it: "origin/main" for a remote-tracking branch, "main" for
+// a local one, anything else in full.
+std::string shortRefName(std::string_view ref) {
+    for (std::string_view prefix : {std::string_view("refs/remotes/"), kLocalBranchPrefix}) {
+        if (ref.starts_with(prefix) && ref.size() > prefix.size()) {
+            return std::string(ref.substr(prefix.size()));
+        }
+    }
+    return std::string(ref);
+}
+
 RepoSnapshot failureSnapshot(std::string repoID, Date now, std::string error) {
     RepoSnapshot snapshot;
     snapshot.id = newUUID();
@@ -362,7 +375,10 @@ std::vector<CommitRecord> GitScanner::logCommits(const std::string& path,
     std::string branchName = branch.value_or("");
     std::vector<std::string> arguments = {"log", "-z", "--since=" + sinceArg,
                                           GitParsing::kCommitFormat};
-    if (!branchName.empty()) arguments.push_back(branchName);
+    if (!branchName.empty()) {
+        arguments.emplace_back("--end-of-options");
+        arguments.push_back(branchName);
+    }
     ShellResult log = git(path, arguments, 30);
     if (!log.succeeded()) return {};
 
@@ -400,9 +416,12 @@ std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
 }
 
 std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) const {
+    // Full ref names only: a repository chooses its branch and upstream names, and a
+    // short name such as "--output=FILE" would read as an option to the rev-list
+    // below, where "refs/..." never can.
     ShellResult listing = git(path,
                               {"for-each-ref",
-                               "--format=%(refname:short)%00%(upstream:short)%00%(objectname)%00%("
+                               "--format=%(refname)%00%(upstream)%00%(objectname)%00%("
                                "committerdate:iso-strict)",
                                "refs/heads"},
                               20);
@@ -419,15 +438,23 @@ std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) 
             if (end == std::string_view::npos) break;
             start = end + 1;
         }
-        if (fields.size() != 4) continue;
+        if (fields.size() != 4 || !fields[0].starts_with(kLocalBranchPrefix)) continue;
 
+        // An upstream that is not a ref (a merge setting of "." taken literally) names
+        // nothing git could count against.
         const std::string& upstream = fields[1];
-        LocalBranchInfo info{
-            fields[0], unlessEmpty(upstream),  0,
-            0,         unlessEmpty(fields[2]), GitParsing::parseISODate(fields[3])};
-        if (!upstream.empty()) {
-            ShellResult counts = git(
-                path, {"rev-list", "--left-right", "--count", upstream + "..." + info.name}, 15);
+        bool countable = upstream.starts_with("refs/");
+        LocalBranchInfo info{fields[0].substr(kLocalBranchPrefix.size()),
+                             countable ? std::optional(shortRefName(upstream)) : std::nullopt,
+                             0,
+                             0,
+                             unlessEmpty(fields[2]),
+                             GitParsing::parseISODate(fields[3])};
+        if (countable) {
+            ShellResult counts = git(path,
+                                     {"rev-list", "--left-right", "--count", "--end-of-options",
+                                      upstream + "..." + fields[0]},
+                                     15);
             if (counts.succeeded()) {
                 GitParsing::AheadBehind standing = GitParsing::aheadBehind(counts.stdOut);
                 info.ahead = standing.ahead;

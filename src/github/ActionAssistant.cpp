@@ -4,12 +4,17 @@
 
 #include <fmt/format.h>
 
+#include "github/GitCommandHints.hpp"
+
 namespace quorvane::ActionAssistant {
 
 std::optional<ActionSuggestion> suggestion(const SyncState& state, std::string_view branch,
                                            std::string_view defaultBranch, std::string_view cwd) {
     using Status = SyncState::Status;
-    std::string_view working = branch.empty() ? defaultBranch : branch;
+    // Branch names come from the repository and GitHub, and the command is pasted
+    // into a shell as it is.
+    std::string working = GitCommandHints::branchWord(branch.empty() ? defaultBranch : branch);
+    if (branch.empty() && defaultBranch.empty()) working.clear();
     ActionSuggestion result;
     result.cwd = std::string(cwd);
     switch (state.status) {

@@ -46,6 +46,18 @@ TEST(ActionAssistant, SuggestsOneSafeCommandPerFixableStatus) {
               "Push local commits | git push origin  | git push origin ; /code/app");
     EXPECT_EQ(suggest(Status::remoteOnly, "feat", ""),
               "Clone repository | git clone <remote-url> | git clone <remote-url>; /code/app");
+
+    // A name git would take for an option or a forced push is written in full, and one
+    // a shell would act on is quoted.
+    EXPECT_EQ(suggest(Status::needsPush, "--output=x"),
+              "Push local commits | git push origin refs/heads/--output=x | git push origin "
+              "refs/heads/--output=x; /code/app");
+    EXPECT_EQ(suggest(Status::needsPull, "+main"),
+              "Pull remote changes | git pull --rebase origin refs/heads/+main | git status; git "
+              "pull --rebase origin refs/heads/+main; /code/app");
+    EXPECT_EQ(suggest(Status::noUpstream, "a;rm$(x)"),
+              "Publish branch | git push -u origin 'a;rm$(x)' | git push -u origin 'a;rm$(x)'; "
+              "/code/app");
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "github/GitCommandHints.hpp"
 
+#include <algorithm>
+#include <cctype>
+
 #include <fmt/format.h>
 
 namespace quorvane::GitCommandHints {
@@ -15,6 +18,17 @@ std::string shellQuoted(std::string_view text) {
     }
     quoted += '\'';
     return quoted;
+}
+
+std::string branchWord(std::string_view branch) {
+    std::string name(branch);
+    if (name.starts_with('-') || name.starts_with('+')) name = "refs/heads/" + name;
+    auto plain = [](unsigned char c) {
+        return std::isalnum(c) || c == '/' || c == '.' || c == '_' || c == '-' || c == '@' ||
+               c == '=' || c == ',' || c == '+';
+    };
+    if (std::all_of(name.begin(), name.end(), plain)) return name;
+    return shellQuoted(name);
 }
 
 std::string publishToGitHub(std::string_view path, std::string_view name,

@@ -17,4 +17,10 @@ std::string publishToGitHub(std::string_view path, std::string_view name,
 // inside written as '\'' (close, escaped mark, reopen).
 std::string shellQuoted(std::string_view text);
 
+// A branch as one word of a git command line the person pastes: as it is when it
+// is plain, in full ("refs/heads/-x") when git would read its first character as
+// an option or a forced push, and quoted for the shell when it holds anything a
+// shell acts on.
+std::string branchWord(std::string_view branch);
+
 }  // namespace quorvane::GitCommandHints
