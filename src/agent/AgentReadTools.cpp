@@ -12,6 +12,7 @@
 #include "agent/AgentToolSupport.hpp"
 #include "base/EnumNames.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/RemoteURL.hpp"
 #include "base/TextHelpers.hpp"
 #include "git/Aggregator.hpp"
 #include "git/GitCommand.hpp"
@@ -575,7 +576,8 @@ std::vector<GitRemote> parseRemotes(std::string_view listing) {
         size_t open = line.rfind(" (");
         if (tab == std::string_view::npos || open == std::string_view::npos || open < tab) continue;
         std::string name(line.substr(0, tab));
-        std::string url(line.substr(tab + 1, open - tab - 1));
+        // An address may carry a token: the agent gets it without.
+        std::string url = RemoteURL::withoutCredentials(line.substr(tab + 1, open - tab - 1));
         std::string_view kind = line.substr(open);
         auto it = std::find_if(remotes.begin(), remotes.end(),
                                [&](const GitRemote& remote) { return remote.name == name; });

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "base/PathHelpers.hpp"
+#include "base/RemoteURL.hpp"
 #include "base/TextHelpers.hpp"
 #include "base/Uuid.hpp"
 #include "git/GitCommand.hpp"
@@ -132,7 +133,7 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
 
     ShellResult remote = git(path, {"remote", "get-url", "origin"}, 15);
     if (remote.succeeded() && !Text::trim(remote.stdOut).empty()) {
-        snapshot.remoteURL = std::string(Text::trim(remote.stdOut));
+        snapshot.remoteURL = RemoteURL::withoutCredentials(Text::trim(remote.stdOut));
     }
 
     snapshot.hasUpstream =
@@ -221,6 +222,7 @@ RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
         std::optional<std::string> localConfig = listing->localConfigFile(path);
         if (localConfig) memo.commonDir = fs::path(*localConfig).parent_path().string();
         memo.remoteURL = listing->originURL();
+        if (memo.remoteURL) memo.remoteURL = RemoteURL::withoutCredentials(*memo.remoteURL);
         bool hasOriginURL = std::any_of(listing->entries.begin(), listing->entries.end(),
                                         [](const auto& e) { return e.key == "remote.origin.url"; });
         // A remote can also be named by a file of the older layouts, which only
@@ -232,7 +234,7 @@ RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
             ShellResult remote = git(path, {"remote", "get-url", "origin"}, 15);
             memo.remoteURL = std::nullopt;
             if (remote.succeeded() && !Text::trim(remote.stdOut).empty()) {
-                memo.remoteURL = std::string(Text::trim(remote.stdOut));
+                memo.remoteURL = RemoteURL::withoutCredentials(Text::trim(remote.stdOut));
             }
         }
         // Kept only when every file it depends on is known and none changed while it

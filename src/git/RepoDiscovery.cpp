@@ -9,6 +9,7 @@
 #include "base/Log.hpp"
 #include "base/NameOrder.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/RemoteURL.hpp"
 #include "base/TextHelpers.hpp"
 #include "git/GitCommand.hpp"
 
@@ -67,6 +68,7 @@ DiscoveredRepo RepoDiscovery::makeRepo(const std::string& path) const {
     repo.name = std::filesystem::path(repo.repoID).filename().string();
     repo.currentBranch = gitLine(path, {"branch", "--show-current"}).value_or("");
     repo.remoteURL = gitLine(path, {"remote", "get-url", "origin"});
+    if (repo.remoteURL) repo.remoteURL = RemoteURL::withoutCredentials(*repo.remoteURL);
     repo.defaultBranch = detectDefaultBranch(path, repo.currentBranch);
     return repo;
 }

@@ -1,5 +1,7 @@
 #include "git/RepoSnapshot.hpp"
 
+#include "base/RemoteURL.hpp"
+
 namespace quorvane {
 
 void fromJson(const Json& json, GitFileCounts& out, const std::string& path) {
@@ -25,7 +27,10 @@ void fromJson(const Json& json, RepoSnapshot& out, const std::string& path) {
     out.repoID = reader.required<std::string>("repoID");
     out.capturedAt = reader.required<Date>("capturedAt");
     out.branch = reader.required<std::string>("branch");
+    // Written before addresses lost their credentials on reading, a stored one may
+    // still hold a token.
     out.remoteURL = reader.optional<std::string>("remoteURL");
+    if (out.remoteURL) out.remoteURL = RemoteURL::withoutCredentials(*out.remoteURL);
     out.hasUpstream = reader.required<bool>("hasUpstream");
     out.files = reader.required<GitFileCounts>("files");
     out.ahead = reader.required<int>("ahead");

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include "base/PathHelpers.hpp"
+#include "base/RemoteURL.hpp"
 
 namespace quorvane {
 
@@ -128,6 +129,7 @@ void fromJson(const Json& json, ScanMemo& out, const std::string& path) {
     out.commonDir = reader.orDefault<std::string>("commonDir", "");
     out.filterDrivers = reader.required<std::vector<std::string>>("filterDrivers");
     out.remoteURL = reader.optional<std::string>("remoteURL");
+    if (out.remoteURL) out.remoteURL = RemoteURL::withoutCredentials(*out.remoteURL);
     out.quotePath = reader.required<bool>("quotePath");
     out.headOid = reader.required<std::string>("headOid");
     out.since = reader.required<std::string>("since");

@@ -1,5 +1,7 @@
 #include "persistence/RepoConfig.hpp"
 
+#include "base/RemoteURL.hpp"
+
 namespace quorvane {
 
 void fromJson(const Json& json, RepoConfig& out, const std::string& path) {
@@ -9,7 +11,10 @@ void fromJson(const Json& json, RepoConfig& out, const std::string& path) {
     out.name = reader.required<std::string>("name");
     out.displayName = reader.optional<std::string>("displayName");
     out.localPath = reader.required<std::string>("localPath");
+    // Written before addresses lost their credentials on reading, a stored one may
+    // still hold a token.
     out.remoteURL = reader.optional<std::string>("remoteURL");
+    if (out.remoteURL) out.remoteURL = RemoteURL::withoutCredentials(*out.remoteURL);
     out.defaultBranch = reader.orDefault("defaultBranch", defaults.defaultBranch);
     out.category = reader.optional<std::string>("category");
     out.priority = reader.orDefault("priority", defaults.priority);
