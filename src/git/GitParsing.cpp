@@ -52,19 +52,22 @@ bool isObjectName(std::string_view text) {
 
 namespace {
 
-// One record of kCommitFormat's six fields, or nothing when its hashes are not real.
-std::optional<CommitRecord> commitFrom(std::string_view sha, std::string_view shortSha,
-                                       std::string_view name, std::string_view email,
-                                       std::string_view date, std::string_view subject,
-                                       const std::string& repoID, const std::string& branch) {
+// One record of kCommitFormat's seven fields, or nothing when its hashes are not
+// real or no date can be read.
+std::optional<CommitRecord> commitFrom(const std::vector<std::string_view>& f,
+                                       std::string_view subject, const std::string& repoID,
+                                       const std::string& branch) {
+    std::string_view sha = f[0], shortSha = f[1];
     if (!isObjectName(sha) || shortSha.empty() || !sha.starts_with(shortSha)) return std::nullopt;
+    std::optional<Date> date = commitDate(f[4], f[5]);
+    if (!date) return std::nullopt;
     CommitRecord record;
     record.repoID = repoID;
     record.sha = std::string(sha);
     record.shortSha = std::string(shortSha);
-    record.authorName = std::string(name);
-    record.authorEmail = std::string(email);
-    record.committedAt = parseISODate(date).value_or(Date{});
+    record.authorName = std::string(f[2]);
+    record.authorEmail = std::string(f[3]);
+    record.committedAt = *date;
     record.message = std::string(subject);
     record.branch = branch;
     return record;
@@ -72,26 +75,29 @@ std::optional<CommitRecord> commitFrom(std::string_view sha, std::string_view sh
 
 }  // namespace
 
+std::optional<Date> commitDate(std::string_view authorDate, std::string_view committerDate) {
+    if (std::optional<Date> authored = parseISODate(authorDate)) return authored;
+    return parseISODate(committerDate);
+}
+
 std::vector<CommitRecord> commits(std::string_view logOutput, const std::string& repoID,
                                   const std::string& branch) {
     std::vector<CommitRecord> records;
-    for (const auto& f : nulRecords(logOutput, 6)) {
-        if (auto record = commitFrom(f[0], f[1], f[2], f[3], f[4], f[5], repoID, branch)) {
+    for (const auto& f : nulRecords(logOutput, 7)) {
+        if (auto record = commitFrom(f, f[6], repoID, branch))
             records.push_back(std::move(*record));
-        }
     }
     return records;
 }
 
 std::vector<CommitRecord> historyCommits(std::string_view logOutput, const std::string& repoID) {
     std::vector<CommitRecord> records;
-    for (const auto& f : nulRecords(logOutput, 7)) {
-        std::string_view source = f[5];
+    for (const auto& f : nulRecords(logOutput, 8)) {
+        std::string_view source = f[6];
         if (source.starts_with("refs/heads/")) source.remove_prefix(11);
         std::string branch(source);
-        if (auto record = commitFrom(f[0], f[1], f[2], f[3], f[4], f[6], repoID, branch)) {
+        if (auto record = commitFrom(f, f[7], repoID, branch))
             records.push_back(std::move(*record));
-        }
     }
     return records;
 }

@@ -23,10 +23,17 @@ std::vector<std::string> splitFirst(std::string_view text, char separator, int m
 
 // The log formats. Every field ends with a NUL (with `log -z`), a byte that no
 // name, address or subject can hold, so a field can never forge the ones after it.
-inline constexpr const char* kCommitFormat = "--pretty=%H%x00%h%x00%an%x00%ae%x00%aI%x00%s";
-inline constexpr const char* kLastCommitFormat = "--pretty=%H%x00%aI%x00%s";
+// The committer date follows the author date: git prints the author date's
+// placeholder itself when a commit's author line cannot be read, and the commit is
+// then dated by its committer.
+inline constexpr const char* kCommitFormat = "--pretty=%H%x00%h%x00%an%x00%ae%x00%aI%x00%cI%x00%s";
+inline constexpr const char* kLastCommitFormat = "--pretty=%H%x00%aI%x00%cI%x00%s";
 // The same as kCommitFormat with the ref each commit was reached from before the subject.
-inline constexpr const char* kHistoryFormat = "--pretty=%H%x00%h%x00%an%x00%ae%x00%aI%x00%S%x00%s";
+inline constexpr const char* kHistoryFormat =
+    "--pretty=%H%x00%h%x00%an%x00%ae%x00%aI%x00%cI%x00%S%x00%s";
+
+// The author date of a record, else its committer date.
+std::optional<Date> commitDate(std::string_view authorDate, std::string_view committerDate);
 
 // Splits NUL-terminated fields into records of `fieldsPerRecord`, in order. An
 // unterminated or incomplete last record (output cut short) is left out.
@@ -37,8 +44,9 @@ std::vector<std::vector<std::string_view>> nulRecords(std::string_view output,
 bool isObjectName(std::string_view text);
 
 // Reads `git log -z` output in kCommitFormat. A record whose hash is not a full
-// object name, or whose short hash does not begin it, is dropped; an unreadable
-// date becomes the Unix epoch, so the commit is kept.
+// object name, or whose short hash does not begin it, is dropped. A commit is dated
+// by its author, else by its committer; one with neither date readable is dropped,
+// since no day could be said to hold it.
 std::vector<CommitRecord> commits(std::string_view logOutput, const std::string& repoID,
                                   const std::string& branch);
 

@@ -59,14 +59,16 @@ std::string nulFields(const std::vector<std::string>& fields) {
 
 TEST(GitParsingTest, CommitsComeFromNulFieldsAndRecordsWithoutARealHashAreDropped) {
     const std::string sha1(40, 'a'), sha2(64, 'b'), sha3 = "c" + std::string(39, '0');
-    std::string log =
-        nulFields({sha1, "aaaaaaa", "Ada | Lovelace", "ada@example.org",
-                   "2026-11-21T10:15:00+01:00", "Fix a|b parsing"}) +
-        nulFields({"not-a-hash", "abc", "Bob", "b@x", "2026-11-21T10:00:00Z", "dropped"}) +
-        nulFields({sha2, "bbbb", "Bob", "bob@example.org", "not a date", "Keep me"}) +
-        nulFields({sha3, "d", "Short hash", "x@y", "2026-11-21T10:00:00Z", "dropped"}) +
-        // Output cut short: an incomplete last record is not read.
-        nulFields({sha1, "aaaa", "Cut"}) + "off";
+    const std::string noon = "2026-11-21T12:00:00Z";
+    std::string log = nulFields({sha1, "aaaaaaa", "Ada | Lovelace", "ada@example.org",
+                                 "2026-11-21T10:15:00+01:00", noon, "Fix a|b parsing"}) +
+                      nulFields({"not-a-hash", "abc", "Bob", "b@x", noon, noon, "dropped"}) +
+                      // An author line git cannot read: it prints its own placeholder for the date.
+                      nulFields({sha2, "bbbb", "", "", "%aI", noon, "Keep me"}) +
+                      nulFields({sha2, "bbbb", "Bob", "b@x", "not a date", "nor this", "dropped"}) +
+                      nulFields({sha3, "d", "Short hash", "x@y", noon, noon, "dropped"}) +
+                      // Output cut short: an incomplete last record is not read.
+                      nulFields({sha1, "aaaa", "Cut"}) + "off";
     std::vector<CommitRecord> records = GitParsing::commits(log, "/repo", "feature");
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].sha, sha1);
@@ -79,13 +81,13 @@ TEST(GitParsingTest, CommitsComeFromNulFieldsAndRecordsWithoutARealHashAreDroppe
     EXPECT_EQ(records[0].branch, "feature");
     EXPECT_FALSE(records[0].isLocalOnly);
     EXPECT_FALSE(records[0].insertions.has_value());
-    // An unreadable date keeps the commit, at the epoch.
+    // Without an author date the commit keeps its committer's; without both, no day holds it.
     EXPECT_EQ(records[1].message, "Keep me");
-    EXPECT_EQ(records[1].committedAt.time_since_epoch().count(), 0);
+    EXPECT_EQ(DateHelpers::isoString(records[1].committedAt), noon);
 
     std::string history =
-        nulFields({sha1, "aaaa", "A", "a@x", "2026-11-21T10:00:00Z", "refs/heads/topic", "one"}) +
-        nulFields({sha2, "bbbb", "B", "b@x", "2026-11-21T10:00:00Z", "main", "two"});
+        nulFields({sha1, "aaaa", "A", "a@x", noon, noon, "refs/heads/topic", "one"}) +
+        nulFields({sha2, "bbbb", "B", "b@x", noon, noon, "main", "two"});
     std::vector<CommitRecord> branches = GitParsing::historyCommits(history, "/repo");
     ASSERT_EQ(branches.size(), 2u);
     EXPECT_EQ(branches[0].branch, "topic");

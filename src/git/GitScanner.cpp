@@ -161,11 +161,11 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
     ShellResult last = git(path, {"log", "-1", "-z", GitParsing::kLastCommitFormat}, 15);
     if (last.succeeded()) {
         // No commits yet gives no record: the normal state of a new repository.
-        auto records = GitParsing::nulRecords(last.stdOut, 3);
+        auto records = GitParsing::nulRecords(last.stdOut, 4);
         if (records.size() == 1 && GitParsing::isObjectName(records[0][0])) {
             snapshot.lastCommitSha = std::string(records[0][0]);
-            snapshot.lastCommitAt = GitParsing::parseISODate(records[0][1]);
-            snapshot.lastCommitMessage = std::string(records[0][2]);
+            snapshot.lastCommitAt = GitParsing::commitDate(records[0][1], records[0][2]);
+            snapshot.lastCommitMessage = std::string(records[0][3]);
         }
     }
 
@@ -295,16 +295,17 @@ RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
         memo.lastCommitAt = previous->lastCommitAt;
         memo.todaysCommits = previous->todaysCommits;
     } else if (memo.headOid != "(initial)") {
-        ShellResult head = git(path, {"log", "-1", "-z", "--pretty=%H%x00%aI%x00%ct%x00%s"}, 15);
-        auto records = GitParsing::nulRecords(head.stdOut, 4);
+        ShellResult head =
+            git(path, {"log", "-1", "-z", "--pretty=%H%x00%aI%x00%cI%x00%ct%x00%s"}, 15);
+        auto records = GitParsing::nulRecords(head.stdOut, 5);
         long long committed = 0;
         if (!head.succeeded() || records.size() != 1 || !GitParsing::isObjectName(records[0][0]) ||
-            !Text::parseInt(records[0][2], committed)) {
+            !Text::parseInt(records[0][3], committed)) {
             return readLiterally(path, ignoreUntracked, since);
         }
         memo.lastCommitSha = std::string(records[0][0]);
-        memo.lastCommitAt = GitParsing::parseISODate(records[0][1]);
-        memo.lastCommitMessage = std::string(records[0][3]);
+        memo.lastCommitAt = GitParsing::commitDate(records[0][1], records[0][2]);
+        memo.lastCommitMessage = std::string(records[0][4]);
         // log --since starts from HEAD and never walks past a commit older than the
         // limit: when HEAD is, nothing is listed.
         std::optional<Date> limit = DateHelpers::parseISO(since);

@@ -51,7 +51,8 @@ ShellResult healthyRepo(const ProcessRequest& request,
     if (a[0] == "status") return ok("A  new.txt\n");
     if (a[0] == "rev-list") return ok("1\t2\n");
     if (a[0] == "log" && a[1] == "-1") {
-        return ok(nulFields({kSha, "2026-11-21T09:00:00Z", "Subject | with pipe"}));
+        return ok(nulFields(
+            {kSha, "2026-11-21T09:00:00Z", "2026-11-21T09:00:00Z", "Subject | with pipe"}));
     }
     if (a[0] == "log") return ok("abc\ndef\n");
     return ShellResult{"", "unexpected", 1};
@@ -197,6 +198,32 @@ TEST_F(GitScannerTest, NoNameOrSubjectCanForgeAnotherFieldInAnyLogFormat) {
     EXPECT_EQ(snapshot.lastCommitSha, sha);
     EXPECT_EQ(snapshot.lastCommitAt, authored);
     EXPECT_EQ(snapshot.lastCommitMessage, "real | subject");
+
+    // An author line with a NUL in it, which git cannot read: the commit keeps its
+    // committer's date rather than taking 1970's.
+    Date committed = authored + std::chrono::minutes(30);
+    std::string raw =
+        "tree " + repo.gitLine({"rev-parse", "HEAD^{tree}"}) + "\nparent " + sha + "\nauthor Eve" +
+        std::string(1, '\0') + "Forged <e@x> 1000000000 +0000\ncommitter Carol <c@x> " +
+        std::to_string(committed.time_since_epoch().count()) + " +0000\n\nunreadable author\n";
+    testing::writeFile(dir / "commit.txt", raw);
+    std::string broken = repo.gitLine(
+        {"hash-object", "-t", "commit", "-w", "--literally", (dir / "commit.txt").string()});
+    repo.git({"update-ref", "HEAD", broken});
+    testing::FakeClock sameDay(committed + std::chrono::minutes(1));
+    GitScanner reader(shell_, sameDay);
+    const std::string midnight = GitScanner::startOfDayArgument(sameDay.now());
+    RepoReading fast = reader.read(repo.path(), false, midnight, nullptr);
+    std::vector<std::pair<const char*, CommitRecord>> readings = {
+        {"log", reader.logCommits(repo.path(), "2000-01-01T00:00:00Z", {}).at(0)},
+        {"history", reader.historyCommits(repo.path(), "2000-01-01T00:00:00Z").at(0)},
+        {"read", fast.commits.at(0)}};
+    for (const auto& [where, commit] : readings) {
+        EXPECT_EQ(commit.sha, broken) << where;
+        EXPECT_EQ(commit.committedAt, committed) << where;
+    }
+    EXPECT_EQ(reader.scan(repo.path(), false).lastCommitAt, committed);
+    EXPECT_EQ(fast.snapshot.lastCommitAt, committed);
 }
 
 TEST_F(GitScannerTest, MoreThanFiftyCommitsAreNotCheckedOneByOne) {
@@ -204,7 +231,8 @@ TEST_F(GitScannerTest, MoreThanFiftyCommitsAreNotCheckedOneByOne) {
         std::string text;
         for (int i = 0; i < count; ++i) {
             std::string sha = fmt::format("{:040x}", i + 1);
-            text += nulFields({sha, sha.substr(0, 7), "A", "a@x", "2026-11-21T09:00:00Z", "c"});
+            text += nulFields({sha, sha.substr(0, 7), "A", "a@x", "2026-11-21T09:00:00Z",
+                               "2026-11-21T09:00:00Z", "c"});
         }
         return text;
     };
