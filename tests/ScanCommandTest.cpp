@@ -1,5 +1,10 @@
 // `quorvane scan --json` against real repositories that each test builds, compared
 // with what git itself says about them.
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <fstream>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,6 +12,7 @@
 #include "persistence/ConfigService.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
+#include "testing/BackgroundProcess.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 #include "tests/CliRunner.hpp"
@@ -270,6 +276,44 @@ TEST_F(ScanCommandTest, SnapshotsComeInConfigurationOrder) {
     std::vector<std::string> order;
     for (const Json& snapshot : Json::parse(result.stdOut)) order.push_back(snapshot["repoID"]);
     EXPECT_EQ(order, expected);
+}
+
+// The git processes whose working folder is `folder`, by process id.
+std::vector<std::string> gitProcessesIn(const std::filesystem::path& folder) {
+    std::vector<std::string> found;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", ec)) {
+        std::error_code linkError;
+        std::filesystem::path cwd = std::filesystem::read_symlink(entry.path() / "cwd", linkError);
+        std::string name;
+        std::ifstream(entry.path() / "comm") >> name;
+        if (!linkError && cwd == folder && name == "git") {
+            found.push_back(entry.path().filename().string());
+        }
+    }
+    return found;
+}
+
+TEST_F(ScanCommandTest, CtrlCStopsTheGitChildrenOfAScan) {
+    // An exclude file that is a FIFO: git status waits on it for as long as nobody
+    // writes, well past any patience of the person who pressed Ctrl-C.
+    TestRepo repo(dir_ / "stuck");
+    repo.commitFile("a.txt", "a", "first");
+    std::filesystem::path exclude = repo.path() / ".git/info/exclude";
+    std::filesystem::remove(exclude);
+    ASSERT_EQ(::mkfifo(exclude.c_str(), 0600), 0);
+    track(repo);
+
+    for (int signal : {SIGINT, SIGTERM}) {
+        testing::BackgroundProcess scan(QUORVANE_BINARY, {"scan", "--data-dir", dataDir().string()},
+                                        dir_ / "scan.log");
+        ASSERT_TRUE(testing::eventually(60s, [&] { return !gitProcessesIn(repo.path()).empty(); }))
+            << scan.output();
+        scan.signal(signal);
+        EXPECT_EQ(scan.waitForExit(60s), 128 + signal) << scan.output();
+        EXPECT_TRUE(testing::eventually(10s, [&] { return gitProcessesIn(repo.path()).empty(); }))
+            << "left running: " << gitProcessesIn(repo.path()).front();
+    }
 }
 
 }  // namespace

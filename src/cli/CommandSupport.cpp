@@ -51,8 +51,14 @@ std::optional<WriterAccess> WriterAccess::open(CommandContext& context, Notifier
 AppEnvironment& WriterAccess::env() {
     if (service_ != nullptr) return *service_;
     if (!own_) {
-        own_ = std::make_unique<AppEnvironment>(context_->dataDir, context_->clock,
-                                                context_->runner, notifier_);
+        // Constructing the environment starts no thread, so the watch set up next is
+        // in place before the first one: a scan's threads and the git children it
+        // starts, which Ctrl-C at the terminal never reaches on its own.
+        auto env = std::make_unique<AppEnvironment>(context_->dataDir, context_->clock,
+                                                    context_->runner, notifier_);
+        AppEnvironment* stopping = env.get();
+        interrupts_ = std::make_unique<InterruptWatch>([stopping](int) { stopping->shutdown(); });
+        own_ = std::move(env);
         own_->load();
     }
     return *own_;

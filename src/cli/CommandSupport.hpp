@@ -8,13 +8,14 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/Commands.hpp"
 #include "base/DateHelpers.hpp"
 #include "base/TextLayout.hpp"
+#include "cli/Commands.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
+#include "platform/InterruptWatch.hpp"
 #include "platform/Notifier.hpp"
 
 // What the commands share: the data folder's access rules and the plain-text layout.
@@ -53,6 +54,8 @@ private:
     Notifier* notifier_ = nullptr;
     AppEnvironment* service_ = nullptr;
     std::optional<DataFolderLock> lock_;  // released after own_ is gone
+    // Stops own_'s work and children on Ctrl-C or SIGTERM; gone before own_ is.
+    std::unique_ptr<InterruptWatch> interrupts_;
     std::unique_ptr<AppEnvironment> own_;
 };
 

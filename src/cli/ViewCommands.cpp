@@ -12,13 +12,14 @@
 #include <fmt/ranges.h>
 
 #include "app/AppEnvironment.hpp"
+#include "app/Queries.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Commands.hpp"
-#include "app/Queries.hpp"
 #include "cli/Style.hpp"
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"
 #include "platform/DesktopNotifier.hpp"
+#include "platform/InterruptWatch.hpp"
 
 namespace quorvane::Commands {
 
@@ -243,6 +244,7 @@ int today(CommandContext& context, bool json, bool scanFirst) {
         if (attempt.lock) {
             DesktopNotifier notifier;
             AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
+            InterruptWatch interrupts([&env](int) { env.shutdown(); });
             env.load();
             if (context.progress) context.err << "scanning..." << std::flush;
             enrolled = env.rescanNowOnMain();
