@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "app/AppEnvironment.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/CommandLine.hpp"
 #include "persistence/ConfigService.hpp"
 #include "platform/Shell.hpp"
@@ -336,6 +337,38 @@ TEST_F(AgentLoopTest, AProposalIsApprovedByThePersonAndAppliedOnceWithinItsLife)
         EXPECT_EQ(audit.find(spent), std::string::npos) << "a token was found in the audit";
     }
     EXPECT_THAT(read({"audit"}), HasSubstr("agent_review.confirm"));
+}
+
+TEST_F(AgentLoopTest, AnAgentsArgumentsAreReviewedWithTheirControlsShownNotObeyed) {
+    LineClient agent(agentSocket());
+    // Erases the line above and draws over it: the Arguments line the person reads.
+    const std::string folder = "/srv/clones\x1b[2K\r\x1b[1A";
+    const std::string id = proposalIn(agent.call("set_default_clone_folder", {{"path", folder}}));
+    ASSERT_EQ(id.size(), 36u);
+    const std::string repoId =
+        "/srv/\xe2\x80\xae"
+        "cod\xc2\x9b"
+        "2J";
+    const std::string ignored =
+        proposalIn(agent.call("mark_repository_ignored", {{"repoId", repoId}}));
+    ASSERT_EQ(ignored.size(), 36u);
+
+    const std::string shown = read({"proposals", "show", id});
+    EXPECT_THAT(shown,
+                HasSubstr("  Arguments: {\"path\":\"/srv/clones\\u001b[2K\\r\\u001b[1A\"}\n"));
+    EXPECT_THAT(shown, HasSubstr(R"(path=/srv/clones\x1b[2K\x0d\x1b[1A)"));
+    const std::string other = read({"proposals", "show", ignored});
+    EXPECT_THAT(other, HasSubstr(R"(  Arguments: {"repoId":"/srv/\u202ecod\u009b2J"})"));
+    EXPECT_THAT(other, HasSubstr(R"(Ignore repository /srv/\u202ecod\u009b2J)"));
+    const std::string listed = read({"proposals"});
+    EXPECT_THAT(listed, HasSubstr(R"(Ignore repository /srv/\u202ecod\u009b2J)"));
+    const std::string audit = read({"audit"});
+    for (const std::string& output : {shown, other, listed, audit}) {
+        for (const std::string raw : {"\x1b", "\r", "\xe2\x80\xae", "\xc2\x9b"}) {
+            EXPECT_EQ(output.find(raw), std::string::npos)
+                << Text::visible(output, Text::Lines::many);
+        }
+    }
 }
 
 TEST_F(AgentLoopTest, OneTokenPresentedByAHundredConnectionsAtOnceSucceedsOnce) {

@@ -198,7 +198,9 @@ const RepoConfig* resolveRepo(const CommandContext& context, const AppConfig& co
     }
     context.err << fmt::format("quorvane: {} names {} repositories; give one of their paths:\n",
                                key, named.size());
-    for (const RepoConfig* repo : named) context.err << "  " << repo->localPath << "\n";
+    for (const RepoConfig* repo : named) {
+        context.err << "  " << Text::visible(repo->localPath) << "\n";
+    }
     return nullptr;
 }
 
