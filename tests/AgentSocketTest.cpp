@@ -22,7 +22,9 @@
 #include "testing/BackgroundProcess.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/LineClient.hpp"
+#include "testing/RepoConfigs.hpp"
 #include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
 #include "tests/CliRunner.hpp"
 
 namespace quorvane {
@@ -368,6 +370,38 @@ TEST_F(AgentLoopTest, AnAgentsArgumentsAreReviewedWithTheirControlsShownNotObeye
             EXPECT_EQ(output.find(raw), std::string::npos)
                 << Text::visible(output, Text::Lines::many);
         }
+    }
+}
+
+TEST_F(AgentLoopTest, AGitProposalShowsTheCommandWhereItConnectsAndWhatTheRepositoryRuns) {
+    testing::TestRepo repo(dir_ / "api");
+    repo.commitFile("a.txt", "a", "first");
+    repo.git({"remote", "add", "origin", "https://tok3n@github.com/me/api.git"});
+    repo.git({"config", "core.sshCommand", "/opt/tools/ssh -i key"});
+    const std::string path = repo.path().string();
+    ASSERT_TRUE(env_->applyConfigChange([&](AppConfig& config) {
+        config.agent.permissionLevel = AgentPermissionLevel::safeGit;
+        config.repositories.push_back(testing::repoAt(path));
+    }));
+    LineClient agent(agentSocket());
+    const std::string id =
+        proposalIn(agent.call("git_push", {{"repoId", path}, {"branch", "main"}}));
+    ASSERT_EQ(id.size(), 36u);
+
+    const std::string shown = read({"proposals", "show", id});
+    EXPECT_THAT(shown, HasSubstr("  Command:   /usr/bin/git -C " + path + " push "));
+    EXPECT_THAT(shown, HasSubstr(" main\n"));
+    EXPECT_THAT(shown, HasSubstr("  Remote:    origin https://github.com/me/api.git\n"));
+    EXPECT_THAT(shown, HasSubstr("core.sshcommand=/opt/tools/ssh -i key"));
+    const std::string listed = read({"proposals"});
+    EXPECT_THAT(listed, HasSubstr("https://github.com/me/api.git"));
+    std::string approved;
+    EXPECT_EQ(review({"proposals", "approve", id.substr(0, 8)}, approved), 0) << approved;
+    // Said again once approved, on the daemon's narrower default width.
+    EXPECT_THAT(approved, HasSubstr("  Command:   /usr/bin/git -C " + path));
+    EXPECT_THAT(approved, HasSubstr("  Remote:    origin https://github.com/me/api.git\n"));
+    for (const std::string& output : {shown, listed, approved}) {
+        EXPECT_THAT(output, ::testing::Not(HasSubstr("tok3n")));
     }
 }
 

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "agent/AgentTools.hpp"
+#include "agent/GitProposalReview.hpp"
 #include "app/AppEnvironment.hpp"
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
@@ -83,6 +84,45 @@ std::string argumentsShown(const std::string& payloadJSON) {
     return args.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
+// The title a person reads in a list: an agent's words, and for a git command the
+// address it will connect to.
+std::string titleShown(const PendingProposal& proposal,
+                       const std::optional<GitProposalReview>& review) {
+    std::string title = Text::visible(proposal.title);
+    if (!review) return title;
+    title += " → " + Text::visible(review->remote.name);
+    for (const std::string& url : review->remote.urls) title += " " + Text::visible(url);
+    return title;
+}
+
+// A git command's own lines: what runs, where it connects, and what of the
+// repository's configuration takes part; every value with its controls visible.
+void printGitReview(std::ostream& out, const GitProposalReview& review, size_t columns) {
+    const std::string label = "  Command:   ";
+    std::vector<std::string> command = TextLayout::wrapCommand(
+        Text::commandLine(review.command), columns > label.size() ? columns - label.size() : 0);
+    for (size_t i = 0; i < command.size(); ++i) {
+        out << (i == 0 ? label : std::string(label.size(), ' ')) << command[i] << "\n";
+    }
+    std::string remote = Text::visible(review.remote.name);
+    for (const std::string& url : review.remote.urls) remote += " " + Text::visible(url);
+    if (review.remote.urls.empty()) remote += " (no address configured)";
+    printWrapped(out, remote, columns, "  Remote:    ");
+    if (!review.settings.empty() || !review.hooks.empty()) {
+        out << "  The repository's own settings and hooks it runs with:\n";
+        for (const std::string& setting : review.settings) {
+            printWrapped(out, Text::visible(setting), columns, "    ");
+        }
+        for (const std::string& hook : review.hooks) {
+            printWrapped(out, "hook " + Text::visible(hook), columns, "    ");
+        }
+    }
+    printWrapped(out,
+                 "It runs as if you typed it, with your own and the repository's settings, "
+                 "hooks and credential helpers.",
+                 columns, "  ");
+}
+
 }  // namespace
 
 int proposalsList(CommandContext& context, bool all, bool json) {
@@ -102,14 +142,19 @@ int proposalsList(CommandContext& context, bool all, bool json) {
                             : "No proposals are waiting for you.\n");
         return 0;
     }
+    AppConfig config = readConfig(context);
     std::vector<std::vector<std::string>> rows = {{"ID", "CREATED", "KIND", "STATUS", "TITLE"}};
     for (const PendingProposal& proposal : proposals) {
+        std::optional<GitProposalReview> review =
+            proposal.status == PendingProposal::Status::pending
+                ? GitProposalReview::of(proposal, config, context.runner)
+                : std::nullopt;
         rows.push_back(
             {Style::paint(context, Tone::dim, shortID(proposal.id)), localTime(proposal.createdAt),
              std::string(enumName(proposal.kind)),
              Style::paint(context, statusTone(proposal.status), enumName(proposal.status)),
              Style::paint(context, isDestructive(proposal) ? Tone::problem : Tone::plain,
-                          Text::visible(proposal.title))});
+                          titleShown(proposal, review))});
     }
     using TextLayout::Shrink;
     printTable(context.out, rows,
@@ -144,6 +189,10 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     }
     if (!proposal->payloadJSON.empty() && proposal->payloadJSON != "{}") {
         out << fmt::format("  Arguments: {}\n", argumentsShown(proposal->payloadJSON));
+    }
+    if (std::optional<GitProposalReview> review =
+            GitProposalReview::of(*proposal, readConfig(context), context.runner)) {
+        printGitReview(out, *review, context.columns);
     }
     if (proposal->confidence) out << fmt::format("  Confidence: {}%\n", *proposal->confidence);
     if (proposal->status == PendingProposal::Status::approved && proposal->expiresAt) {
@@ -180,6 +229,9 @@ int proposalsApprove(CommandContext& context, const std::string& id, bool json) 
                        "nothing\n";
         return 1;
     }
+    // Read before the approval, as the person reads it in the review.
+    std::optional<GitProposalReview> review =
+        GitProposalReview::of(*proposal, env.config(), context.runner);
     AppEnvironment::ProposalDecision decision = env.approveProposal(proposal->id);
     if (!decision.problem.empty()) {
         context.err << fmt::format("quorvane: {}\n", decision.problem);
@@ -200,6 +252,10 @@ int proposalsApprove(CommandContext& context, const std::string& id, bool json) 
         "as its confirmationToken.\n",
         Text::visible(decision.proposal->title), decision.token, localTime(expiresAt),
         AppEnvironment::kTokenLifetimeSeconds / 60);
+    if (review) {
+        context.out << "\n";
+        printGitReview(context.out, *review, context.columns);
+    }
     return 0;
 }
 
