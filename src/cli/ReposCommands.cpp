@@ -41,11 +41,9 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
         WorkTree tree = workTreeAt(context, path);
         // git's answer has invalid bytes already replaced, so the given path tells.
-        if (tree.problem.empty() &&
-            !Text::isValidUtf8(PathHelpers::canonicalPath(absolutePath(context, path)))) {
-            tree.problem =
-                "its path is not valid UTF-8, which the data files cannot hold; rename the "
-                "folder to track it";
+        if (tree.problem.empty()) {
+            tree.problem = unstorablePathProblem(
+                PathHelpers::canonicalPath(absolutePath(context, path)), "track it");
         }
         if (!tree.problem.empty()) {
             context.err << fmt::format("quorvane: cannot track {}: {}\n", Text::visible(path),
@@ -154,9 +152,11 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
     bool refused = false;
     for (const std::string& path : paths) {
         std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
-        if (!isFolder(canonical)) {
-            context.err << fmt::format("quorvane: cannot add {}: no such folder\n",
-                                       Text::visible(path));
+        std::string problem =
+            isFolder(canonical) ? unstorablePathProblem(canonical, "scan it") : "no such folder";
+        if (!problem.empty()) {
+            context.err << fmt::format("quorvane: cannot add {}: {}\n", Text::visible(path),
+                                       problem);
             refused = true;
             continue;
         }
@@ -202,10 +202,12 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
     std::vector<std::string> matches;
     for (const std::string& path : paths) {
         std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
-        // Besides the folder itself: an entry as the list prints it.
+        // Besides the folder itself: an entry as the list prints it, and one an older
+        // version stored with U+FFFD in place of each byte that was not UTF-8.
         auto it = std::find_if(
             config.scanFolders.begin(), config.scanFolders.end(), [&](const std::string& f) {
-                return f == path || f == canonical || Text::visible(f) == path;
+                return f == path || f == canonical || Text::visible(f) == path ||
+                       f == Text::repairUtf8(path) || f == Text::repairUtf8(canonical);
             });
         if (it == config.scanFolders.end()) {
             context.err << fmt::format(
