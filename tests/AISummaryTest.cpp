@@ -95,8 +95,10 @@ TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) 
     ShellResult report = run({"report", "daily", "--extended", "--ai"});
     ASSERT_EQ(report.exitCode, 0) << report.stdErr;
     EXPECT_EQ(report.stdErr, "");
-    EXPECT_THAT(report.stdOut,
-                HasSubstr("## AI Summary\n\nBilling: settings added, README written.]0;owned\n\n"));
+    EXPECT_THAT(
+        report.stdOut,
+        HasSubstr(
+            "## AI Summary\n\nBilling: settings added, README written.\\x1b]0;owned\\x07\n\n"));
 
     ASSERT_EQ(anthropic_.requests().size(), 1u);
     const std::string head = anthropic_.requests()[0];

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "app/AppEnvironment.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/CommandLine.hpp"
 #include "persistence/ConfigService.hpp"
 #include "platform/Shell.hpp"
@@ -21,7 +22,9 @@
 #include "testing/BackgroundProcess.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/LineClient.hpp"
+#include "testing/RepoConfigs.hpp"
 #include "testing/TempDir.hpp"
+#include "testing/TestRepo.hpp"
 #include "tests/CliRunner.hpp"
 
 namespace quorvane {
@@ -336,6 +339,70 @@ TEST_F(AgentLoopTest, AProposalIsApprovedByThePersonAndAppliedOnceWithinItsLife)
         EXPECT_EQ(audit.find(spent), std::string::npos) << "a token was found in the audit";
     }
     EXPECT_THAT(read({"audit"}), HasSubstr("agent_review.confirm"));
+}
+
+TEST_F(AgentLoopTest, AnAgentsArgumentsAreReviewedWithTheirControlsShownNotObeyed) {
+    LineClient agent(agentSocket());
+    // Erases the line above and draws over it: the Arguments line the person reads.
+    const std::string folder = "/srv/clones\x1b[2K\r\x1b[1A";
+    const std::string id = proposalIn(agent.call("set_default_clone_folder", {{"path", folder}}));
+    ASSERT_EQ(id.size(), 36u);
+    const std::string repoId =
+        "/srv/\xe2\x80\xae"
+        "cod\xc2\x9b"
+        "2J";
+    const std::string ignored =
+        proposalIn(agent.call("mark_repository_ignored", {{"repoId", repoId}}));
+    ASSERT_EQ(ignored.size(), 36u);
+
+    const std::string shown = read({"proposals", "show", id});
+    EXPECT_THAT(shown,
+                HasSubstr("  Arguments: {\"path\":\"/srv/clones\\u001b[2K\\r\\u001b[1A\"}\n"));
+    EXPECT_THAT(shown, HasSubstr(R"(path=/srv/clones\x1b[2K\x0d\x1b[1A)"));
+    const std::string other = read({"proposals", "show", ignored});
+    EXPECT_THAT(other, HasSubstr(R"(  Arguments: {"repoId":"/srv/\u202ecod\u009b2J"})"));
+    EXPECT_THAT(other, HasSubstr(R"(Ignore repository /srv/\u202ecod\u009b2J)"));
+    const std::string listed = read({"proposals"});
+    EXPECT_THAT(listed, HasSubstr(R"(Ignore repository /srv/\u202ecod\u009b2J)"));
+    const std::string audit = read({"audit"});
+    for (const std::string& output : {shown, other, listed, audit}) {
+        for (const std::string raw : {"\x1b", "\r", "\xe2\x80\xae", "\xc2\x9b"}) {
+            EXPECT_EQ(output.find(raw), std::string::npos)
+                << Text::visible(output, Text::Lines::many);
+        }
+    }
+}
+
+TEST_F(AgentLoopTest, AGitProposalShowsTheCommandWhereItConnectsAndWhatTheRepositoryRuns) {
+    testing::TestRepo repo(dir_ / "api");
+    repo.commitFile("a.txt", "a", "first");
+    repo.git({"remote", "add", "origin", "https://tok3n@github.com/me/api.git"});
+    repo.git({"config", "core.sshCommand", "/opt/tools/ssh -i key"});
+    const std::string path = repo.path().string();
+    ASSERT_TRUE(env_->applyConfigChange([&](AppConfig& config) {
+        config.agent.permissionLevel = AgentPermissionLevel::safeGit;
+        config.repositories.push_back(testing::repoAt(path));
+    }));
+    LineClient agent(agentSocket());
+    const std::string id =
+        proposalIn(agent.call("git_push", {{"repoId", path}, {"branch", "main"}}));
+    ASSERT_EQ(id.size(), 36u);
+
+    const std::string shown = read({"proposals", "show", id});
+    EXPECT_THAT(shown, HasSubstr("  Command:   /usr/bin/git -C " + path + " push "));
+    EXPECT_THAT(shown, HasSubstr(" main\n"));
+    EXPECT_THAT(shown, HasSubstr("  Remote:    origin https://github.com/me/api.git\n"));
+    EXPECT_THAT(shown, HasSubstr("core.sshcommand=/opt/tools/ssh -i key"));
+    const std::string listed = read({"proposals"});
+    EXPECT_THAT(listed, HasSubstr("https://github.com/me/api.git"));
+    std::string approved;
+    EXPECT_EQ(review({"proposals", "approve", id.substr(0, 8)}, approved), 0) << approved;
+    // Said again once approved, on the daemon's narrower default width.
+    EXPECT_THAT(approved, HasSubstr("  Command:   /usr/bin/git -C " + path));
+    EXPECT_THAT(approved, HasSubstr("  Remote:    origin https://github.com/me/api.git\n"));
+    for (const std::string& output : {shown, listed, approved}) {
+        EXPECT_THAT(output, ::testing::Not(HasSubstr("tok3n")));
+    }
 }
 
 TEST_F(AgentLoopTest, OneTokenPresentedByAHundredConnectionsAtOnceSucceedsOnce) {

@@ -64,5 +64,38 @@ TEST(EnrolmentTest, APathThatIsNotUtf8IsRefusedAndNoFolderIsEnrolledTwice) {
     fs::remove_all(own.path());
 }
 
+TEST(EnrolmentTest, AScanFolderThatIsNotUtf8IsRefusedAndOneStoredReplacedCanBeRemoved) {
+    testing::TempDir dir;
+    fs::path data = dir / "data";
+    fs::path latin1 = dir / "caf\xe9", plain = dir / "plain";
+    for (const fs::path& folder : {latin1, plain}) fs::create_directories(folder);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        ShellResult add = testing::runQuorvane(data, {"folders", "add", latin1.string()});
+        EXPECT_EQ(add.exitCode, 1);
+        EXPECT_THAT(add.stdErr, HasSubstr("caf\\xe9"));
+        EXPECT_THAT(add.stdErr, HasSubstr("not valid UTF-8"));
+    }
+    ASSERT_EQ(testing::runQuorvane(data, {"folders", "add", plain.string()}).exitCode, 0);
+    EXPECT_EQ(testing::runQuorvane(data, {"folders", "list"}).stdOut, plain.string() + "\n");
+
+    // As an older version kept them: each byte that was not UTF-8 replaced by U+FFFD.
+    Json written = JsonCodec::parse([&] {
+        std::ifstream in(data / "config.json");
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }());
+    written["scanFolders"] = {(dir / "caf\xef\xbf\xbd").string(),
+                              (dir / "na\xef\xbf\xbdve").string(), plain.string()};
+    testing::writeFile(data / "config.json", written.dump(2));
+    // Given the folder's own bytes, or its entry as the list prints it.
+    ShellResult byBytes = testing::runQuorvane(data, {"folders", "remove", latin1.string()});
+    EXPECT_EQ(byBytes.exitCode, 0) << byBytes.stdErr;
+    ShellResult listed = testing::runQuorvane(data, {"folders", "list"});
+    ASSERT_EQ(listed.stdOut, (dir / "na\xef\xbf\xbdve").string() + "\n" + plain.string() + "\n");
+    ShellResult asListed = testing::runQuorvane(
+        data, {"folders", "remove", listed.stdOut.substr(0, listed.stdOut.find('\n'))});
+    EXPECT_EQ(asListed.exitCode, 0) << asListed.stdErr;
+    EXPECT_EQ(testing::runQuorvane(data, {"folders", "list"}).stdOut, plain.string() + "\n");
+}
+
 }  // namespace
 }  // namespace quorvane

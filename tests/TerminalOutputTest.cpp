@@ -9,11 +9,13 @@
 
 #include <chrono>
 #include <regex>
+#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "base/TextHelpers.hpp"
+#include "cli/CommandLine.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Shell.hpp"
@@ -29,6 +31,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using testing::TestRepo;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 const std::string kRepos =
     "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&sort=pushed";
@@ -309,6 +312,64 @@ TEST_F(TerminalOutputTest, ATerminalGetsColouredStatusesThatFitItsWidth) {
         EXPECT_THAT(plain, HasSubstr("1 modified")) << setting;
         EXPECT_THAT(plain, Not(HasSubstr("\x1b"))) << setting;
     }
+}
+
+// A repository is foreign text: its folder name, branch and subjects reach the
+// terminal and the report with every control and reordering character shown, not
+// obeyed, and the program's own colours still work around them.
+TEST(HostileTextTest, ARepositorysNamesAndSubjectsAreShownNotObeyed) {
+    testing::TempDir dir;
+    const std::filesystem::path data = dir / "data";
+    const std::string erase = "\x1b[2K\r\x1b[1A", rightToLeft = "\xe2\x80\xae", csi = "\xc2\x9b";
+    // git takes no ASCII control in a branch name, but any other code point.
+    const std::string branch = "fix-" + rightToLeft + "gpj.exe" + csi + "2J";
+    TestRepo repo(dir / "api\x1b]0;owned\x07");
+    repo.git({"checkout", "-q", "-b", branch});
+    repo.commitFile("a.txt", "a",
+                    "Ship it" + erase + "Reviewed" + rightToLeft + "exe.txt" + csi + "31m\x7f");
+    for (std::vector<std::string> words :
+         {std::vector<std::string>{"repos", "add", repo.path().string()}, {"scan"}}) {
+        ShellResult result = testing::runQuorvane(data, words);
+        ASSERT_EQ(result.exitCode, 0) << result.stdErr;
+    }
+
+    const std::string name = R"(api\x1b]0;owned\x07)", shownBranch = R"(fix-\u202egpj.exe\u009b2J)",
+                      subject = R"(Ship it\x1b[2K\x0d\x1b[1AReviewed\u202eexe.txt\u009b31m\x7f)";
+    const std::vector<std::pair<std::string, std::vector<std::string>>> views = {
+        {"commits", {name, subject}},
+        // A report's commit line ends where the subject's first line end is.
+        {"report daily", {name, shownBranch, "Ship it\\x1b[2K\n"}},
+        {"report daily --extended", {name, shownBranch}},
+        {"status", {name, shownBranch}},
+        {"today --no-scan", {name, shownBranch}},
+        {"ranking", {name, shownBranch}},
+        {"repos list", {name}},
+    };
+    SystemClock clock;
+    Shell shell;
+    for (const auto& [command, shown] : views) {
+        SCOPED_TRACE(command);
+        std::vector<std::string> words = {"quorvane"};
+        for (std::string_view word : Text::words(command)) words.emplace_back(word);
+        words.insert(words.end(), {"--data-dir", data.string()});
+        std::vector<const char*> argv;
+        for (const std::string& word : words) argv.push_back(word.c_str());
+        std::ostringstream out, err;
+        ASSERT_EQ(runCommandLine(static_cast<int>(argv.size()), argv.data(), out, err, shell, clock,
+                                 TerminalStyle{true, 250}),
+                  0)
+            << err.str();
+        for (const std::string& text : shown) EXPECT_THAT(out.str(), HasSubstr(text));
+        // What is left once the program's own colours are taken out is plain text.
+        static const std::regex colour("\x1b\\[[0-9;]*m");
+        const std::string plain = std::regex_replace(out.str(), colour, "");
+        for (const std::string& raw : {"\x1b"s, "\r"s, "\x07"s, "\x7f"s, rightToLeft, csi}) {
+            EXPECT_EQ(plain.find(raw), std::string::npos) << Text::visible(plain);
+        }
+    }
+    // JSON carries the bytes as they are, in its own escapes.
+    ShellResult json = testing::runQuorvane(data, {"commits", "--json"});
+    EXPECT_THAT(json.stdOut, HasSubstr(R"(Ship it\u001b[2K\r\u001b[1AReviewed)"));
 }
 
 }  // namespace

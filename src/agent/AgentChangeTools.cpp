@@ -596,11 +596,9 @@ AgentResult AgentService::runGit(const Call& call) {
     ConfirmOutcome outcome = confirm(call.tool, call.args);
     if (!outcome.success) return refuse(call, outcome);
 
-    SafeGitAction action = SafeGitAction::fetch();
-    if (call.tool == "git_pull_ff_only") action = SafeGitAction::pullFFOnly();
-    if (call.tool == "git_push") action = SafeGitAction::push(branch);
-    if (call.tool == "git_set_upstream_push")
-        action = SafeGitAction::setUpstreamPush(branch.value_or(""));
+    // Only the git tools come here, so there is always an action.
+    const SafeGitAction action =
+        SafeGitAction::forTool(call.tool, branch).value_or(SafeGitAction::fetch());
     AgentResult result = SafeGitRunner::run(action, repo->localPath, runner_);
     if (result.ok) {
         store_.markProposalApplied(outcome.proposal.id);

@@ -52,6 +52,15 @@ std::string_view SafeGitAction::label() const {
         value);
 }
 
+std::optional<SafeGitAction> SafeGitAction::forTool(std::string_view tool,
+                                                    const std::optional<std::string>& branch) {
+    if (tool == "git_fetch") return fetch();
+    if (tool == "git_pull_ff_only") return pullFFOnly();
+    if (tool == "git_push") return push(branch);
+    if (tool == "git_set_upstream_push") return setUpstreamPush(branch.value_or(""));
+    return std::nullopt;
+}
+
 std::vector<std::string> SafeGitRunner::arguments(const SafeGitAction& action,
                                                   const std::string& repoPath) {
     std::vector<std::string> args = {"-C", repoPath};

@@ -35,6 +35,11 @@ struct SafeGitAction {
     static SafeGitAction fetch() { return {Fetch{}}; }
     static SafeGitAction pullFFOnly() { return {PullFFOnly{}}; }
 
+    // What a git tool runs: "git_fetch", "git_pull_ff_only", "git_push" (of `branch`
+    // when one is given) or "git_set_upstream_push"; nothing for any other tool.
+    static std::optional<SafeGitAction> forTool(std::string_view tool,
+                                                const std::optional<std::string>& branch);
+
     // What results call it: "push", "push -u", "fetch" or "pull --ff-only".
     std::string_view label() const;
 };

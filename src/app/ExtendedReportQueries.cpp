@@ -8,7 +8,6 @@
 #include "app/AlignmentQueries.hpp"
 #include "app/Queries.hpp"
 #include "base/EnumNames.hpp"
-#include "base/TextHelpers.hpp"
 
 namespace quorvane::Queries {
 
@@ -17,19 +16,6 @@ namespace {
 // A commit's subject: its body may say more than the person means to send anywhere.
 std::string subjectOf(const std::string& message) {
     return message.substr(0, message.find_first_of("\r\n"));
-}
-
-// The model's text as a report may hold it: valid UTF-8 without control characters
-// but line ends and tabs, so that a reply cannot move the cursor, retitle the
-// window or clear the screen of whoever reads the report on a terminal.
-std::string printable(const std::string& text) {
-    std::string out;
-    for (char c : Text::repairUtf8(text)) {
-        auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7f) continue;
-        out += c;
-    }
-    return out;
 }
 
 }  // namespace
@@ -95,8 +81,7 @@ std::string generateAISummary(const Store& store, const DailyReport& report, con
                               const AIProvider& provider) {
     std::string prompt = AISummaryService::dailyPrompt(
         aiPromptRepos(store, report), aiPromptNotes(report), prefs.includeDiffStat);
-    return printable(
-        provider.summarize(AISummaryService::kSystemText, prompt, AISummaryService::kMaxTokens));
+    return provider.summarize(AISummaryService::kSystemText, prompt, AISummaryService::kMaxTokens);
 }
 
 }  // namespace quorvane::Queries

@@ -30,8 +30,9 @@ std::vector<AISummaryService::PromptRepo> aiPromptRepos(const Store& store,
 std::string aiPromptNotes(const DailyReport& report);
 
 // The summary of `report`'s day written by `provider`, with file counts in the
-// prompt when `prefs.includeDiffStat`, without the control characters a terminal
-// would act on. Throws the provider's QuorvaneError.
+// prompt when `prefs.includeDiffStat`, as the model wrote it: the report shows its
+// control characters rather than letting a terminal act on them. Throws the
+// provider's QuorvaneError.
 std::string generateAISummary(const Store& store, const DailyReport& report, const AIPrefs& prefs,
                               const AIProvider& provider);
 

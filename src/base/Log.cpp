@@ -10,6 +10,8 @@
 #include <fmt/format.h>
 #include <systemd/sd-journal.h>
 
+#include "base/TextHelpers.hpp"
+
 namespace quorvane {
 namespace {
 
@@ -51,7 +53,10 @@ void defaultSink(LogLevel level, std::string_view category, std::string_view mes
                         nullptr);
         return;
     }
-    std::string line = fmt::format("quorvane[{}] {}: {}\n", category, levelName(level), message);
+    // A message names repositories, branches and what git or GitHub said: on a
+    // terminal, its controls show rather than act.
+    std::string line =
+        fmt::format("quorvane[{}] {}: {}\n", category, levelName(level), Text::visible(message));
     std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

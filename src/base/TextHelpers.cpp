@@ -38,6 +38,56 @@ size_t validSequenceLength(std::string_view s) {
     return length;
 }
 
+// The code point of the valid UTF-8 sequence of `length` bytes at the start of `s`.
+char32_t codePoint(std::string_view s, size_t length) {
+    auto byte = [&](size_t i) { return static_cast<char32_t>(static_cast<unsigned char>(s[i])); };
+    if (length == 1) return byte(0);
+    char32_t value = byte(0) & (0xFFu >> (length + 1));
+    for (size_t i = 1; i < length; ++i) value = (value << 6) | (byte(i) & 0x3F);
+    return value;
+}
+
+// Code points that reorder or break what follows them without being seen: C1
+// controls (one of them, U+009B, starts an escape sequence on some terminals), the
+// bidirectional marks, embeddings, overrides and isolates, and the line and
+// paragraph separators.
+bool isHiddenCodePoint(char32_t c) {
+    return (c >= 0x80 && c <= 0x9F) || c == 0x061C || c == 0x200E || c == 0x200F ||
+           (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
+}
+
+// What `visible` writes for the sequence at the start of `s` (its length in
+// `length`), or nothing when the sequence is shown as it is.
+std::optional<std::string> shownAs(std::string_view s, Lines lines, size_t& length) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    length = validSequenceLength(s);
+    if (length == 0) {
+        length = 1;
+        auto byte = static_cast<unsigned char>(s.front());
+        return std::string{'\\', 'x', kHex[byte >> 4], kHex[byte & 0xF]};
+    }
+    char32_t c = codePoint(s, length);
+    if (c < 0x20 || c == 0x7F) {
+        if (lines == Lines::many) {
+            if (c == '\n' || c == '\t') return std::nullopt;
+            if (c == '\r' && s.size() > 1 && s[1] == '\n') return std::string();
+        }
+        return std::string{'\\', 'x', kHex[c >> 4], kHex[c & 0xF]};
+    }
+    if (isHiddenCodePoint(c)) {
+        return std::string{
+            '\\',         'u', kHex[(c >> 12) & 0xF], kHex[(c >> 8) & 0xF], kHex[(c >> 4) & 0xF],
+            kHex[c & 0xF]};
+    }
+    return std::nullopt;
+}
+
+// Characters a shell reads as part of a plain word.
+bool isPlainWordCharacter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           std::string_view("_@%+=:,./-").find(c) != std::string_view::npos;
+}
+
 }  // namespace
 
 std::string_view trim(std::string_view text) {
@@ -113,6 +163,45 @@ std::string repairUtf8(std::string_view bytes) {
         bytes.remove_prefix(length);
     }
     return out;
+}
+
+std::string visible(std::string_view text, Lines lines) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        size_t length = 0;
+        if (std::optional<std::string> shown = shownAs(text, lines, length)) {
+            out += *shown;
+        } else if (text.front() == '\\') {
+            // Doubled only where it could be read as the start of a notation above.
+            std::string_view next = text.substr(1);
+            size_t nextLength = 0;
+            bool ambiguous = !next.empty() &&
+                             (next.front() == 'x' || next.front() == 'u' || next.front() == '\\' ||
+                              shownAs(next, lines, nextLength).has_value());
+            out += ambiguous ? "\\\\" : "\\";
+        } else {
+            out.append(text.substr(0, length));
+        }
+        text.remove_prefix(length);
+    }
+    return out;
+}
+
+std::string commandLine(const std::vector<std::string>& words) {
+    std::string line;
+    for (const std::string& word : words) {
+        if (!line.empty()) line += ' ';
+        std::string shown = visible(word);
+        if (!shown.empty() && std::all_of(shown.begin(), shown.end(), isPlainWordCharacter)) {
+            line += shown;
+            continue;
+        }
+        line += '\'';
+        for (char c : shown) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        line += '\'';
+    }
+    return line;
 }
 
 bool parseInt(std::string_view text, long long& value) {

@@ -150,12 +150,13 @@ std::string describeCheck(const CommandContext& context,
                           const AppEnvironment::AccountCheck& check) {
     const GitHubAccount& account = check.account;
     std::string who = account.username.empty() || account.username == account.displayName
-                          ? account.displayName
-                          : fmt::format("{} ({})", account.displayName, account.username);
+                          ? Text::visible(account.displayName)
+                          : fmt::format("{} ({})", Text::visible(account.displayName),
+                                        Text::visible(account.username));
     std::string status =
         Style::paint(context, Style::toneOf(account.status), enumName(account.status));
     if (check.problem.empty()) return fmt::format("{}: {}", who, status);
-    return fmt::format("{}: {} — {}", who, status, check.problem);
+    return fmt::format("{}: {} — {}", who, status, Text::visible(check.problem));
 }
 
 // Prints a check's outcome; 0 when the account is connected.
@@ -236,7 +237,8 @@ int accountsImportGh(CommandContext& context, const std::optional<std::string>& 
         return 1;
     }
     if (!check->stored) {
-        context.err << fmt::format("quorvane: nothing was imported: {}\n", check->problem);
+        context.err << fmt::format("quorvane: nothing was imported: {}\n",
+                                   Text::visible(check->problem));
         return 1;
     }
     return finishCheck(context, env, *check, "imported", json);
@@ -275,8 +277,9 @@ int accountsList(CommandContext& context, bool json) {
     for (const AccountsViewModel::Row& row : rows) {
         const GitHubAccount& account = row.account;
         table.push_back(
-            {Style::paint(context, Tone::dim, shortID(account.id)), account.displayName,
-             account.username.empty() ? "-" : account.username, authWord(account),
+            {Style::paint(context, Tone::dim, shortID(account.id)),
+             Text::visible(account.displayName),
+             account.username.empty() ? "-" : Text::visible(account.username), authWord(account),
              Style::paint(context, Style::toneOf(account.status), enumName(account.status)),
              std::to_string(row.reposCount), std::to_string(row.mappedCount),
              account.syncEnabled ? "on" : Style::paint(context, Tone::dim, "off"),
@@ -297,8 +300,8 @@ int accountsList(CommandContext& context, bool json) {
         if (!row.account.apiBaseURL) continue;
         if (!heading) context.out << "\nOn another server than github.com:\n";
         heading = true;
-        printWrapped(context.out, *row.account.apiBaseURL, context.columns,
-                     "  " + row.account.displayName + ": ");
+        printWrapped(context.out, Text::visible(*row.account.apiBaseURL), context.columns,
+                     "  " + Text::visible(row.account.displayName) + ": ");
     }
     return 0;
 }
@@ -339,7 +342,7 @@ int accountsRemove(CommandContext& context, const std::string& key) {
     env.removeAccount(removed.id);
     if (!reportFlush(context, env.saveProblem())) return 1;
     context.out << fmt::format(
-        "removed {} ({}){}\n", removed.displayName, shortID(removed.id),
+        "removed {} ({}){}\n", Text::visible(removed.displayName), shortID(removed.id),
         removed.keychainRef.empty() ? "" : " and its token from the secret store");
     return 0;
 }

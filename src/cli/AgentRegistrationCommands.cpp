@@ -9,6 +9,7 @@
 
 #include "agent/ClaudeRegistration.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "platform/Shell.hpp"
 
@@ -81,10 +82,12 @@ int agentUnregister(CommandContext& context, const std::string& scope) {
 int agentRegistrations(CommandContext& context) {
     AgentResult result = registration(context).list();
     if (!result.ok) {
-        context.err << "Listing failed: " << result.hint.value_or("unknown error") << "\n";
+        context.err << "Listing failed: " << Text::visible(result.hint.value_or("unknown error"))
+                    << "\n";
         return 1;
     }
-    context.out << outputOf(result);
+    // The list names servers a project's own .mcp.json may bring.
+    context.out << Text::visible(outputOf(result), Text::Lines::many);
     return 0;
 }
 

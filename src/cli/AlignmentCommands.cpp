@@ -137,12 +137,13 @@ int alignment(CommandContext& context, bool json) {
         std::vector<std::vector<std::string>> rows;
         for (const V::Entry& entry : section.entries) {
             const V2RepoLine& entryLine = entry.line;
-            rows.push_back({"  " + entryLine.name,
-                            entryLine.branch.empty() ? "(detached)" : entryLine.branch,
-                            arrows(entryLine),
-                            Style::paint(context, Style::healthTone(entryLine.health),
-                                         fmt::format("health {}", entryLine.health)),
-                            entryLine.account.value_or("")});
+            rows.push_back(
+                {"  " + Text::visible(entryLine.name),
+                 entryLine.branch.empty() ? "(detached)" : Text::visible(entryLine.branch),
+                 arrows(entryLine),
+                 Style::paint(context, Style::healthTone(entryLine.health),
+                              fmt::format("health {}", entryLine.health)),
+                 Text::visible(entryLine.account.value_or(""))});
         }
         std::vector<std::string> lines = TextLayout::layoutTable(
             rows, {context.columns,
@@ -151,8 +152,9 @@ int alignment(CommandContext& context, bool json) {
             context.out << lines[i] << "\n";
             const std::optional<ActionSuggestion>& suggestion = section.entries[i].suggestion;
             if (!suggestion) continue;
-            std::vector<std::string> command = TextLayout::wrapCommand(
-                suggestion->command, context.columns > prompt ? context.columns - prompt : 0);
+            std::vector<std::string> command =
+                TextLayout::wrapCommand(Text::visible(suggestion->command),
+                                        context.columns > prompt ? context.columns - prompt : 0);
             context.out << kCommandPrompt << command[0] << "\n";
             // Continuations line up under the command, or further left when a long
             // word needs the room: the shell does not mind where they start.
@@ -190,11 +192,11 @@ int inventory(CommandContext& context, InventoryFilter filter, const std::string
         std::vector<std::string> tags;
         if (row.isPrivate) tags.emplace_back(V::kPrivateTag);
         if (row.isArchived) tags.emplace_back(V::kArchivedTag);
-        table.push_back({row.name,
+        table.push_back({Text::visible(row.name),
                          Style::paint(context, kindTone(row.kind), V::kindBadge(row.kind)),
-                         row.account.empty() ? "-" : row.account,
+                         row.account.empty() ? "-" : Text::visible(row.account),
                          tags.empty() ? "-" : fmt::format("{}", fmt::join(tags, ",")),
-                         row.localPath.value_or("-")});
+                         Text::visible(row.localPath.value_or("-"))});
     }
     using TextLayout::Shrink;
     printTable(context.out, table,
@@ -245,7 +247,7 @@ int backlog(CommandContext& context, bool json) {
             std::string tags = std::string(item.isPrivate ? "[Private]" : "") +
                                (item.isPrivate && item.isArchived ? "  " : "") +
                                (item.isArchived ? "[Archived]" : "");
-            rows.push_back({"  " + item.name, item.detail, tags});
+            rows.push_back({"  " + Text::visible(item.name), Text::visible(item.detail), tags});
         }
         printTable(context.out, rows,
                    {context.columns, {Shrink::cutEnd, Shrink::cutMiddle, Shrink::never}});
@@ -278,12 +280,12 @@ int health(CommandContext& context, const std::optional<std::string>& repo, bool
     }
     for (const auto& [config, score] : scores) {
         context.out << fmt::format(
-            "{}  {}\n", displayNameOf(*config),
+            "{}  {}\n", Text::visible(displayNameOf(*config)),
             Style::paint(context, Style::healthTone(score.score), std::to_string(score.score)));
         for (const std::string& reason : score.reasonsNegative)
-            printWrapped(context.out, reason, context.columns, "  - ");
+            printWrapped(context.out, Text::visible(reason), context.columns, "  - ");
         for (const std::string& reason : score.reasonsPositive)
-            printWrapped(context.out, reason, context.columns, "  + ");
+            printWrapped(context.out, Text::visible(reason), context.columns, "  + ");
     }
     return 0;
 }
@@ -318,20 +320,22 @@ int branches(CommandContext& context, const std::optional<std::string>& repo, bo
         std::vector<BranchRecord> records = branchRows(reading.store, config->id);
         if (records.empty()) continue;
         any = true;
-        context.out << displayNameOf(*config) << "\n";
+        context.out << Text::visible(displayNameOf(*config)) << "\n";
         std::vector<std::vector<std::string>> table = {
             {"  BRANCH", "HERE", "GITHUB", "UPSTREAM", "AHEAD", "BEHIND", "HEAD"}};
         for (const BranchRecord& b : records) {
-            table.push_back({"  " + b.name, b.isLocal ? "yes" : "-", b.isRemote ? "yes" : "-",
-                             b.upstreamName.value_or("-"),
-                             b.aheadCount > 0 ? Style::paint(context, Tone::attention,
-                                                             std::to_string(b.aheadCount))
-                                              : std::to_string(b.aheadCount),
-                             b.behindCount > 0 ? Style::paint(context, Tone::attention,
-                                                              std::to_string(b.behindCount))
-                                               : std::to_string(b.behindCount),
-                             Style::paint(context, Tone::dim,
-                                          b.lastCommitSha ? b.lastCommitSha->substr(0, 8) : "-")});
+            table.push_back(
+                {"  " + Text::visible(b.name), b.isLocal ? "yes" : "-", b.isRemote ? "yes" : "-",
+                 Text::visible(b.upstreamName.value_or("-")),
+                 b.aheadCount > 0
+                     ? Style::paint(context, Tone::attention, std::to_string(b.aheadCount))
+                     : std::to_string(b.aheadCount),
+                 b.behindCount > 0
+                     ? Style::paint(context, Tone::attention, std::to_string(b.behindCount))
+                     : std::to_string(b.behindCount),
+                 Style::paint(
+                     context, Tone::dim,
+                     b.lastCommitSha ? Text::visible(b.lastCommitSha->substr(0, 8)) : "-")});
         }
         using TextLayout::Shrink;
         printTable(context.out, table,

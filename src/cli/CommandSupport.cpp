@@ -89,6 +89,13 @@ bool isFolder(const std::string& path) {
     return fs::is_directory(path, ec);
 }
 
+std::string unstorablePathProblem(const std::string& path, std::string_view purpose) {
+    if (Text::isValidUtf8(path)) return "";
+    return fmt::format(
+        "its path is not valid UTF-8, which the data files cannot hold; rename the folder to {}",
+        purpose);
+}
+
 std::string firstLine(std::string_view text) {
     std::vector<std::string_view> lines = Text::nonEmptyLines(text);
     return lines.empty() ? std::string() : std::string(Text::trim(lines.front()));
@@ -204,7 +211,9 @@ const RepoConfig* resolveRepo(const CommandContext& context, const AppConfig& co
     }
     context.err << fmt::format("quorvane: {} names {} repositories; give one of their paths:\n",
                                key, named.size());
-    for (const RepoConfig* repo : named) context.err << "  " << repo->localPath << "\n";
+    for (const RepoConfig* repo : named) {
+        context.err << "  " << Text::visible(repo->localPath) << "\n";
+    }
     return nullptr;
 }
 

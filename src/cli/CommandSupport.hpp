@@ -76,6 +76,13 @@ bool reportFlush(const CommandContext& context, const std::string& problem);
 AppConfig readConfig(const CommandContext& context);
 
 bool isFolder(const std::string& path);
+
+// Why a folder at `path` cannot be kept in the data files, ending in what renaming
+// it lets the person do (`purpose`, such as "track it"); empty when it can. A path
+// that is not valid UTF-8 would be stored with U+FFFD in place of its bytes, which
+// names another folder or none.
+std::string unstorablePathProblem(const std::string& path, std::string_view purpose);
+
 std::string firstLine(std::string_view text);
 
 // The top of the working tree holding a path, or why there is none.

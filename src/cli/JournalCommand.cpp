@@ -13,8 +13,8 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
-#include "cli/CommandSupport.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/Store.hpp"
 #include "reports/DailyJournal.hpp"
@@ -112,7 +112,7 @@ void printEntry(std::ostream& out, size_t width, const std::string& dateKey,
         any = true;
         out << fmt::format("\n{}\n", field.heading);
         for (std::string_view line : Text::nonEmptyLines(*((*entry).*field.member))) {
-            printWrapped(out, line, width, "  ");
+            printWrapped(out, Text::visible(line, Text::Lines::many), width, "  ");
         }
     }
     if (!any) {

@@ -7,8 +7,10 @@
 #include <fmt/format.h>
 
 #include "agent/AgentTools.hpp"
+#include "agent/GitProposalReview.hpp"
 #include "app/AppEnvironment.hpp"
 #include "base/EnumNames.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
@@ -73,6 +75,54 @@ bool isDestructive(const PendingProposal& proposal) {
     return proposal.summary.starts_with("DESTRUCTIVE");
 }
 
+// The arguments exactly as the action will take them: JSON in which every
+// character but printable ASCII is JSON's own escape, so that no control acts on
+// the terminal and no look-alike letter passes for another.
+std::string argumentsShown(const std::string& payloadJSON) {
+    const Json args = Json::parse(payloadJSON, nullptr, false);
+    if (args.is_discarded()) return Text::visible(payloadJSON);
+    return args.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+// The title a person reads in a list: an agent's words, and for a git command the
+// address it will connect to.
+std::string titleShown(const PendingProposal& proposal,
+                       const std::optional<GitProposalReview>& review) {
+    std::string title = Text::visible(proposal.title);
+    if (!review) return title;
+    title += " → " + Text::visible(review->remote.name);
+    for (const std::string& url : review->remote.urls) title += " " + Text::visible(url);
+    return title;
+}
+
+// A git command's own lines: what runs, where it connects, and what of the
+// repository's configuration takes part; every value with its controls visible.
+void printGitReview(std::ostream& out, const GitProposalReview& review, size_t columns) {
+    const std::string label = "  Command:   ";
+    std::vector<std::string> command = TextLayout::wrapCommand(
+        Text::commandLine(review.command), columns > label.size() ? columns - label.size() : 0);
+    for (size_t i = 0; i < command.size(); ++i) {
+        out << (i == 0 ? label : std::string(label.size(), ' ')) << command[i] << "\n";
+    }
+    std::string remote = Text::visible(review.remote.name);
+    for (const std::string& url : review.remote.urls) remote += " " + Text::visible(url);
+    if (review.remote.urls.empty()) remote += " (no address configured)";
+    printWrapped(out, remote, columns, "  Remote:    ");
+    if (!review.settings.empty() || !review.hooks.empty()) {
+        out << "  The repository's own settings and hooks it runs with:\n";
+        for (const std::string& setting : review.settings) {
+            printWrapped(out, Text::visible(setting), columns, "    ");
+        }
+        for (const std::string& hook : review.hooks) {
+            printWrapped(out, "hook " + Text::visible(hook), columns, "    ");
+        }
+    }
+    printWrapped(out,
+                 "It runs as if you typed it, with your own and the repository's settings, "
+                 "hooks and credential helpers.",
+                 columns, "  ");
+}
+
 }  // namespace
 
 int proposalsList(CommandContext& context, bool all, bool json) {
@@ -92,14 +142,19 @@ int proposalsList(CommandContext& context, bool all, bool json) {
                             : "No proposals are waiting for you.\n");
         return 0;
     }
+    AppConfig config = readConfig(context);
     std::vector<std::vector<std::string>> rows = {{"ID", "CREATED", "KIND", "STATUS", "TITLE"}};
     for (const PendingProposal& proposal : proposals) {
+        std::optional<GitProposalReview> review =
+            proposal.status == PendingProposal::Status::pending
+                ? GitProposalReview::of(proposal, config, context.runner)
+                : std::nullopt;
         rows.push_back(
             {Style::paint(context, Tone::dim, shortID(proposal.id)), localTime(proposal.createdAt),
              std::string(enumName(proposal.kind)),
              Style::paint(context, statusTone(proposal.status), enumName(proposal.status)),
              Style::paint(context, isDestructive(proposal) ? Tone::problem : Tone::plain,
-                          proposal.title)});
+                          titleShown(proposal, review))});
     }
     using TextLayout::Shrink;
     printTable(context.out, rows,
@@ -124,14 +179,20 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     }
     std::ostream& out = context.out;
     out << fmt::format("Proposal {}\n", proposal->id);
-    out << fmt::format("  Title:     {}\n", proposal->title);
+    out << fmt::format("  Title:     {}\n", Text::visible(proposal->title));
     out << fmt::format("  Kind:      {}\n", enumName(proposal->kind));
     out << fmt::format("  Status:    {}\n", Style::paint(context, statusTone(proposal->status),
                                                          enumName(proposal->status)));
     out << fmt::format("  Created:   {}\n", localTime(proposal->createdAt));
-    if (proposal->intendedTool) out << fmt::format("  Tool:      {}\n", *proposal->intendedTool);
+    if (proposal->intendedTool) {
+        out << fmt::format("  Tool:      {}\n", Text::visible(*proposal->intendedTool));
+    }
     if (!proposal->payloadJSON.empty() && proposal->payloadJSON != "{}") {
-        out << fmt::format("  Arguments: {}\n", proposal->payloadJSON);
+        out << fmt::format("  Arguments: {}\n", argumentsShown(proposal->payloadJSON));
+    }
+    if (std::optional<GitProposalReview> review =
+            GitProposalReview::of(*proposal, readConfig(context), context.runner)) {
+        printGitReview(out, *review, context.columns);
     }
     if (proposal->confidence) out << fmt::format("  Confidence: {}%\n", *proposal->confidence);
     if (proposal->status == PendingProposal::Status::approved && proposal->expiresAt) {
@@ -140,12 +201,12 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
                            localTime(*proposal->expiresAt));
     }
     out << "\n";
+    const std::string summary = Text::visible(proposal->summary);
     printWrapped(out,
-                 isDestructive(*proposal) ? Style::paint(context, Tone::problem, proposal->summary)
-                                          : proposal->summary,
+                 isDestructive(*proposal) ? Style::paint(context, Tone::problem, summary) : summary,
                  context.columns, "  ");
     for (const std::string& line : proposal->evidence) {
-        printWrapped(out, line, context.columns, "  - ");
+        printWrapped(out, Text::visible(line), context.columns, "  - ");
     }
     if (proposal->status == PendingProposal::Status::pending) {
         const std::string shortName = shortID(proposal->id);
@@ -168,6 +229,9 @@ int proposalsApprove(CommandContext& context, const std::string& id, bool json) 
                        "nothing\n";
         return 1;
     }
+    // Read before the approval, as the person reads it in the review.
+    std::optional<GitProposalReview> review =
+        GitProposalReview::of(*proposal, env.config(), context.runner);
     AppEnvironment::ProposalDecision decision = env.approveProposal(proposal->id);
     if (!decision.problem.empty()) {
         context.err << fmt::format("quorvane: {}\n", decision.problem);
@@ -186,8 +250,12 @@ int proposalsApprove(CommandContext& context, const std::string& id, bool json) 
         "valid until {} ({} minutes), for this one action only.\n"
         "The agent fetches the token itself with get_proposal_status, or you can paste it\n"
         "as its confirmationToken.\n",
-        decision.proposal->title, decision.token, localTime(expiresAt),
+        Text::visible(decision.proposal->title), decision.token, localTime(expiresAt),
         AppEnvironment::kTokenLifetimeSeconds / 60);
+    if (review) {
+        context.out << "\n";
+        printGitReview(context.out, *review, context.columns);
+    }
     return 0;
 }
 
@@ -202,7 +270,7 @@ int proposalsReject(CommandContext& context, const std::string& id) {
         context.err << fmt::format("quorvane: {}\n", decision.problem);
         return 1;
     }
-    context.out << fmt::format("rejected: {}\n", decision.proposal->title);
+    context.out << fmt::format("rejected: {}\n", Text::visible(decision.proposal->title));
     return 0;
 }
 
@@ -229,10 +297,10 @@ int auditLog(CommandContext& context, int limit, bool json) {
                     : entry.status == "confirmation_required" || entry.status == "token_disclosed"
                         ? Tone::attention
                         : Tone::problem;
-        rows.push_back({localTime(entry.at), entry.actor, entry.tool,
-                        Style::paint(context, tone, entry.status)});
-        details.push_back(entry.detail && !entry.detail->empty() ? *entry.detail
-                                                                 : entry.argsSummary);
+        rows.push_back({localTime(entry.at), Text::visible(entry.actor), Text::visible(entry.tool),
+                        Style::paint(context, tone, Text::visible(entry.status))});
+        details.push_back(Text::visible(
+            entry.detail && !entry.detail->empty() ? *entry.detail : entry.argsSummary));
     }
     // One line a call, and what it was about indented below it: the detail is a
     // sentence or a list of arguments, too long to share a line at any width.
@@ -283,7 +351,7 @@ int agentStatus(CommandContext& context, bool json) {
     }
     std::string roots;
     for (const std::string& root : config.agent.allowedRoots) {
-        roots += (roots.empty() ? "" : ", ") + root;
+        roots += (roots.empty() ? "" : ", ") + Text::visible(root);
     }
     if (roots.empty())
         roots = "none (every path is refused; the daemon fills them from the scan folders)";

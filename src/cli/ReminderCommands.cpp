@@ -5,9 +5,10 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
+#include "base/EnumNames.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Style.hpp"
-#include "base/EnumNames.hpp"
 #include "persistence/Store.hpp"
 #include "reports/ReminderEvent.hpp"
 
@@ -48,7 +49,7 @@ int reminders(CommandContext& context, bool all, bool json) {
              DateHelpers::dateKey(event.triggeredAt) + " " + localClockTime(event.triggeredAt),
              Style::paint(context, event.resolvedAt ? Tone::dim : Style::toneOf(event.kind),
                           enumName(event.kind)),
-             event.message});
+             Text::visible(event.message)});
         if (all) {
             rows.back().push_back(event.resolvedAt ? DateHelpers::dateKey(*event.resolvedAt) + " " +
                                                          localClockTime(*event.resolvedAt)
@@ -92,7 +93,7 @@ int dismissReminder(CommandContext& context, const std::string& id) {
         context.err << "quorvane: the reminder could not be saved as dismissed (see the log)\n";
         return 1;
     }
-    context.out << fmt::format("dismissed: {}\n", matches[0].message);
+    context.out << fmt::format("dismissed: {}\n", Text::visible(matches[0].message));
     return 0;
 }
 

@@ -7,6 +7,7 @@
 #include "app/ExtendedReportQueries.hpp"
 #include "app/Queries.hpp"
 #include "base/QuorvaneError.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Commands.hpp"
 #include "persistence/JsonCodec.hpp"
@@ -112,7 +113,8 @@ std::optional<std::string> aiSummary(CommandContext& context, const AppConfig& c
     try {
         return Queries::generateAISummary(store, report, config.ai, *provider);
     } catch (const QuorvaneError& error) {
-        context.err << AISummaryService::kFailureMessage << "\n" << error.what() << "\n";
+        context.err << AISummaryService::kFailureMessage << "\n"
+                    << Text::visible(error.what()) << "\n";
         return std::nullopt;
     }
 }

@@ -41,15 +41,13 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
         WorkTree tree = workTreeAt(context, path);
         // git's answer has invalid bytes already replaced, so the given path tells.
-        if (tree.problem.empty() &&
-            !Text::isValidUtf8(PathHelpers::canonicalPath(absolutePath(context, path)))) {
-            tree.problem =
-                "its path is not valid UTF-8, which the data files cannot hold; rename the "
-                "folder to track it";
+        if (tree.problem.empty()) {
+            tree.problem = unstorablePathProblem(
+                PathHelpers::canonicalPath(absolutePath(context, path)), "track it");
         }
         if (!tree.problem.empty()) {
-            context.err << fmt::format("quorvane: cannot track {}: {}\n",
-                                       Text::escapeInvalidUtf8(path), tree.problem);
+            context.err << fmt::format("quorvane: cannot track {}: {}\n", Text::visible(path),
+                                       Text::visible(tree.problem));
             refused = true;
             continue;
         }
@@ -73,7 +71,7 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     AppConfig current = env.config();
     for (const std::string& top : tops) {
         if (findRepo(current, top) != nullptr) {
-            context.out << fmt::format("already tracked: {}\n", top);
+            context.out << fmt::format("already tracked: {}\n", Text::visible(top));
             continue;
         }
         found.push_back(discovery.makeRepo(top));
@@ -84,7 +82,8 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     std::vector<std::string> added = env.addDiscovered(found);
     for (const DiscoveredRepo& repo : found) {
         if (std::find(added.begin(), added.end(), repo.repoID) != added.end()) {
-            context.out << fmt::format("tracking {} ({})\n", repo.name, repo.repoID);
+            context.out << fmt::format("tracking {} ({})\n", Text::visible(repo.name),
+                                       Text::visible(repo.repoID));
         }
     }
     if (!env.store().flush()) return reportFlush(context, env.store().flushProblem()) ? 0 : 1;
@@ -103,9 +102,10 @@ int reposList(CommandContext& context, bool json) {
     }
     std::vector<std::vector<std::string>> rows = {{"NAME", "DEFAULT", "TRACKED", "PATH", "REMOTE"}};
     for (const RepoConfig& repo : config.repositories) {
-        rows.push_back({repo.displayName.value_or(repo.name), repo.defaultBranch,
-                        repo.trackingEnabled ? "yes" : Style::paint(context, Tone::dim, "paused"),
-                        repo.localPath, repo.remoteURL.value_or("-")});
+        rows.push_back(
+            {Text::visible(repo.displayName.value_or(repo.name)), Text::visible(repo.defaultBranch),
+             repo.trackingEnabled ? "yes" : Style::paint(context, Tone::dim, "paused"),
+             Text::visible(repo.localPath), Text::visible(repo.remoteURL.value_or("-"))});
     }
     using TextLayout::Shrink;
     printTable(
@@ -140,8 +140,8 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
         reportFlush(context, env.store().flushProblem());
         return 1;
     }
-    context.out << fmt::format("stopped tracking {} ({}); its recorded history was removed\n", name,
-                               id);
+    context.out << fmt::format("stopped tracking {} ({}); its recorded history was removed\n",
+                               Text::visible(name), Text::visible(id));
     return 0;
 }
 
@@ -152,8 +152,11 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
     bool refused = false;
     for (const std::string& path : paths) {
         std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
-        if (!isFolder(canonical)) {
-            context.err << fmt::format("quorvane: cannot add {}: no such folder\n", path);
+        std::string problem =
+            isFolder(canonical) ? unstorablePathProblem(canonical, "scan it") : "no such folder";
+        if (!problem.empty()) {
+            context.err << fmt::format("quorvane: cannot add {}: {}\n", Text::visible(path),
+                                       problem);
             refused = true;
             continue;
         }
@@ -170,7 +173,7 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
         if (std::find(config.scanFolders.begin(), config.scanFolders.end(), folder) !=
                 config.scanFolders.end() ||
             std::find(added.begin(), added.end(), folder) != added.end()) {
-            context.out << fmt::format("already a scan folder: {}\n", folder);
+            context.out << fmt::format("already a scan folder: {}\n", Text::visible(folder));
             continue;
         }
         added.push_back(folder);
@@ -186,7 +189,7 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
     });
     if (!saved) return reportNotSaved(context, env.saveProblem());
     for (const std::string& folder : added) {
-        context.out << fmt::format("scan folder added: {}\n", folder);
+        context.out << fmt::format("scan folder added: {}\n", Text::visible(folder));
     }
     return 0;
 }
@@ -199,11 +202,17 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
     std::vector<std::string> matches;
     for (const std::string& path : paths) {
         std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
-        auto it = std::find_if(config.scanFolders.begin(), config.scanFolders.end(),
-                               [&](const std::string& f) { return f == path || f == canonical; });
+        // Besides the folder itself: an entry as the list prints it, and one an older
+        // version stored with U+FFFD in place of each byte that was not UTF-8.
+        auto it = std::find_if(
+            config.scanFolders.begin(), config.scanFolders.end(), [&](const std::string& f) {
+                return f == path || f == canonical || Text::visible(f) == path ||
+                       f == Text::repairUtf8(path) || f == Text::repairUtf8(canonical);
+            });
         if (it == config.scanFolders.end()) {
             context.err << fmt::format(
-                "quorvane: {} is not a scan folder (see: quorvane folders list)\n", path);
+                "quorvane: {} is not a scan folder (see: quorvane folders list)\n",
+                Text::visible(path));
             context.err << "quorvane: nothing was removed\n";
             return 1;
         }
@@ -214,7 +223,7 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
     });
     if (!saved) return reportNotSaved(context, env.saveProblem());
     for (const std::string& folder : matches) {
-        context.out << fmt::format("scan folder removed: {}\n", folder);
+        context.out << fmt::format("scan folder removed: {}\n", Text::visible(folder));
     }
     return 0;
 }
@@ -225,7 +234,9 @@ int foldersList(CommandContext& context) {
         context.out << "No scan folders yet. Add one with: quorvane folders add PATH\n";
         return 0;
     }
-    for (const std::string& folder : config.scanFolders) context.out << folder << '\n';
+    for (const std::string& folder : config.scanFolders) {
+        context.out << Text::visible(folder) << '\n';
+    }
     return 0;
 }
 

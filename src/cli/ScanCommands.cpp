@@ -40,17 +40,18 @@ void printStates(const CommandContext& context, const std::vector<const RepoConf
     std::vector<std::vector<std::string>> rows = {
         {"REPOSITORY", "BRANCH", "CHANGES", "UPSTREAM", "TODAY", ""}};
     for (size_t i = 0; i < repos.size(); ++i) {
-        std::string name = repos[i]->displayName.value_or(repos[i]->name);
+        std::string name = Text::visible(repos[i]->displayName.value_or(repos[i]->name));
         const std::optional<RepoSnapshot>& snapshot = snapshots[i];
         if (!snapshot) {
             rows.push_back(
                 {name, "-", "-", "-", "-", Style::paint(context, Tone::dim, "not scanned yet")});
         } else if (snapshot->error) {
             rows.push_back({name, "-", "-", "-", "-",
-                            Style::paint(context, Tone::problem, "error: " + *snapshot->error)});
+                            Style::paint(context, Tone::problem,
+                                         "error: " + Text::visible(*snapshot->error))});
         } else {
             rows.push_back(
-                {name, snapshot->isDetachedHead ? "(detached)" : snapshot->branch,
+                {name, snapshot->isDetachedHead ? "(detached)" : Text::visible(snapshot->branch),
                  Style::paint(context, Style::changesTone(snapshot->files),
                               describeChanges(snapshot->files)),
                  Style::paint(context, Style::upstreamTone(*snapshot), describeUpstream(*snapshot)),
@@ -95,7 +96,7 @@ int scan(CommandContext& context, bool json) {
         return status;
     }
     for (const std::string& id : enrolled) {
-        printWrapped(context.out, id, context.columns, "newly tracked: ");
+        printWrapped(context.out, Text::visible(id), context.columns, "newly tracked: ");
     }
     if (active.empty()) {
         context.out << kNothingTracked;
@@ -132,8 +133,8 @@ int sync(CommandContext& context, bool scanFirst, bool json) {
                              plural(summary.mappedRepos, "repository")),
                  context.columns);
     for (const std::string& error : summary.errors) {
-        printWrapped(context.out, Style::paint(context, Tone::problem, error), context.columns,
-                     "  ");
+        printWrapped(context.out, Style::paint(context, Tone::problem, Text::visible(error)),
+                     context.columns, "  ");
     }
     return status;
 }
@@ -192,16 +193,17 @@ int commits(CommandContext& context, const CommitsOptions& options) {
     }
     std::map<std::string, std::string> names;
     for (const RepoConfig& repo : config.repositories)
-        names[repo.id] = repo.displayName.value_or(repo.name);
+        names[repo.id] = Text::visible(repo.displayName.value_or(repo.name));
     std::vector<std::vector<std::string>> rows;
     for (const CommitRecord& commit : found) {
         auto name = names.find(commit.repoID);
         rows.push_back(
             {DateHelpers::dateKey(commit.committedAt) + " " + localClockTime(commit.committedAt),
              Style::paint(context, Tone::dim, commit.shortSha),
-             name != names.end() ? name->second : fs::path(commit.repoID).filename().string(),
+             name != names.end() ? name->second
+                                 : Text::visible(fs::path(commit.repoID).filename().string()),
              commit.isLocalOnly ? Style::paint(context, Tone::attention, "local") : "",
-             commit.message});
+             Text::visible(commit.message)});
     }
     // One line per commit, as git's own short log: a long subject is cut, not wrapped.
     using TextLayout::Shrink;
@@ -262,7 +264,7 @@ int doctor(CommandContext& context) {
                             plural(static_cast<int>(config.scanFolders.size()), "scan folder")));
         } catch (const DecodeError& error) {
             configState =
-                Style::paint(context, Tone::problem, std::string("unreadable: ") + error.what());
+                Style::paint(context, Tone::problem, "unreadable: " + Text::visible(error.what()));
             healthy = false;
         }
     }
@@ -271,7 +273,7 @@ int doctor(CommandContext& context) {
     std::vector<std::string> quarantined;
     for (const auto& entry : fs::directory_iterator(context.dataDir, ec)) {
         std::string name = entry.path().filename().string();
-        if (name.find(".corrupt-") != std::string::npos) quarantined.push_back(name);
+        if (name.find(".corrupt-") != std::string::npos) quarantined.push_back(Text::visible(name));
     }
     std::sort(quarantined.begin(), quarantined.end());
     rows.push_back({"set aside",

@@ -14,6 +14,7 @@
 #include "app/AppEnvironment.hpp"
 #include "app/Queries.hpp"
 #include "cli/CommandSupport.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/Commands.hpp"
 #include "cli/Style.hpp"
 #include "persistence/DataFolderLock.hpp"
@@ -108,7 +109,7 @@ std::string momentCell(std::optional<Date> date, Date day) {
 }
 
 std::string branchCell(const std::string& branch) {
-    return branch.empty() ? "(detached)" : branch;
+    return branch.empty() ? "(detached)" : Text::visible(branch);
 }
 
 // Display names by repository id; a repository no longer configured goes by its folder.
@@ -120,9 +121,11 @@ public:
             names_[repo.id] = named ? *repo.displayName : repo.name;
         }
     }
+    // As shown: a name comes from a folder or a repository's configuration.
     std::string operator()(const std::string& repoID) const {
         auto it = names_.find(repoID);
-        return it != names_.end() ? it->second : fs::path(repoID).filename().string();
+        return Text::visible(it != names_.end() ? it->second
+                                                : fs::path(repoID).filename().string());
     }
 
 private:
@@ -256,7 +259,7 @@ int today(CommandContext& context, bool json, bool scanFirst) {
     View view(context);
     if (!json) {
         for (const std::string& id : enrolled)
-            context.out << fmt::format("newly tracked: {}\n", id);
+            context.out << fmt::format("newly tracked: {}\n", Text::visible(id));
     }
     TodaySummary summary = Queries::todaySummary(view.store, view.config, view.now);
     if (json) {
@@ -292,7 +295,7 @@ int today(CommandContext& context, bool json, bool scanFirst) {
     if (!synced.empty()) rows[0].push_back("GITHUB");
     for (const RepoTodayLine& line : summary.lines) {
         rows.push_back(
-            {line.name, branchCell(line.branch), countCell(line.commitsToday),
+            {Text::visible(line.name), branchCell(line.branch), countCell(line.commitsToday),
              Style::paint(context, Style::changesTone(line.files), describeChanges(line.files)),
              durationCell(line.estimatedSeconds), statusWords(context, line.statuses),
              momentCell(line.lastCommitAt, view.now)});
@@ -380,20 +383,23 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
     }
 
     context.out << '\n';
-    if (summary.mostActive) context.out << fmt::format("most active:    {}\n", *summary.mostActive);
+    if (summary.mostActive) {
+        context.out << fmt::format("most active:    {}\n", Text::visible(*summary.mostActive));
+    }
     if (summary.mostNeglected) {
-        context.out << fmt::format("most neglected: {}\n", *summary.mostNeglected);
+        context.out << fmt::format("most neglected: {}\n", Text::visible(*summary.mostNeglected));
     }
     for (const RepoTodayLine& line : summary.needsAttention) {
-        printWrapped(context.out,
-                     fmt::format("{} ({})", line.name, statusWords(context, line.statuses)),
-                     context.columns, "needs attention: ");
+        printWrapped(
+            context.out,
+            fmt::format("{} ({})", Text::visible(line.name), statusWords(context, line.statuses)),
+            context.columns, "needs attention: ");
     }
     context.out << '\n';
     std::vector<std::vector<std::string>> repoRows = {{"REPOSITORY", "COMMITS", "TIME", "PATH"}};
     for (const WeekRepoLine& line : summary.perRepo) {
-        repoRows.push_back(
-            {line.name, countCell(line.commits), durationCell(line.seconds), line.localPath});
+        repoRows.push_back({Text::visible(line.name), countCell(line.commits),
+                            durationCell(line.seconds), Text::visible(line.localPath)});
     }
     using TextLayout::Shrink;
     printTable(
@@ -453,8 +459,9 @@ int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) 
     if (anySync) table[0].push_back("GITHUB");
     for (const ActivityRow& row : rows) {
         table.push_back(
-            {row.name, branchCell(row.branch), momentCell(row.lastActivityAt, view.now),
-             countCell(row.commitsToday), durationCell(row.estimatedSecondsToday),
+            {Text::visible(row.name), branchCell(row.branch),
+             momentCell(row.lastActivityAt, view.now), countCell(row.commitsToday),
+             durationCell(row.estimatedSecondsToday),
              Style::paint(context, Style::changesTone(row.files), describeChanges(row.files)),
              statusWords(context, row.statuses)});
         if (anySync) {

@@ -346,8 +346,9 @@ void apply(AppConfig& config, const Key& key, const Json& value) {
 std::string display(const Json& value) {
     if (value.is_null()) return "none";
     if (value.is_string()) {
+        // Text can come from an agent's approved change: its controls show, not act.
         const std::string& text = value.get_ref<const std::string&>();
-        return text.empty() ? "\"\"" : text;
+        return text.empty() ? "\"\"" : Text::visible(text);
     }
     return value.dump();
 }

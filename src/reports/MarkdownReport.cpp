@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include "base/EnumNames.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane {
 
@@ -23,8 +24,8 @@ std::string_view firstLine(std::string_view message) {
 
 void projectSection(std::string& text, const RepoTodayLine& line, const std::string& dateKey,
                     const std::map<std::string, std::vector<CommitRecord>>& commitsByRepo) {
-    text +=
-        fmt::format("### {} (`{}`)\n\n", line.name, line.branch.empty() ? "detached" : line.branch);
+    text += fmt::format("### {} (`{}`)\n\n", Text::visible(line.name),
+                        line.branch.empty() ? "detached" : Text::visible(line.branch));
     text += fmt::format("- Commits: {} · Time: {}\n", line.commitsToday,
                         formatDuration(line.estimatedSeconds));
     text += fmt::format("- Files: {} modified, {} staged, {} untracked\n", line.files.modified,
@@ -41,7 +42,8 @@ void projectSection(std::string& text, const RepoTodayLine& line, const std::str
             if (DateHelpers::dateKey(commit.committedAt) != dateKey) continue;
             if (first) text += '\n';
             first = false;
-            text += fmt::format("  - `{}` {}\n", commit.shortSha, firstLine(commit.message));
+            text += fmt::format("  - `{}` {}\n", Text::visible(commit.shortSha),
+                                Text::visible(firstLine(commit.message)));
         }
     }
     text += '\n';
@@ -51,7 +53,7 @@ void journalSection(std::string& text, const DailyJournal& journal) {
     text += "## Journal\n\n";
     auto note = [&](const char* title, const std::optional<std::string>& body) {
         if (!body || body->empty()) return;
-        text += fmt::format("**{}**\n\n{}\n\n", title, *body);
+        text += fmt::format("**{}**\n\n{}\n\n", title, Text::visible(*body, Text::Lines::many));
     };
     note("Notes", journal.manualNotes);
     note("Blockers", journal.blockers);
@@ -99,7 +101,9 @@ std::string daily(const DailyReport& report, const std::vector<RepoConfig>& /*co
 
     if (!report.pending.empty()) {
         text += "## Pending\n\n";
-        for (const std::string& item : report.pending) text += fmt::format("- [ ] {}\n", item);
+        for (const std::string& item : report.pending) {
+            text += fmt::format("- [ ] {}\n", Text::visible(item));
+        }
         text += '\n';
     }
     if (report.journal) journalSection(text, *report.journal);
@@ -112,9 +116,11 @@ std::string weekly(const WeeklySummary& summary) {
     text += fmt::format("- Active repos: **{}**\n", summary.activeRepos);
     text += fmt::format("- Total commits: **{}**\n", summary.totalCommits);
     text += fmt::format("- Estimated time: **{}**\n", formatDuration(summary.totalSeconds));
-    if (summary.mostActive) text += fmt::format("- Most active: **{}**\n", *summary.mostActive);
+    if (summary.mostActive) {
+        text += fmt::format("- Most active: **{}**\n", Text::visible(*summary.mostActive));
+    }
     if (summary.mostNeglected) {
-        text += fmt::format("- Most neglected: **{}**\n", *summary.mostNeglected);
+        text += fmt::format("- Most neglected: **{}**\n", Text::visible(*summary.mostNeglected));
     }
     text += "\n## Per day\n\n";
     text += "| Day | Projects | Commits | Time |\n";
@@ -127,7 +133,8 @@ std::string weekly(const WeeklySummary& summary) {
     if (!summary.needsAttention.empty()) {
         text += "## Needs attention\n\n";
         for (const RepoTodayLine& line : summary.needsAttention) {
-            text += fmt::format("- **{}**: {}\n", line.name, statusList(line.statuses));
+            text +=
+                fmt::format("- **{}**: {}\n", Text::visible(line.name), statusList(line.statuses));
         }
     }
     return text;

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "base/PathHelpers.hpp"
+#include "base/TextHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
 
 namespace quorvane::ReportExport {
@@ -35,10 +36,11 @@ Json lineJSON(const RepoTodayLine& line) {
 }
 
 // Every text field is quoted, so a comma, a quote or a line break inside one never
-// shifts the columns; a quote inside is doubled.
+// shifts the columns; a quote inside is doubled. The text comes from repositories:
+// its controls show, so that the file cannot act on a terminal it is printed on.
 std::string csvText(std::string_view text) {
     std::string out = "\"";
-    for (char c : text) {
+    for (char c : Text::visible(text)) {
         if (c == '"') out += '"';
         out += c;
     }

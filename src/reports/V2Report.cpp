@@ -3,23 +3,24 @@
 #include <fmt/format.h>
 
 #include "base/EnumNames.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane::V2Report {
 
 namespace {
 
 void repoSection(std::string& text, const V2RepoLine& line) {
-    text +=
-        fmt::format("### {} (`{}`)\n\n", line.name, line.branch.empty() ? "detached" : line.branch);
+    text += fmt::format("### {} (`{}`)\n\n", Text::visible(line.name),
+                        line.branch.empty() ? "detached" : Text::visible(line.branch));
     if (line.account && !line.account->empty())
-        text += fmt::format("- Account: {}\n", *line.account);
+        text += fmt::format("- Account: {}\n", Text::visible(*line.account));
     text += fmt::format("- Status: **{}** · Health: **{}**/100\n", enumName(line.syncStatus),
                         line.health);
     if (line.ahead > 0 || line.behind > 0) {
         text += fmt::format("- Sync: {} ahead, {} behind\n", line.ahead, line.behind);
     }
     if (line.suggestedCommand && !line.suggestedCommand->empty()) {
-        text += fmt::format("- Suggested: `{}`\n", *line.suggestedCommand);
+        text += fmt::format("- Suggested: `{}`\n", Text::visible(*line.suggestedCommand));
     }
     text += '\n';
 }
@@ -57,11 +58,14 @@ std::string daily(const V2DailyReport& report) {
 
     if (!report.base.pending.empty()) {
         text += "## Pending\n\n";
-        for (const std::string& item : report.base.pending) text += fmt::format("- [ ] {}\n", item);
+        for (const std::string& item : report.base.pending) {
+            text += fmt::format("- [ ] {}\n", Text::visible(item));
+        }
         text += '\n';
     }
     if (report.aiSummary && !report.aiSummary->empty()) {
-        text += fmt::format("## AI Summary\n\n{}\n\n", *report.aiSummary);
+        text += fmt::format("## AI Summary\n\n{}\n\n",
+                            Text::visible(*report.aiSummary, Text::Lines::many));
     }
     return text;
 }
