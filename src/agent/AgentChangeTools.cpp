@@ -593,6 +593,12 @@ AgentResult AgentService::runGit(const Call& call) {
     if (call.tool == "git_set_upstream_push" && (!branch || branch->empty())) {
         return refuse(call, "error", "missing branch", "not_found", "missing branch");
     }
+    // A branch the runner refuses to push is never put to the person: the approval
+    // could only be wasted on it. The runner checks it again when the push runs.
+    if (pushes && branch && SafeGitRunner::isUnsafeBranchName(*branch)) {
+        const std::string why = "unsafe branch name: " + *branch;
+        return refuse(call, "blocked", why, "dangerous_blocked", why);
+    }
     ConfirmOutcome outcome = confirm(call.tool, call.args);
     if (!outcome.success) return refuse(call, outcome);
 

@@ -211,6 +211,16 @@ TEST_F(AgentServiceTest, ARepeatedCallNamesOneProposalAndOnlyRelevantArgumentsCo
               "invalid_params");
     setLevel(AgentPermissionLevel::safeGit);
     EXPECT_EQ(call("git_set_upstream_push", {{"repoId", "/work/app"}}).hint, "missing branch");
+    // A branch git would read as a pattern, or could never name, is no push to approve.
+    for (const char* tool : {"git_push", "git_set_upstream_push"}) {
+        for (const char* branch : {"*", "refs/heads/*", "main~1", "a..b"}) {
+            AgentResult refused = call(tool, {{"repoId", "/work/app"}, {"branch", branch}});
+            EXPECT_EQ(refused.errorCode, "dangerous_blocked") << tool << " " << branch;
+            EXPECT_EQ(lastAudit().status, "blocked");
+        }
+    }
+    EXPECT_EQ(call("git_push", {{"repoId", "/work/app"}, {"branch", "*"}}).hint,
+              "unsafe branch name: *");
     EXPECT_EQ(env_.proposals().size(), proposals);
 }
 
