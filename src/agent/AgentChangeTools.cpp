@@ -199,8 +199,7 @@ AgentResult AgentService::proposeMapping(const Call& call) {
         for (const std::string& root : roots) {
             // The search reads what it walks: it stays inside the allowed roots too.
             if (!isInsideAllowedRoot(root, call.config.agent.allowedRoots)) {
-                return refuse(call, "denied", "path outside allowedRoots", "not_in_allowed_root",
-                              "Add this folder to Allowed Roots in Quorvane → MCP");
+                return refuseOutsideRoots(call, "path outside allowedRoots");
             }
         }
     }

@@ -188,6 +188,11 @@ AgentResult AgentService::refuse(const Call& call, const AgentToolSupport::ArgPr
     return refuse(call, "error", "bad " + problem.key, "invalid_params", problem.hint);
 }
 
+AgentResult AgentService::refuseOutsideRoots(const Call& call, const std::string& detail) {
+    return refuse(call, "denied", detail, "not_in_allowed_root",
+                  "Add this folder to Allowed Roots in Quorvane → MCP");
+}
+
 AgentResult AgentService::handle(const std::string& tool, const std::string& argsJSON) {
     const Json args = parseArgs(argsJSON);
     const AppConfig config = env_.currentConfig();
@@ -216,8 +221,7 @@ AgentResult AgentService::handle(const std::string& tool, const std::string& arg
                           "`" + *key + "` is required");
         }
         if (!isInsideAllowedRoot(*path, config.agent.allowedRoots)) {
-            return refuse(call, "denied", "path outside allowedRoots", "not_in_allowed_root",
-                          "Add this folder to Allowed Roots in Quorvane → MCP");
+            return refuseOutsideRoots(call, "path outside allowedRoots");
         }
     }
     if (AgentTools::gitTools().contains(tool) || AgentTools::paidApplyTools().contains(tool)) {

@@ -95,6 +95,8 @@ private:
     AgentResult refuse(const Call& call, const ConfirmOutcome& outcome);
     // Refuses an argument of the wrong type as invalid, naming the type it must have.
     AgentResult refuse(const Call& call, const AgentToolSupport::ArgProblem& problem);
+    // Refuses a folder that lies, or reaches, outside the allowed roots.
+    AgentResult refuseOutsideRoots(const Call& call, const std::string& detail);
     void audit(const std::string& tool, const Json& args, const std::string& status,
                std::optional<std::string> detail, std::optional<std::string> proposalId);
 
@@ -120,9 +122,16 @@ private:
     // Runs `tool` for the day the call names in `date` (or `day`), "yyyy-MM-dd", or
     // for today when it names none. A day that cannot be read is refused.
     AgentResult forDay(const Call& call, const std::function<AgentResult(Date)>& tool);
-    // The folder of the call's `path`, resolved, once git finds a repository there
-    // without climbing above the allowed root that holds it; nothing otherwise.
-    std::optional<std::string> gitRepositoryAt(const Call& call);
+    // Where a git read tool reads for the call's `path`.
+    struct GitTarget {
+        // The folder, resolved, once git finds a repository there without climbing
+        // above the allowed root that holds it; nothing otherwise.
+        std::optional<std::string> path;
+        // The repository found keeps its git folder, the folder it shares with its
+        // worktrees, or its work tree outside the allowed roots: nothing is read.
+        bool outsideRoots = false;
+    };
+    GitTarget gitRepositoryAt(const Call& call);
     ShellResult readGit(const std::string& path, std::vector<std::string> arguments,
                         double timeout) const;
     AgentJSON settingsResource(const AppConfig& config) const;
