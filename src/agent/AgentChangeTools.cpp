@@ -165,12 +165,14 @@ AgentResult AgentService::proposeSettings(const Call& call) {
         steps.push_back(std::move(*step));
     }
     // One proposal a tool: a token is bound to one tool and one set of arguments.
-    AgentJSON::Array ids;
-    for (const SettingsStep& step : steps) {
-        if (std::optional<std::string> id = ensurePendingProposal(step.tool, step.args)) {
-            ids.emplace_back(*id);
-        }
+    std::vector<ProposedAction> actions;
+    for (SettingsStep& step : steps) {
+        actions.push_back({std::move(step.tool), std::move(step.args)});
     }
+    ProposalAdmission admission = ensurePendingProposals(actions);
+    if (admission.refusal) return refuse(call, admission);
+    AgentJSON::Array ids;
+    for (const std::string& id : admission.ids) ids.emplace_back(id);
     AgentJSON first = ids.empty() ? AgentJSON(nullptr) : ids.front();
     const size_t count = ids.size();
     return ok(call,
@@ -236,7 +238,9 @@ AgentResult AgentService::proposeMapping(const Call& call) {
     proposal.createdAt = clock_.now();
     proposal.intendedTool = "apply_repository_mapping";
     proposal.argsFingerprint = ProposalRules::fingerprint("apply_repository_mapping", payload);
-    store_.upsertProposal(proposal);
+    if (ProposalAdmission admission = admitProposals({proposal}, false); admission.refusal) {
+        return refuse(call, admission);
+    }
 
     AgentJSON::Array listed;
     for (const MappingCandidate& candidate : candidates) {
@@ -265,7 +269,9 @@ AgentResult AgentService::proposeCleanup(const Call& call) {
                                                  call.config.repositories);
     proposal.payloadJSON = AgentJSON(AgentJSON::Object{{"scope", scope}}).serialized();
     proposal.createdAt = clock_.now();
-    store_.upsertProposal(proposal);
+    if (ProposalAdmission admission = admitProposals({proposal}, false); admission.refusal) {
+        return refuse(call, admission);
+    }
     return ok(call,
               AgentJSON(AgentJSON::Object{{"proposalId", proposal.id}, {"plan", proposal.summary}}),
               "proposalId=" + proposal.id, proposal.id);
