@@ -165,12 +165,14 @@ AgentResult AgentService::proposeSettings(const Call& call) {
         steps.push_back(std::move(*step));
     }
     // One proposal a tool: a token is bound to one tool and one set of arguments.
-    AgentJSON::Array ids;
-    for (const SettingsStep& step : steps) {
-        if (std::optional<std::string> id = ensurePendingProposal(step.tool, step.args)) {
-            ids.emplace_back(*id);
-        }
+    std::vector<ProposedAction> actions;
+    for (SettingsStep& step : steps) {
+        actions.push_back({std::move(step.tool), std::move(step.args)});
     }
+    ProposalAdmission admission = ensurePendingProposals(actions);
+    if (admission.refusal) return refuse(call, admission);
+    AgentJSON::Array ids;
+    for (const std::string& id : admission.ids) ids.emplace_back(id);
     AgentJSON first = ids.empty() ? AgentJSON(nullptr) : ids.front();
     const size_t count = ids.size();
     return ok(call,
@@ -199,8 +201,7 @@ AgentResult AgentService::proposeMapping(const Call& call) {
         for (const std::string& root : roots) {
             // The search reads what it walks: it stays inside the allowed roots too.
             if (!isInsideAllowedRoot(root, call.config.agent.allowedRoots)) {
-                return refuse(call, "denied", "path outside allowedRoots", "not_in_allowed_root",
-                              "Add this folder to Allowed Roots in Quorvane → MCP");
+                return refuseOutsideRoots(call, "path outside allowedRoots");
             }
         }
     }
@@ -237,7 +238,9 @@ AgentResult AgentService::proposeMapping(const Call& call) {
     proposal.createdAt = clock_.now();
     proposal.intendedTool = "apply_repository_mapping";
     proposal.argsFingerprint = ProposalRules::fingerprint("apply_repository_mapping", payload);
-    store_.upsertProposal(proposal);
+    if (ProposalAdmission admission = admitProposals({proposal}, false); admission.refusal) {
+        return refuse(call, admission);
+    }
 
     AgentJSON::Array listed;
     for (const MappingCandidate& candidate : candidates) {
@@ -266,7 +269,9 @@ AgentResult AgentService::proposeCleanup(const Call& call) {
                                                  call.config.repositories);
     proposal.payloadJSON = AgentJSON(AgentJSON::Object{{"scope", scope}}).serialized();
     proposal.createdAt = clock_.now();
-    store_.upsertProposal(proposal);
+    if (ProposalAdmission admission = admitProposals({proposal}, false); admission.refusal) {
+        return refuse(call, admission);
+    }
     return ok(call,
               AgentJSON(AgentJSON::Object{{"proposalId", proposal.id}, {"plan", proposal.summary}}),
               "proposalId=" + proposal.id, proposal.id);
@@ -592,6 +597,12 @@ AgentResult AgentService::runGit(const Call& call) {
     // a push that can only fail, and spend the token on it.
     if (call.tool == "git_set_upstream_push" && (!branch || branch->empty())) {
         return refuse(call, "error", "missing branch", "not_found", "missing branch");
+    }
+    // A branch the runner refuses to push is never put to the person: the approval
+    // could only be wasted on it. The runner checks it again when the push runs.
+    if (pushes && branch && SafeGitRunner::isUnsafeBranchName(*branch)) {
+        const std::string why = "unsafe branch name: " + *branch;
+        return refuse(call, "blocked", why, "dangerous_blocked", why);
     }
     ConfirmOutcome outcome = confirm(call.tool, call.args);
     if (!outcome.success) return refuse(call, outcome);

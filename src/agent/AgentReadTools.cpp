@@ -562,6 +562,19 @@ std::optional<std::string> gitCeiling(const std::string& path,
     return std::filesystem::path(*outermost).parent_path().string();
 }
 
+// The lines of a git answer, split on "\n" alone: a folder's name may hold any
+// other byte, and must be compared as it is.
+std::vector<std::string> answerLines(std::string_view text) {
+    if (text.ends_with('\n')) text.remove_suffix(1);
+    std::vector<std::string> lines;
+    for (;;) {
+        const size_t end = text.find('\n');
+        lines.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) return lines;
+        text.remove_prefix(end + 1);
+    }
+}
+
 struct GitRemote {
     std::string name;
     std::optional<std::string> fetchURL;
@@ -921,22 +934,49 @@ ShellResult AgentService::readGit(const std::string& path, std::vector<std::stri
     return runner_.run(GitCommand::request(path, std::move(arguments), timeout));
 }
 
-std::optional<std::string> AgentService::gitRepositoryAt(const Call& call) {
+AgentService::GitTarget AgentService::gitRepositoryAt(const Call& call) {
     // The dispatcher checked the path against the allowed roots as it resolves; git
     // is pointed at that same resolved folder.
     const std::string path = canonical(*textArg(call.args, "path"));
-    ProcessRequest probe = GitCommand::request(path, {"rev-parse", "--git-dir"}, kGitTimeout);
-    if (std::optional<std::string> ceiling = gitCeiling(path, call.config.agent.allowedRoots)) {
-        probe.environment.emplace_back("GIT_CEILING_DIRECTORIES", *ceiling);
+    const std::vector<std::string>& roots = call.config.agent.allowedRoots;
+    std::optional<std::string> ceiling = gitCeiling(path, roots);
+    auto probe = [&](std::vector<std::string> arguments) {
+        ProcessRequest request = GitCommand::request(path, std::move(arguments), kGitTimeout);
+        if (ceiling) request.environment.emplace_back("GIT_CEILING_DIRECTORIES", *ceiling);
+        return runner_.run(request);
+    };
+    // Found from here, a repository may still keep what git reads elsewhere: a
+    // ".git" file names its git folder, a linked worktree shares the common folder
+    // of its main repository (history, branches, remotes), and core.worktree moves
+    // the work tree. Each must lie inside the roots too.
+    std::vector<std::string> folders = {"rev-parse", "--path-format=absolute", "--git-dir",
+                                        "--git-common-dir"};
+    std::vector<std::string> withWorkTree = folders;
+    withWorkTree.emplace_back("--show-toplevel");
+    ShellResult found = probe(withWorkTree);
+    size_t expected = 3;
+    if (!found.succeeded()) {
+        // A bare repository, or a folder inside a git folder, has no work tree.
+        found = probe(folders);
+        expected = 2;
     }
+    if (!found.succeeded()) return {};
+    const std::vector<std::string> read = answerLines(found.stdOut);
+    // A folder name holding a line end cannot be told apart from two: not read.
+    const bool inside =
+        read.size() == expected && std::all_of(read.begin(), read.end(), [&](const auto& folder) {
+            return isInsideAllowedRoot(folder, roots);
+        });
     // Once git found the repository from here without climbing past the root, the
     // reads after it find the same one: the nearest repository upwards.
-    if (!runner_.run(probe).succeeded()) return std::nullopt;
-    return path;
+    if (!inside) return {std::nullopt, true};
+    return {path, false};
 }
 
 AgentResult AgentService::readGitRemote(const Call& call) {
-    std::optional<std::string> path = gitRepositoryAt(call);
+    const GitTarget target = gitRepositoryAt(call);
+    if (target.outsideRoots) return refuseOutsideRoots(call, "repository outside allowedRoots");
+    const std::optional<std::string>& path = target.path;
     ShellResult listing;
     if (path) listing = readGit(*path, {"remote", "-v"}, kGitTimeout);
     if (!path || !listing.succeeded()) {
@@ -953,7 +993,9 @@ AgentResult AgentService::readGitRemote(const Call& call) {
 }
 
 AgentResult AgentService::readGitBranches(const Call& call) {
-    std::optional<std::string> path = gitRepositoryAt(call);
+    const GitTarget target = gitRepositoryAt(call);
+    if (target.outsideRoots) return refuseOutsideRoots(call, "repository outside allowedRoots");
+    const std::optional<std::string>& path = target.path;
     if (!path) return refuse(call, "error", "not a git repo", "not_found", "not a git repo");
     AgentJSON::Array branches;
     for (const LocalBranchInfo& branch : GitScanner(runner_, clock_).localBranches(*path)) {
@@ -971,7 +1013,9 @@ AgentResult AgentService::readGitBranches(const Call& call) {
 AgentResult AgentService::readGitCommits(const Call& call) {
     std::optional<size_t> limit = countArg(call.args, "limit", kDefaultCommitLimit);
     if (!limit) return refuse(call, "error", "bad limit", "invalid_params", kBadLimitHint);
-    std::optional<std::string> path = gitRepositoryAt(call);
+    const GitTarget target = gitRepositoryAt(call);
+    if (target.outsideRoots) return refuseOutsideRoots(call, "repository outside allowedRoots");
+    const std::optional<std::string>& path = target.path;
     if (!path) return refuse(call, "error", "not a git repo", "not_found", "not a git repo");
     // NUL-separated fields, so no subject or author name can forge the next field.
     ShellResult log = readGit(*path,
@@ -992,7 +1036,9 @@ AgentResult AgentService::readGitCommits(const Call& call) {
 }
 
 AgentResult AgentService::readGitStatus(const Call& call) {
-    std::optional<std::string> path = gitRepositoryAt(call);
+    const GitTarget target = gitRepositoryAt(call);
+    if (target.outsideRoots) return refuseOutsideRoots(call, "repository outside allowedRoots");
+    const std::optional<std::string>& path = target.path;
     std::optional<std::string> porcelain;
     if (path) porcelain = GitScanner(runner_, clock_).porcelainStatus(*path, false);
     // A bare repository has no work tree to report on.

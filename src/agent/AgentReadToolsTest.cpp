@@ -433,6 +433,52 @@ TEST_F(AgentReadToolsTest, GitReadsAnswerForARepositoryInsideTheRootsAndNothingE
     }
 }
 
+TEST_F(AgentReadToolsTest, GitReadsRefuseARepositoryKeptOutsideTheRoots) {
+    const fs::path roots = dir_ / "ws";
+    env_.applyConfigChange(
+        [&](AppConfig& config) { config.agent.allowedRoots = {roots.string()}; });
+    TestRepo outside(dir_ / "outside");
+    outside.commitFile("secret.txt", "secret\n", "secret history");
+    outside.git({"remote", "add", "origin", "git@github.com:alice/secret.git"});
+
+    // A folder whose .git is a file naming the outside repository's git folder; a
+    // repository whose work tree is set to the outside one; a linked worktree of the
+    // outside repository, whose branches and history are all that one's; and a git
+    // folder inside whose common folder, where history is kept, is the outside one.
+    fs::create_directories(roots / "pointer");
+    testing::writeFile(roots / "pointer" / ".git",
+                       "gitdir: " + (outside.path() / ".git").string() + "\n");
+    TestRepo redirected(roots / "redirected");
+    redirected.git({"config", "core.worktree", outside.path().string()});
+    outside.git({"worktree", "add", "-q", "-b", "linked", (roots / "linked").string()});
+    testing::writeFile(roots / "shared" / ".git" / "HEAD", "ref: refs/heads/main\n");
+    testing::writeFile(roots / "shared" / ".git" / "commondir",
+                       (outside.path() / ".git").string() + "\n");
+    for (const fs::path& folder :
+         {roots / "pointer", roots / "redirected", roots / "linked", roots / "shared"}) {
+        for (const char* tool :
+             {"read_git_remote", "read_git_branches", "read_git_commits", "read_git_status"}) {
+            AgentResult answer = call(tool, {{"path", folder.string()}});
+            EXPECT_EQ(answer.errorCode, "not_in_allowed_root") << tool << " " << folder;
+            EXPECT_EQ(answer.hint, "Add this folder to Allowed Roots in Quorvane → MCP");
+            EXPECT_EQ(answer.json, "{}");
+            EXPECT_EQ(lastAudit().status, "denied");
+        }
+    }
+
+    // A repository inside the roots is read, also from a worktree of its own inside
+    // them, and so is a bare one, which has history without a work tree.
+    TestRepo mine(roots / "mine");
+    mine.commitFile("a.txt", "a\n", "my history");
+    mine.git({"worktree", "add", "-q", "-b", "topic", (roots / "mine-topic").string()});
+    mine.git({"clone", "-q", "--bare", mine.path().string(), (roots / "mine.git").string()});
+    for (const fs::path& folder : {roots / "mine", roots / "mine-topic", roots / "mine.git"}) {
+        Json commits = result(call("read_git_commits", {{"path", folder.string()}}))["commits"];
+        ASSERT_EQ(commits.size(), 1u) << folder;
+        EXPECT_EQ(commits[0]["message"], "my history");
+    }
+}
+
 TEST_F(AgentReadToolsTest, StatusNeverRunsTheRepositorysOwnFilters) {
     TestRepo repo(dir_ / "ws" / "hostile");
     repo.write(".gitattributes", "*.txt filter=evil\n");

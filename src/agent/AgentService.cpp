@@ -2,9 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <map>
 
 #include <fmt/format.h>
 
@@ -36,6 +38,12 @@ std::string cutCharacters(const std::string& text, size_t count) {
         }
     }
     return text;
+}
+
+// The group a waiting proposal counts in against the limit for one tool: the apply
+// tool it authorises, or its kind when it authorises none (a cleanup plan).
+std::string proposalGroup(const PendingProposal& proposal) {
+    return proposal.intendedTool ? *proposal.intendedTool : std::string(enumName(proposal.kind));
 }
 
 // path is refused rather than resolved, so no spelling can climb out of a root.
@@ -83,8 +91,8 @@ std::string resolveLinks(const std::vector<std::string>& parts) {
 }  // namespace
 
 AgentService::AgentService(Store& store, AgentEnvAccess& env, const Clock& clock,
-                           const ProcessRunner& runner)
-    : store_(store), env_(env), clock_(clock), runner_(runner) {}
+                           const ProcessRunner& runner, ProposalLimits limits)
+    : store_(store), env_(env), clock_(clock), runner_(runner), limits_(limits) {}
 
 Json AgentService::parseArgs(std::string_view argsJSON) {
     std::string_view text = Text::trim(argsJSON);
@@ -179,13 +187,24 @@ AgentResult AgentService::refuse(const Call& call, const std::string& status,
 }
 
 AgentResult AgentService::refuse(const Call& call, const ConfirmOutcome& outcome) {
-    const std::string status =
-        outcome.code == "confirmation_required" ? "confirmation_required" : "error";
+    std::string status = "error";
+    if (outcome.code == "confirmation_required") status = "confirmation_required";
+    if (outcome.code == "too_many_proposals") status = "denied";
     return refuse(call, status, outcome.detail, outcome.code, outcome.hint);
+}
+
+AgentResult AgentService::refuse(const Call& call, const ProposalAdmission& admission) {
+    return refuse(call, "denied", admission.detail, "too_many_proposals",
+                  admission.refusal.value_or(""));
 }
 
 AgentResult AgentService::refuse(const Call& call, const AgentToolSupport::ArgProblem& problem) {
     return refuse(call, "error", "bad " + problem.key, "invalid_params", problem.hint);
+}
+
+AgentResult AgentService::refuseOutsideRoots(const Call& call, const std::string& detail) {
+    return refuse(call, "denied", detail, "not_in_allowed_root",
+                  "Add this folder to Allowed Roots in Quorvane → MCP");
 }
 
 AgentResult AgentService::handle(const std::string& tool, const std::string& argsJSON) {
@@ -216,8 +235,7 @@ AgentResult AgentService::handle(const std::string& tool, const std::string& arg
                           "`" + *key + "` is required");
         }
         if (!isInsideAllowedRoot(*path, config.agent.allowedRoots)) {
-            return refuse(call, "denied", "path outside allowedRoots", "not_in_allowed_root",
-                          "Add this folder to Allowed Roots in Quorvane → MCP");
+            return refuseOutsideRoots(call, "path outside allowedRoots");
         }
     }
     if (AgentTools::gitTools().contains(tool) || AgentTools::paidApplyTools().contains(tool)) {
@@ -246,29 +264,75 @@ AgentResult AgentService::executePaid(const Call& call) {
 
 // ---- Proposals and tokens -------------------------------------------------------
 
-std::optional<std::string> AgentService::ensurePendingProposal(const std::string& tool,
-                                                               const Json& args) {
-    std::optional<PendingProposal::Kind> kind = ProposalRules::proposalKind(tool);
-    if (!kind) return std::nullopt;
-    const std::string fingerprint = ProposalRules::fingerprint(tool, args);
+AgentService::ProposalAdmission AgentService::ensurePendingProposals(
+    const std::vector<ProposedAction>& actions) {
+    std::vector<PendingProposal> proposals;
+    for (const auto& [tool, args] : actions) {
+        std::optional<PendingProposal::Kind> kind = ProposalRules::proposalKind(tool);
+        if (!kind) continue;
+        PendingProposal proposal;
+        proposal.id = newUUID();
+        proposal.kind = *kind;
+        std::tie(proposal.title, proposal.summary) = ProposalRules::proposalText(tool, args);
+        proposal.payloadJSON = ProposalRules::canonicalArgsJSON(tool, args);
+        proposal.status = PendingProposal::Status::pending;
+        proposal.createdAt = clock_.now();
+        proposal.intendedTool = tool;
+        proposal.argsFingerprint = ProposalRules::fingerprint(tool, args);
+        proposals.push_back(std::move(proposal));
+    }
+    return admitProposals(std::move(proposals), true);
+}
+
+AgentService::ProposalAdmission AgentService::admitProposals(std::vector<PendingProposal> proposals,
+                                                             bool twinsAreOne) {
+    auto proposalCount = [](size_t count) {
+        return fmt::format("{} proposal{}", count, count == 1 ? "" : "s");
+    };
+    auto crowded = [](const std::string& waiting, const std::string& detail) {
+        return ProposalAdmission{
+            {},
+            "The person has " + waiting +
+                " waiting, the most allowed: ask them to review or reject those (for example "
+                "with `quorvane proposals`) before proposing more.",
+            detail};
+    };
 
     std::lock_guard lock(proposalMutex_);
-    for (const PendingProposal& waiting : store_.proposals(PendingProposal::Status::pending)) {
-        if (waiting.intendedTool == tool && waiting.argsFingerprint == fingerprint) {
-            return waiting.id;
+    // The one look at the waiting proposals a call makes: counted and searched at once.
+    std::vector<PendingProposal> waiting = store_.proposals(PendingProposal::Status::pending);
+    std::map<std::string, size_t> perGroup;
+    for (const PendingProposal& proposal : waiting) ++perGroup[proposalGroup(proposal)];
+    ProposalAdmission admission;
+    std::vector<PendingProposal> fresh;
+    for (PendingProposal& proposal : proposals) {
+        if (twinsAreOne) {
+            auto twin =
+                std::find_if(waiting.begin(), waiting.end(), [&](const PendingProposal& other) {
+                    return other.intendedTool == proposal.intendedTool &&
+                           other.argsFingerprint == proposal.argsFingerprint;
+                });
+            if (twin != waiting.end()) {
+                admission.ids.push_back(twin->id);
+                continue;
+            }
         }
+        const std::string group = proposalGroup(proposal);
+        if (perGroup[group] >= limits_.perTool) {
+            return crowded(proposalCount(perGroup[group]) + " for " + group,
+                           "too many pending proposals for " + group);
+        }
+        if (waiting.size() >= limits_.overall) {
+            return crowded(proposalCount(waiting.size()), "too many pending proposals");
+        }
+        ++perGroup[group];
+        admission.ids.push_back(proposal.id);
+        // Counted, and found by a twin later in the same call, from here on.
+        waiting.push_back(proposal);
+        fresh.push_back(std::move(proposal));
     }
-    PendingProposal proposal;
-    proposal.id = newUUID();
-    proposal.kind = *kind;
-    std::tie(proposal.title, proposal.summary) = ProposalRules::proposalText(tool, args);
-    proposal.payloadJSON = ProposalRules::canonicalArgsJSON(tool, args);
-    proposal.status = PendingProposal::Status::pending;
-    proposal.createdAt = clock_.now();
-    proposal.intendedTool = tool;
-    proposal.argsFingerprint = fingerprint;
-    store_.upsertProposal(proposal);
-    return proposal.id;
+    for (const PendingProposal& proposal : fresh) store_.upsertProposal(proposal);
+    return admission;
 }
 
 ConfirmOutcome AgentService::confirm(const std::string& tool, const Json& args) {
@@ -277,9 +341,14 @@ ConfirmOutcome AgentService::confirm(const std::string& tool, const Json& args) 
     };
     std::optional<std::string> token = textArg(args, "confirmationToken");
     if (!token || token->empty()) {
-        if (std::optional<std::string> id = ensurePendingProposal(tool, args)) {
-            return failure("confirmation_required", "proposalId=" + *id,
-                           "Confirm this action in Quorvane → Agent Review (proposal " + *id +
+        ProposalAdmission admission = ensurePendingProposals({{tool, args}});
+        if (admission.refusal) {
+            return failure("too_many_proposals", admission.detail, *admission.refusal);
+        }
+        if (!admission.ids.empty()) {
+            const std::string& id = admission.ids.front();
+            return failure("confirmation_required", "proposalId=" + id,
+                           "Confirm this action in Quorvane → Agent Review (proposal " + id +
                                "), then retry with its confirmationToken.");
         }
         return failure("confirmation_required", "no token",

@@ -26,9 +26,19 @@ struct ArgProblem;
 struct ConfirmOutcome {
     bool success = false;
     PendingProposal proposal;  // with success
-    std::string code;          // without: "confirmation_required" or "invalid_token"
+    std::string code;          // without: "confirmation_required" or a refusal's code
     std::string detail;        // for the audit log; never the token
     std::string hint;          // for the agent
+};
+
+// How many proposals may wait for the person's decision at once. Each is read and
+// decided by hand, so far fewer ever wait in honest use; the limits keep a runaway
+// agent from burying the person, and the store, in them.
+struct ProposalLimits {
+    // Per apply tool (a cleanup plan counts as its own): above the repositories a
+    // person tracks or keeps on GitHub, so one change proposed for each still fits.
+    size_t perTool = 500;
+    size_t overall = 2000;
 };
 
 // The agent server's dispatcher. Each call is checked in a fixed order (agent on,
@@ -42,8 +52,8 @@ struct ConfirmOutcome {
 // own operations, and the proposal bookkeeping here has its own lock.
 class AgentService final : public ToolDispatcher {
 public:
-    AgentService(Store& store, AgentEnvAccess& env, const Clock& clock,
-                 const ProcessRunner& runner);
+    AgentService(Store& store, AgentEnvAccess& env, const Clock& clock, const ProcessRunner& runner,
+                 ProposalLimits limits = {});
 
     AgentResult handle(const std::string& tool, const std::string& argsJSON) override;
 
@@ -68,9 +78,26 @@ public:
     // and these security-relevant arguments. Without a token it makes sure a
     // proposal for this action waits for the person, and says which.
     ConfirmOutcome confirm(const std::string& tool, const Json& args);
-    // The id of the pending proposal for this tool and arguments, created when there
-    // is none; nothing for a tool that takes no token.
-    std::optional<std::string> ensurePendingProposal(const std::string& tool, const Json& args);
+
+    // An action an apply tool takes: the tool and its arguments.
+    struct ProposedAction {
+        std::string tool;
+        Json args;
+    };
+    // What became of proposals asked for.
+    struct ProposalAdmission {
+        // In order, the id of each proposal waiting for the action, new or not.
+        std::vector<std::string> ids;
+        // Set, with nothing stored, when the new ones would leave more waiting for
+        // the person than the limits allow: what the agent is told, and what the
+        // audit log keeps.
+        std::optional<std::string> refusal;
+        std::string detail;
+    };
+    // Makes sure a proposal waits for each action, creating those that have none,
+    // or none at all when there is no room for them. A tool that takes no token
+    // gets no proposal.
+    ProposalAdmission ensurePendingProposals(const std::vector<ProposedAction>& actions);
 
     static constexpr int kDefaultAuditLimit = 100;
 
@@ -93,10 +120,18 @@ private:
     AgentResult refuse(const Call& call, const std::string& status, const std::string& detail,
                        const std::string& code, const std::string& hint);
     AgentResult refuse(const Call& call, const ConfirmOutcome& outcome);
+    AgentResult refuse(const Call& call, const ProposalAdmission& admission);
     // Refuses an argument of the wrong type as invalid, naming the type it must have.
     AgentResult refuse(const Call& call, const AgentToolSupport::ArgProblem& problem);
+    // Refuses a folder that lies, or reaches, outside the allowed roots.
+    AgentResult refuseOutsideRoots(const Call& call, const std::string& detail);
     void audit(const std::string& tool, const Json& args, const std::string& status,
                std::optional<std::string> detail, std::optional<std::string> proposalId);
+
+    // Stores the new proposals once the limits leave room for all of them. With
+    // `twinsAreOne`, one with the same tool and arguments as a waiting proposal is
+    // that proposal, and is not stored again.
+    ProposalAdmission admitProposals(std::vector<PendingProposal> proposals, bool twinsAreOne);
 
     // ---- Read tools and resources (AgentReadTools.cpp) ----
     // The read tool named by the call; nothing for a name that is not one.
@@ -120,9 +155,16 @@ private:
     // Runs `tool` for the day the call names in `date` (or `day`), "yyyy-MM-dd", or
     // for today when it names none. A day that cannot be read is refused.
     AgentResult forDay(const Call& call, const std::function<AgentResult(Date)>& tool);
-    // The folder of the call's `path`, resolved, once git finds a repository there
-    // without climbing above the allowed root that holds it; nothing otherwise.
-    std::optional<std::string> gitRepositoryAt(const Call& call);
+    // Where a git read tool reads for the call's `path`.
+    struct GitTarget {
+        // The folder, resolved, once git finds a repository there without climbing
+        // above the allowed root that holds it; nothing otherwise.
+        std::optional<std::string> path;
+        // The repository found keeps its git folder, the folder it shares with its
+        // worktrees, or its work tree outside the allowed roots: nothing is read.
+        bool outsideRoots = false;
+    };
+    GitTarget gitRepositoryAt(const Call& call);
     ShellResult readGit(const std::string& path, std::vector<std::string> arguments,
                         double timeout) const;
     AgentJSON settingsResource(const AppConfig& config) const;
@@ -184,8 +226,10 @@ private:
     const Clock& clock_;
     // The door to git for the read and git tools.
     const ProcessRunner& runner_;
-    // Makes looking for a pending proposal and creating one a single step, so two
-    // identical calls at once still leave one proposal.
+    const ProposalLimits limits_;
+    // Makes counting and looking through the pending proposals and creating one a
+    // single step, so two identical calls at once still leave one proposal, and
+    // two at the limit do not both pass it.
     std::mutex proposalMutex_;
 };
 

@@ -211,7 +211,76 @@ TEST_F(AgentServiceTest, ARepeatedCallNamesOneProposalAndOnlyRelevantArgumentsCo
               "invalid_params");
     setLevel(AgentPermissionLevel::safeGit);
     EXPECT_EQ(call("git_set_upstream_push", {{"repoId", "/work/app"}}).hint, "missing branch");
+    // A branch git would read as a pattern, or could never name, is no push to approve.
+    for (const char* tool : {"git_push", "git_set_upstream_push"}) {
+        for (const char* branch : {"*", "refs/heads/*", "main~1", "a..b"}) {
+            AgentResult refused = call(tool, {{"repoId", "/work/app"}, {"branch", branch}});
+            EXPECT_EQ(refused.errorCode, "dangerous_blocked") << tool << " " << branch;
+            EXPECT_EQ(lastAudit().status, "blocked");
+        }
+    }
+    EXPECT_EQ(call("git_push", {{"repoId", "/work/app"}, {"branch", "*"}}).hint,
+              "unsafe branch name: *");
     EXPECT_EQ(env_.proposals().size(), proposals);
+}
+
+TEST_F(AgentServiceTest, WaitingProposalsAreCappedPerToolAndInAll) {
+    setLevel(AgentPermissionLevel::applySettings);
+    AgentService service(env_.store(), env_.agentAccess(), clock_, shell_,
+                         ProposalLimits{.perTool = 3, .overall = 5});
+    auto propose = [&](const std::string& tool, const Json& args) {
+        return service.handle(tool, args.dump());
+    };
+    auto time = [](int minute) { return Json{{"time", "10:0" + std::to_string(minute)}}; };
+    auto waiting = [&] { return env_.store().proposals(PendingProposal::Status::pending); };
+    for (int minute = 0; minute < 3; ++minute) {
+        EXPECT_EQ(propose("set_daily_review_time", time(minute)).errorCode,
+                  "confirmation_required");
+    }
+    AgentResult full = propose("set_daily_review_time", time(3));
+    EXPECT_EQ(full.errorCode, "too_many_proposals");
+    EXPECT_EQ(full.hint,
+              "The person has 3 proposals for set_daily_review_time waiting, the most allowed: "
+              "ask them to review or reject those (for example with `quorvane proposals`) "
+              "before proposing more.");
+    EXPECT_EQ(lastAudit().status, "denied");
+    EXPECT_EQ(waiting().size(), 3u);
+    // The same action again is the proposal already waiting, full or not.
+    EXPECT_EQ(propose("set_daily_review_time", time(0)).errorCode, "confirmation_required");
+
+    // Other tools fill the rest; then nothing more may wait, from any tool.
+    EXPECT_TRUE(propose("propose_cleanup_plan", Json::object()).ok);
+    EXPECT_EQ(propose("enable_repository_tracking", {{"repoId", "/work/app"}}).errorCode,
+              "confirmation_required");
+    const Json cloneFolder = {{"changes", {{{"field", "defaultCloneFolder"}, {"value", "~/src"}}}}};
+    for (const AgentResult& refused :
+         {propose("propose_settings_change", cloneFolder), propose("propose_cleanup_plan", {}),
+          propose("disable_repository_tracking", {{"repoId", "/work/app"}})}) {
+        EXPECT_EQ(refused.errorCode, "too_many_proposals");
+        EXPECT_EQ(refused.hint,
+                  "The person has 5 proposals waiting, the most allowed: ask them to review or "
+                  "reject those (for example with `quorvane proposals`) before proposing more.");
+    }
+    EXPECT_EQ(waiting().size(), 5u);
+
+    // A decided or lapsed proposal no longer waits, and makes room.
+    auto waitingId = [&](std::optional<std::string> tool) {
+        for (const PendingProposal& proposal : waiting()) {
+            if (proposal.intendedTool == tool) return proposal.id;
+        }
+        return std::string();
+    };
+    EXPECT_EQ(env_.rejectProposal(waitingId(std::nullopt)).problem, "") << "the cleanup plan";
+    EXPECT_EQ(propose("disable_repository_tracking", {{"repoId", "/work/app"}}).errorCode,
+              "confirmation_required");
+    ASSERT_TRUE(env_.store().updateProposal(waitingId("set_daily_review_time"),
+                                            [](PendingProposal& proposal) {
+                                                proposal.status = PendingProposal::Status::expired;
+                                                return true;
+                                            }));
+    const Json reviewTime = {{"changes", {{{"field", "dailyReviewTime"}, {"value", "06:00"}}}}};
+    EXPECT_TRUE(propose("propose_settings_change", reviewTime).ok);
+    EXPECT_EQ(waiting().size(), 5u);
 }
 
 TEST_F(AgentServiceTest, AnApprovedTokenAppliesOnceAndIsBurntByAnyWrongPresentation) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -23,15 +24,16 @@ namespace quorvane {
 namespace {
 
 constexpr int kBacklog = 32;
-constexpr size_t kReadChunk = 64 * 1024;
+// What one read takes. Each connection keeps a buffer this size for its life, so it
+// is small; a request of ordinary size still comes in one read.
+constexpr size_t kReadChunk = 16 * 1024;
+static_assert(kReadChunk <= MCPSocketServer::kMaxLineBytes,
+              "a line longer than the limit must pass through the unfinished line");
 // How often the accept thread looks for finished connections to join when no
 // client connects.
 constexpr std::chrono::milliseconds kReapInterval{1000};
 // How long accepting pauses when the process has no descriptor or memory to spare.
 constexpr std::chrono::milliseconds kAcceptBackoff{100};
-// A connection has no idle limit (a bridge keeps one open for a whole session);
-// its wait is only cut into slices this long.
-constexpr std::chrono::hours kIdleSlice{24};
 
 // One write, so lines from several threads never interleave.
 void log(std::string_view text) {
@@ -52,6 +54,38 @@ MCPJSON errorEnvelope(std::string code, std::string message, std::optional<std::
     return MCPJSON(MCPJSON::Object{{"ok", MCPJSON(false)}, {"error", MCPJSON(std::move(error))}});
 }
 
+// The part of the connections' common budget that one connection's unfinished line
+// draws, given back as the line ends or the connection closes.
+class BudgetShare {
+public:
+    BudgetShare(std::atomic<size_t>& used, size_t budget) : used_(used), budget_(budget) {}
+    ~BudgetShare() { cover(0); }
+    BudgetShare(const BudgetShare&) = delete;
+    BudgetShare& operator=(const BudgetShare&) = delete;
+
+    // Makes the share `bytes`. False, and the share as it was, when the budget has
+    // not that much left.
+    bool cover(size_t bytes) {
+        if (bytes <= held_) {
+            used_ -= held_ - bytes;
+            held_ = bytes;
+            return true;
+        }
+        const size_t more = bytes - held_;
+        size_t used = used_.load();
+        do {
+            if (more > budget_ - used) return false;
+        } while (!used_.compare_exchange_weak(used, used + more));
+        held_ = bytes;
+        return true;
+    }
+
+private:
+    std::atomic<size_t>& used_;
+    const size_t budget_;
+    size_t held_ = 0;
+};
+
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -65,9 +99,11 @@ std::optional<FileIdentity> socketFileAt(const std::filesystem::path& path) {
 
 }  // namespace
 
-MCPSocketServer::MCPSocketServer(ToolDispatcher& agentService, std::filesystem::path socketPath)
+MCPSocketServer::MCPSocketServer(ToolDispatcher& agentService, std::filesystem::path socketPath,
+                                 MCPSocketLimits limits)
     : agentService_(agentService),
       socketPath_(std::move(socketPath)),
+      limits_(limits),
       // Made here, before any thread can see the server, so that a stop on one
       // thread while another starts it never races for the descriptor.
       wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
@@ -225,41 +261,81 @@ void MCPSocketServer::admit(Fd socket, bool& turningAway) {
 }
 
 void MCPSocketServer::serve(int socket) {
-    std::string pending;  // bytes after the last LF; never holds an LF between reads
+    using Clock = std::chrono::steady_clock;
+    std::vector<char> chunk(kReadChunk);
+    // The line begun after the last LF, and what it draws on the common budget
+    // beyond the connection's free share.
+    std::string unfinished;
+    BudgetShare share(unfinishedBytes_, limits_.bufferBudget);
+    // When the connection is dropped unless more comes: the idle limit while no line
+    // is begun, the unfinished-line limit from a line's first byte.
+    Clock::time_point deadline = Clock::now() + limits_.idle;
+    auto refuse = [&](std::string code, std::string message) {
+        write(socket, errorEnvelope(std::move(code), std::move(message), std::nullopt));
+    };
     for (;;) {
-        UnixSocket::Wait wait = UnixSocket::waitFor(socket, false, kIdleSlice, wake_.get());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0) {
+            // A line cut short is never run; the client hears why it was dropped.
+            if (!unfinished.empty()) refuse("invalid_params", "request line not finished in time");
+            return;
+        }
+        UnixSocket::Wait wait = UnixSocket::waitFor(socket, false, left, wake_.get());
         if (wait == UnixSocket::Wait::timedOut) continue;
         if (wait != UnixSocket::Wait::ready) return;
-        const size_t before = pending.size();
-        pending.resize(before + kReadChunk);
-        ssize_t got = ::recv(socket, pending.data() + before, kReadChunk, MSG_DONTWAIT);
+        ssize_t got = ::recv(socket, chunk.data(), chunk.size(), MSG_DONTWAIT);
         const int error = errno;
-        pending.resize(before + static_cast<size_t>(std::max<ssize_t>(got, 0)));
         if (got < 0 && (error == EINTR || error == EAGAIN || error == EWOULDBLOCK)) continue;
         // At the end, or on an error, a last request without its LF is dropped: it
         // may have been cut short.
         if (got <= 0) return;
 
-        size_t lineStart = 0;
-        bool tooLong = false;
-        for (size_t lf = pending.find('\n', before); lf != std::string::npos;
-             lf = pending.find('\n', lineStart)) {
-            std::string_view line(pending.data() + lineStart, lf - lineStart);
-            lineStart = lf + 1;
-            if (line.size() > kMaxLineBytes) {
-                tooLong = true;
-                break;
+        std::string_view input(chunk.data(), static_cast<size_t>(got));
+        const bool lineWasBegun = !unfinished.empty();
+        bool lineEnded = false;
+        for (size_t lf = input.find('\n'); lf != std::string_view::npos; lf = input.find('\n')) {
+            std::string_view line = input.substr(0, lf);
+            input.remove_prefix(lf + 1);
+            if (!unfinished.empty()) {
+                if (unfinished.size() + line.size() > kMaxLineBytes) {
+                    refuse("invalid_params", "request line too long");
+                    return;
+                }
+                // Its last piece is not drawn from the budget: it is at most one read,
+                // and the whole line is let go of right after.
+                unfinished.append(line);
+                line = unfinished;
             }
-            if (line.empty()) continue;
+            lineEnded = true;
             // Once stopping, no new call begins; the rest of the lines go unanswered.
-            if (!running_ || !handleLine(line, socket)) return;
+            if (!line.empty() && (!running_ || !handleLine(line, socket))) return;
+            unfinished.clear();
+            // What a long line took goes back to the system, not just to the budget.
+            if (unfinished.capacity() > kFreeLineBytes) std::string().swap(unfinished);
+            share.cover(0);
         }
-        pending.erase(0, lineStart);
-        if (tooLong || pending.size() > kMaxLineBytes) {
-            // Each connection holds a line whole, so one that never ends would hold
-            // memory without limit: the client hears why, and the connection ends.
-            write(socket, errorEnvelope("invalid_params", "request line too long", std::nullopt));
-            return;
+        if (!input.empty()) {
+            const size_t held = unfinished.size() + input.size();
+            if (held > kMaxLineBytes) {
+                // Each connection holds a line whole, so one that never ends would hold
+                // memory without limit: the client hears why, and the connection ends.
+                refuse("invalid_params", "request line too long");
+                return;
+            }
+            if (held > kFreeLineBytes && !share.cover(held - kFreeLineBytes)) {
+                // The clients together hold all the server keeps of unfinished lines:
+                // the one that wants more is let go, the others are still answered.
+                refuse("busy",
+                       "the agent socket holds too much unfinished input; send each request "
+                       "as one whole line");
+                return;
+            }
+            unfinished.append(input);
+        }
+        if (unfinished.empty()) {
+            deadline = Clock::now() + limits_.idle;
+        } else if (!lineWasBegun || lineEnded) {
+            deadline = Clock::now() + limits_.unfinishedLine;
         }
     }
 }

@@ -18,6 +18,21 @@ namespace quorvane {
 
 class MCPJSON;
 
+// How long the agent socket waits on a client, and how much unfinished input it
+// holds for all of them together.
+struct MCPSocketLimits {
+    // A connection that sends nothing for this long is closed. A bridge keeps its
+    // connection for a whole session, and connects again on its next call when it
+    // finds it closed, so this only frees what an abandoned client holds.
+    std::chrono::milliseconds idle{std::chrono::minutes(10)};
+    // A request line must be whole this long after its first byte came: a bridge
+    // writes each line at once, so one left unfinished is a client that stalled.
+    std::chrono::milliseconds unfinishedLine{std::chrono::seconds(30)};
+    // What all connections together may hold of unfinished lines beyond each one's
+    // own free share (MCPSocketServer::kFreeLineBytes).
+    size_t bufferBudget = 64 * 1024 * 1024;
+};
+
 // The agent socket: coding agents' bridges connect here, send one JSON request per
 // line ({"tool": name, "args": value}) and get one JSON reply line per request, in
 // order, on the same connection. Access is the socket file's: mode 0600, so only
@@ -34,8 +49,13 @@ public:
     static constexpr size_t kMaxConnections = 1024;
     // How long a client may leave a reply unread before its connection is dropped.
     static constexpr std::chrono::milliseconds kReplyLimit{30'000};
+    // Each connection holds this much of an unfinished line without drawing on the
+    // shared budget, so a request of ordinary size is taken however the other
+    // clients behave, and however it is cut into writes.
+    static constexpr size_t kFreeLineBytes = 16 * 1024;
 
-    MCPSocketServer(ToolDispatcher& agentService, std::filesystem::path socketPath);
+    MCPSocketServer(ToolDispatcher& agentService, std::filesystem::path socketPath,
+                    MCPSocketLimits limits = {});
     ~MCPSocketServer();
     MCPSocketServer(const MCPSocketServer&) = delete;
     MCPSocketServer& operator=(const MCPSocketServer&) = delete;
@@ -63,6 +83,7 @@ private:
 
     ToolDispatcher& agentService_;
     const std::filesystem::path socketPath_;
+    const MCPSocketLimits limits_;
     // Readable from the moment stop begins until the next start; every thread of
     // the server waits on it. Made in the constructor, before any thread exists.
     Fd wake_;
@@ -71,6 +92,8 @@ private:
     dev_t socketDevice_ = 0;
     ino_t socketInode_ = 0;
     std::atomic<bool> running_{false};
+    // The bytes of unfinished lines the connections hold beyond their free shares.
+    std::atomic<size_t> unfinishedBytes_{0};
     // start() and stop() one at a time, whichever threads call them.
     std::mutex lifecycleMutex_;
     std::thread acceptor_;

@@ -402,6 +402,71 @@ TEST_F(MCPSocketServerTest, ALineOverTheLimitIsRefusedAndItsConnectionClosed) {
     EXPECT_EQ(dispatcher_.calls().size(), 1u);
 }
 
+TEST_F(MCPSocketServerTest, SilentClientsAndUnfinishedLinesAreClosedAfterTheirLimits) {
+    // One server for each limit, so neither can end the other's case first.
+    MCPSocketLimits silence, stall;
+    silence.idle = 200ms;
+    stall.unfinishedLine = 100ms;
+    MCPSocketServer quiet(dispatcher_, dir_ / "idle.sock", silence);
+    MCPSocketServer strict(dispatcher_, dir_ / "line.sock", stall);
+    quiet.start();
+    strict.start();
+    ASSERT_TRUE(quiet.running() && strict.running());
+    Client silent(dir_ / "idle.sock"), stalled(dir_ / "line.sock");
+    ASSERT_TRUE(silent.connected());
+    EXPECT_EQ(stalled.call(R"({"tool":"echo","args":1})").at("result"), 1);
+    ASSERT_TRUE(stalled.send(R"({"tool":"echo","args":)"));
+    expectRefusal(stalled.reply(), "request line not finished in time");
+    EXPECT_TRUE(stalled.closedQuietly());
+    EXPECT_TRUE(silent.closedQuietly());
+    EXPECT_EQ(dispatcher_.calls().size(), 1u);
+}
+
+TEST_F(MCPSocketServerTest, AGreedyClientIsRefusedOnceTheBudgetIsSpentAndOthersAreAnswered) {
+    MCPSocketLimits limits;
+    limits.bufferBudget = 128 * 1024;
+    limits.unfinishedLine = 10min;  // the held line waits as long as the test needs
+    const std::filesystem::path path = dir_ / "budget.sock";
+    MCPSocketServer server(dispatcher_, path, limits);
+    server.start();
+    ASSERT_TRUE(server.running());
+    const size_t free = MCPSocketServer::kFreeLineBytes;
+
+    // One client's unfinished line takes all but a few bytes of the budget. The
+    // second write is read only once the first has been taken into account.
+    Client holder(path);
+    const std::string head = R"({"tool":"echo","args":")";
+    const std::string held =
+        head + std::string(free + limits.bufferBudget - 100 - head.size(), 'h');
+    ASSERT_TRUE(holder.send(held));
+    ASSERT_TRUE(holder.waitUntilRead());
+    ASSERT_TRUE(holder.send("h"));
+    ASSERT_TRUE(holder.waitUntilRead());
+
+    // Another that wants more is told so and let go.
+    Client greedy(path);
+    greedy.send(std::string(free + 4096, 'g'));  // the server may close before it has all
+    json refused = greedy.reply();
+    EXPECT_EQ(refused.at("ok"), false);
+    EXPECT_EQ(refused.at("error").at("code"), "busy") << refused;
+    EXPECT_TRUE(greedy.closedQuietly());
+
+    // A request of ordinary size needs none of the budget, even when cut in two.
+    Client polite(path);
+    EXPECT_EQ(polite.call(R"({"tool":"echo","args":1})").at("result"), 1);
+    ASSERT_TRUE(polite.send(R"({"tool":"echo",)"));
+    ASSERT_TRUE(polite.waitUntilRead());
+    ASSERT_TRUE(polite.send("\"args\":2}\n"));
+    EXPECT_EQ(polite.reply().at("result"), 2);
+
+    // The held line, once finished, is answered and its share given back.
+    ASSERT_TRUE(holder.send("\"}\n"));
+    EXPECT_EQ(holder.reply().at("result").get<std::string>().size(), held.size() - head.size() + 1);
+    Client next(path);
+    next.send(std::string(free + 4096, 'n') + "\n");
+    expectRefusal(next.reply(), "parse error");
+}
+
 // Raises the soft limit on open descriptors to at least `needed`; false when the
 // hard limit does not allow it.
 bool allowDescriptors(rlim_t needed) {

@@ -99,9 +99,30 @@ bool SafeGitRunner::isDangerous(std::string_view commandText) {
 }
 
 bool SafeGitRunner::isUnsafeBranchName(std::string_view name) {
+    if (name.empty()) return false;
     if (name.starts_with('-') || name.starts_with('+')) return true;
-    return name.find(':') != std::string_view::npos || name.find("..") != std::string_view::npos ||
-           name.find(' ') != std::string_view::npos;
+    // git refuses these in a ref name; "*", "?" and "[" would make a refspec a
+    // pattern, and "@{" or a lone "@" name another ref than the one written.
+    if (name == "@" || name.find("..") != std::string_view::npos ||
+        name.find("@{") != std::string_view::npos || name.ends_with('.')) {
+        return true;
+    }
+    for (char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7f ||
+            std::string_view(" ~^:?*[\\").find(c) != std::string_view::npos) {
+            return true;
+        }
+    }
+    // Each part between slashes is a file name in the repository: none is empty,
+    // hidden, or named like the lock file git writes beside a ref.
+    for (std::string_view rest = name;;) {
+        const size_t slash = rest.find('/');
+        const std::string_view part = rest.substr(0, slash);
+        if (part.empty() || part.starts_with('.') || part.ends_with(".lock")) return true;
+        if (slash == std::string_view::npos) return false;
+        rest.remove_prefix(slash + 1);
+    }
 }
 
 AgentResult SafeGitRunner::run(const SafeGitAction& action, const std::string& repoPath,

@@ -78,9 +78,9 @@ public:
     static AgentResult run(const SafeGitAction& action, const std::string& repoPath,
                            const ProcessRunner& runner);
 
-private:
-    // A name git could read as an option or a refspec, or that holds a blank. An
-    // empty name is not unsafe by this test.
+    // A name git could read as an option, a refspec or a pattern of refs, or one it
+    // refuses to make a ref of. An empty name is not unsafe by this test. Public so
+    // that such a push is refused before the person is asked to approve it.
     static bool isUnsafeBranchName(std::string_view name);
 };
 

@@ -91,9 +91,14 @@ TEST(SafeGitRunnerTest, RefusalsComeInOrderAndNeverStartAProcess) {
     EXPECT_EQ(
         refusal(SafeGitAction::push("+main"), repo),
         "dangerous_blocked: refusing unsafe git invocation: push --end-of-options origin +main");
-    for (const char* branch : {"-x", "a:b", "a..b", "a b"}) {
-        const std::string expected =
-            std::string("dangerous_blocked: unsafe branch name: ") + branch;
+    // Besides what git could read as an option or a refspec: the patterns a refspec
+    // expands ("*" alone pushes every branch) and every name git refuses to make.
+    for (const std::string& branch : std::vector<std::string>{
+             "-x",   "a:b",    "a..b",       "a b",  "*",     "refs/heads/*",
+             "ma?n", "[ab]",   "a~1",        "a^",   "a\\b",  "a@{1}",
+             "@",    "a.lock", "a/b.lock/c", "a/",   "a.",    "/a",
+             "a//b", "a/.b",   ".a",         "a\tb", "a\x7f", std::string("a\0b", 3)}) {
+        const std::string expected = "dangerous_blocked: unsafe branch name: " + branch;
         EXPECT_EQ(refusal(SafeGitAction::push(branch), repo), expected);
         EXPECT_EQ(refusal(SafeGitAction::setUpstreamPush(branch), repo), expected);
     }
@@ -152,8 +157,9 @@ bool passesIndependentRule(const Args& args, const std::string& path) {
             (args[i] == "--end-of-options" && i + 2 == args.size() - 1 && args[i + 1] == "origin");
         if ((args[i].starts_with('-') || args[i].starts_with('+')) && !fixedFlag) return false;
     }
+    // One branch, named as it is: no pattern of refs, nothing git reads as another.
     const std::string& branch = args.back();
-    for (const char* banned : {":", "..", " "}) {
+    for (const char* banned : {":", "..", " ", "*", "?", "[", "@{"}) {
         if (branch.find(banned) != std::string::npos) return false;
     }
     // No word git would read as a destructive command or option, alone or as a pair.
@@ -184,12 +190,12 @@ TEST(SafeGitRunnerTest, EveryBranchNameLetThroughObeysTheSafetyRule) {
         return ShellResult{"", "", 0};
     });
     const std::vector<std::string> pieces = {
-        "",          "main",       "feature",   "x",          "/",        "-",
-        "--",        "+",          ":",         "..",         ".",        " ",
-        "_",         "HEAD",       "@{u}",      "clean",      "reset",    "rm",
-        "terraform", "gc",         "gcc",       "prune",      "--force",  "-f",
-        "-u",        "merge",      "branch -d", "stash drop", "checkout", "cherry-pick",
-        "--delete",  "update-ref", "reflog",    "--hard",     "rebase",   "revert"};
+        "",         "main",        "feature",  "x",          "/",         "-",         "--",
+        "+",        ":",           "..",       ".",          " ",         "_",         "HEAD",
+        "@{u}",     "clean",       "reset",    "rm",         "terraform", "gc",        "gcc",
+        "prune",    "--force",     "-f",       "-u",         "merge",     "branch -d", "stash drop",
+        "checkout", "cherry-pick", "--delete", "update-ref", "reflog",    "--hard",    "rebase",
+        "revert",   "*",           "[",        "~",          ".lock"};
     std::mt19937 random(20261125);  // fixed, so a failure reproduces
     size_t letThrough = 0, refused = 0;
     for (int i = 0; i < 10000; ++i) {
