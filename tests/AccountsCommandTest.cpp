@@ -126,6 +126,12 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
                 HasSubstr("added Side: tokenInvalid — GitHub: token invalid/expired"));
     EXPECT_EQ(run({"accounts", "add", "--name", "work"}, "x\n").exitCode, 1);  // name taken
     EXPECT_EQ(run({"accounts", "add", "--name", "Empty"}, "\n").exitCode, 1);
+    // A token is not sent where anyone on the way could read it.
+    ShellResult plain =
+        run({"accounts", "add", "--name", "Plain", "--api-url", "http://ghe.example.test/api/v3"},
+            kOtherToken);
+    EXPECT_EQ(plain.exitCode, 2);
+    EXPECT_THAT(plain.stdErr, HasSubstr("would send the token over plain http to another machine"));
 
     ShellResult listed = run({"accounts", "list"});
     EXPECT_THAT(listed.stdOut, HasSubstr("Work  octocat  token  connected     0      0"));

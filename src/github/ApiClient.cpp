@@ -123,6 +123,13 @@ std::optional<QuorvaneError> ApiClient::mapHTTPError(const HttpResponse& respons
 }
 
 std::pair<Json, HttpResponse> ApiClient::request(const std::string& url) const {
+    // Checked here rather than where an address is typed: one stored before that
+    // check existed must not carry the token either.
+    if (token_ && crossesTheNetworkInClear(url)) {
+        throw QuorvaneError(Kind::msg,
+                            "GitHub: the token is not sent over plain http:// to another machine "
+                            "— use the https:// address of the API");
+    }
     HttpResponse response = transport_.get(makeRequest(url));
     if (response.transportError) {
         throw QuorvaneError(Kind::network, "GitHub: network error — " + *response.transportError);

@@ -109,6 +109,22 @@ TEST_F(ApiClientTest, EachStatusAndTransportFailureHasItsText) {
     auto [missing, missingKind] = outcome(reply(200, R"({"name": "no login"})"));
     EXPECT_EQ(missing, "GitHub: failed to decode response — login: required key is missing");
 
+    // A token never crosses the network in clear, however the address was stored;
+    // plain http to this machine is fine.
+    size_t sent = transport_.requests.size();
+    EXPECT_EQ(failure([&] {
+                  ApiClient("t0ken", transport_, clock_, "http://ghe.example.test/api/v3")
+                      .listRepositories("acc", true, true);
+              }),
+              (Outcome{"GitHub: the token is not sent over plain http:// to another machine — "
+                       "use the https:// address of the API",
+                       Kind::msg}));
+    EXPECT_EQ(transport_.requests.size(), sent);
+    transport_.replies["http://[::1]:8080/user"] = reply(200, R"({"login": "me"})");
+    EXPECT_EQ(
+        ApiClient("t0ken", transport_, clock_, "http://[::1]:8080").getAuthenticatedUser().login,
+        "me");
+
     // A blank in an owner makes no address, and says which one.
     EXPECT_EQ(failure([&] { client().listBranches("my org", "app"); }),
               (Outcome{"GitHub: invalid URL /repos/my org/app/branches", Kind::msg}));
