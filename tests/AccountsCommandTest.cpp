@@ -252,6 +252,71 @@ TEST_F(AccountsCommandTest, TheGhLoginIsImportedOnceAndItsTokenNeverCopied) {
     EXPECT_THAT(outputs_, Not(HasSubstr(kToken)));
 }
 
+TEST_F(AccountsCommandTest, ARepositoryListThatLoopsOrNeverEndsFailsTheSyncAndKeepsWhatWasStored) {
+    testing::LoopbackHttpServer github;
+    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
+    github.set(kRepos,
+               {200,
+                {},
+                "[" + repoJSON("octocat", "kept") + "," + repoJSON("octocat", "also-kept") + "]",
+                false});
+    ASSERT_EQ(run({"accounts", "add", "--name", "Work", "--api-url", github.base()},
+                  std::string(kToken) + "\n")
+                  .exitCode,
+              0);
+    ASSERT_EQ(run({"sync"}).exitCode, 0);
+    auto expectStoredListKept = [&] {
+        Json rows = parse(run({"accounts", "list", "--json"}));
+        ASSERT_EQ(rows.size(), 1u);
+        EXPECT_EQ(rows[0]["account"]["status"], "error");
+        EXPECT_EQ(rows[0]["reposCount"], 2);
+        std::string stored = readAll(data_ / "remote_repos.json");
+        EXPECT_THAT(stored, HasSubstr("also-kept"));
+        EXPECT_THAT(stored, Not(HasSubstr("page")));
+    };
+    // Page n holds one repository and leads to page n + 1.
+    auto page = [&](int n) {
+        std::string next = github.base() + "/user/repos?page=" + std::to_string(n + 1);
+        return testing::LoopbackHttpServer::Reply{
+            200,
+            {{"Link", "<" + next + ">; rel=\"next\""}},
+            "[" + repoJSON("octocat", "page" + std::to_string(n)) + "]",
+            false};
+    };
+
+    // The third page leads back to the second.
+    github.set(kRepos, page(1));
+    github.set("/user/repos?page=2", page(2));
+    github.set("/user/repos?page=3",
+               {200,
+                {{"Link", "<" + github.base() + "/user/repos?page=2>; rel=\"next\""}},
+                "[" + repoJSON("octocat", "page3") + "]",
+                false});
+    ShellResult looped = run({"sync", "--json"});
+    EXPECT_EQ(looped.exitCode, 1);
+    EXPECT_EQ(parse(looped)["errors"],
+              Json::array({"Work: error — GitHub: reading the repository list stopped — its "
+                           "pages lead back to one already read"}));
+    expectStoredListKept();
+
+    // Pages that never end.
+    github.set("/user/repos?page=3", page(3));
+    github.setFallback([&](const std::string& target) {
+        const std::string prefix = "/user/repos?page=";
+        if (!target.starts_with(prefix)) return testing::LoopbackHttpServer::Reply{404, {}, "{}"};
+        return page(std::stoi(target.substr(prefix.size())));
+    });
+    size_t before = github.requests().size();
+    ShellResult endless = run({"sync", "--json"});
+    EXPECT_EQ(endless.exitCode, 1);
+    EXPECT_EQ(parse(endless)["errors"],
+              Json::array({"Work: error — GitHub: reading the repository list stopped — more "
+                           "than 1000 pages"}));
+    EXPECT_EQ(github.requests().size() - before, 1u + 1000u);  // the user, then the pages
+    expectStoredListKept();
+    expectTokensOnlyInTheSecretStore();
+}
+
 TEST_F(AccountsCommandTest, AGhAccountsTokenComesFromThePersonsHelpersNotTheCheckoutItRunsIn) {
     // The person's own home: git's credential helper answers their token, and the gh
     // first on the login shell's PATH has none and notes where it ran.
