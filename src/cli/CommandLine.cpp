@@ -353,9 +353,16 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     auto httpAddress = [](std::string& text) -> std::string {
         while (text.size() > 1 && text.back() == '/') text.pop_back();
         std::optional<std::string> url = parseURL(text);
-        if (url && (url->starts_with("https://") || url->starts_with("http://"))) return {};
+        if (!url || !(url->starts_with("https://") || url->starts_with("http://"))) {
+            return fmt::format(
+                "\"{}\" is not an http or https address, such as "
+                "https://github.example.com/api/v3",
+                text);
+        }
+        if (!crossesTheNetworkInClear(*url)) return {};
         return fmt::format(
-            "\"{}\" is not an http or https address, such as https://github.example.com/api/v3",
+            "\"{}\" would send the token over plain http to another machine, where anyone on "
+            "the way could read it: use the server's https:// address",
             text);
     };
     accountsAdd

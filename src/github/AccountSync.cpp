@@ -49,21 +49,26 @@ std::optional<std::string> token(const GitHubAccount& account, KeychainStore& ke
     }
     std::optional<std::string> host = githubHost(account);
     if (!host) return std::nullopt;
+    // gh and git's helpers run in "/", a folder of no repository: this process may
+    // have been started inside a checkout of anything, and that checkout's
+    // configuration must not choose the program a credential request is handed to.
+    // Only the person's own settings (their ~/.gitconfig, the system's) apply.
+    constexpr const char* kNoRepository = "/";
     std::string ask = *host == "github.com" ? "gh auth token" : "gh auth token --hostname " + *host;
-    ShellResult gh = runner.loginShell(ask, std::nullopt, 60, cancellation);
+    ShellResult gh = runner.loginShell(ask, kNoRepository, 60, cancellation);
     std::string printed(Text::trim(gh.stdOut));
     if (gh.succeeded() && !printed.empty()) return printed;
 
-    ProcessRequest fill;
-    fill.executable = std::string(GitCommand::kGitPath);
-    fill.arguments = {"credential", "fill"};
+    // Git as the person runs it, with their helpers, and without the variables that
+    // would point it at a repository after all.
+    ProcessRequest fill = GitCommand::confirmedActionRequest({"credential", "fill"}, 15);
+    fill.cwd = kNoRepository;
     fill.standardInput = "protocol=https\nhost=" + *host + "\n\n";
-    fill.timeout = 15;
     fill.cancellation = cancellation;
     // Only what a helper already holds: nothing may ask the user, on a terminal or
     // through an askpass window, in the middle of a background sync.
-    fill.environment = {{"GIT_TERMINAL_PROMPT", "0"}, {"GIT_ASKPASS", ""}};
-    fill.unsetEnvironment = {"SSH_ASKPASS"};
+    fill.environment.emplace_back("GIT_ASKPASS", "");
+    fill.unsetEnvironment.push_back("SSH_ASKPASS");
     ShellResult credential = runner.run(fill);
     if (!credential.succeeded()) return std::nullopt;
     for (std::string_view line : Text::nonEmptyLines(credential.stdOut)) {

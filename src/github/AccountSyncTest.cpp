@@ -75,6 +75,8 @@ TEST_F(AuthResolverTest, TheFirstSourceThatHasATokenWinsInTheSettledOrder) {
     EXPECT_EQ(fill.arguments, (std::vector<std::string>{"credential", "fill"}));
     EXPECT_EQ(fill.standardInput, "protocol=https\nhost=github.com\n\n");
     EXPECT_EQ(fill.timeout, 15);
+    // No repository a variable points at is read: only the person's own helpers answer.
+    EXPECT_THAT(fill.unsetEnvironment, ::testing::Contains("GIT_DIR"));
     credential = "password=\n";
     EXPECT_EQ(resolve(account(Type::ghCLI, ""), runner), std::nullopt);
 

@@ -1,5 +1,7 @@
 #include "github/ApiClient.hpp"
 
+#include <set>
+
 #include "base/TextHelpers.hpp"
 
 namespace quorvane {
@@ -82,12 +84,14 @@ RemoteBranch decodeBranch(const Json& json, const std::string& path) {
 }  // namespace
 
 ApiClient::ApiClient(std::optional<std::string> token, const HttpTransport& transport,
-                     const Clock& clock, std::string baseURL, const Cancellation* cancellation)
+                     const Clock& clock, std::string baseURL, const Cancellation* cancellation,
+                     ListingLimits limits)
     : token_(std::move(token)),
       transport_(transport),
       clock_(clock),
       baseURL_(std::move(baseURL)),
-      cancellation_(cancellation) {
+      cancellation_(cancellation),
+      limits_(limits) {
     while (!baseURL_.empty() && baseURL_.back() == '/') baseURL_.pop_back();
 }
 
@@ -123,6 +127,13 @@ std::optional<QuorvaneError> ApiClient::mapHTTPError(const HttpResponse& respons
 }
 
 std::pair<Json, HttpResponse> ApiClient::request(const std::string& url) const {
+    // Checked here rather than where an address is typed: one stored before that
+    // check existed must not carry the token either.
+    if (token_ && crossesTheNetworkInClear(url)) {
+        throw QuorvaneError(Kind::msg,
+                            "GitHub: the token is not sent over plain http:// to another machine "
+                            "— use the https:// address of the API");
+    }
     HttpResponse response = transport_.get(makeRequest(url));
     if (response.transportError) {
         throw QuorvaneError(Kind::network, "GitHub: network error — " + *response.transportError);
@@ -139,23 +150,46 @@ std::pair<Json, HttpResponse> ApiClient::request(const std::string& url) const {
     }
 }
 
-std::vector<Json> ApiClient::paginated(const std::string& firstURL) const {
-    std::vector<Json> elements;
-    std::string url = firstURL;
+void ApiClient::paginated(const std::string& firstURL, const std::string& what, const char* noun,
+                          const std::function<void(const Json&, size_t)>& take) const {
+    auto stopped = [&what](const std::string& why) {
+        return QuorvaneError(Kind::msg, "GitHub: reading " + what + " stopped — " + why);
+    };
+    const Date start = clock_.now();
     const std::string home = origin(firstURL);
+    // Addresses in parseURL's canonical form, as nextURL gives them.
+    std::set<std::string> read;
+    size_t elements = 0, bytes = 0;
+    std::string url = firstURL;
     while (true) {
+        read.insert(url);
         auto [page, response] = request(url);
+        bytes += response.body.size();
+        if (bytes > limits_.maxBytes) {
+            throw stopped("more than " + std::to_string(limits_.maxBytes >> 20) + " MB of replies");
+        }
         if (!page.is_array()) {
             throw QuorvaneError(Kind::msg,
                                 "GitHub: failed to decode response — expected an "
                                 "array, found " +
                                     JsonCodec::describe(page));
         }
-        for (Json& element : page) elements.push_back(std::move(element));
+        if (page.size() > limits_.maxElements - elements) {
+            throw stopped("more than " + std::to_string(limits_.maxElements) + " " + noun);
+        }
+        for (const Json& element : page) take(element, elements++);
         std::optional<std::string> next = nextURL(response.header("Link"));
         // A next page on another host would be sent the token: the walk ends there.
-        if (!next || origin(*next) != home) return elements;
-        url = *next;
+        if (!next || origin(*next) != home) return;
+        if (read.contains(*next)) throw stopped("its pages lead back to one already read");
+        if (read.size() >= limits_.maxPages) {
+            throw stopped("more than " + std::to_string(limits_.maxPages) + " pages");
+        }
+        if (clock_.now() - start >= limits_.deadline) {
+            throw stopped("not done after " + std::to_string(limits_.deadline.count()) +
+                          " seconds");
+        }
+        url = std::move(*next);
     }
 }
 
@@ -178,15 +212,14 @@ std::vector<RemoteRepository> ApiClient::listRepositories(const std::string& acc
     if (!url) throw QuorvaneError(Kind::msg, "GitHub: invalid URL /user/repos");
     Date now = clock_.now();
     std::vector<RemoteRepository> repos;
-    std::vector<Json> elements = paginated(*url);
     try {
-        for (size_t i = 0; i < elements.size(); ++i) {
+        paginated(*url, "the repository list", "repositories", [&](const Json& element, size_t i) {
             RemoteRepository repo =
-                decodeRepository(elements[i], "[" + std::to_string(i) + "]", accountID, now);
-            if (!includePrivate && repo.isPrivate) continue;
-            if (!includeArchived && repo.isArchived) continue;
+                decodeRepository(element, "[" + std::to_string(i) + "]", accountID, now);
+            if (!includePrivate && repo.isPrivate) return;
+            if (!includeArchived && repo.isArchived) return;
             repos.push_back(std::move(repo));
-        }
+        });
     } catch (const DecodeError& error) {
         throw QuorvaneError(Kind::msg, decodeFailure(error));
     }
@@ -199,11 +232,11 @@ std::vector<RemoteBranch> ApiClient::listBranches(const std::string& owner,
     std::optional<std::string> url = address(path + "?per_page=100");
     if (!url) throw QuorvaneError(Kind::msg, "GitHub: invalid URL " + path);
     std::vector<RemoteBranch> branches;
-    std::vector<Json> elements = paginated(*url);
     try {
-        for (size_t i = 0; i < elements.size(); ++i) {
-            branches.push_back(decodeBranch(elements[i], "[" + std::to_string(i) + "]"));
-        }
+        paginated(*url, "the branches of " + owner + "/" + repo, "branches",
+                  [&](const Json& element, size_t i) {
+                      branches.push_back(decodeBranch(element, "[" + std::to_string(i) + "]"));
+                  });
     } catch (const DecodeError& error) {
         throw QuorvaneError(Kind::msg, decodeFailure(error));
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -36,9 +38,28 @@ public:
                                                    const std::string& repo) const = 0;
 };
 
+// How far one listing may go before it fails. The server says where the next
+// page is, so without them a server whose pages lead back to an earlier one, or
+// never end, would hold the sync (and the memory of everything read) forever.
+struct ListingLimits {
+    // GitHub sends at most 100 entries a page (30 unless asked): 1000 pages
+    // hold the largest list below even at its default page size.
+    size_t maxPages = 1000;
+    // Ten times the several thousand repositories a busy member of large
+    // organisations reaches, and far more branches than a big repository has.
+    size_t maxElements = 30000;
+    // A repository entry is about 6 KB of JSON, so that many entries fit; it
+    // bounds what entries with huge fields could make the records hold.
+    size_t maxBytes = size_t{256} << 20;
+    // For the whole walk. GitHub takes a second or two for a page of 100
+    // repositories, so the 300 pages of the longest list above end well inside
+    // it, while a server that drips out pages cannot hold a sync much longer.
+    std::chrono::seconds deadline{900};
+};
+
 // The GitHub REST API, read only, for one token. Keeps no cache and no rate-limit
 // state: a limit is reported, not waited out. Pages are read one after another and
-// a failed page fails the whole listing.
+// a failed page fails the whole listing, as does one that outgrows its limits.
 class ApiClient final : public GitHubClient {
 public:
     static constexpr const char* kPublicAPI = "https://api.github.com";
@@ -46,7 +67,8 @@ public:
     // No token: no Authorization header at all. An empty one is still sent.
     // A cancelled `cancellation` ends the request in flight (a network error).
     ApiClient(std::optional<std::string> token, const HttpTransport& transport, const Clock& clock,
-              std::string baseURL = kPublicAPI, const Cancellation* cancellation = nullptr);
+              std::string baseURL = kPublicAPI, const Cancellation* cancellation = nullptr,
+              ListingLimits limits = {});
 
     GitHubUser getAuthenticatedUser() const override;
     std::vector<RemoteRepository> listRepositories(const std::string& accountID,
@@ -68,8 +90,11 @@ public:
 private:
     // One request: the decoded body and the response it came in.
     std::pair<Json, HttpResponse> request(const std::string& url) const;
-    // Every element of every page, from `firstURL` on.
-    std::vector<Json> paginated(const std::string& firstURL) const;
+    // Hands `take` every element of every page from `firstURL` on, with its index
+    // in the whole list, page by page, so only one page's JSON is held at a time.
+    // `what` names the list and `noun` its entries in the error of a broken limit.
+    void paginated(const std::string& firstURL, const std::string& what, const char* noun,
+                   const std::function<void(const Json& element, size_t index)>& take) const;
     std::optional<std::string> address(const std::string& pathAndQuery) const;
 
     std::optional<std::string> token_;
@@ -77,6 +102,7 @@ private:
     const Clock& clock_;
     std::string baseURL_;
     const Cancellation* cancellation_;
+    ListingLimits limits_;
 };
 
 }  // namespace quorvane

@@ -1,5 +1,6 @@
 #include "github/ApiClient.hpp"
 
+#include <atomic>
 #include <map>
 #include <mutex>
 
@@ -7,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "testing/FakeClock.hpp"
+#include "testing/LoopbackHttpServer.hpp"
 
 namespace quorvane {
 namespace {
@@ -109,6 +111,22 @@ TEST_F(ApiClientTest, EachStatusAndTransportFailureHasItsText) {
     auto [missing, missingKind] = outcome(reply(200, R"({"name": "no login"})"));
     EXPECT_EQ(missing, "GitHub: failed to decode response — login: required key is missing");
 
+    // A token never crosses the network in clear, however the address was stored;
+    // plain http to this machine is fine.
+    size_t sent = transport_.requests.size();
+    EXPECT_EQ(failure([&] {
+                  ApiClient("t0ken", transport_, clock_, "http://ghe.example.test/api/v3")
+                      .listRepositories("acc", true, true);
+              }),
+              (Outcome{"GitHub: the token is not sent over plain http:// to another machine — "
+                       "use the https:// address of the API",
+                       Kind::msg}));
+    EXPECT_EQ(transport_.requests.size(), sent);
+    transport_.replies["http://[::1]:8080/user"] = reply(200, R"({"login": "me"})");
+    EXPECT_EQ(
+        ApiClient("t0ken", transport_, clock_, "http://[::1]:8080").getAuthenticatedUser().login,
+        "me");
+
     // A blank in an owner makes no address, and says which one.
     EXPECT_EQ(failure([&] { client().listBranches("my org", "app"); }),
               (Outcome{"GitHub: invalid URL /repos/my org/app/branches", Kind::msg}));
@@ -174,6 +192,98 @@ TEST_F(ApiClientTest, RepositoriesArePagedFilteredAndConvertedInTheServersOrder)
     for (const HttpRequest& request : transport_.requests) {
         EXPECT_EQ(request.url.rfind("https://api.test/", 0), 0u) << request.url;
     }
+}
+
+// The real transport, with `secondsPerRequest` of fake time passing during each
+// request, as with a server that drips out its pages.
+class SlowTransport final : public HttpTransport {
+public:
+    explicit SlowTransport(testing::FakeClock& clock) : clock_(clock) {}
+    HttpResponse get(const HttpRequest& request) const override {
+        clock_.advance(std::chrono::seconds(secondsPerRequest));
+        return real_.get(request);
+    }
+    HttpResponse post(const HttpRequest& request, const std::string& body) const override {
+        return real_.post(request, body);
+    }
+    long long secondsPerRequest = 0;
+
+private:
+    testing::FakeClock& clock_;
+    CurlTransport real_;
+};
+
+TEST_F(ApiClientTest, AListingThatRepeatsOrNeverEndsFailsAtItsFirstLimit) {
+    // Page n of /user/repos holds two repositories and leads to page n + 1, for ever.
+    testing::LoopbackHttpServer server;
+    std::atomic<size_t> padding = 0;
+    auto page = [&](int n) {
+        std::string description = R"(, "description": ")" + std::string(padding, 'x') + "\"";
+        std::string next = "<" + server.base() + "/user/repos?page=" + std::to_string(n + 1) + ">";
+        return testing::LoopbackHttpServer::Reply{200,
+                                                  {{"Link", next + "; rel=\"next\""}},
+                                                  "[" + repo("a" + std::to_string(n), description) +
+                                                      "," + repo("b" + std::to_string(n)) + "]",
+                                                  false};
+    };
+    server.setFallback([&](const std::string& target) {
+        const std::string prefix = "/user/repos?page=";
+        if (!target.starts_with(prefix)) return testing::LoopbackHttpServer::Reply{404, {}, "{}"};
+        return page(std::stoi(target.substr(prefix.size())));
+    });
+    const std::string reposPath = repos_.substr(std::string("https://api.test").size());
+    server.set(reposPath, page(1));
+    server.set("/repos/me/app/branches?per_page=100", page(1));
+
+    SlowTransport transport(clock_);
+    using namespace std::chrono_literals;
+    ListingLimits generous{100, 1000, 16 << 20, 3600s};
+    // What the listing threw, and how many requests it took.
+    auto outcome = [&](ListingLimits limits, bool branches = false) {
+        size_t before = server.requests().size();
+        ApiClient client("t0ken", transport, clock_, server.base(), nullptr, limits);
+        std::string error = failure([&] {
+                                if (branches) {
+                                    client.listBranches("me", "app");
+                                } else {
+                                    client.listRepositories("acc", true, true);
+                                }
+                            }).first;
+        return std::pair{error, server.requests().size() - before};
+    };
+    const std::string stopped = "GitHub: reading the repository list stopped — ";
+    using Outcome = std::pair<std::string, size_t>;
+
+    ListingLimits fewPages = generous;
+    fewPages.maxPages = 5;
+    EXPECT_EQ(outcome(fewPages), (Outcome{stopped + "more than 5 pages", 5}));
+    EXPECT_EQ(outcome(fewPages, true),
+              (Outcome{"GitHub: reading the branches of me/app stopped — more than 5 pages", 5}));
+    ListingLimits fewEntries = generous;
+    fewEntries.maxElements = 9;  // the fifth page would make ten
+    EXPECT_EQ(outcome(fewEntries), (Outcome{stopped + "more than 9 repositories", 5}));
+    ListingLimits fewBytes = generous;
+    fewBytes.maxBytes = 1 << 20;
+    padding = 400 << 10;  // on each page after the first
+    EXPECT_EQ(outcome(fewBytes), (Outcome{stopped + "more than 1 MB of replies", 4}));
+    padding = 0;
+    transport.secondsPerRequest = 100;
+    ListingLimits shortDeadline = generous;
+    shortDeadline.deadline = 250s;
+    EXPECT_EQ(outcome(shortDeadline), (Outcome{stopped + "not done after 250 seconds", 3}));
+    transport.secondsPerRequest = 0;
+
+    // The third page leads back to the second, spelt in capitals: found as soon as
+    // it is named, without reading it again.
+    std::string home = server.base();
+    std::string shouted = "HTTP://" + home.substr(std::string("http://").size());
+    server.set("/user/repos?page=3",
+               {200, {{"Link", "<" + shouted + "/user/repos?page=2>; rel=\"next\""}}, "[]", false});
+    EXPECT_EQ(outcome(generous), (Outcome{stopped + "its pages lead back to one already read", 3}));
+    // Pages that do end are read whole within the same limits.
+    server.set("/user/repos?page=3", {200, {}, "[" + repo("last") + "]", false});
+    ApiClient client("t0ken", transport, clock_, server.base(), nullptr, fewPages);
+    EXPECT_EQ(client.listRepositories("acc", true, true).size(), 5u);
 }
 
 TEST_F(ApiClientTest, BranchesComeWithTheirHeadAndNeverADate) {

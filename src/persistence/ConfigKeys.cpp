@@ -6,6 +6,7 @@
 #include <fmt/ranges.h>
 
 #include "base/TextHelpers.hpp"
+#include "platform/HttpTransport.hpp"
 
 namespace quorvane::ConfigKeys {
 
@@ -70,7 +71,9 @@ std::vector<Key> makeKeys() {
         typed("ai.anthropicModel", name, "Anthropic model for summaries"),
         typed("ai.ollamaModel", name, "Ollama model for summaries"),
         typed("ai.ollamaBaseURL", httpAddress, "the Ollama server"),
-        typed("ai.anthropicBaseURL", httpAddress, "the Anthropic API server"),
+        // The API key goes there; Ollama's server takes none, and often runs on
+        // another machine of the home or office network, over plain http.
+        typed("ai.anthropicBaseURL", secretAddress, "the Anthropic API server"),
         flag("ai.includeDiffStat", "send file counts with summaries"),
         typed("ai.keychainRef", name, "secret-store entry of the API key"),
 
@@ -233,6 +236,9 @@ std::optional<Json> valueFor(const Key& key, std::string_view text) {
         case ValueType::httpAddress:
             if (!isHttpAddress(text)) return std::nullopt;
             return Json(std::string(text));
+        case ValueType::secretAddress:
+            if (!isHttpAddress(text) || crossesTheNetworkInClear(text)) return std::nullopt;
+            return Json(std::string(text));
         case ValueType::socketPath:
             if (!text.empty() && (!text.starts_with('/') || text.size() >= kSocketPathLimit)) {
                 return std::nullopt;
@@ -257,6 +263,7 @@ std::string Key::allowed() const {
         case ValueType::name: return "a name";
         case ValueType::folder: return "a folder; ~ for home";
         case ValueType::httpAddress: return "an http(s) address";
+        case ValueType::secretAddress: return "https, or http on this machine";
         case ValueType::socketPath: return "a path, or \"\" for the default";
     }
     return {};
@@ -322,6 +329,10 @@ Parsed parse(std::string_view name, std::string_view text) {
         case ValueType::folder: return refuse("an absolute folder path or one starting with ~");
         case ValueType::httpAddress:
             return refuse("an http:// or https:// address, such as http://localhost:11434");
+        case ValueType::secretAddress:
+            return refuse(
+                "an https:// address, or an http:// one on this machine (127.0.0.1, ::1, "
+                "localhost): the API key must not cross the network in clear");
         case ValueType::socketPath:
             return refuse(
                 fmt::format("an absolute path shorter than {} bytes, or \"\" for the "

@@ -21,6 +21,7 @@ enum class ValueType {
     name,             // a non-empty word without blanks
     folder,           // an absolute path or one starting with "~"
     httpAddress,      // an http:// or https:// address
+    secretAddress,    // an https:// address, or http:// to this machine: a secret goes there
     socketPath,       // an absolute path a Unix socket can bind, or "" for the default
 };
 

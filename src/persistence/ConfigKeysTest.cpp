@@ -40,6 +40,7 @@ std::string anotherValue(const ConfigKeys::Key& key, const AppConfig& config) {
         case ConfigKeys::ValueType::name: return "another-name";
         case ConfigKeys::ValueType::folder: return "/srv/elsewhere";
         case ConfigKeys::ValueType::httpAddress: return "https://example.test:8080";
+        case ConfigKeys::ValueType::secretAddress: return "https://example.test:8443";
         case ConfigKeys::ValueType::socketPath: return "/tmp/agent.sock";
     }
     return "";
@@ -89,6 +90,13 @@ TEST(ConfigKeysTest, EachKindOfValueTakesItsOwnFormAndNothingElse) {
     EXPECT_EQ(accepted("ai.anthropicBaseURL", "https://llm-gateway.example.test/anthropic"),
               Json("https://llm-gateway.example.test/anthropic"));
     refusal("ai.anthropicBaseURL", "api.anthropic.com");
+    // The API key goes to the Anthropic address, so plain http only to this machine.
+    EXPECT_EQ(refusal("ai.anthropicBaseURL", "http://llm-gateway.example.test"),
+              "ai.anthropicBaseURL takes an https:// address, or an http:// one on this machine "
+              "(127.0.0.1, ::1, localhost): the API key must not cross the network in clear, "
+              "not \"http://llm-gateway.example.test\"");
+    EXPECT_EQ(accepted("ai.anthropicBaseURL", "http://127.0.0.1:8080"),
+              Json("http://127.0.0.1:8080"));
 
     EXPECT_EQ(accepted("agent.socketPath", ""), Json(""));  // back to the default socket
     std::string longest = "/" + std::string(102, 's');      // 103 bytes and the NUL

@@ -1,5 +1,6 @@
 #include "platform/HttpTransport.hpp"
 
+#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include <memory>
@@ -99,6 +100,37 @@ std::optional<std::string> parseURL(std::string_view url) {
     std::string result(canonical);
     curl_free(canonical);
     return result;
+}
+
+bool crossesTheNetworkInClear(std::string_view url) {
+    initialiseCurl();
+    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> handle(curl_url(), &curl_url_cleanup);
+    std::string text(url);
+    if (!handle || curl_url_set(handle.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) {
+        return true;
+    }
+    auto part = [&handle](CURLUPart which) -> std::optional<std::string> {
+        char* value = nullptr;
+        if (curl_url_get(handle.get(), which, &value, 0) != CURLUE_OK) return std::nullopt;
+        std::string result(value);
+        curl_free(value);
+        return result;
+    };
+    std::optional<std::string> scheme = part(CURLUPART_SCHEME);
+    if (scheme && equalsIgnoringCase(*scheme, "https")) return false;
+    std::optional<std::string> host = part(CURLUPART_HOST);
+    if (!scheme || !equalsIgnoringCase(*scheme, "http") || !host) return true;
+    if (equalsIgnoringCase(*host, "localhost")) return false;
+    // The parser gives an IPv6 host in brackets, and an IPv4 one in dotted form
+    // however it was written; a name that merely starts with "127." is no address.
+    in_addr v4{};
+    if (::inet_pton(AF_INET, host->c_str(), &v4) == 1) return (ntohl(v4.s_addr) >> 24) != 127;
+    in6_addr v6{};
+    if (host->size() > 2 && host->front() == '[' && host->back() == ']' &&
+        ::inet_pton(AF_INET6, host->substr(1, host->size() - 2).c_str(), &v6) == 1) {
+        return !IN6_IS_ADDR_LOOPBACK(&v6);
+    }
+    return true;
 }
 
 namespace {

@@ -55,4 +55,9 @@ public:
 // host); the canonical form of it when it is.
 std::optional<std::string> parseURL(std::string_view url);
 
+// Whether what is sent to `url` could be read on the way: plain http to a host
+// other than this machine's loopback (127.0.0.0/8, ::1, localhost). An address
+// that does not parse counts as such. A token or an API key goes to no such address.
+bool crossesTheNetworkInClear(std::string_view url);
+
 }  // namespace quorvane

@@ -51,6 +51,19 @@ TEST(HttpTransportTest, NoServerOrNoAnswerIsATransportErrorAndABlankNoAddress) {
     EXPECT_EQ(parseURL("https://api.github.com/repos/my org/x"), std::nullopt);
     EXPECT_EQ(parseURL("api.github.com/user"), std::nullopt);  // no scheme guessed
     EXPECT_TRUE(parseURL("https://api.github.com/user?per_page=100").has_value());
+
+    // Plain http stays unread only on this machine, whatever the address looks like.
+    for (const char* clear :
+         {"http://ghe.example.test/api/v3", "http://127.0.0.1@ghe.example.test/",
+          "http://127.0.0.1.example.test", "http://[::2]:80", "ftp://127.0.0.1/", "127.0.0.1:80",
+          "http://my host"}) {
+        EXPECT_TRUE(crossesTheNetworkInClear(clear)) << clear;
+    }
+    for (const char* kept :
+         {"https://ghe.example.test", "HTTPS://ghe.example.test", "http://127.0.0.1:8080",
+          "HTTP://127.200.0.9/v1", "http://[::1]:9", "http://LocalHost:11434"}) {
+        EXPECT_FALSE(crossesTheNetworkInClear(kept)) << kept;
+    }
 }
 
 TEST(HttpTransportTest, APostSendsItsBodyWholeAndAtOnceWithinTheTimeout) {

@@ -131,6 +131,26 @@ TEST_F(AIProvidersTest, EachAnthropicFailureHasItsTextAndNoneCarriesTheKey) {
               (std::pair{std::string("Anthropic: invalid endpoint URL"), Kind::msg}));
     EXPECT_EQ(server_.requests().size(), sent);
 
+    // The key never crosses the network in clear, however the address got into
+    // config.json; plain http to this machine is fine.
+    class Recording final : public HttpTransport {
+    public:
+        HttpResponse get(const HttpRequest&) const override { return {0, "", {}, "sent"}; }
+        HttpResponse post(const HttpRequest& request, const std::string&) const override {
+            sent.push_back(request.url);
+            return {0, "", {}, "sent"};
+        }
+        mutable std::vector<std::string> sent;
+    } recording;
+    EXPECT_EQ(failure(AnthropicProvider(kKey, "m", recording, "http://llm-gateway.example.test")),
+              (std::pair{std::string("Anthropic: the API key is not sent over plain http:// to "
+                                     "another machine — set an https:// address in "
+                                     "ai.anthropicBaseURL"),
+                         Kind::msg}));
+    EXPECT_TRUE(recording.sent.empty());
+    failure(AnthropicProvider(kKey, "m", recording, "http://localhost:8080"));
+    EXPECT_EQ(recording.sent, std::vector<std::string>{"http://localhost:8080/v1/messages"});
+
     auto [refused, kind] = failure(AnthropicProvider(kKey, "m", transport_, stoppedServer()));
     EXPECT_THAT(refused, StartsWith("Anthropic: network error: "));
     EXPECT_GT(refused.size(), std::string("Anthropic: network error: ").size());

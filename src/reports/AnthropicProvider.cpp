@@ -55,6 +55,13 @@ std::string AnthropicProvider::summarize(const std::string& system, const std::s
                                          int maxTokens) const {
     std::optional<std::string> url = endpoint(baseURL_, "/v1/messages");
     if (!url) throw failure(Kind::msg, "Anthropic: invalid endpoint URL");
+    // Checked at each request, not only by `config set`: an address already in
+    // config.json from before must not be handed the key either.
+    if (crossesTheNetworkInClear(*url)) {
+        throw failure(Kind::msg,
+                      "Anthropic: the API key is not sent over plain http:// to another machine "
+                      "— set an https:// address in ai.anthropicBaseURL");
+    }
     Json body = {{"model", model_},
                  {"max_tokens", maxTokens},
                  {"system", system},

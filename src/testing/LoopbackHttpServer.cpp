@@ -87,6 +87,11 @@ void LoopbackHttpServer::set(const std::string& pathAndQuery, Reply reply) {
     replies_[pathAndQuery] = std::move(reply);
 }
 
+void LoopbackHttpServer::setFallback(std::function<Reply(const std::string&)> answer) {
+    std::lock_guard lock(mutex_);
+    fallback_ = std::move(answer);
+}
+
 std::vector<std::string> LoopbackHttpServer::requests() const {
     std::lock_guard lock(mutex_);
     return requests_;
@@ -156,6 +161,8 @@ void LoopbackHttpServer::serve() {
             bodies_.push_back(length ? body : std::string());
             if (auto found = replies_.find(target); length && found != replies_.end()) {
                 reply = found->second;
+            } else if (length && fallback_) {
+                reply = fallback_(target);
             }
         }
         if (reply.silent) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -10,9 +11,10 @@ namespace quorvane::testing {
 
 // A real HTTP/1.1 server on 127.0.0.1 at a port of its own, one connection at a
 // time, each closed after its reply. It answers each path (with its query) with
-// the reply a test set, 404 otherwise, and records every request it read. A body
-// is read by its Content-Length; a length that is malformed, given twice, larger
-// than kMaxBodyBytes or beside a Transfer-Encoding is answered with a 400.
+// the reply a test set, else its fallback's, else 404, and records every request
+// it read. A body is read by its Content-Length; a length that is malformed, given
+// twice, larger than kMaxBodyBytes or beside a Transfer-Encoding is answered with
+// a 400.
 class LoopbackHttpServer {
 public:
     static constexpr size_t kMaxBodyBytes = size_t{8} << 20;
@@ -32,6 +34,8 @@ public:
     // "http://127.0.0.1:<port>"
     std::string base() const;
     void set(const std::string& pathAndQuery, Reply reply);
+    // Answers each target no `set` reply covers, such as pages that never end.
+    void setFallback(std::function<Reply(const std::string& pathAndQuery)> answer);
     // Request heads, oldest first: request line and headers, CRLFs kept.
     std::vector<std::string> requests() const;
     // Request bodies, in the order of requests(); empty for a request without one
@@ -50,6 +54,7 @@ private:
     int port_ = 0;
     mutable std::mutex mutex_;
     std::map<std::string, Reply> replies_;
+    std::function<Reply(const std::string&)> fallback_;
     std::vector<std::string> requests_;
     std::vector<std::string> bodies_;
     std::thread thread_;
