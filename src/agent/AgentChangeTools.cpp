@@ -211,7 +211,7 @@ AgentResult AgentService::proposeMapping(const Call& call) {
     static const std::vector<std::string> kExcludes = {"node_modules", ".build",      "Pods",
                                                        "DerivedData",  ".venv",       "vendor",
                                                        "Carthage",     ".git/modules"};
-    std::vector<LocalProjectMatch> matches = LocalProjectFinder(runner_).find(
+    std::vector<LocalProjectMatch> matches = finderWithinRoots(call).find(
         roots, remote->name, call.config.agent.maxScanDepth, kExcludes);
     std::vector<MappingCandidate> candidates =
         MappingConfidenceEngine::candidates(*remote, matches);

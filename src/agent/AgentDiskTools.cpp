@@ -77,22 +77,35 @@ AgentResult AgentService::searchLocalProjects(const Call& call, bool withQuery) 
     const std::string query = withQuery ? textArg(call.args, "query").value_or("") : "";
     AgentJSON::Array matches;
     for (const LocalProjectMatch& match :
-         LocalProjectFinder(runner_).find({root}, query, depth, searchExcludes())) {
+         finderWithinRoots(call).find({root}, query, depth, searchExcludes())) {
         matches.push_back(matchJSON(match));
     }
     return ok(call, AgentJSON(std::move(matches)));
 }
 
+LocalProjectFinder AgentService::finderWithinRoots(const Call& call) const {
+    return LocalProjectFinder(runner_, [roots = call.config.agent.allowedRoots](
+                                           std::string_view folder) {
+        return isInsideAllowedRoot(folder, roots);
+    });
+}
+
 AgentResult AgentService::inspectLocalGitRepo(const Call& call) {
+    if (gitRepositoryAt(call).outsideRoots) {
+        return refuseOutsideRoots(call, "repository outside allowedRoots");
+    }
     const std::string path = canonical(textArg(call.args, "path").value_or(""));
-    std::optional<LocalProjectMatch> match = LocalProjectFinder(runner_).inspect(path);
+    std::optional<LocalProjectMatch> match = finderWithinRoots(call).inspect(path);
     if (!match) return refuse(call, "error", "not a git repo", "not_found", "not a git repo");
     return ok(call, matchJSON(*match));
 }
 
 AgentResult AgentService::computeRepoFingerprint(const Call& call) {
+    if (gitRepositoryAt(call).outsideRoots) {
+        return refuseOutsideRoots(call, "repository outside allowedRoots");
+    }
     const std::string path = canonical(textArg(call.args, "path").value_or(""));
-    const LocalProjectFinder finder(runner_);
+    const LocalProjectFinder finder = finderWithinRoots(call);
     std::optional<LocalProjectMatch> match = finder.inspect(path);
     if (!match) return refuse(call, "error", "not a git repo", "not_found", "not a git repo");
     return ok(call, AgentJSON(AgentJSON::Object{

@@ -457,7 +457,8 @@ TEST_F(AgentReadToolsTest, GitReadsRefuseARepositoryKeptOutsideTheRoots) {
     for (const fs::path& folder :
          {roots / "pointer", roots / "redirected", roots / "linked", roots / "shared"}) {
         for (const char* tool :
-             {"read_git_remote", "read_git_branches", "read_git_commits", "read_git_status"}) {
+             {"read_git_remote", "read_git_branches", "read_git_commits", "read_git_status",
+              "inspect_local_git_repo", "compute_repo_fingerprint"}) {
             AgentResult answer = call(tool, {{"path", folder.string()}});
             EXPECT_EQ(answer.errorCode, "not_in_allowed_root") << tool << " " << folder;
             EXPECT_EQ(answer.hint, "Add this folder to Allowed Roots in Quorvane → MCP");
@@ -477,6 +478,14 @@ TEST_F(AgentReadToolsTest, GitReadsRefuseARepositoryKeptOutsideTheRoots) {
         ASSERT_EQ(commits.size(), 1u) << folder;
         EXPECT_EQ(commits[0]["message"], "my history");
     }
+    // A search of the roots finds the work trees kept there, and none of the others.
+    std::vector<std::string> found;
+    for (const Json& match :
+         result(call("search_local_projects", {{"rootPath", roots.string()}, {"query", "x"}}))) {
+        found.push_back(match["path"]);
+    }
+    EXPECT_EQ(found, (std::vector<std::string>{(roots / "mine").string(),
+                                               (roots / "mine-topic").string()}));
 }
 
 TEST_F(AgentReadToolsTest, StatusNeverRunsTheRepositorysOwnFilters) {

@@ -9,6 +9,7 @@
 #include "agent/AgentEnvAccess.hpp"
 #include "agent/AgentJSON.hpp"
 #include "agent/AgentResult.hpp"
+#include "agent/LocalProjectFinder.hpp"
 #include "agent/PendingProposal.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "persistence/Store.hpp"
@@ -165,6 +166,9 @@ private:
         bool outsideRoots = false;
     };
     GitTarget gitRepositoryAt(const Call& call);
+    // The project finder for an agent's call: it reads no repository kept outside
+    // the allowed roots.
+    LocalProjectFinder finderWithinRoots(const Call& call) const;
     ShellResult readGit(const std::string& path, std::vector<std::string> arguments,
                         double timeout) const;
     AgentJSON settingsResource(const AppConfig& config) const;

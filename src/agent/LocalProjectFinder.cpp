@@ -356,11 +356,15 @@ std::optional<LocalProjectMatch> LocalProjectFinder::inspect(const std::string& 
     }
     // git looks upwards from a folder whose .git it cannot use, so the top it names
     // must be this folder, or the folder is no working tree of its own.
-    ShellResult top = git(folder, {"rev-parse", "--show-toplevel"});
-    if (!top.succeeded() ||
-        PathHelpers::canonicalPath(std::string(Text::trim(top.stdOut))) != folder) {
+    ShellResult found = git(folder, {"rev-parse", "--path-format=absolute", "--show-toplevel",
+                                     "--git-dir", "--git-common-dir"});
+    std::vector<std::string_view> folders = Text::nonEmptyLines(found.stdOut);
+    // A folder name holding a line end cannot be told apart from two: not read.
+    if (!found.succeeded() || folders.size() != 3 ||
+        PathHelpers::canonicalPath(folders[0]) != folder) {
         return std::nullopt;
     }
+    if (mayRead_ && (!mayRead_(folders[1]) || !mayRead_(folders[2]))) return std::nullopt;
     LocalProjectMatch match;
     match.path = folder;
     // Only owner and name are kept: the URL itself may carry a token.

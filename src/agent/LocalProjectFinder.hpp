@@ -1,8 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "github/LocalProjectMatch.hpp"
@@ -25,7 +27,14 @@ public:
         bool operator==(const Score&) const = default;
     };
 
-    explicit LocalProjectFinder(const ProcessRunner& runner) : runner_(runner) {}
+    // Says whether git may read a repository kept in `folder`.
+    using FolderCheck = std::function<bool(std::string_view folder)>;
+
+    // With `mayRead`, a working tree whose git folder or common folder (the history,
+    // branches and remotes a linked worktree or a ".git" file leads to) fails the
+    // check counts as none: what an agent's search finds stays where it may look.
+    explicit LocalProjectFinder(const ProcessRunner& runner, FolderCheck mayRead = {})
+        : runner_(runner), mayRead_(std::move(mayRead)) {}
 
     // The working trees under `roots`, best first by `queryScore` and then by path;
     // every one is listed, a score of 0 last, so a caller that ranks by its own
@@ -80,6 +89,7 @@ private:
     ShellResult git(const std::string& path, std::vector<std::string> arguments) const;
 
     const ProcessRunner& runner_;
+    FolderCheck mayRead_;
 };
 
 }  // namespace quorvane
