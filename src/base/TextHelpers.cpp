@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include <fmt/format.h>
+
 namespace quorvane::Text {
 namespace {
 
@@ -184,6 +186,24 @@ std::string visible(std::string_view text, Lines lines) {
             out.append(text.substr(0, length));
         }
         text.remove_prefix(length);
+    }
+    return out;
+}
+
+std::string jsonWithHiddenEscaped(std::string_view json) {
+    std::string out;
+    out.reserve(json.size());
+    while (!json.empty()) {
+        size_t length = validSequenceLength(json);
+        char32_t c = length == 0 ? 0 : codePoint(json, length);
+        // Outside strings JSON holds only ASCII punctuation, digits and letters, so
+        // every character found here stands inside a string, where "\u" is allowed.
+        if (length != 0 && (c == 0x7F || isHiddenCodePoint(c))) {
+            out += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
+        } else {
+            out.append(json.substr(0, std::max<size_t>(length, 1)));
+        }
+        json.remove_prefix(std::max<size_t>(length, 1));
     }
     return out;
 }

@@ -56,6 +56,11 @@ std::string visible(std::string_view text, Lines lines = Lines::one);
 // needs no quoting (a path without blanks, an option) reads as typed.
 std::string commandLine(const std::vector<std::string>& words);
 
+// JSON text as printed for a person or a file: DEL and the code points `visible`
+// writes as "\u202e" become JSON escapes of their own, which read back to the same
+// value. The JSON printer leaves them raw, and a terminal would obey them.
+std::string jsonWithHiddenEscaped(std::string_view json);
+
 // Reads an optional sign followed by decimal digits and nothing else.
 bool parseInt(std::string_view text, long long& value);
 

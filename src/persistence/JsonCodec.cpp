@@ -5,12 +5,16 @@
 
 #include <fmt/format.h>
 
+#include "base/TextHelpers.hpp"
+
 namespace quorvane {
 
 namespace JsonCodec {
 
 std::string pretty(const Json& value) {
-    return value.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return Text::jsonWithHiddenEscaped(
+               value.dump(2, ' ', false, Json::error_handler_t::replace)) +
+           "\n";
 }
 
 Json parse(std::string_view text) {

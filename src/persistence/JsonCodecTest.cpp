@@ -15,6 +15,15 @@ std::vector<Json> elements(std::string_view text) {
     return result;
 }
 
+TEST(JsonCodecTest, PrintedJsonEscapesWhatATerminalWouldObey) {
+    // DEL, a C1 control that starts an escape sequence on some terminals, and a
+    // right-to-left override, as a repository could name a branch.
+    const Json value = {{"branch", "a\x7f b\xc2\x9b[2J c\u202e d\u00e9"}};
+    const std::string printed = JsonCodec::pretty(value);
+    EXPECT_EQ(printed, "{\n  \"branch\": \"a\\u007f b\\u009b[2J c\\u202e d\u00e9\"\n}\n");
+    EXPECT_EQ(JsonCodec::parse(printed), value);
+}
+
 TEST(JsonCodecTest, ArrayElementsAreReadOneByOneWhateverTheyHold) {
     EXPECT_TRUE(elements("[]").empty());
     EXPECT_TRUE(elements(" \n[ \n ]\n").empty());
