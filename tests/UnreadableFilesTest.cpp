@@ -68,11 +68,18 @@ TEST_F(UnreadableFilesTest, ANumberNoDoubleHoldsCrashesNoCommand) {
     }
     EXPECT_EQ(fileText(data() / "config.json"), huge);
 
-    // The writer sets every bad file aside and goes on.
+    // The writer stops at the configuration, before it sets anything aside...
+    ShellResult refused = testing::runQuorvane(data(), {"scan"});
+    EXPECT_EQ(refused.exitCode, 1) << refused.stdErr;
+    EXPECT_THAT(refused.stdErr, HasSubstr("config.json cannot be read: not valid JSON: number "
+                                          "overflow parsing '1e400'"));
+    EXPECT_EQ(fileText(data() / "config.json"), huge);
+    EXPECT_TRUE(named(data(), "commits.json.corrupt-").empty());
+
+    // ...and once it is fixed, sets every bad store file aside and goes on.
+    testing::writeFile(data() / "config.json", "{}");
     ShellResult scan = testing::runQuorvane(data(), {"scan"});
     EXPECT_EQ(scan.exitCode, 0) << scan.stdErr;
-    ASSERT_EQ(named(data(), "config.json.corrupt-").size(), 1u);
-    EXPECT_EQ(fileText(data() / named(data(), "config.json.corrupt-")[0]), huge);
     EXPECT_EQ(named(data(), "commits.json.corrupt-").size(), 1u);
     EXPECT_EQ(named(data(), "journals.json.corrupt-").size(), 1u);
     EXPECT_EQ(fileText(data() / "commits.json"), "[]\n");

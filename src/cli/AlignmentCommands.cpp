@@ -23,13 +23,18 @@ namespace {
 const std::string kCommandPrompt = "      $ ";
 
 // What every view here reads: the configuration and the store, as they are on disk.
+// `readable` is false, with the reason on stderr, when config.json could not be read.
 struct Reading {
     AppConfig config;
     Store store;
+    bool readable = false;
     explicit Reading(const CommandContext& context)
-        : config(readConfig(context)),
-          store(context.dataDir, context.clock, Store::Access::readOnly) {
+        : store(context.dataDir, context.clock, Store::Access::readOnly) {
+        std::optional<AppConfig> read = readConfig(context);
+        if (!read) return;
+        config = std::move(*read);
         store.load();
+        readable = true;
     }
 };
 
@@ -75,6 +80,7 @@ Tone kindTone(RepositoryMapping::Kind kind) {
 
 int alignment(CommandContext& context, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     GitAlignmentViewModel::Source source{
         [&] {
             return Aggregator::alignmentOverview(reading.config.repositories,
@@ -171,6 +177,7 @@ int alignment(CommandContext& context, bool json) {
 int inventory(CommandContext& context, InventoryFilter filter, const std::string& search,
               bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     std::vector<InventoryRow> rows = GitHubInventoryViewModel::filtered(
         Queries::inventory(reading.store, reading.config, filter, context.clock.now()), search);
     if (json) {
@@ -207,6 +214,7 @@ int inventory(CommandContext& context, InventoryFilter filter, const std::string
 
 int backlog(CommandContext& context, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     RepoBacklogViewModel::View view =
         RepoBacklogViewModel::load(Queries::inventory(reading.store, reading.config,
                                                       InventoryFilter::all, context.clock.now()),
@@ -255,6 +263,7 @@ int backlog(CommandContext& context, bool json) {
 
 int health(CommandContext& context, const std::optional<std::string>& repo, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     std::optional<std::vector<const RepoConfig*>> repos = reposFor(context, reading.config, repo);
     if (!repos) return 1;
     std::vector<std::pair<const RepoConfig*, ProjectHealthSnapshot>> scores;
@@ -301,6 +310,7 @@ std::vector<BranchRecord> branchRows(const Store& store, const std::string& repo
 
 int branches(CommandContext& context, const std::optional<std::string>& repo, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     std::optional<std::vector<const RepoConfig*>> repos = reposFor(context, reading.config, repo);
     if (!repos) return 1;
     if (json) {

@@ -1152,9 +1152,10 @@ Examples:
                            journal->parsed() ? &journalOptions : nullptr);
         }
     }
-    // Decoding errors are handled where files are read; whatever else goes wrong
-    // ends the command with its reason rather than an abort. What was saved before
-    // stays saved: every file is replaced whole or not at all.
+    // Decoding errors are handled where files are read, but for a config.json that
+    // cannot be read, which ends a command here before it changed anything. Whatever
+    // else goes wrong ends the command with its reason rather than an abort. What was
+    // saved before stays saved: every file is replaced whole or not at all.
     try {
         return action(context);
     } catch (const std::exception& error) {

@@ -74,8 +74,13 @@ bool reportFlush(const CommandContext& context, const std::string& problem) {
     return false;
 }
 
-AppConfig readConfig(const CommandContext& context) {
-    return ConfigService(context.dataDir / "config.json", context.clock).read();
+std::optional<AppConfig> readConfig(const CommandContext& context) {
+    try {
+        return ConfigService(context.dataDir / "config.json", context.clock).read();
+    } catch (const ConfigUnreadable& error) {
+        context.err << fmt::format("quorvane: {}\n", error.what());
+        return std::nullopt;
+    }
 }
 
 bool isFolder(const std::string& path) {

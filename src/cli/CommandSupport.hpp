@@ -69,8 +69,10 @@ std::string absolutePath(const CommandContext& context, const std::string& path)
 // True when `problem` is empty; otherwise says on stderr what was not saved.
 bool reportFlush(const CommandContext& context, const std::string& problem);
 
-// What a reader sees: the configuration as it is on disk, never written.
-AppConfig readConfig(const CommandContext& context);
+// What a reader sees: the configuration as it is on disk (the defaults when there
+// is none), never written. Nothing, with the reason and the way out on stderr, when
+// config.json is there but cannot be read.
+std::optional<AppConfig> readConfig(const CommandContext& context);
 
 bool isFolder(const std::string& path);
 std::string firstLine(std::string_view text);

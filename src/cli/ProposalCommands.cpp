@@ -253,7 +253,9 @@ int auditLog(CommandContext& context, int limit, bool json) {
 }
 
 int agentStatus(CommandContext& context, bool json) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     const std::filesystem::path socketPath =
         AppEnvironment::agentSocketPath(config, context.dataDir);
     // Listening means a daemon answers there; a file alone may be left from a crash.

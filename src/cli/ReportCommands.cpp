@@ -169,7 +169,9 @@ int weekly(CommandContext& context, const ReportOptions& options, const AppConfi
 }  // namespace
 
 int report(CommandContext& context, const ReportOptions& options) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     store.load();
     Date now = context.clock.now();

@@ -139,7 +139,9 @@ int sync(CommandContext& context, bool scanFirst, bool json) {
 }
 
 int status(CommandContext& context, bool json) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     store.load();
     std::vector<const RepoConfig*> active = trackedRepos(config);
@@ -170,7 +172,11 @@ int status(CommandContext& context, bool json) {
 }
 
 int commits(CommandContext& context, const CommitsOptions& options) {
-    AppConfig config = readConfig(context);
+    // The stored commits stand without config.json; it only names their repositories,
+    // and without it each goes by its folder's name.
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read && options.repo) return 1;
+    const AppConfig config = read.value_or(AppConfig{});
     std::optional<std::string> repoID;
     if (options.repo) {
         const RepoConfig* repo = resolveRepo(context, config, *options.repo);
