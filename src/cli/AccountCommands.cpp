@@ -247,7 +247,7 @@ int accountsList(CommandContext& context, bool json) {
     // give is left out, after the warning.
     std::optional<AppConfig> config = readConfig(context);
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<GitHubAccount> accounts = store.accounts();
     // An account config.json still holds after the store's file was set aside is
     // one the next writer puts back: it is listed already.

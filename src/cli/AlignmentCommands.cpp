@@ -23,7 +23,7 @@ namespace {
 const std::string kCommandPrompt = "      $ ";
 
 // What every view here reads: the configuration and the store, as they are on disk.
-// `readable` is false, with the reason on stderr, when config.json could not be read.
+// `readable` is false, with the reason on stderr, when either could not be read.
 struct Reading {
     AppConfig config;
     Store store;
@@ -33,8 +33,7 @@ struct Reading {
         std::optional<AppConfig> read = readConfig(context);
         if (!read) return;
         config = std::move(*read);
-        store.load();
-        readable = true;
+        readable = loadForReading(context, store);
     }
 };
 

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -1124,7 +1126,9 @@ Examples:
                                     ? PathHelpers::appSupportDir()
                                     : std::filesystem::path(PathHelpers::canonicalPath(dataDir));
     if (!PathHelpers::ensurePrivateDirectory(dir)) {
-        err << fmt::format("quorvane: cannot use the data folder {}\n", dir.string());
+        std::optional<std::string> problem = PathHelpers::dataFolderProblem(dir);
+        err << fmt::format("quorvane: cannot use the data folder{}\n",
+                           problem ? ": " + *problem : " " + dir.string());
         return 1;
     }
     // Whoever can write to the data folder can change what every command reads and
@@ -1132,6 +1136,13 @@ Examples:
     if (std::optional<std::string> problem = PathHelpers::dataFolderProblem(dir);
         problem && !diagnosing) {
         err << fmt::format("quorvane: refusing the data folder: {}\n", *problem);
+        return 1;
+    }
+    // A folder this user cannot read makes every file in it look missing, so a view
+    // would report nothing tracked and nothing recorded.
+    if (!diagnosing && ::access(dir.c_str(), R_OK | X_OK) != 0) {
+        err << fmt::format("quorvane: cannot read the data folder {}: {}\n", dir.string(),
+                           std::strerror(errno));
         return 1;
     }
     CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};

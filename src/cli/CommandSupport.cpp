@@ -83,6 +83,19 @@ std::optional<AppConfig> readConfig(const CommandContext& context) {
     }
 }
 
+bool loadForReading(const CommandContext& context, Store& store) {
+    store.load();
+    std::vector<Store::UnreadableFile> unreadable = store.unreadableFiles();
+    for (const Store::UnreadableFile& file : unreadable) {
+        context.err << fmt::format("quorvane: cannot read {} in the data folder: {}\n", file.name,
+                                   file.problem);
+    }
+    if (unreadable.empty()) return true;
+    context.err << "A command that changes data, such as 'quorvane scan', sets such a file "
+                   "aside and starts it anew; or move it away yourself.\n";
+    return false;
+}
+
 bool isFolder(const std::string& path) {
     std::error_code ec;
     return fs::is_directory(path, ec);

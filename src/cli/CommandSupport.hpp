@@ -15,6 +15,7 @@
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
+#include "persistence/Store.hpp"
 #include "platform/Notifier.hpp"
 
 // What the commands share: the data folder's access rules and the plain-text layout.
@@ -73,6 +74,11 @@ bool reportFlush(const CommandContext& context, const std::string& problem);
 // is none), never written. Nothing, with the reason and the way out on stderr, when
 // config.json is there but cannot be read.
 std::optional<AppConfig> readConfig(const CommandContext& context);
+
+// Loads `store`, opened read-only, for a reader. False, with each file that could not
+// be read and why on stderr, when one could not: what the view would show without
+// it could be wrong.
+bool loadForReading(const CommandContext& context, Store& store);
 
 bool isFolder(const std::string& path);
 std::string firstLine(std::string_view text);

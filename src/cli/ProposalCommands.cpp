@@ -77,7 +77,7 @@ bool isDestructive(const PendingProposal& proposal) {
 
 int proposalsList(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<PendingProposal> proposals = store.proposals(
         all ? std::nullopt
             : std::optional<PendingProposal::Status>(PendingProposal::Status::pending));
@@ -114,7 +114,7 @@ int proposalsList(CommandContext& context, bool all, bool json) {
 
 int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::optional<PendingProposal> proposal =
         findProposal(context, store.proposals(std::nullopt), id);
     if (!proposal) return 1;
@@ -208,7 +208,7 @@ int proposalsReject(CommandContext& context, const std::string& id) {
 
 int auditLog(CommandContext& context, int limit, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<AuditLogEntry> entries = store.auditEntries(static_cast<size_t>(limit));
     if (json) {
         Json array = Json::array();
@@ -261,7 +261,7 @@ int agentStatus(CommandContext& context, bool json) {
     // Listening means a daemon answers there; a file alone may be left from a crash.
     const bool listening = UnixSocket::connect(socketPath).error == 0;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     const size_t pending = store.proposals(PendingProposal::Status::pending).size();
     if (json) {
         context.out << JsonCodec::pretty(

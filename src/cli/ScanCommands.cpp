@@ -143,7 +143,7 @@ int status(CommandContext& context, bool json) {
     if (!read) return 1;
     const AppConfig& config = *read;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<const RepoConfig*> active = trackedRepos(config);
     std::vector<std::optional<RepoSnapshot>> snapshots;
     for (const RepoConfig* repo : active) snapshots.push_back(store.snapshot(repo->id));
@@ -184,7 +184,7 @@ int commits(CommandContext& context, const CommitsOptions& options) {
         repoID = repo->id;
     }
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<CommitRecord> found =
         store.commits(repoID, options.all ? std::nullopt : std::optional<size_t>(options.limit));
 

@@ -31,8 +31,8 @@ struct View {
     AppConfig config;
     Store store;
     Date now;
-    // False, with the reason on stderr, when config.json could not be read: the view
-    // would show nothing tracked where there is.
+    // False, with the reason on stderr, when either could not be read: the view would
+    // show nothing tracked, or nothing recorded, where there is.
     bool readable = false;
 
     explicit View(const CommandContext& context)
@@ -40,8 +40,7 @@ struct View {
         std::optional<AppConfig> read = readConfig(context);
         if (!read) return;
         config = std::move(*read);
-        store.load();
-        readable = true;
+        readable = loadForReading(context, store);
     }
 };
 
