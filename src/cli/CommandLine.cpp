@@ -1108,12 +1108,21 @@ Examples:
             err << "quorvane: the daemon runs only commands that change the data folder\n";
             return 2;
         }
+        // Nobody sits at the daemon's terminal: the command line runs the editor on
+        // the person's side and sends the text it leaves.
+        if (journal->parsed() && journalOptions.edit) {
+            err << "quorvane: the daemon opens no editor; 'quorvane journal --edit' opens it "
+                   "where it is typed and sends the daemon the text\n";
+            return 2;
+        }
         CommandContext context{out, err, runner, clock, how.serviceDataDir, how.terminal.progress};
         context.service = how.service;
         context.color = style.color;
         context.columns = style.columns;
         context.workingDir = how.workingDir;
-        context.input = how.input;
+        // A secret comes with the request or not at all: the daemon's own standard
+        // input is whatever it was started with, perhaps a terminal of its own.
+        context.input = how.input.value_or("");
         try {
             return action(context);
         } catch (const std::exception& error) {
