@@ -861,7 +861,7 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "status",
         "Say whether the agent socket is up\n"
         "Also where it is, the permission level, the allowed roots and how many tools it\n"
-        "offers.");
+        "offers. When the daemon runs but could not open the socket, it says why.");
     agentStatusCommand->add_flag("--json", agentJson, "Print the status as JSON");
     agentStatusCommand->callback(
         [&] { action = [&](CommandContext& c) { return Commands::agentStatus(c, agentJson); }; });
