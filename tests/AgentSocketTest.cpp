@@ -215,6 +215,22 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     Json stopped =
         Json::parse(testing::runQuorvane(dataDir(), {"agent", "status", "--json"}).stdOut);
     EXPECT_EQ(stopped["running"], false);
+    EXPECT_EQ(stopped["problem"], "its path is longer than 103 bytes");
+    // A folder in the socket's place, which the daemon follows the setting to and
+    // cannot take: the status says the daemon runs, and why agents cannot reach it.
+    const std::filesystem::path blocked = shortDir / "blocked";
+    std::filesystem::create_directories(blocked);
+    ASSERT_EQ(
+        testing::runQuorvane(dataDir(), {"config", "set", "agent.socketPath", blocked.string()})
+            .exitCode,
+        0);
+    ShellResult blockedStatus = testing::runQuorvane(dataDir(), {"agent", "status"});
+    EXPECT_EQ(blockedStatus.exitCode, 0) << blockedStatus.stdErr;
+    EXPECT_THAT(blockedStatus.stdOut,
+                HasSubstr("not running: the daemon runs, but its agent socket could not be "
+                          "opened at " +
+                          blocked.string() + ": a folder is in its place"));
+    EXPECT_TRUE(std::filesystem::is_directory(blocked));
     second->signal(SIGTERM);
     EXPECT_EQ(second->waitForExit(60s), 0);
     std::filesystem::remove_all(shortDir);

@@ -114,25 +114,64 @@ TEST_F(ConfigCommandTest, ARefusedSettingLeavesConfigJsonByteForByteAsItWas) {
     }
 }
 
-TEST_F(ConfigCommandTest, AnUnreadableConfigJsonIsNeitherReplacedNorSetAside) {
+TEST_F(ConfigCommandTest, ATypoInConfigJsonStopsEveryChangeAndTheDaemonAndLeavesTheFileAlone) {
     ASSERT_EQ(quorvane({"config", "set", "theme", "dark"}).exitCode, 0);
-    const std::string unfinished = R"({"theme": "dark", "historyDays": )";
-    testing::writeFile(configFile(), unfinished);
+    // A comma left after the last setting, as a hand edit leaves it.
+    const std::string typo = "{\n  \"historyDays\": 30,\n  \"theme\": \"dark\",\n}\n";
+    testing::writeFile(configFile(), typo);
+    const std::string reason = configFile().string() + " cannot be read: ";
+    auto untouched = [&](const std::string& typed) {
+        EXPECT_EQ(onDisk(), typo) << typed;
+        for (const auto& entry : std::filesystem::directory_iterator(dataDir())) {
+            EXPECT_FALSE(entry.path().filename().string().starts_with("config.json."))
+                << typed << " left " << entry.path();
+        }
+    };
 
-    ShellResult set = quorvane({"config", "set", "historyDays", "7"});
-    EXPECT_EQ(set.exitCode, 1);
-    EXPECT_THAT(set.stdErr, HasSubstr("config.json cannot be read"));
-    EXPECT_THAT(set.stdErr, HasSubstr("nothing was changed"));
-    ShellResult get = quorvane({"config", "get", "theme"});
-    EXPECT_EQ(get.exitCode, 1);
-    EXPECT_EQ(get.stdOut, "");  // not the default, which the file may well not hold
-    EXPECT_EQ(quorvane({"config", "list"}).exitCode, 1);
-
-    EXPECT_EQ(onDisk(), unfinished);
-    for (const auto& entry : std::filesystem::directory_iterator(dataDir())) {
-        EXPECT_FALSE(entry.path().filename().string().starts_with("config.json.corrupt"))
-            << entry.path();
+    // Running on the defaults would drop the settings, and the next save would write
+    // them over the person's file: every change stops, with where the typo is.
+    const std::vector<std::vector<std::string>> changes = {
+        {"scan"},
+        {"sync"},
+        {"folders", "add", dir_.path().string()},
+        {"config", "set", "historyDays", "7"},
+        {"journal", "--notes", "kept"},
+        {"proposals", "approve", "0000"},
+    };
+    for (const std::vector<std::string>& change : changes) {
+        std::string typed = fmt::format("{}", fmt::join(change, " "));
+        ShellResult result = quorvane(change);
+        EXPECT_EQ(result.exitCode, 1) << typed << ": " << result.stdErr;
+        EXPECT_THAT(result.stdErr, HasSubstr(reason)) << typed;
+        EXPECT_THAT(result.stdErr, HasSubstr("line 4, column 1")) << typed;
+        EXPECT_THAT(result.stdErr, HasSubstr("move it aside")) << typed;
+        untouched(typed);
     }
+
+    // Views of the tracked repositories and settings have nothing true to show
+    // without it; the stored commits and accounts are shown after the warning.
+    const std::vector<std::pair<std::vector<std::string>, int>> views = {
+        {{"status"}, 1},
+        {{"today"}, 1},
+        {{"week"}, 1},
+        {{"repos", "list"}, 1},
+        {{"config", "get", "theme"}, 1},
+        {{"commits"}, 0},
+        {{"accounts", "list"}, 0}};
+    for (const auto& [view, exitCode] : views) {
+        std::string typed = fmt::format("{}", fmt::join(view, " "));
+        ShellResult result = quorvane(view);
+        EXPECT_EQ(result.exitCode, exitCode) << typed << ": " << result.stdErr;
+        EXPECT_THAT(result.stdErr, ::testing::StartsWith("quorvane: " + reason)) << typed;
+        EXPECT_EQ(result.stdOut.empty(), exitCode == 1) << typed;
+    }
+    untouched("the views");
+
+    ShellResult daemon = testing::runQuorvane(dataDir(), {"daemon"}, 60);
+    EXPECT_EQ(daemon.exitCode, 1) << daemon.stdErr;
+    EXPECT_THAT(daemon.stdErr, HasSubstr("the daemon could not start: " + reason));
+    EXPECT_FALSE(std::filesystem::exists(dataDir() / "quorvane.sock"));
+    untouched("daemon");
 }
 
 }  // namespace

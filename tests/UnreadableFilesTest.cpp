@@ -68,11 +68,18 @@ TEST_F(UnreadableFilesTest, ANumberNoDoubleHoldsCrashesNoCommand) {
     }
     EXPECT_EQ(fileText(data() / "config.json"), huge);
 
-    // The writer sets every bad file aside and goes on.
+    // The writer stops at the configuration, before it sets anything aside...
+    ShellResult refused = testing::runQuorvane(data(), {"scan"});
+    EXPECT_EQ(refused.exitCode, 1) << refused.stdErr;
+    EXPECT_THAT(refused.stdErr, HasSubstr("config.json cannot be read: not valid JSON: number "
+                                          "overflow parsing '1e400'"));
+    EXPECT_EQ(fileText(data() / "config.json"), huge);
+    EXPECT_TRUE(named(data(), "commits.json.corrupt-").empty());
+
+    // ...and once it is fixed, sets every bad store file aside and goes on.
+    testing::writeFile(data() / "config.json", "{}");
     ShellResult scan = testing::runQuorvane(data(), {"scan"});
     EXPECT_EQ(scan.exitCode, 0) << scan.stdErr;
-    ASSERT_EQ(named(data(), "config.json.corrupt-").size(), 1u);
-    EXPECT_EQ(fileText(data() / named(data(), "config.json.corrupt-")[0]), huge);
     EXPECT_EQ(named(data(), "commits.json.corrupt-").size(), 1u);
     EXPECT_EQ(named(data(), "journals.json.corrupt-").size(), 1u);
     EXPECT_EQ(fileText(data() / "commits.json"), "[]\n");
@@ -93,6 +100,58 @@ TEST_F(UnreadableFilesTest, AFileTheUserCannotOpenIsSetAsideNotEmptied) {
     std::vector<std::string> aside = named(data(), "journals.json.corrupt-");
     ASSERT_EQ(aside.size(), 1u);
     EXPECT_EQ(fileText(data() / aside[0]), journal);
+}
+
+TEST_F(UnreadableFilesTest, AReaderThatCannotReadTheDataFolderSaysWhyAndFails) {
+    ASSERT_EQ(testing::runQuorvane(data(), {"scan"}).exitCode, 0);
+    // Each view, shown empty, would say that nothing is tracked or recorded. Those of
+    // the configuration read config.json, those of the record the store's files.
+    using Views = std::vector<std::vector<std::string>>;
+    const Views configViews = {{"status"}, {"today", "--no-scan"}, {"week"}, {"repos", "list"}};
+    const Views storeViews = {{"status"}, {"today", "--no-scan"}, {"week"}, {"journal"}};
+    Views allViews = configViews;
+    allViews.push_back({"journal"});
+    auto expectRefused = [](const std::string& what, const Views& views, const std::string& says,
+                            auto run) {
+        for (const std::vector<std::string>& view : views) {
+            ShellResult result = run(view);
+            EXPECT_EQ(result.exitCode, 1) << what << ", " << view[0] << ": " << result.stdErr;
+            EXPECT_THAT(result.stdErr, HasSubstr(says)) << what << ", " << view[0];
+            EXPECT_EQ(result.stdOut, "") << what << ", " << view[0];
+        }
+    };
+    auto asUser = [&](const std::filesystem::path& dir) {
+        return
+            [dir](const std::vector<std::string>& view) { return testing::runQuorvane(dir, view); };
+    };
+    testing::writeFile(dir_ / "plain-file", "");
+    expectRefused("a file as the data folder", allViews, "plain-file is not a folder",
+                  asUser(dir_ / "plain-file"));
+
+    const std::string config = fileText(data() / "config.json");
+    std::filesystem::remove(data() / "config.json");
+    ASSERT_EQ(::mkfifo((data() / "config.json").c_str(), 0600), 0);
+    expectRefused("a FIFO as config.json", configViews, "config.json is a FIFO, not a regular file",
+                  asUser(data()));
+    std::filesystem::remove(data() / "config.json");
+    testing::writeFile(data() / "config.json", config);
+
+    std::filesystem::remove(data() / "journals.json");
+    std::filesystem::create_directory(data() / "journals.json");
+    expectRefused("a folder as journals.json", storeViews,
+                  "cannot read journals.json in the data folder: " +
+                      (data() / "journals.json").string() + " is a folder",
+                  asUser(data()));
+    std::filesystem::remove(data() / "journals.json");
+
+    // Root reads a folder of mode 000 all the same; the reader runs as a user who cannot.
+    testing::giveToUnprivilegedUser(data());
+    ASSERT_EQ(::chmod(data().c_str(), 0), 0);
+    expectRefused("a data folder of mode 000", allViews, "cannot read the data folder",
+                  [&](const std::vector<std::string>& view) {
+                      return testing::runQuorvaneUnprivileged(data(), view);
+                  });
+    ::chmod(data().c_str(), 0700);
 }
 
 TEST_F(UnreadableFilesTest, AScanThatSavesNothingFailsWithTheReason) {

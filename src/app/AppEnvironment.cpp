@@ -68,8 +68,17 @@ void AppEnvironment::load() {
         if (didLoad_) return;
         didLoad_ = true;
     }
+    // The configuration first: when it cannot be read nothing else is touched, not
+    // even a store file that would be set aside.
+    AppConfig loaded;
+    try {
+        loaded = configService_.load();
+    } catch (const ConfigUnreadable&) {
+        std::lock_guard lock(mutex_);
+        didLoad_ = false;
+        throw;
+    }
     store_.load();
-    AppConfig loaded = configService_.load();
     loadScanMemos();
     std::vector<ReminderEvent> open = store_.reminders(true);
     std::lock_guard lock(mutex_);

@@ -53,12 +53,15 @@ public:
     AppEnvironment(const AppEnvironment&) = delete;
     AppEnvironment& operator=(const AppEnvironment&) = delete;
 
-    // Loads the store and the configuration, once. Enough for a one-shot command.
+    // Loads the configuration and the store, once. Enough for a one-shot command.
+    // Throws ConfigUnreadable, having touched nothing, when config.json is there but
+    // cannot be read: nothing may run on defaults in its stead.
     void load();
 
-    // Starts the long-running service: load, the accounts put back from config.json,
-    // one scan, then the file watcher, the periodic scan, the periodic sync and the
-    // end-of-day review, and a sync in the background when syncOnStart asks for one.
+    // Starts the long-running service: load (which throws as it does), the accounts
+    // put back from config.json, one scan, then the file watcher, the periodic scan,
+    // the periodic sync and the end-of-day review, and a sync in the background when
+    // syncOnStart asks for one.
     void bootstrap();
 
     // One scan cycle; returns at once, doing nothing, while another runs or once

@@ -245,12 +245,15 @@ int accountsImportGh(CommandContext& context, const std::optional<std::string>& 
 }
 
 int accountsList(CommandContext& context, bool json) {
+    // The store holds the accounts; config.json only mirrors them, so one it cannot
+    // give is left out, after the warning.
+    std::optional<AppConfig> config = readConfig(context);
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<GitHubAccount> accounts = store.accounts();
     // An account config.json still holds after the store's file was set aside is
     // one the next writer puts back: it is listed already.
-    for (const GitHubAccount& mirrored : readConfig(context).accounts) {
+    for (const GitHubAccount& mirrored : config.value_or(AppConfig{}).accounts) {
         if (std::none_of(accounts.begin(), accounts.end(),
                          [&](const GitHubAccount& a) { return a.id == mirrored.id; })) {
             accounts.push_back(mirrored);

@@ -23,13 +23,17 @@ namespace {
 const std::string kCommandPrompt = "      $ ";
 
 // What every view here reads: the configuration and the store, as they are on disk.
+// `readable` is false, with the reason on stderr, when either could not be read.
 struct Reading {
     AppConfig config;
     Store store;
+    bool readable = false;
     explicit Reading(const CommandContext& context)
-        : config(readConfig(context)),
-          store(context.dataDir, context.clock, Store::Access::readOnly) {
-        store.load();
+        : store(context.dataDir, context.clock, Store::Access::readOnly) {
+        std::optional<AppConfig> read = readConfig(context);
+        if (!read) return;
+        config = std::move(*read);
+        readable = loadForReading(context, store);
     }
 };
 
@@ -75,6 +79,7 @@ Tone kindTone(RepositoryMapping::Kind kind) {
 
 int alignment(CommandContext& context, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     GitAlignmentViewModel::Source source{
         [&] {
             return Aggregator::alignmentOverview(reading.config.repositories,
@@ -173,6 +178,7 @@ int alignment(CommandContext& context, bool json) {
 int inventory(CommandContext& context, InventoryFilter filter, const std::string& search,
               bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     std::vector<InventoryRow> rows = GitHubInventoryViewModel::filtered(
         Queries::inventory(reading.store, reading.config, filter, context.clock.now()), search);
     if (json) {
@@ -209,6 +215,7 @@ int inventory(CommandContext& context, InventoryFilter filter, const std::string
 
 int backlog(CommandContext& context, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     RepoBacklogViewModel::View view =
         RepoBacklogViewModel::load(Queries::inventory(reading.store, reading.config,
                                                       InventoryFilter::all, context.clock.now()),
@@ -257,6 +264,7 @@ int backlog(CommandContext& context, bool json) {
 
 int health(CommandContext& context, const std::optional<std::string>& repo, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     std::optional<std::vector<const RepoConfig*>> repos = reposFor(context, reading.config, repo);
     if (!repos) return 1;
     std::vector<std::pair<const RepoConfig*, ProjectHealthSnapshot>> scores;
@@ -303,6 +311,7 @@ std::vector<BranchRecord> branchRows(const Store& store, const std::string& repo
 
 int branches(CommandContext& context, const std::optional<std::string>& repo, bool json) {
     Reading reading(context);
+    if (!reading.readable) return 1;
     std::optional<std::vector<const RepoConfig*>> repos = reposFor(context, reading.config, repo);
     if (!repos) return 1;
     if (json) {

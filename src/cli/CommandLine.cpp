@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -866,7 +868,7 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "status",
         "Say whether the agent socket is up\n"
         "Also where it is, the permission level, the allowed roots and how many tools it\n"
-        "offers.");
+        "offers. When the daemon runs but could not open the socket, it says why.");
     agentStatusCommand->add_flag("--json", agentJson, "Print the status as JSON");
     agentStatusCommand->callback(
         [&] { action = [&](CommandContext& c) { return Commands::agentStatus(c, agentJson); }; });
@@ -1113,12 +1115,21 @@ Examples:
             err << "quorvane: the daemon runs only commands that change the data folder\n";
             return 2;
         }
+        // Nobody sits at the daemon's terminal: the command line runs the editor on
+        // the person's side and sends the text it leaves.
+        if (journal->parsed() && journalOptions.edit) {
+            err << "quorvane: the daemon opens no editor; 'quorvane journal --edit' opens it "
+                   "where it is typed and sends the daemon the text\n";
+            return 2;
+        }
         CommandContext context{out, err, runner, clock, how.serviceDataDir, how.terminal.progress};
         context.service = how.service;
         context.color = style.color;
         context.columns = style.columns;
         context.workingDir = how.workingDir;
-        context.input = how.input;
+        // A secret comes with the request or not at all: the daemon's own standard
+        // input is whatever it was started with, perhaps a terminal of its own.
+        context.input = how.input.value_or("");
         try {
             return action(context);
         } catch (const std::exception& error) {
@@ -1131,7 +1142,9 @@ Examples:
                                     ? PathHelpers::appSupportDir()
                                     : std::filesystem::path(PathHelpers::canonicalPath(dataDir));
     if (!PathHelpers::ensurePrivateDirectory(dir)) {
-        err << fmt::format("quorvane: cannot use the data folder {}\n", dir.string());
+        std::optional<std::string> problem = PathHelpers::dataFolderProblem(dir);
+        err << fmt::format("quorvane: cannot use the data folder{}\n",
+                           problem ? ": " + *problem : " " + dir.string());
         return 1;
     }
     // Whoever can write to the data folder can change what every command reads and
@@ -1139,6 +1152,13 @@ Examples:
     if (std::optional<std::string> problem = PathHelpers::dataFolderProblem(dir);
         problem && !diagnosing) {
         err << fmt::format("quorvane: refusing the data folder: {}\n", *problem);
+        return 1;
+    }
+    // A folder this user cannot read makes every file in it look missing, so a view
+    // would report nothing tracked and nothing recorded.
+    if (!diagnosing && ::access(dir.c_str(), R_OK | X_OK) != 0) {
+        err << fmt::format("quorvane: cannot read the data folder {}: {}\n", dir.string(),
+                           std::strerror(errno));
         return 1;
     }
     CommandContext context{out, err, runner, clock, dir, ::isatty(STDERR_FILENO) == 1};
@@ -1159,9 +1179,10 @@ Examples:
                            journal->parsed() ? &journalOptions : nullptr);
         }
     }
-    // Decoding errors are handled where files are read; whatever else goes wrong
-    // ends the command with its reason rather than an abort. What was saved before
-    // stays saved: every file is replaced whole or not at all.
+    // Decoding errors are handled where files are read, but for a config.json that
+    // cannot be read, which ends a command here before it changed anything. Whatever
+    // else goes wrong ends the command with its reason rather than an abort. What was
+    // saved before stays saved: every file is replaced whole or not at all.
     try {
         return action(context);
     } catch (const std::exception& error) {

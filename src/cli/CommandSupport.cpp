@@ -80,8 +80,26 @@ bool reportFlush(const CommandContext& context, const std::string& problem) {
     return false;
 }
 
-AppConfig readConfig(const CommandContext& context) {
-    return ConfigService(context.dataDir / "config.json", context.clock).read();
+std::optional<AppConfig> readConfig(const CommandContext& context) {
+    try {
+        return ConfigService(context.dataDir / "config.json", context.clock).read();
+    } catch (const ConfigUnreadable& error) {
+        context.err << fmt::format("quorvane: {}\n", error.what());
+        return std::nullopt;
+    }
+}
+
+bool loadForReading(const CommandContext& context, Store& store) {
+    store.load();
+    std::vector<Store::UnreadableFile> unreadable = store.unreadableFiles();
+    for (const Store::UnreadableFile& file : unreadable) {
+        context.err << fmt::format("quorvane: cannot read {} in the data folder: {}\n", file.name,
+                                   file.problem);
+    }
+    if (unreadable.empty()) return true;
+    context.err << "A command that changes data, such as 'quorvane scan', sets such a file "
+                   "aside and starts it anew; or move it away yourself.\n";
+    return false;
 }
 
 bool isFolder(const std::string& path) {

@@ -15,6 +15,7 @@
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
+#include "persistence/Store.hpp"
 #include "platform/InterruptWatch.hpp"
 #include "platform/Notifier.hpp"
 
@@ -72,8 +73,15 @@ std::string absolutePath(const CommandContext& context, const std::string& path)
 // True when `problem` is empty; otherwise says on stderr what was not saved.
 bool reportFlush(const CommandContext& context, const std::string& problem);
 
-// What a reader sees: the configuration as it is on disk, never written.
-AppConfig readConfig(const CommandContext& context);
+// What a reader sees: the configuration as it is on disk (the defaults when there
+// is none), never written. Nothing, with the reason and the way out on stderr, when
+// config.json is there but cannot be read.
+std::optional<AppConfig> readConfig(const CommandContext& context);
+
+// Loads `store`, opened read-only, for a reader. False, with each file that could not
+// be read and why on stderr, when one could not: what the view would show without
+// it could be wrong.
+bool loadForReading(const CommandContext& context, Store& store);
 
 bool isFolder(const std::string& path);
 

@@ -6,7 +6,6 @@
 
 #include "app/AppEnvironment.hpp"
 #include "cli/CommandSupport.hpp"
-#include "persistence/AtomicFile.hpp"
 #include "persistence/ConfigKeys.hpp"
 
 namespace quorvane::Commands {
@@ -14,24 +13,6 @@ namespace quorvane::Commands {
 namespace {
 
 constexpr size_t kHelpWidth = 80;
-
-// The configuration as config.json holds it, or nothing, with the reason on stderr,
-// when the file is there but cannot be read: what it holds is the person's, and
-// the defaults in its place would only hide that.
-std::optional<AppConfig> readableConfig(const CommandContext& context) {
-    AtomicFile::ReadResult file = AtomicFile::read(context.dataDir / "config.json");
-    if (file.missing) return AppConfig{};
-    try {
-        if (!file.bytes) throw DecodeError(file.error);
-        return ConfigService::decode(*file.bytes);
-    } catch (const DecodeError& error) {
-        context.err << fmt::format(
-            "quorvane: config.json cannot be read: {}\n"
-            "Fix it by hand, or move it aside to start again from the defaults.\n",
-            error.what());
-        return std::nullopt;
-    }
-}
 
 // The group a key belongs to: "sync" for "sync.interval", "" for a top-level key.
 std::string_view groupOf(const std::string& name) {
@@ -57,7 +38,7 @@ std::string configKeysHelp() {
 }
 
 int configList(CommandContext& context, bool json) {
-    std::optional<AppConfig> config = readableConfig(context);
+    std::optional<AppConfig> config = readConfig(context);
     if (!config) return 1;
     if (json) {
         Json object = Json::object();
@@ -84,7 +65,7 @@ int configGet(CommandContext& context, const std::string& name, bool json) {
         context.err << fmt::format("quorvane: {}\n", lookup.error);
         return 1;
     }
-    std::optional<AppConfig> config = readableConfig(context);
+    std::optional<AppConfig> config = readConfig(context);
     if (!config) return 1;
     Json value = ConfigKeys::valueOf(*config, *lookup.key);
     context.out << (json ? value.dump() : ConfigKeys::display(value)) << "\n";
@@ -98,9 +79,8 @@ int configSet(CommandContext& context, const std::string& name, const std::strin
         return 1;
     }
     const ConfigKeys::Key& key = *parsed.key;
-    // Loading an unreadable file would set it aside and go on from the defaults; a
-    // setting is no reason to drop everything else the file holds.
-    if (!readableConfig(context)) {
+    // Checked before the data folder is taken, so a refusal holds up no one.
+    if (!readConfig(context)) {
         context.err << "quorvane: nothing was changed\n";
         return 1;
     }

@@ -159,7 +159,7 @@ int journal(CommandContext& context, const JournalOptions& options) {
     bool changes = options.notes || options.blockers || options.tomorrow || options.edit;
     if (!changes) {
         Store store(context.dataDir, context.clock, Store::Access::readOnly);
-        store.load();
+        if (!loadForReading(context, store)) return 1;
         std::optional<DailyJournal> entry = store.journal(dateKey);
         if (options.json) {
             context.out << JsonCodec::pretty(entry ? toJson(*entry) : Json());
@@ -198,8 +198,10 @@ std::optional<JournalOptions> editJournalHere(CommandContext& context,
                                               const JournalOptions& options) {
     Date day = options.day.value_or(context.clock.now());
     std::string dateKey = DateHelpers::dateKey(day);
+    // An entry that could not be read would be edited from blank, and the blank sent
+    // over it.
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return std::nullopt;
     DailyJournal entry = withOptions(
         store.journal(dateKey).value_or(DailyJournal{dateKey, {}, {}, {}, {}}), options);
     std::optional<DailyJournal> edited = editInEditor(context, entry);

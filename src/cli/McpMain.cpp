@@ -26,8 +26,16 @@ std::filesystem::path socketPathFor(const std::string& dataDir) {
         dataDir.empty() ? PathHelpers::appSupportDir()
                         : std::filesystem::path(PathHelpers::canonicalPath(dataDir));
     SystemClock clock;
-    // Read only: the daemon owns the data folder, the bridge never writes to it.
-    const AppConfig config = ConfigService(dir / "config.json", clock).read();
+    // Read only: the daemon owns the data folder, the bridge never writes to it. A
+    // daemon may still run on the configuration it read before a bad edit; its
+    // socket is most likely the default one.
+    AppConfig config;
+    try {
+        config = ConfigService(dir / "config.json", clock).read();
+    } catch (const ConfigUnreadable& error) {
+        std::cerr << "quorvane-mcp: config.json cannot be read (" << error.problem()
+                  << "); trying the default agent socket\n";
+    }
     return AppEnvironment::agentSocketPath(config, dir);
 }
 

@@ -1,6 +1,10 @@
 // The person's side of the agent: what agents proposed, the decision on each, the
 // audit log of every agent call, and whether the agent socket is up.
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <ostream>
 #include <sstream>
 
@@ -12,6 +16,7 @@
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/ControlProtocol.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
 #include "platform/UnixSocket.hpp"
@@ -123,11 +128,30 @@ void printGitReview(std::ostream& out, const GitProposalReview& review, size_t c
                  columns, "  ");
 }
 
+// What keeps a listening socket from being made at `path`, as far as can be told
+// from outside the daemon that tried; empty when nothing there does.
+std::string socketPathProblem(const std::filesystem::path& path) {
+    // The limit counts the terminating NUL, as the address does.
+    if (path.native().size() + 1 > UnixSocket::kMaxPathBytes) {
+        return fmt::format("its path is longer than {} bytes", UnixSocket::kMaxPathBytes - 1);
+    }
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) {
+        if (errno == ENOENT) return "";
+        if (errno == ENOTDIR) return "a folder on its path is a file";
+        return std::strerror(errno);
+    }
+    if (S_ISDIR(info.st_mode)) return "a folder is in its place";
+    if (S_ISREG(info.st_mode)) return "a regular file is in its place";
+    if (!S_ISSOCK(info.st_mode)) return "something other than a socket is in its place";
+    return "nothing listens on the socket file there";
+}
+
 }  // namespace
 
 int proposalsList(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<PendingProposal> proposals = store.proposals(
         all ? std::nullopt
             : std::optional<PendingProposal::Status>(PendingProposal::Status::pending));
@@ -169,7 +193,7 @@ int proposalsList(CommandContext& context, bool all, bool json) {
 
 int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::optional<PendingProposal> proposal =
         findProposal(context, store.proposals(std::nullopt), id);
     if (!proposal) return 1;
@@ -276,7 +300,7 @@ int proposalsReject(CommandContext& context, const std::string& id) {
 
 int auditLog(CommandContext& context, int limit, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<AuditLogEntry> entries = store.auditEntries(static_cast<size_t>(limit));
     if (json) {
         Json array = Json::array();
@@ -321,18 +345,33 @@ int auditLog(CommandContext& context, int limit, bool json) {
 }
 
 int agentStatus(CommandContext& context, bool json) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     const std::filesystem::path socketPath =
         AppEnvironment::agentSocketPath(config, context.dataDir);
     // Listening means a daemon answers there; a file alone may be left from a crash.
     const bool listening = UnixSocket::connect(socketPath).error == 0;
+    // The daemon answers on its control socket whether or not it could open the agent's;
+    // the connection is closed unused, which it takes as a client gone.
+    const bool daemonRunning =
+        listening || UnixSocket::connect(context.dataDir / ControlProtocol::kSocketName).error == 0;
+    // Why agents cannot reach a daemon that runs: the daemon logs what its attempt
+    // met, and the same is seen here at the path.
+    std::optional<std::string> problem;
+    if (!listening && daemonRunning && config.agent.enabled) {
+        problem = socketPathProblem(socketPath);
+        if (problem->empty()) problem = "no socket is there (the daemon logs why)";
+    }
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     const size_t pending = store.proposals(PendingProposal::Status::pending).size();
     if (json) {
         context.out << JsonCodec::pretty(
             Json{{"socketPath", socketPath.string()},
                  {"running", listening},
+                 {"daemonRunning", daemonRunning},
+                 {"problem", problem ? Json(*problem) : Json()},
                  {"enabled", config.agent.enabled},
                  {"permissionLevel", enumName(config.agent.permissionLevel)},
                  {"allowedRoots", config.agent.allowedRoots},
@@ -345,6 +384,11 @@ int agentStatus(CommandContext& context, bool json) {
         state = Style::paint(context, Tone::good, "running");
     } else if (!config.agent.enabled) {
         state = Style::paint(context, Tone::dim, "off (agent.enabled is false)");
+    } else if (problem) {
+        state = Style::paint(context, Tone::problem,
+                             fmt::format("not running: the daemon runs, but its agent socket "
+                                         "could not be opened at {}: {}",
+                                         socketPath.string(), *problem));
     } else {
         state =
             Style::paint(context, Tone::attention, "not running (start it with: quorvane daemon)");

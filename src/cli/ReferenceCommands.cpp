@@ -28,7 +28,9 @@ ManualText manualText() {
          "be read is moved aside to NAME.corrupt-SECONDS rather than overwritten."},
         {"config.json",
          "The configuration, in the data folder: tracked repositories, scan folders, "
-         "accounts, intervals and reminder settings."},
+         "accounts, intervals and reminder settings. When it cannot be read it is left as it "
+         "is, and commands that change data stop with the reason until it is fixed or moved "
+         "aside."},
         {"quorvane.lock",
          "In the data folder: locked by the one process that changes the data folder, such "
          "as the daemon, while it runs."},

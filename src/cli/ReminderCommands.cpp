@@ -27,7 +27,7 @@ std::string shortID(const std::string& id) {
 
 int reminders(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<ReminderEvent> events = store.reminders(!all);
     std::stable_sort(events.begin(), events.end(),
                      [](const auto& a, const auto& b) { return a.triggeredAt > b.triggeredAt; });

@@ -171,9 +171,11 @@ int weekly(CommandContext& context, const ReportOptions& options, const AppConfi
 }  // namespace
 
 int report(CommandContext& context, const ReportOptions& options) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     Date now = context.clock.now();
     try {
         if (options.extended) return extendedDaily(context, options, config, store, now);

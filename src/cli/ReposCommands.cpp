@@ -91,7 +91,9 @@ int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
 }
 
 int reposList(CommandContext& context, bool json) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     if (json) {
         context.out << JsonCodec::pretty(toJson(config.repositories));
         return 0;
@@ -229,7 +231,9 @@ int foldersRemove(CommandContext& context, const std::vector<std::string>& paths
 }
 
 int foldersList(CommandContext& context) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     if (config.scanFolders.empty()) {
         context.out << "No scan folders yet. Add one with: quorvane folders add PATH\n";
         return 0;

@@ -140,9 +140,11 @@ int sync(CommandContext& context, bool scanFirst, bool json) {
 }
 
 int status(CommandContext& context, bool json) {
-    AppConfig config = readConfig(context);
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read) return 1;
+    const AppConfig& config = *read;
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<const RepoConfig*> active = trackedRepos(config);
     std::vector<std::optional<RepoSnapshot>> snapshots;
     for (const RepoConfig* repo : active) snapshots.push_back(store.snapshot(repo->id));
@@ -171,7 +173,11 @@ int status(CommandContext& context, bool json) {
 }
 
 int commits(CommandContext& context, const CommitsOptions& options) {
-    AppConfig config = readConfig(context);
+    // The stored commits stand without config.json; it only names their repositories,
+    // and without it each goes by its folder's name.
+    std::optional<AppConfig> read = readConfig(context);
+    if (!read && options.repo) return 1;
+    const AppConfig config = read.value_or(AppConfig{});
     std::optional<std::string> repoID;
     if (options.repo) {
         const RepoConfig* repo = resolveRepo(context, config, *options.repo);
@@ -179,7 +185,7 @@ int commits(CommandContext& context, const CommitsOptions& options) {
         repoID = repo->id;
     }
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
-    store.load();
+    if (!loadForReading(context, store)) return 1;
     std::vector<CommitRecord> found =
         store.commits(repoID, options.all ? std::nullopt : std::optional<size_t>(options.limit));
 

@@ -33,12 +33,16 @@ struct View {
     AppConfig config;
     Store store;
     Date now;
+    // False, with the reason on stderr, when either could not be read: the view would
+    // show nothing tracked, or nothing recorded, where there is.
+    bool readable = false;
 
     explicit View(const CommandContext& context)
-        : config(readConfig(context)),
-          store(context.dataDir, context.clock, Store::Access::readOnly),
-          now(context.clock.now()) {
-        store.load();
+        : store(context.dataDir, context.clock, Store::Access::readOnly), now(context.clock.now()) {
+        std::optional<AppConfig> read = readConfig(context);
+        if (!read) return;
+        config = std::move(*read);
+        readable = loadForReading(context, store);
     }
 };
 
@@ -257,6 +261,7 @@ int today(CommandContext& context, bool json, bool scanFirst) {
         }
     }
     View view(context);
+    if (!view.readable) return 1;
     if (!json) {
         for (const std::string& id : enrolled)
             context.out << fmt::format("newly tracked: {}\n", Text::visible(id));
@@ -316,6 +321,7 @@ int today(CommandContext& context, bool json, bool scanFirst) {
 
 int sessions(CommandContext& context, const SessionsOptions& options) {
     View view(context);
+    if (!view.readable) return 1;
     std::optional<std::string> repoID;
     if (options.repo) {
         const RepoConfig* repo = resolveRepo(context, view.config, *options.repo);
@@ -358,6 +364,7 @@ int sessions(CommandContext& context, const SessionsOptions& options) {
 
 int week(CommandContext& context, std::optional<Date> day, bool json) {
     View view(context);
+    if (!view.readable) return 1;
     WeeklySummary summary = Queries::weeklySummary(view.store, view.config, day.value_or(view.now));
     if (json) {
         context.out << JsonCodec::pretty(toJson(summary));
@@ -410,6 +417,7 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
 
 int heatmap(CommandContext& context, int days, bool json) {
     View view(context);
+    if (!view.readable) return 1;
     std::vector<DayBreakdown> cells = Queries::heatmap(view.store, view.now, days);
     if (json) {
         context.out << JsonCodec::pretty(toJson(cells));
@@ -438,6 +446,7 @@ int heatmap(CommandContext& context, int days, bool json) {
 
 int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) {
     View view(context);
+    if (!view.readable) return 1;
     std::vector<ActivityRow> rows =
         Queries::activityRanking(view.store, view.config, view.now, order);
     if (json) {
@@ -479,6 +488,7 @@ int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) 
 
 int insights(CommandContext& context, InsightsPeriod period, bool json) {
     View view(context);
+    if (!view.readable) return 1;
     ActivityInsights counts = Queries::insights(view.store, view.config, view.now, period);
     if (json) {
         context.out << JsonCodec::pretty(toJson(counts));

@@ -8,6 +8,14 @@
 
 namespace quorvane {
 
+ConfigUnreadable::ConfigUnreadable(const std::filesystem::path& file, std::string problem)
+    : std::runtime_error(fmt::format(
+          "{} cannot be read: {}\n"
+          "It is left as it is, and nothing that changes data runs until it can be read. "
+          "Fix it, or move it aside to start again from the defaults.",
+          file.string(), problem)),
+      problem_(std::move(problem)) {}
+
 ConfigService::ConfigService(std::filesystem::path fileURL, const Clock& clock)
     : fileURL_(std::move(fileURL)), clock_(clock) {
     if (fileURL_.has_parent_path()) PathHelpers::ensurePrivateDirectory(fileURL_.parent_path());
@@ -46,49 +54,30 @@ AppConfig ConfigService::load() {
         save(defaults);
         return defaults;
     }
-    std::string problem;
+    std::string problem = file.error;
     if (file.bytes) {
         try {
             return decode(*file.bytes);
         } catch (const DecodeError& error) {
             problem = error.what();
         }
-    } else {
-        // A file that exists but cannot be read is kept, like an undecodable one:
-        // saving defaults over it would lose what it holds.
-        problem = file.error;
     }
-    std::string why;
-    if (AtomicFile::quarantine(fileURL_, clock_.now(), &why)) {
-        known_.reset();
-        Log::app().error(
-            fmt::format("config.json unreadable — quarantined, running on defaults: {}", problem));
-    } else {
-        // Still in place: `known_` stays this version's identity, which no save
-        // matches after the defaults are in memory, so nothing writes over it.
-        refused_ = known_;
-        refusedReason_ = problem;
-        Log::app().error(
-            fmt::format("config.json unreadable and could not be set aside ({}), "
-                        "running on defaults without saving: {}",
-                        why, problem));
-    }
-    return AppConfig{};
+    // No save matches this version until it changes on disk, so nothing writes over it.
+    refused_ = known_;
+    refusedReason_ = problem;
+    throw ConfigUnreadable(fileURL_, problem);
 }
 
 AppConfig ConfigService::read() const {
     std::lock_guard lock(mutex_);
     AtomicFile::ReadResult file = AtomicFile::read(fileURL_);
     if (file.missing) return AppConfig{};
+    if (!file.bytes) throw ConfigUnreadable(fileURL_, file.error);
     try {
-        if (file.bytes) return decode(*file.bytes);
-        Log::app().error(
-            fmt::format("config.json unreadable, running on defaults: {}", file.error));
+        return decode(*file.bytes);
     } catch (const DecodeError& error) {
-        Log::app().error(
-            fmt::format("config.json unreadable, running on defaults: {}", error.what()));
+        throw ConfigUnreadable(fileURL_, error.what());
     }
-    return AppConfig{};
 }
 
 ConfigService::SaveResult ConfigService::save(const AppConfig& config) {

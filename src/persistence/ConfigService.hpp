@@ -5,12 +5,24 @@
 #include <filesystem>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "persistence/AppConfig.hpp"
 #include "platform/Clock.hpp"
 
 namespace quorvane {
+
+// config.json is there but cannot be read or decoded. The text names the file, says
+// where and what is wrong, and how to get out; `problem` is the reason alone.
+class ConfigUnreadable : public std::runtime_error {
+public:
+    ConfigUnreadable(const std::filesystem::path& file, std::string problem);
+    const std::string& problem() const { return problem_; }
+
+private:
+    std::string problem_;
+};
 
 // Reads and writes config.json. Calls are serialised, so two saves never
 // interleave. The file may also be edited by hand while a writer runs: once
@@ -33,14 +45,15 @@ public:
     // Creates the file's folder (mode 0700) if needed; a failure shows at save time.
     ConfigService(std::filesystem::path fileURL, const Clock& clock);
 
-    // Never fails. A missing file gives the defaults, which are saved. A file that
-    // cannot be decoded, or cannot be read at all, is moved aside to
-    // "config.json.corrupt-<seconds>", logged, and the defaults are returned
-    // without saving: the next save writes a new file.
+    // For the data folder's writer. A missing file gives the defaults, which are
+    // saved. A file that cannot be read or decoded throws ConfigUnreadable and is
+    // left in place, untouched: the defaults in its stead would drop the person's
+    // repositories and settings, and the next save would write over them. Saves
+    // stay refused until the file is fixed.
     AppConfig load();
 
-    // For a reader beside the writer: like `load`, but never writes or moves the
-    // file. A file that cannot be decoded is logged and gives the defaults.
+    // For a reader beside the writer: like `load`, but never writes the file. A
+    // missing file gives the defaults; one that cannot be read throws ConfigUnreadable.
     AppConfig read() const;
 
     // Writes the whole configuration atomically (mode 0600, sorted keys). A failure

@@ -31,7 +31,6 @@ std::string readAll(const std::filesystem::path& path) {
 class ConfigServiceTest : public ::testing::Test {
 protected:
     std::filesystem::path file() const { return dir_ / "config.json"; }
-    std::filesystem::path quarantined() const { return dir_ / "config.json.corrupt-1795000000"; }
 
     AppConfig loadText(const std::string& text) {
         testing::writeFile(file(), text);
@@ -40,10 +39,21 @@ protected:
 
     // Loads `text` and reports whether it was refused as unreadable.
     bool refused(const std::string& text) {
-        std::error_code ec;
-        std::filesystem::remove(quarantined(), ec);
-        loadText(text);
-        return std::filesystem::exists(quarantined());
+        try {
+            loadText(text);
+            return false;
+        } catch (const ConfigUnreadable&) {
+            return true;
+        }
+    }
+
+    // The names in the folder, to see that nothing was added or moved.
+    std::vector<std::string> names() const {
+        std::vector<std::string> found;
+        for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+            found.push_back(entry.path().filename().string());
+        }
+        return found;
     }
 
     testing::TempDir dir_;
@@ -82,7 +92,6 @@ TEST_F(ConfigServiceTest, RootAndTolerantRecordsFillWhatIsAbsentOrNull) {
     EXPECT_TRUE(config.agent.enabled);
     EXPECT_EQ(config.agent.permissionLevel, AgentPermissionLevel::applySettings);
     EXPECT_FALSE(config.agent.autoApproveConfidenceThreshold.has_value());
-    EXPECT_FALSE(std::filesystem::exists(quarantined()));
 }
 
 TEST_F(ConfigServiceTest, PresentButWrongValuesMakeTheFileUnreadable) {
@@ -117,7 +126,6 @@ TEST_F(ConfigServiceTest, AnAIRecordFromBeforeTheAnthropicAddressLoadsWithItsDef
     ai.erase("anthropicBaseURL");
     ai["provider"] = "anthropic";
     AppConfig config = loadText(Json{{"ai", ai}}.dump());
-    EXPECT_FALSE(std::filesystem::exists(quarantined()));
     EXPECT_EQ(config.ai.provider, AIPrefs::Provider::anthropic);
     EXPECT_EQ(config.ai.anthropicBaseURL, "https://api.anthropic.com");
 
@@ -128,36 +136,51 @@ TEST_F(ConfigServiceTest, AnAIRecordFromBeforeTheAnthropicAddressLoadsWithItsDef
     EXPECT_TRUE(refused(Json{{"ai", ai}}.dump()));
 }
 
-TEST_F(ConfigServiceTest, AnUnreadableFileIsMovedAsideLoggedAndNotOverwritten) {
-    testing::LogCapture log;
-    const std::string broken = R"({"theme": "blue"})";
-    EXPECT_EQ(loadText(broken), AppConfig{});
-
-    EXPECT_FALSE(std::filesystem::exists(file()));  // nothing saved until the next save
-    EXPECT_EQ(readAll(quarantined()), broken);
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_EQ(log.lines()[0].level, LogLevel::error);
-    EXPECT_EQ(log.lines()[0].category, "app");
-    EXPECT_THAT(log.lines()[0].message,
-                StartsWith("config.json unreadable — quarantined, running on defaults: "));
-    EXPECT_THAT(log.lines()[0].message, HasSubstr("theme"));
-
-    // A second bad file in the same second takes the next free name.
-    loadText("not json");
-    EXPECT_EQ(readAll(quarantined()), broken);
-    EXPECT_EQ(readAll(dir_ / "config.json.corrupt-1795000000-1"), "not json");
-    EXPECT_FALSE(std::filesystem::exists(file()));
-
+TEST_F(ConfigServiceTest, AnUnreadableFileIsRefusedLeftInPlaceAndNeverWrittenOver) {
+    // Why loading what is at the path now was refused.
+    auto loadRefusal = [&]() -> std::string {
+        try {
+            service_.load();
+        } catch (const ConfigUnreadable& error) {
+            EXPECT_THAT(error.what(),
+                        StartsWith(file().string() + " cannot be read: " + error.problem() + "\n"));
+            EXPECT_THAT(error.what(), HasSubstr("move it aside"));
+            return error.problem();
+        }
+        ADD_FAILURE() << "loaded";
+        return "";
+    };
+    auto refusal = [&](const std::string& text) {
+        testing::writeFile(file(), text);
+        return loadRefusal();
+    };
+    EXPECT_THAT(refusal(R"({"theme": "blue"})"), HasSubstr("theme"));
+    // Where a syntax error is, without the JSON library's own tag.
+    EXPECT_EQ(refusal("{\n  \"historyDays\": 7,\n}"),
+              "not valid JSON: parse error at line 3, column 1: syntax error while parsing "
+              "object key - unexpected '}'; expected string literal");
     // A number no double can hold is a decoding error like any other.
-    EXPECT_EQ(loadText(R"({"historyDays": 1e400})"), AppConfig{});
-    EXPECT_EQ(readAll(dir_ / "config.json.corrupt-1795000000-2"), R"({"historyDays": 1e400})");
-}
+    EXPECT_THAT(refusal(R"({"historyDays": 1e400})"), HasSubstr("1e400"));
+    EXPECT_EQ(names(), std::vector<std::string>{"config.json"});
+    EXPECT_EQ(readAll(file()), R"({"historyDays": 1e400})");
 
-TEST_F(ConfigServiceTest, AFileThatCannotBeReadIsKeptRatherThanReplaced) {
-    std::filesystem::create_directories(file());  // reading a folder fails
+    // The writer that met it saves nothing over it, and neither does a reader.
+    ConfigService::SaveResult kept = service_.save(AppConfig{});
+    EXPECT_EQ(kept.outcome, ConfigService::SaveResult::Outcome::unreadableOnDisk);
+    EXPECT_THROW(service_.read(), ConfigUnreadable);
+    EXPECT_EQ(readAll(file()), R"({"historyDays": 1e400})");
+
+    // A file that cannot be read at all is kept just the same.
+    std::filesystem::remove(file());
+    std::filesystem::create_directories(file());
     testing::writeFile(file() / "inside", "kept");
-    EXPECT_EQ(service_.load(), AppConfig{});
-    EXPECT_EQ(readAll(quarantined() / "inside"), "kept");
+    EXPECT_THAT(loadRefusal(), HasSubstr("is a folder"));
+    EXPECT_EQ(readAll(file() / "inside"), "kept");
+    std::filesystem::remove_all(file());
+
+    // Missing is no error: the reader gets the defaults and writes nothing.
+    EXPECT_EQ(service_.read(), AppConfig{});
+    EXPECT_TRUE(names().empty());
 }
 
 TEST_F(ConfigServiceTest, SaveAndLoadGiveEqualRecordsWithSortedKeys) {

@@ -23,7 +23,15 @@ Json parse(std::string_view text) {
     } catch (const Json::exception& error) {
         // Not only syntax: a number too large for a double ("1e400") is an
         // out_of_range, and it must end as a decoding error like any other.
-        throw DecodeError(std::string("not valid JSON: ") + error.what());
+        // The library's own tag ("[json.exception.parse_error.101] ") means nothing to
+        // a person; what follows it says where and what.
+        std::string_view what = error.what();
+        if (what.starts_with("[json.exception.")) {
+            if (size_t end = what.find("] "); end != std::string_view::npos) {
+                what.remove_prefix(end + 2);
+            }
+        }
+        throw DecodeError("not valid JSON: " + std::string(what));
     }
 }
 

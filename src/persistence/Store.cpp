@@ -177,8 +177,14 @@ bool Store::isLoaded() const {
     return loaded_;
 }
 
+std::vector<Store::UnreadableFile> Store::unreadableFiles() const {
+    std::lock_guard lock(mutex_);
+    return unreadable_;
+}
+
 void Store::load() {
     std::lock_guard lock(mutex_);
+    unreadable_.clear();
     for (const std::string& name : loadOrder()) readFile(name);
     trimAudit();
     loaded_ = true;
@@ -209,10 +215,9 @@ void Store::readFile(const std::string& name) {
     // recorded: it is set aside, never written over.
     slot.clear();
     *slot.dirty = true;
-    if (access_ == Access::readOnly) {
-        Log::store().error(fmt::format("{} unreadable: {}", name, problem));
-        return;
-    }
+    unreadable_.push_back({name, problem});
+    // A reader says so to the person itself.
+    if (access_ == Access::readOnly) return;
     std::string why;
     if (AtomicFile::quarantine(dir_ / name, clock_.now(), &why)) {
         Log::store().error(fmt::format("{} unreadable — quarantined: {}", name, problem));

@@ -49,11 +49,19 @@ public:
     Store(std::filesystem::path dir, const Clock& clock, Access access = Access::readWrite);
 
     // Reads every file. A missing file is an empty collection; one that cannot be
-    // read or decoded is moved aside to "<name>.corrupt-<seconds>" (never in
-    // read-only access) and its collection starts empty. A file that could not be
-    // moved aside is never written by this store. Then trims the audit log to 90
-    // days and 5000 entries.
+    // read or decoded is moved aside to "<name>.corrupt-<seconds>" and logged (in
+    // read-only access it stays where it is, and `unreadableFiles` tells the reader)
+    // and its collection starts empty. A file that could not be moved aside is
+    // never written by this store. Then trims the audit log to 90 days and 5000
+    // entries.
     void load();
+
+    // A file the last load could not read or decode, and why.
+    struct UnreadableFile {
+        std::string name;
+        std::string problem;
+    };
+    std::vector<UnreadableFile> unreadableFiles() const;
 
     // Writes every collection that changed since its file was last written. A
     // failed write is logged and retried at the next flush. Refused before `load`.
@@ -203,6 +211,7 @@ private:
     Access access_;
     mutable std::mutex mutex_;
     bool loaded_ = false;
+    std::vector<UnreadableFile> unreadable_;  // from the last load
     std::string lastFlushProblem_;
 
     Keyed<RepoSnapshot> snapshots_;

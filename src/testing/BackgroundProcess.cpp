@@ -19,11 +19,12 @@ namespace quorvane::testing {
 
 BackgroundProcess::BackgroundProcess(const std::string& executable,
                                      const std::vector<std::string>& arguments,
-                                     std::filesystem::path outputFile)
+                                     std::filesystem::path outputFile,
+                                     const std::filesystem::path& inputFile)
     : outputFile_(std::move(outputFile)) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, inputFile.c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputFile_.c_str(),
                                      O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);

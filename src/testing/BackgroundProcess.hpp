@@ -11,13 +11,15 @@
 
 namespace quorvane::testing {
 
-// A child process that runs beside the test, such as the daemon: its standard output
-// and error go to one file, signals reach it by hand, and it is killed and reaped
-// when the object goes away if the test has not waited for it.
+// A child process that runs beside the test, such as the daemon: its standard input
+// is read from `inputFile`, its standard output and error go to one file, signals
+// reach it by hand, and it is killed and reaped when the object goes away if the
+// test has not waited for it.
 class BackgroundProcess {
 public:
     BackgroundProcess(const std::string& executable, const std::vector<std::string>& arguments,
-                      std::filesystem::path outputFile);
+                      std::filesystem::path outputFile,
+                      const std::filesystem::path& inputFile = "/dev/null");
     ~BackgroundProcess();
     BackgroundProcess(const BackgroundProcess&) = delete;
     BackgroundProcess& operator=(const BackgroundProcess&) = delete;
