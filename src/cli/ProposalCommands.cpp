@@ -166,12 +166,14 @@ int proposalsList(CommandContext& context, bool all, bool json) {
                             : "No proposals are waiting for you.\n");
         return 0;
     }
-    AppConfig config = readConfig(context);
+    // Without a readable configuration the list still shows; git commands then go
+    // without their remote, and readConfig has said why.
+    const std::optional<AppConfig> config = readConfig(context);
     std::vector<std::vector<std::string>> rows = {{"ID", "CREATED", "KIND", "STATUS", "TITLE"}};
     for (const PendingProposal& proposal : proposals) {
         std::optional<GitProposalReview> review =
-            proposal.status == PendingProposal::Status::pending
-                ? GitProposalReview::of(proposal, config, context.runner)
+            proposal.status == PendingProposal::Status::pending && config
+                ? GitProposalReview::of(proposal, *config, context.runner)
                 : std::nullopt;
         rows.push_back(
             {Style::paint(context, Tone::dim, shortID(proposal.id)), localTime(proposal.createdAt),
@@ -214,8 +216,12 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     if (!proposal->payloadJSON.empty() && proposal->payloadJSON != "{}") {
         out << fmt::format("  Arguments: {}\n", argumentsShown(proposal->payloadJSON));
     }
-    if (std::optional<GitProposalReview> review =
-            GitProposalReview::of(*proposal, readConfig(context), context.runner)) {
+    const bool runsGit = proposal->intendedTool &&
+                         AgentTools::gitTools().contains(*proposal->intendedTool);
+    if (std::optional<AppConfig> config = runsGit ? readConfig(context) : std::nullopt; !config) {
+        if (runsGit) out << "  Command:   not shown: config.json cannot be read (see above)\n";
+    } else if (std::optional<GitProposalReview> review =
+                   GitProposalReview::of(*proposal, *config, context.runner)) {
         printGitReview(out, *review, context.columns);
     }
     if (proposal->confidence) out << fmt::format("  Confidence: {}%\n", *proposal->confidence);
