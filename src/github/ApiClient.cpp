@@ -245,19 +245,22 @@ std::vector<RemoteBranch> ApiClient::listBranches(const std::string& owner,
 
 std::optional<std::string> ApiClient::nextURL(const std::optional<std::string>& link) {
     if (!link) return std::nullopt;
-    for (std::string_view entry : split(*link, ',')) {
-        std::vector<std::string_view> segments = split(entry, ';');
-        if (segments.size() < 2) continue;
-        bool isNext = false;
-        for (size_t i = 1; i < segments.size(); ++i) {
-            if (segments[i].find("rel=\"next\"") != std::string_view::npos) isNext = true;
+    // Each link is "<address>" and its parameters up to the next "<". Commas cannot
+    // separate them: an address may hold its own ("affiliation=owner,collaborator"),
+    // where splitting would lose the next page and end the listing early.
+    std::string_view rest = *link;
+    while (true) {
+        size_t open = rest.find('<');
+        if (open == std::string_view::npos) return std::nullopt;
+        size_t close = rest.find('>', open + 1);
+        if (close == std::string_view::npos) return std::nullopt;
+        std::string_view target = rest.substr(open + 1, close - open - 1);
+        rest.remove_prefix(close + 1);
+        std::string_view parameters = rest.substr(0, rest.find('<'));
+        for (std::string_view parameter : split(parameters, ';')) {
+            if (parameter.find("rel=\"next\"") != std::string_view::npos) return parseURL(target);
         }
-        if (!isNext) continue;
-        std::string_view target = Text::trim(segments[0]);
-        if (target.size() < 2 || target.front() != '<' || target.back() != '>') continue;
-        return parseURL(target.substr(1, target.size() - 2));
     }
-    return std::nullopt;
 }
 
 std::optional<Date> ApiClient::parseDate(const std::optional<std::string>& text) {

@@ -297,6 +297,11 @@ TEST_F(ApiClientTest, BranchesComeWithTheirHeadAndNeverADate) {
     EXPECT_EQ(ApiClient::nextURL(std::nullopt), std::nullopt);
     EXPECT_EQ(ApiClient::nextURL("<https://api.test/a>; REL=\"NEXT\""), std::nullopt);
     EXPECT_EQ(ApiClient::nextURL("<https://api.test/a b>; rel=\"next\""), std::nullopt);
+    // An address with commas of its own, after another link and before a third.
+    EXPECT_EQ(ApiClient::nextURL("<https://api.test/r?a=o,c&page=1>; rel=\"prev\", "
+                                 "<https://api.test/r?a=o,c&page=3>; rel=\"next\", "
+                                 "<https://api.test/r?a=o,c&page=9>; rel=\"last\""),
+              "https://api.test/r?a=o,c&page=3");
 }
 
 }  // namespace
