@@ -84,10 +84,10 @@ AgentResult AgentService::searchLocalProjects(const Call& call, bool withQuery) 
 }
 
 LocalProjectFinder AgentService::finderWithinRoots(const Call& call) const {
-    return LocalProjectFinder(runner_, [roots = call.config.agent.allowedRoots](
-                                           std::string_view folder) {
-        return isInsideAllowedRoot(folder, roots);
-    });
+    return LocalProjectFinder(runner_,
+                              [roots = call.config.agent.allowedRoots](std::string_view folder) {
+                                  return isInsideAllowedRoot(folder, roots);
+                              });
 }
 
 AgentResult AgentService::inspectLocalGitRepo(const Call& call) {

@@ -216,8 +216,8 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     if (!proposal->payloadJSON.empty() && proposal->payloadJSON != "{}") {
         out << fmt::format("  Arguments: {}\n", argumentsShown(proposal->payloadJSON));
     }
-    const bool runsGit = proposal->intendedTool &&
-                         AgentTools::gitTools().contains(*proposal->intendedTool);
+    const bool runsGit =
+        proposal->intendedTool && AgentTools::gitTools().contains(*proposal->intendedTool);
     if (std::optional<AppConfig> config = runsGit ? readConfig(context) : std::nullopt; !config) {
         if (runsGit) out << "  Command:   not shown: config.json cannot be read (see above)\n";
     } else if (std::optional<GitProposalReview> review =

@@ -13,8 +13,8 @@
 
 #include "app/AppEnvironment.hpp"
 #include "app/Queries.hpp"
-#include "cli/CommandSupport.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
 #include "cli/Commands.hpp"
 #include "cli/Style.hpp"
 #include "persistence/DataFolderLock.hpp"

@@ -12,8 +12,7 @@ namespace quorvane {
 namespace JsonCodec {
 
 std::string pretty(const Json& value) {
-    return Text::jsonWithHiddenEscaped(
-               value.dump(2, ' ', false, Json::error_handler_t::replace)) +
+    return Text::jsonWithHiddenEscaped(value.dump(2, ' ', false, Json::error_handler_t::replace)) +
            "\n";
 }
 
