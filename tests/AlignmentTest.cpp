@@ -20,8 +20,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::UnorderedElementsAre;
 
-const std::string kRepos =
-    "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&sort=pushed";
+const std::string& kRepos = testing::kGitHubRepositories;
 
 std::string repoJSON(const std::string& owner, const std::string& name, bool isPrivate = false,
                      bool archived = false) {

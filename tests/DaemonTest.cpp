@@ -261,11 +261,7 @@ TEST_F(DaemonTest, ItSyncsGitHubAtStartAndAStopEndsASyncThatHangs) {
                                      "unix:path=" + (dir_ / "no-bus").string());
 
     testing::LoopbackHttpServer github;
-    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
-    github.set(
-        "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&"
-        "sort=pushed",
-        {200, {}, "[]", false});
+    github.serveGitHubAccount("octocat");
     ProcessRequest add;
     add.executable = QUORVANE_BINARY;
     add.arguments = {"accounts",  "add",         "--name",     "Work",

@@ -197,11 +197,7 @@ TEST_F(HostileNamesTest, SyncAndTheAgentSocketCreateNoFileAnUpstreamNames) {
     setConfig(tracking, "branch.main.merge", trackingRef);
 
     testing::LoopbackHttpServer github;
-    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
-    github.set(
-        "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&"
-        "sort=pushed",
-        {200, {}, "[]", false});
+    github.serveGitHubAccount("octocat");
     fs::path data = dir_ / "data";
     auto run = [&](std::vector<std::string> arguments, std::optional<std::string> input = "") {
         return Shell().run(testing::awayFromTheDesktop(data, std::move(arguments), std::move(input),

@@ -33,8 +33,7 @@ using testing::TestRepo;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
-const std::string kRepos =
-    "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&sort=pushed";
+const std::string& kRepos = testing::kGitHubRepositories;
 const std::string kLogin = "someone-at-the-client";
 const std::string kPayments = "payment-service-with-a-long-descriptive-name";
 const std::string kPortal = "customer-portal-frontend-with-server-side-rendering";

@@ -24,8 +24,7 @@ using Kind = QuorvaneError::Kind;
 using Outcome = std::pair<std::string, Kind>;
 
 const Date kNow = *DateHelpers::parseISO("2026-11-25T10:00:00Z");
-const std::string kRepos =
-    "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&sort=pushed";
+const std::string& kRepos = testing::kGitHubRepositories;
 
 std::string text(const Json& object, const std::string& key) {
     return object.at(key).get<std::string>();

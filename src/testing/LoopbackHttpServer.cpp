@@ -197,4 +197,10 @@ void LoopbackHttpServer::serve() {
     }
 }
 
+void LoopbackHttpServer::serveGitHubAccount(const std::string& login,
+                                            const std::string& repositoriesJSON) {
+    set("/user", {200, {}, "{\"login\": \"" + login + "\"}", false});
+    set(kGitHubRepositories, {200, {}, repositoriesJSON, false});
+}
+
 }  // namespace quorvane::testing

@@ -9,6 +9,10 @@
 
 namespace quorvane::testing {
 
+// The first page of an account's repositories, as the GitHub client asks for it.
+inline const std::string kGitHubRepositories =
+    "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&sort=pushed";
+
 // A real HTTP/1.1 server on 127.0.0.1 at a port of its own, one connection at a
 // time, each closed after its reply. It answers each path (with its query) with
 // the reply a test set, else its fallback's, else 404, and records every request
@@ -41,6 +45,10 @@ public:
     // Request bodies, in the order of requests(); empty for a request without one
     // and for one refused with a 400.
     std::vector<std::string> bodies() const;
+
+    // Answers as GitHub does for the account `login` holding the repositories of
+    // `repositoriesJSON`, on one page.
+    void serveGitHubAccount(const std::string& login, const std::string& repositoriesJSON = "[]");
 
 private:
     enum class Read { more, closed, stopping };
