@@ -69,6 +69,19 @@ TEST_F(ConfigCommandTest, SetChangesOneSettingSaysWhatChangedAndGetAndListReadIt
     EXPECT_EQ(listed["agent.autoApproveConfidenceThreshold"], nullptr);
     EXPECT_FALSE(listed.contains("scanFolders"));
 
+    // A list grows and shrinks by entries; an address is the same in any case.
+    EXPECT_EQ(quorvane({"config", "add", "identities", "Me@Work.example", "Jo Smith"}).stdOut,
+              "identities: none → Me@Work.example, Jo Smith\n");
+    EXPECT_EQ(quorvane({"config", "add", "identities", "me@work.example"}).stdOut,
+              "identities: Me@Work.example, Jo Smith (unchanged)\n");
+    ShellResult absent = quorvane({"config", "remove", "identities", "jo smith", "Jo Smith"});
+    EXPECT_EQ(absent.exitCode, 1);
+    EXPECT_EQ(absent.stdErr, "quorvane: identities holds no jo smith\n");
+    EXPECT_EQ(ConfigService::decode(onDisk()).identities,
+              std::vector<std::string>{"Me@Work.example"});
+    EXPECT_THAT(quorvane({"config", "set", "identities", "x"}).stdErr,
+                HasSubstr("'quorvane config add identities VALUE'"));
+
     ShellResult help = quorvane({"config", "--help"});
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_THAT(help.stdOut, HasSubstr("Keys and the values they take:"));

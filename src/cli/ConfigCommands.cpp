@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
+#include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "persistence/ConfigKeys.hpp"
 
@@ -106,6 +107,70 @@ int configSet(CommandContext& context, const std::string& name, const std::strin
     context.out << fmt::format("{}: {} → {}\n", key.name, ConfigKeys::display(before),
                                ConfigKeys::display(parsed.value));
     return 0;
+}
+
+int configChangeList(CommandContext& context, const std::string& name,
+                     const std::vector<std::string>& texts, ListChange change) {
+    std::vector<std::string> entries;
+    const ConfigKeys::Key* key = nullptr;
+    for (const std::string& text : texts) {
+        ConfigKeys::Parsed parsed = ConfigKeys::parseEntry(name, text);
+        if (!parsed.error.empty()) {
+            context.err << fmt::format("quorvane: {}\n", parsed.error);
+            return 1;
+        }
+        key = parsed.key;
+        entries.push_back(parsed.value.get<std::string>());
+    }
+    if (key == nullptr) return 1;
+    if (!readConfig(context)) {
+        context.err << "quorvane: nothing was changed\n";
+        return 1;
+    }
+    // An address is the same whatever its case; a name is as written.
+    auto same = [](const std::string& a, const std::string& b) {
+        bool address = a.find('@') != std::string::npos;
+        return address ? Text::asciiLower(a) == Text::asciiLower(b) : a == b;
+    };
+    std::optional<WriterAccess> access = WriterAccess::open(context);
+    if (!access) return 1;
+    AppEnvironment& env = access->env();
+    env.adoptConfigEdits();
+    Json before, after;
+    std::vector<std::string> missing;
+    bool saved = env.applyConfigChange([&](AppConfig& config) {
+        before = ConfigKeys::valueOf(config, *key);
+        std::vector<std::string> list = before.get<std::vector<std::string>>();
+        missing.clear();
+        for (const std::string& entry : entries) {
+            auto found = std::find_if(list.begin(), list.end(),
+                                      [&](const std::string& kept) { return same(kept, entry); });
+            if (change == ListChange::add) {
+                if (found == list.end()) list.push_back(entry);
+            } else if (found != list.end()) {
+                list.erase(found);
+            } else {
+                missing.push_back(entry);
+            }
+        }
+        after = Json(list);
+        ConfigKeys::apply(config, *key, after);
+    });
+    if (!saved) {
+        context.err << fmt::format("quorvane: the change to {} was not saved: {}\n", key->name,
+                                   env.saveProblem());
+        return 1;
+    }
+    for (const std::string& entry : missing) {
+        context.err << fmt::format("quorvane: {} holds no {}\n", key->name, Text::visible(entry));
+    }
+    if (before == after) {
+        context.out << fmt::format("{}: {} (unchanged)\n", key->name, ConfigKeys::display(after));
+        return missing.empty() ? 0 : 1;
+    }
+    context.out << fmt::format("{}: {} → {}\n", key->name, ConfigKeys::display(before),
+                               ConfigKeys::display(after));
+    return missing.empty() ? 0 : 1;
 }
 
 int configSetSecret(CommandContext& context, const std::string& name, bool remove) {

@@ -63,6 +63,8 @@ void fromJson(const Json& json, AppConfig& out, const std::string& path) {
     out.mapping = reader.orDefault("mapping", defaults.mapping);
     out.agent = reader.orDefault("agent", defaults.agent);
     out.historyDays = reader.orDefault("historyDays", defaults.historyDays);
+    out.identities = reader.orDefault("identities", defaults.identities);
+    out.countOnlyMyCommits = reader.orDefault("countOnlyMyCommits", defaults.countOnlyMyCommits);
 }
 
 Json toJson(const ReminderPrefs& prefs) {
@@ -116,7 +118,9 @@ Json toJson(const AppConfig& config) {
                 {"ai", toJson(config.ai)},
                 {"mapping", toJson(config.mapping)},
                 {"agent", toJson(config.agent)},
-                {"historyDays", config.historyDays}};
+                {"historyDays", config.historyDays},
+                {"identities", toJson(config.identities)},
+                {"countOnlyMyCommits", config.countOnlyMyCommits}};
 }
 
 }  // namespace quorvane

@@ -92,6 +92,11 @@ struct AppConfig {
     // Days of commits read into the store when a repository is enrolled, so the week
     // and heatmap views have a past from the first day; 0 reads none.
     int historyDays = 90;
+    // Who the person is besides the user.email their repositories give: more e-mail
+    // addresses (anything holding an "@") and author names, as their commits carry them.
+    std::vector<std::string> identities;
+    // Count only the person's own commits in every view; off, everyone's count.
+    bool countOnlyMyCommits = true;
 
     bool operator==(const AppConfig&) const = default;
 };

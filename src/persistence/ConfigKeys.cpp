@@ -49,6 +49,8 @@ std::vector<Key> makeKeys() {
         oneOf("theme", namesOf<AppConfig::ThemePref>(), "colour scheme of the dashboard"),
         flag("showMenuBarIcon", "show a menu-bar icon; Linux has none"),
         flag("didOnboard", "the first-run introduction was seen"),
+        flag("countOnlyMyCommits", "count only your own commits; false: everyone's"),
+        typed("identities", textList, "e-mails and names you also commit as"),
 
         flag("reminders.needsPush", "remind of commits not yet pushed"),
         flag("reminders.needsCommit", "remind of work left uncommitted"),
@@ -244,6 +246,7 @@ std::optional<Json> valueFor(const Key& key, std::string_view text) {
                 return std::nullopt;
             }
             return Json(std::string(text));
+        case ValueType::textList: return std::nullopt;
     }
     return std::nullopt;
 }
@@ -265,6 +268,7 @@ std::string Key::allowed() const {
         case ValueType::httpAddress: return "an http(s) address";
         case ValueType::secretAddress: return "https, or http on this machine";
         case ValueType::socketPath: return "a path, or \"\" for the default";
+        case ValueType::textList: return "a list: config add, config remove";
     }
     return {};
 }
@@ -315,6 +319,12 @@ Parsed parse(std::string_view name, std::string_view text) {
                 "ai.keychainRef names the secret-store entry that holds the API key; it never "
                 "holds the key itself"};
     }
+    if (key.type == ValueType::textList) {
+        return {&key, nullptr,
+                fmt::format("{0} is a list: 'quorvane config add {0} VALUE' adds to it and "
+                            "'quorvane config remove {0} VALUE' takes from it",
+                            key.name)};
+    }
     std::optional<Json> value = valueFor(key, text);
     if (value) return {&key, std::move(*value), ""};
     switch (key.type) {
@@ -338,8 +348,29 @@ Parsed parse(std::string_view name, std::string_view text) {
                 fmt::format("an absolute path shorter than {} bytes, or \"\" for the "
                             "socket in the data folder",
                             kSocketPathLimit));
+        case ValueType::textList: break;
     }
     return refuse(key.allowed());
+}
+
+Parsed parseEntry(std::string_view name, std::string_view text) {
+    Lookup lookup = find(name);
+    if (lookup.key == nullptr) return {nullptr, nullptr, lookup.error};
+    const Key& key = *lookup.key;
+    if (key.type != ValueType::textList) {
+        return {&key, nullptr,
+                fmt::format("{0} is no list: set it with 'quorvane config set {0} VALUE'",
+                            key.name)};
+    }
+    if (!Text::isValidUtf8(text)) return {&key, nullptr, key.name + " takes UTF-8 text only"};
+    if (hasControlCharacters(text)) {
+        return {&key, nullptr,
+                fmt::format("{} takes text without control characters, not {}", key.name,
+                            quoted(text))};
+    }
+    std::string_view entry = Text::trim(text);
+    if (entry.empty()) return {&key, nullptr, key.name + " takes no empty entry"};
+    return {&key, Json(std::string(entry)), ""};
 }
 
 Json valueOf(const AppConfig& config, const Key& key) {
@@ -356,6 +387,12 @@ void apply(AppConfig& config, const Key& key, const Json& value) {
 
 std::string display(const Json& value) {
     if (value.is_null()) return "none";
+    if (value.is_array()) {
+        if (value.empty()) return "none";
+        std::vector<std::string> entries;
+        for (const Json& entry : value) entries.push_back(display(entry));
+        return fmt::format("{}", fmt::join(entries, ", "));
+    }
     if (value.is_string()) {
         // Text can come from an agent's approved change: its controls show, not act.
         const std::string& text = value.get_ref<const std::string&>();

@@ -23,6 +23,7 @@ enum class ValueType {
     httpAddress,      // an http:// or https:// address
     secretAddress,    // an https:// address, or http:// to this machine: a secret goes there
     socketPath,       // an absolute path a Unix socket can bind, or "" for the default
+    textList,         // texts, one line each: added and removed one at a time, never set
 };
 
 struct Key {
@@ -56,6 +57,11 @@ struct Parsed {
     std::string error;
 };
 Parsed parse(std::string_view name, std::string_view text);
+
+// `text` made one entry of the list key `name`, for `config add` and `config
+// remove`: the text without surrounding blanks. A key that is no list, and text that
+// is empty, not UTF-8 or holds a control character, is refused in `error`.
+Parsed parseEntry(std::string_view name, std::string_view text);
 
 // The key's value in `config`, as config.json holds it.
 Json valueOf(const AppConfig& config, const Key& key);

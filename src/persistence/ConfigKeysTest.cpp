@@ -42,6 +42,7 @@ std::string anotherValue(const ConfigKeys::Key& key, const AppConfig& config) {
         case ConfigKeys::ValueType::httpAddress: return "https://example.test:8080";
         case ConfigKeys::ValueType::secretAddress: return "https://example.test:8443";
         case ConfigKeys::ValueType::socketPath: return "/tmp/agent.sock";
+        case ConfigKeys::ValueType::textList: return "me@example.test";
     }
     return "";
 }
@@ -164,8 +165,13 @@ TEST(ConfigKeysTest, EverySettingOfTheFileHasAKeyThatChangesItAlone) {
         EXPECT_TRUE(names.insert(key.name).second) << key.name << " twice";
         EXPECT_EQ(ConfigKeys::find(key.name).key, &key);
 
-        ConfigKeys::Parsed parsed = ConfigKeys::parse(key.name, anotherValue(key, defaults));
+        // A list is not set whole: its entries are added one by one.
+        bool list = key.type == ConfigKeys::ValueType::textList;
+        ConfigKeys::Parsed parsed =
+            list ? ConfigKeys::parseEntry(key.name, anotherValue(key, defaults))
+                 : ConfigKeys::parse(key.name, anotherValue(key, defaults));
         ASSERT_EQ(parsed.error, "") << key.name;
+        if (list) parsed.value = Json::array({parsed.value});
         ASSERT_NE(parsed.value, ConfigKeys::valueOf(defaults, key)) << key.name;
         AppConfig changed = defaults;
         ConfigKeys::apply(changed, key, parsed.value);
@@ -198,6 +204,12 @@ TEST(ConfigKeysTest, ValuesReadAsTheyAreTypedAndEveryDescriptionFitsALine) {
     AppConfig config;
     for (const ConfigKeys::Key& key : ConfigKeys::all()) {
         Json value = ConfigKeys::valueOf(config, key);
+        if (key.type == ConfigKeys::ValueType::textList) {
+            EXPECT_EQ(ConfigKeys::display(value), "none") << key.name;
+            EXPECT_THAT(ConfigKeys::parse(key.name, "x").error, HasSubstr("config add"))
+                << key.name;
+            continue;
+        }
         std::string shown = ConfigKeys::display(value);
         if (shown == "\"\"") shown.clear();
         EXPECT_EQ(ConfigKeys::parse(key.name, shown).value, value) << key.name;
