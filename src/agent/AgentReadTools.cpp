@@ -443,13 +443,16 @@ TodaySummary summaryOn(const Store& store, const AppConfig& config, Date day, Da
     return Aggregator::summary(
         range.start, range.end, DateHelpers::dateKey(day), config.repositories, store.snapshots(),
         store.commitsBetween(range.start, range.end),
-        Aggregator::sessionsEndingIn(store.sessions(std::nullopt, std::nullopt), range), now);
+        Aggregator::sessionsEndingIn(store.sessions(std::nullopt, std::nullopt), range), now,
+        Identity::of(config, store.snapshots()));
 }
 
 WeeklySummary weekOf(const Store& store, const AppConfig& config, Date day) {
     return Aggregator::weeklySummary(day, config.repositories,
                                      store.dayActivities(DateHelpers::dateKey(day - kWeekSeconds),
-                                                         DateHelpers::dateKey(day + kWeekSeconds)));
+                                                         DateHelpers::dateKey(day + kWeekSeconds)),
+                                     store.commitsBetween(day - kWeekSeconds, day + kWeekSeconds),
+                                     Identity::of(config, store.snapshots()));
 }
 
 std::string dailyMarkdown(const Store& store, const AppConfig& config, Date day, Date now) {
@@ -457,7 +460,9 @@ std::string dailyMarkdown(const Store& store, const AppConfig& config, Date day,
                                                  store.journal(DateHelpers::dateKey(day)));
     return MarkdownReport::daily(
         report, config.repositories,
-        Aggregator::commitsByRepo(store.commits(std::nullopt), Aggregator::dayRange(day)));
+        Aggregator::countedCommits(store.commits(std::nullopt), Aggregator::dayRange(day),
+                                   Identity::of(config, store.snapshots()))
+            .byRepo);
 }
 
 // ---- Reports of the tracker's own ----------------------------------------------
@@ -873,11 +878,12 @@ AgentResult AgentService::getActivityRanking(const Call& call) {
     if (workedTodayOnly.problem) return refuse(call, *workedTodayOnly.problem);
 
     const Date now = clock_.now();
+    const Aggregator::DateRange today = Aggregator::dayRange(now);
     std::vector<ActivityRow> rows = Aggregator::activityRanking(
         now, call.config.repositories, store_.snapshots(),
-        Aggregator::sessionsEndingIn(store_.sessions(std::nullopt, std::nullopt),
-                                     Aggregator::dayRange(now)),
-        store_.syncStates(), now, order);
+        store_.commitsBetween(today.start, today.end),
+        Aggregator::sessionsEndingIn(store_.sessions(std::nullopt, std::nullopt), today),
+        store_.syncStates(), now, order, Identity::of(call.config, store_.snapshots()));
     if (workedTodayOnly.value.value_or(false)) {
         std::erase_if(rows, [](const ActivityRow& row) { return !row.workedToday; });
     }

@@ -305,6 +305,12 @@ TEST_F(AgentReadToolsTest, SummariesAndRankingCountTheDayAskedFor) {
     store().upsertCommits({commit("aaaaaaa1", "2026-11-25T09:30:00Z"),
                            commit("bbbbbbb2", "2026-11-25T08:00:00Z"),
                            commit("ccccccc3", "2026-11-24T16:00:00Z")});
+    // Four commits on Monday the 23rd and nine on Sunday the 22nd, the week before.
+    for (int i = 0; i < 13; ++i) {
+        std::string sha = "d00000" + std::to_string(10 + i);
+        store().upsertCommits(
+            {commit(sha, i < 4 ? "2026-11-23T10:00:00Z" : "2026-11-22T10:00:00Z")});
+    }
     auto day = [](const char* dateKey, int commits, int seconds) {
         DayActivity record;
         record.repoID = "/work/app";
@@ -342,7 +348,7 @@ TEST_F(AgentReadToolsTest, SummariesAndRankingCountTheDayAskedFor) {
     ASSERT_EQ(week["perDay"].size(), 7u);
     EXPECT_EQ(week["perDay"][0]["dateKey"], "2026-11-23");
     EXPECT_EQ(week["perDay"][0]["commitCount"], 4);
-    EXPECT_EQ(week["totalCommits"], 4) << "Sunday the 22nd belongs to the week before";
+    EXPECT_EQ(week["totalCommits"], 7) << "Sunday the 22nd belongs to the week before";
     EXPECT_EQ(week["mostActive"], "app");
     EXPECT_EQ(resource("quorvane://reports/week"), week);
     EXPECT_EQ(result(call("get_weekly_summary", {{"date", "2026-11-22"}}))["totalCommits"], 9);

@@ -9,6 +9,7 @@
 #include "base/BoundedParallel.hpp"
 #include "app/DailyReview.hpp"
 #include "app/Enrollment.hpp"
+#include "app/Queries.hpp"
 #include "base/Log.hpp"
 #include "base/PathHelpers.hpp"
 #include "git/Aggregator.hpp"
@@ -246,6 +247,12 @@ bool AppEnvironment::scanNow() {
     std::map<std::string, std::optional<std::string>> remoteUpdates;
     std::vector<RepoSnapshot> fresh;
     std::string dateKey = DateHelpers::dateKey(now);
+    // Who the person is: the addresses this scan read count as soon as it stored them.
+    std::vector<RepoSnapshot> known = store_.snapshots();
+    for (const std::optional<RepoScan>& result : results) {
+        if (result) known.push_back(result->snapshot);
+    }
+    const Identity identity = Identity::of(config(), known);
     for (size_t i = 0; i < active.size(); ++i) {
         const RepoConfig& repo = active[i];
         if (!results[i]) continue;
@@ -259,14 +266,29 @@ bool AppEnvironment::scanNow() {
         if (!result.commits.empty()) store_.upsertCommits(result.commits);
         std::optional<WorkSession> open = store_.openSession(repo.id);
         auto fileActivity = activity.find(repo.id);
+        // HEAD moved to a commit that is not the person's own today (a pull, a
+        // checkout): no evidence that they worked, so it is compared as unmoved.
+        if (previous && previous->lastCommitSha != result.snapshot.lastCommitSha) {
+            auto made = std::ranges::find_if(result.commits, [&](const CommitRecord& commit) {
+                return commit.sha == result.snapshot.lastCommitSha;
+            });
+            if (made == result.commits.end() || !identity.isMine(*made)) {
+                previous->lastCommitSha = result.snapshot.lastCommitSha;
+            }
+        }
         std::vector<WorkSession> sessions = WorkSessionEngine::update(
             previous, result.snapshot, open, now, kIdleTimeoutSeconds,
             fileActivity == activity.end() ? std::nullopt
                                            : std::optional<Date>(fileActivity->second));
         if (!sessions.empty()) store_.upsertSessions(sessions);
-        std::vector<WorkSession> today = store_.sessions(repo.id, startOfDay);
-        store_.setDayActivity(
-            Aggregator::dayActivity(repo.id, dateKey, result.snapshot, result.commits, today, now));
+    }
+    // The day's records count the person's commits, as every view does.
+    for (size_t i = 0; i < active.size(); ++i) {
+        if (!results[i]) continue;
+        const RepoScan& result = *results[i];
+        std::vector<WorkSession> today = store_.sessions(active[i].id, startOfDay);
+        store_.setDayActivity(Aggregator::dayActivity(active[i].id, dateKey, result.snapshot,
+                                                      result.commits, today, now, identity));
     }
 
     if (!remoteUpdates.empty()) {
@@ -691,10 +713,8 @@ void AppEnvironment::fireDayReviewIfEnabled() {
     AppConfig current = config();
     if (!current.reminders.endDayReview || stopping_) return;
     Date now = clock_.now();
-    int active = 0;
-    for (const DayActivity& day : store_.dayActivities(DateHelpers::dateKey(now))) {
-        if (day.commitCount > 0 || day.estimatedSeconds > 0) ++active;
-    }
+    // Counted as `today` counts them, so the reminder and the view agree.
+    int active = Queries::todaySummary(store_, current, now).activeProjects;
     std::vector<std::string> previous;
     for (const ReminderEvent& event : store_.reminders(true)) {
         if (event.kind == ReminderEvent::Kind::endDayReview) previous.push_back(event.id);

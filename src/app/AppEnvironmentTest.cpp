@@ -41,8 +41,7 @@ bool isWorkTreeCheck(const ProcessRequest& request) {
 }
 
 bool isTodaysLog(const ProcessRequest& request) {
-    return request.arguments[0] == "log" && request.arguments.size() == 4 &&
-           request.arguments[3] == GitParsing::kCommitFormat;
+    return request.arguments[0] == "log" && request.arguments.back() == GitParsing::kHistoryFormat;
 }
 
 TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFinished) {
@@ -474,18 +473,34 @@ TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
     } notifier;
     AppEnvironment env(dir.path(), clock, runner, &notifier);
     env.load();
-    auto day = [](const std::string& repo, const std::string& key, int commits, int seconds) {
-        DayActivity activity;
-        activity.repoID = repo;
-        activity.dateKey = key;
-        activity.commitCount = commits;
-        activity.estimatedSeconds = seconds;
-        return activity;
+    env.applyConfigChange([](AppConfig& config) {
+        for (const char* path : {"/a", "/b", "/c", "/d"})
+            config.repositories.push_back(trackedAt(path));
+    });
+    auto commit = [](const std::string& repo, const std::string& sha, const char* when) {
+        CommitRecord record;
+        record.repoID = repo;
+        record.sha = sha;
+        record.committedAt = *DateHelpers::parseISO(when);
+        return record;
     };
-    env.store().setDayActivity(day("/a", "2026-11-21", 2, 0));
-    env.store().setDayActivity(day("/b", "2026-11-21", 0, 600));
-    env.store().setDayActivity(day("/c", "2026-11-21", 0, 0));  // scanned, but idle
-    env.store().setDayActivity(day("/d", "2026-11-20", 5, 0));  // yesterday
+    for (const char* path : {"/a", "/b", "/c", "/d"}) {
+        RepoSnapshot snapshot;
+        snapshot.repoID = path;
+        snapshot.capturedAt = clock.now();
+        env.store().replaceSnapshot(snapshot);
+    }
+    // /a committed today, /b only worked, /c was idle and /d committed yesterday.
+    env.store().upsertCommits({commit("/a", "a1", "2026-11-21T09:00:00Z"),
+                               commit("/a", "a2", "2026-11-21T10:00:00Z"),
+                               commit("/d", "d1", "2026-11-20T10:00:00Z")});
+    WorkSession session;
+    session.id = "s1";
+    session.repoID = "/b";
+    session.startedAt = *DateHelpers::parseISO("2026-11-21T14:00:00Z");
+    session.endedAt = session.startedAt + 10min;
+    session.estimatedSeconds = 600;
+    env.store().upsertSessions({session});
 
     env.fireDayReviewIfEnabled();
     ASSERT_EQ(notifier.shown.size(), 1u);

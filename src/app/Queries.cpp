@@ -26,10 +26,14 @@ TodaySummary summaryOver(const Store& store, const AppConfig& config, Date now,
                          const Aggregator::DateRange& range, const std::string& label) {
     return Aggregator::summary(range.start, range.end, label, config.repositories,
                                store.snapshots(), store.commitsBetween(range.start, range.end),
-                               sessionsEndingIn(store, range), now);
+                               sessionsEndingIn(store, range), now, identity(store, config));
 }
 
 }  // namespace
+
+Identity identity(const Store& store, const AppConfig& config) {
+    return Identity::of(config, store.snapshots());
+}
 
 TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now) {
     return summaryOver(store, config, now, Aggregator::dayRange(now), DateHelpers::dateKey(now));
@@ -54,8 +58,10 @@ DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date n
     }
     input.report = Aggregator::dailyReport(day, daySummary, store.journal(dateKey));
     // The store's order, newest first; grouping keeps it within each repository.
-    input.commitsByRepo =
-        Aggregator::commitsByRepo(store.commits(std::nullopt), Aggregator::dayRange(day));
+    input.commitsByRepo = Aggregator::countedCommits(store.commits(std::nullopt),
+                                                     Aggregator::dayRange(day),
+                                                     identity(store, config))
+                              .byRepo;
     return input;
 }
 
@@ -64,7 +70,7 @@ ActivityInsights insights(const Store& store, const AppConfig& config, Date now,
     Aggregator::DateRange range = Aggregator::bounds(period, now);
     return Aggregator::insights(range.start, range.end, periodLabel(period), config.repositories,
                                 store.snapshots(), store.commitsBetween(range.start, range.end),
-                                sessionsEndingIn(store, range));
+                                sessionsEndingIn(store, range), identity(store, config));
 }
 
 WeeklySummary weeklySummary(const Store& store, const AppConfig& config, Date date) {
@@ -72,21 +78,30 @@ WeeklySummary weeklySummary(const Store& store, const AppConfig& config, Date da
     // picks the seven days out of it.
     std::vector<DayActivity> days = store.dayActivities(DateHelpers::dateKey(date - kWeekSeconds),
                                                         DateHelpers::dateKey(date + kWeekSeconds));
-    return Aggregator::weeklySummary(date, config.repositories, days);
+    std::vector<CommitRecord> commits =
+        store.commitsBetween(date - kWeekSeconds, date + kWeekSeconds);
+    return Aggregator::weeklySummary(date, config.repositories, days, commits,
+                                     identity(store, config));
 }
 
-std::vector<DayBreakdown> heatmap(const Store& store, Date now, int daysBack) {
+std::vector<DayBreakdown> heatmap(const Store& store, const AppConfig& config, Date now,
+                                  int daysBack) {
     if (daysBack <= 0) return {};
-    std::vector<DayActivity> days = store.dayActivities(
-        DateHelpers::dateKey(now - kDaySeconds * daysBack), DateHelpers::dateKey(now));
-    return Aggregator::heatmap(daysBack, now, days);
+    Date from = now - kDaySeconds * (daysBack + 1);
+    std::vector<DayActivity> days =
+        store.dayActivities(DateHelpers::dateKey(from), DateHelpers::dateKey(now));
+    return Aggregator::heatmap(daysBack, now, days, config.repositories,
+                               store.commitsBetween(from, now + kDaySeconds),
+                               identity(store, config));
 }
 
 std::vector<ActivityRow> activityRanking(const Store& store, const AppConfig& config, Date now,
                                          Aggregator::RankingOrder order) {
+    Aggregator::DateRange today = Aggregator::dayRange(now);
     return Aggregator::activityRanking(now, config.repositories, store.snapshots(),
-                                       sessionsEndingIn(store, Aggregator::dayRange(now)),
-                                       store.syncStates(), now, order);
+                                       store.commitsBetween(today.start, today.end),
+                                       sessionsEndingIn(store, today), store.syncStates(), now,
+                                       order, identity(store, config));
 }
 
 std::vector<WorkSession> sessionsOn(const Store& store, Date day,

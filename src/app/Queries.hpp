@@ -20,6 +20,10 @@
 namespace quorvane::Queries {
 
 // Today's work across the tracked repositories, labelled with today's date key.
+// Who the person is, by their settings and their repositories' user.email: whose
+// commits every count below is of.
+Identity identity(const Store& store, const AppConfig& config);
+
 TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now);
 
 // The work from the start of the day of `from` to the end of the day of `to`. The label
@@ -45,7 +49,8 @@ ActivityInsights insights(const Store& store, const AppConfig& config, Date now,
 WeeklySummary weeklySummary(const Store& store, const AppConfig& config, Date date);
 
 // One cell per local day for the `daysBack` days ending today, oldest first.
-std::vector<DayBreakdown> heatmap(const Store& store, Date now, int daysBack);
+std::vector<DayBreakdown> heatmap(const Store& store, const AppConfig& config, Date now,
+                                  int daysBack);
 
 // The tracked repositories ranked by today's activity.
 std::vector<ActivityRow> activityRanking(const Store& store, const AppConfig& config, Date now,

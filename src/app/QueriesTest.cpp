@@ -47,12 +47,17 @@ protected:
                                            .endedAt = at(end),
                                            .estimatedSeconds = seconds}});
     }
+    // A day's record and the commits it says were made, each at noon.
     void day(const std::string& repoID, const std::string& key, int commits) {
         DayActivity activity;
         activity.repoID = repoID;
         activity.dateKey = key;
         activity.commitCount = commits;
         store_.setDayActivity(activity);
+        std::string noon = key + "T12:00:00Z";
+        for (int i = 0; i < commits; ++i) {
+            commit(repoID, key + "/" + std::to_string(i), noon.c_str());
+        }
     }
 
     Date now_ = at("2026-04-01T10:00:00Z");
@@ -107,13 +112,13 @@ TEST_F(QueriesTest, TheHeatmapHasExactlyTheDaysAskedForEndingToday) {
     day("/code/api", "2026-03-23", 1);
     day("/code/web", "2026-04-01", 3);
 
-    std::vector<DayBreakdown> cells = Queries::heatmap(store_, now_, 10);
+    std::vector<DayBreakdown> cells = Queries::heatmap(store_, config_, now_, 10);
     ASSERT_EQ(cells.size(), 10u);
     EXPECT_EQ(cells.front().dateKey, "2026-03-23");
     EXPECT_EQ(cells.front().commitCount, 1);
     EXPECT_EQ(cells.back().dateKey, "2026-04-01");
     EXPECT_EQ(cells.back().commitCount, 3);
-    EXPECT_EQ(Queries::heatmap(store_, now_, 1).size(), 1u);
+    EXPECT_EQ(Queries::heatmap(store_, config_, now_, 1).size(), 1u);
 }
 
 TEST_F(QueriesTest, InsightsPeriodsStartAtTodayThirtyDaysBackOrTheBeginning) {

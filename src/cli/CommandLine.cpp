@@ -532,13 +532,16 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "commits",
         "List the stored commits, newest first\n"
         "Scans record the commits of the day they run; \"local\" marks a commit that no\n"
-        "remote-tracking branch contains yet.");
+        "remote-tracking branch contains yet. Only your own are listed, as the views\n"
+        "count them (see 'quorvane config add identities'), unless --all-authors.");
     commits->add_option("--repo", commitOptions.repo, "Only this repository (id, path or name)")
         ->type_name("REPO");
     commits->add_option("--limit", commitOptions.limit, "Show at most N commits (default 20)")
         ->type_name("N")
         ->check(CLI::NonNegativeNumber);
     commits->add_flag("--all", commitOptions.all, "Show every stored commit");
+    commits->add_flag("--all-authors", commitOptions.allAuthors,
+                      "Also colleagues' commits, with their authors");
     commits->add_flag("--json", commitOptions.json, "Print the commits as a JSON array");
     commits->callback(
         [&] { action = [&](CommandContext& c) { return Commands::commits(c, commitOptions); }; });
@@ -953,7 +956,8 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "top of it. When the daemon makes the change, it follows it at once: a new scan\n"
         "or sync interval, review time or set of watched folders needs no restart. Lists\n"
         "keep their own commands: 'folders' for scanFolders, 'repos' for repositories\n"
-        "and ignoredRepoIDs, 'accounts' for accounts.");
+        "and ignoredRepoIDs, 'accounts' for accounts, 'config add' and 'config remove'\n"
+        "for identities.");
     configCommand->require_subcommand(1);
     std::string configKey, configValue;
     bool configJson = false;
@@ -986,6 +990,31 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     configSet->callback([&] {
         action = [&](CommandContext& c) { return Commands::configSet(c, configKey, configValue); };
     });
+    std::vector<std::string> configEntries;
+    auto listCommand = [&](const char* name, const char* what, Commands::ListChange change) {
+        CLI::App* command = configCommand->add_subcommand(name, what);
+        command->add_option("KEY", configKey, "A list key: identities")->required();
+        command->add_option("VALUE", configEntries, "One entry or more")->required();
+        command->callback([&, change] {
+            action = [&, change](CommandContext& c) {
+                return Commands::configChangeList(c, configKey, configEntries, change);
+            };
+        });
+        return command;
+    };
+    CLI::App* configAdd = listCommand(
+        "add",
+        "Add entries to a list setting\n"
+        "identities: your e-mail addresses and author names besides the user.email your\n"
+        "repositories give, so your commits count as yours wherever you made them:\n"
+        "  quorvane config add identities me@home.example \"Ann Example\"\n"
+        "An entry already there is not added again; an address matches in any case.",
+        Commands::ListChange::add);
+    CLI::App* configRemove = listCommand(
+        "remove",
+        "Take entries from a list setting\n"
+        "An entry that is not there is said on standard error, and the exit status is 1.",
+        Commands::ListChange::remove);
     std::string secretName;
     bool secretRemove = false;
     CLI::App* configSetSecret = configCommand->add_subcommand(
@@ -1106,8 +1135,8 @@ Examples:
                                         journalOptions.tomorrow || journalOptions.edit);
     for (const CLI::App* command :
          {reposAdd, reposRemove, foldersAdd, foldersRemove, scan, sync, dismiss, accountsAdd,
-          accountsImport, accountsCheck, accountsRemove, configSet, configSetSecret,
-          proposalsApproveCommand, proposalsRejectCommand}) {
+          accountsImport, accountsCheck, accountsRemove, configSet, configAdd, configRemove,
+          configSetSecret, proposalsApproveCommand, proposalsRejectCommand}) {
         writes = writes || command->parsed();
     }
     if (how.service != nullptr) {

@@ -79,6 +79,7 @@ struct CommitsOptions {
     std::optional<std::string> repo;  // id or path; all repositories when absent
     size_t limit = 20;
     bool all = false;
+    bool allAuthors = false;  // colleagues' commits too, with who made them
     bool json = false;
 };
 int commits(CommandContext& context, const CommitsOptions& options);
@@ -182,6 +183,12 @@ int manualPage(std::ostream& out, const CommandReference& commands);
 int configList(CommandContext& context, bool json);
 int configGet(CommandContext& context, const std::string& key, bool json);
 int configSet(CommandContext& context, const std::string& key, const std::string& value);
+// Adds entries to a list setting (`identities`), or takes them from it; an entry
+// already there is not added twice, and one that is not there is said on stderr and
+// makes the exit 1.
+enum class ListChange { add, remove };
+int configChangeList(CommandContext& context, const std::string& key,
+                     const std::vector<std::string>& values, ListChange change);
 // Keeps the secret `name` ("ai": the Anthropic API key) in the secret store: the
 // first line of standard input, asked for without echo on a terminal. With
 // `remove`, deletes it instead.

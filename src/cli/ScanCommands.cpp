@@ -13,11 +13,12 @@
 #include <fmt/ranges.h>
 
 #include "app/AppEnvironment.hpp"
-#include "cli/CommandSupport.hpp"
-#include "cli/Style.hpp"
 #include "app/Enrollment.hpp"
+#include "app/Queries.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "git/GitCommand.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
@@ -186,8 +187,12 @@ int commits(CommandContext& context, const CommitsOptions& options) {
     }
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     if (!loadForReading(context, store)) return 1;
-    std::vector<CommitRecord> found =
-        store.commits(repoID, options.all ? std::nullopt : std::optional<size_t>(options.limit));
+    std::vector<CommitRecord> found = store.commits(repoID, std::nullopt);
+    if (!options.allAuthors) {
+        const Identity identity = Queries::identity(store, config);
+        std::erase_if(found, [&](const CommitRecord& commit) { return !identity.counts(commit); });
+    }
+    if (!options.all && found.size() > options.limit) found.resize(options.limit);
 
     if (options.json) {
         context.out << JsonCodec::pretty(toJson(found));
@@ -210,12 +215,15 @@ int commits(CommandContext& context, const CommitsOptions& options) {
                                  : Text::visible(fs::path(commit.repoID).filename().string()),
              commit.isLocalOnly ? Style::paint(context, Tone::attention, "local") : "",
              Text::visible(commit.message)});
+        if (options.allAuthors)
+            rows.back().insert(rows.back().begin() + 3, Text::visible(commit.authorName));
     }
     // One line per commit, as git's own short log: a long subject is cut, not wrapped.
     using TextLayout::Shrink;
-    printTable(context.out, rows,
-               {context.columns,
-                {Shrink::never, Shrink::never, Shrink::cutEnd, Shrink::never, Shrink::cutEnd}});
+    std::vector<Shrink> shrink = {Shrink::never, Shrink::never, Shrink::cutEnd, Shrink::never,
+                                  Shrink::cutEnd};
+    if (options.allAuthors) shrink.insert(shrink.begin() + 3, Shrink::cutEnd);
+    printTable(context.out, rows, {context.columns, shrink});
     return 0;
 }
 

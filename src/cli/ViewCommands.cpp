@@ -279,9 +279,14 @@ int today(CommandContext& context, bool json, bool scanFirst) {
         context.out << kNotScanned;
         return 0;
     }
-    context.out << fmt::format("Today, {}: {}, {}\n", summary.dateKey,
-                               plural(summary.activeProjects, "active project"),
-                               plural(summary.totalCommits, "commit"));
+    // Colleagues' commits came with a pull: they are not the person's work, but a
+    // figure that leaves them out says how many there were.
+    context.out << fmt::format(
+        "Today, {}: {}, {}{}\n", summary.dateKey, plural(summary.activeProjects, "active project"),
+        plural(summary.totalCommits, "commit"),
+        summary.pulledInCommits > 0
+            ? fmt::format(" (and {} pulled in from others)", summary.pulledInCommits)
+            : std::string());
     context.out << fmt::format(
         "to push: {}, to commit: {}, behind: {}; files modified: {}, staged: {}\n",
         summary.needsPushCount, summary.needsCommitCount, summary.behindCount,
@@ -418,7 +423,7 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
 int heatmap(CommandContext& context, int days, bool json) {
     View view(context);
     if (!view.readable) return 1;
-    std::vector<DayBreakdown> cells = Queries::heatmap(view.store, view.now, days);
+    std::vector<DayBreakdown> cells = Queries::heatmap(view.store, view.config, view.now, days);
     if (json) {
         context.out << JsonCodec::pretty(toJson(cells));
         return 0;

@@ -26,7 +26,8 @@ Json toJson(const TodaySummary& summary) {
                 {"behindCount", summary.behindCount},
                 {"modifiedFiles", summary.modifiedFiles},
                 {"stagedFiles", summary.stagedFiles},
-                {"lines", toJson(summary.lines)}};
+                {"lines", toJson(summary.lines)},
+                {"pulledInCommits", summary.pulledInCommits}};
 }
 
 Json toJson(const DayBreakdown& day) {

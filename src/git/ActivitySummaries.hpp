@@ -46,6 +46,9 @@ struct TodaySummary {
     int modifiedFiles = 0;
     int stagedFiles = 0;
     std::vector<RepoTodayLine> lines;
+    // Others' commits in the window, which totalCommits leaves out: pulled in with the
+    // person's own.
+    int pulledInCommits = 0;
 
     bool operator==(const TodaySummary&) const = default;
 };

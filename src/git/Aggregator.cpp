@@ -80,10 +80,6 @@ Date dayStartAfter(Date dayStart, int offset) {
                                   0, 0);
 }
 
-bool hasWork(const DayActivity& activity) {
-    return activity.commitCount > 0 || activity.estimatedSeconds > 0;
-}
-
 bool contains(const std::vector<RepoStatus>& labels, RepoStatus wanted) {
     return std::find(labels.begin(), labels.end(), wanted) != labels.end();
 }
@@ -138,10 +134,16 @@ DayBreakdown breakdown(Date dayStart, const DayTotals& totals) {
                         .seconds = totals.seconds};
 }
 
-void add(DayTotals& totals, const DayActivity& activity) {
-    totals.commits += activity.commitCount;
+// A day's time comes from its records; its commits are counted apart, by the rule
+// every view counts by.
+void addTime(DayTotals& totals, const DayActivity& activity) {
     totals.seconds += activity.estimatedSeconds;
-    if (hasWork(activity)) totals.repos.insert(activity.repoID);
+    if (activity.estimatedSeconds > 0) totals.repos.insert(activity.repoID);
+}
+
+void addCommit(DayTotals& totals, const std::string& repoID) {
+    ++totals.commits;
+    totals.repos.insert(repoID);
 }
 
 }  // namespace
@@ -161,15 +163,31 @@ std::vector<WorkSession> sessionsEndingIn(std::vector<WorkSession> sessions,
     return sessions;
 }
 
-std::map<std::string, std::vector<CommitRecord>> commitsByRepo(
-    const std::vector<CommitRecord>& commits, const DateRange& range) {
-    std::map<std::string, std::vector<CommitRecord>> grouped;
+int CountedCommits::count(const std::string& repoID) const {
+    auto it = byRepo.find(repoID);
+    return it == byRepo.end() ? 0 : static_cast<int>(it->second.size());
+}
+
+int CountedCommits::pulledInCount(const std::string& repoID) const {
+    auto it = pulledIn.find(repoID);
+    return it == pulledIn.end() ? 0 : it->second;
+}
+
+CountedCommits countedCommits(const std::vector<CommitRecord>& commits, const DateRange& range,
+                              const Identity& identity) {
+    CountedCommits counted;
+    // A commit read from two branches, or by a scan and by enrolment, is one commit.
+    std::set<std::pair<std::string_view, std::string_view>> seen;
     for (const CommitRecord& commit : commits) {
-        if (inWindow(commit.committedAt, range.start, range.end)) {
-            grouped[commit.repoID].push_back(commit);
+        if (!inWindow(commit.committedAt, range.start, range.end)) continue;
+        if (!commit.sha.empty() && !seen.emplace(commit.repoID, commit.sha).second) continue;
+        if (identity.counts(commit)) {
+            counted.byRepo[commit.repoID].push_back(commit);
+        } else {
+            ++counted.pulledIn[commit.repoID];
         }
     }
-    return grouped;
+    return counted;
 }
 
 std::vector<RepoStatus> statuses(const RepoSnapshot& snapshot, bool activeToday, int staleDays,
@@ -200,7 +218,8 @@ std::vector<RepoStatus> statuses(const RepoSnapshot& snapshot, bool activeToday,
 
 DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
                         const RepoSnapshot& snapshot, const std::vector<CommitRecord>& commits,
-                        const std::vector<WorkSession>& sessions, Date now) {
+                        const std::vector<WorkSession>& sessions, Date now,
+                        const Identity& identity) {
     DayActivity day;
     day.repoID = repoID;
     day.dateKey = dateKey;
@@ -209,9 +228,11 @@ DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
     for (const auto& commit : commits) {
         if (commit.repoID != repoID || DateHelpers::dateKey(commit.committedAt) != dateKey)
             continue;
-        ++day.commitCount;
         if (!commit.branch.empty()) branches.insert(commit.branch);
     }
+    std::optional<Date> dayStart = DateHelpers::parseDateKey(dateKey);
+    if (dayStart)
+        day.commitCount = countedCommits(commits, dayRange(*dayStart), identity).count(repoID);
     bool hasSessions = false;
     for (const auto& session : sessions) {
         if (session.repoID != repoID || DateHelpers::dateKey(session.endedAt) != dateKey) continue;
@@ -238,11 +259,12 @@ TodaySummary summary(Date start, Date end, const std::string& label,
                      const std::vector<RepoConfig>& configs,
                      const std::vector<RepoSnapshot>& snapshots,
                      const std::vector<CommitRecord>& commits,
-                     const std::vector<WorkSession>& sessions, Date now) {
+                     const std::vector<WorkSession>& sessions, Date now, const Identity& identity) {
     TodaySummary result;
     result.dateKey = label;
     SnapshotIndex latestByRepo = latestSnapshots(snapshots);
     bool windowIsToday = start >= DateHelpers::startOfDay(now);
+    CountedCommits counted = countedCommits(commits, {start, end}, identity);
 
     for (const auto& config : configs) {
         if (!config.trackingEnabled) continue;
@@ -257,11 +279,8 @@ TodaySummary summary(Date start, Date end, const std::string& label,
         result.stagedFiles += snapshot->files.staged;
 
         RepoTodayLine line;
-        for (const auto& commit : commits) {
-            if (commit.repoID == config.id && inWindow(commit.committedAt, start, end)) {
-                ++line.commitsToday;
-            }
-        }
+        line.commitsToday = counted.count(config.id);
+        result.pulledInCommits += counted.pulledInCount(config.id);
         bool hasSessions = false;
         for (const auto& session : sessions) {
             if (session.repoID == config.id && inWindow(session.endedAt, start, end)) {
@@ -356,10 +375,12 @@ TodaySummary asRecorded(TodaySummary summary, const std::vector<RepoConfig>& con
 
 std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>& configs,
                                          const std::vector<RepoSnapshot>& snapshots,
+                                         const std::vector<CommitRecord>& commits,
                                          const std::vector<WorkSession>& sessions,
                                          const std::vector<SyncState>& syncStates, Date now,
-                                         RankingOrder order) {
+                                         RankingOrder order, const Identity& identity) {
     std::string dayKey = DateHelpers::dateKey(day);
+    CountedCommits counted = countedCommits(commits, dayRange(day), identity);
     SnapshotIndex latestByRepo = latestSnapshots(snapshots);
     std::unordered_map<std::string, SyncState::Status> syncByRepo;
     for (const auto& state : syncStates) syncByRepo[state.id] = state.status;
@@ -383,15 +404,20 @@ std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>
             row.estimatedSecondsToday += session.estimatedSeconds;
             row.lastActivityAt = latest(row.lastActivityAt, session.endedAt);
         }
-        row.workedToday = onDay(snapshot->lastCommitAt) ||
-                          onDay(snapshot->lastWorkingTreeChangeAt) || hasSessions;
+        // The day's commits on any branch: HEAD's newest commit says nothing of the
+        // others, and a colleague's pulled in is no work of the person's.
+        for (const CommitRecord& commit : counted.byRepo[config.id]) {
+            row.lastActivityAt = latest(row.lastActivityAt, commit.committedAt);
+        }
+        row.commitsToday = counted.count(config.id);
+        row.workedToday =
+            row.commitsToday > 0 || onDay(snapshot->lastWorkingTreeChangeAt) || hasSessions;
 
         row.repoID = config.id;
         row.name = displayNameOf(config);
         row.branch = snapshot->branch;
         row.localPath = config.localPath;
         row.lastWorkingTreeChangeAt = snapshot->lastWorkingTreeChangeAt;
-        row.commitsToday = snapshot->commitsToday;
         row.files = snapshot->files;
         row.ahead = snapshot->ahead;
         row.behind = snapshot->behind;
@@ -429,18 +455,18 @@ ActivityInsights insights(Date start, Date end, const std::string& label,
                           const std::vector<RepoConfig>& configs,
                           const std::vector<RepoSnapshot>& snapshots,
                           const std::vector<CommitRecord>& commits,
-                          const std::vector<WorkSession>& sessions) {
+                          const std::vector<WorkSession>& sessions, const Identity& identity) {
     ActivityInsights result;
     result.label = label;
     SnapshotIndex latestByRepo = latestSnapshots(snapshots);
+    CountedCommits counted = countedCommits(commits, {start, end}, identity);
 
     // A branch is counted per repository: "main" in two projects is two branches.
     std::set<std::pair<std::string, std::string>> branches;
     for (const auto& config : configs) {
         if (!config.trackingEnabled) continue;
         int commitCount = 0;
-        for (const auto& commit : commits) {
-            if (commit.repoID != config.id || !inWindow(commit.committedAt, start, end)) continue;
+        for (const auto& commit : counted.byRepo[config.id]) {
             ++commitCount;
             if (commit.isLocalOnly) ++result.unpushedCommits;
             if (!commit.branch.empty()) branches.emplace(config.id, commit.branch);
@@ -468,7 +494,8 @@ ActivityInsights insights(Date start, Date end, const std::string& label,
 }
 
 WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
-                            const std::vector<DayActivity>& dayActivities) {
+                            const std::vector<DayActivity>& dayActivities,
+                            const std::vector<CommitRecord>& commits, const Identity& identity) {
     std::array<Date, 7> days = weekDays(week);
     std::array<std::string, 7> keys;
     for (size_t i = 0; i < days.size(); ++i) keys[i] = DateHelpers::dateKey(days[i]);
@@ -491,13 +518,23 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
     for (const auto& activity : dayActivities) {
         auto dayIt = std::find(keys.begin(), keys.end(), activity.dateKey);
         if (dayIt == keys.end() || !tracked.contains(activity.repoID)) continue;
-        add(perDay[static_cast<size_t>(dayIt - keys.begin())], activity);
+        addTime(perDay[static_cast<size_t>(dayIt - keys.begin())], activity);
         RepoWeek& repo = byRepo[activity.repoID];
-        repo.commits += activity.commitCount;
         repo.seconds += activity.estimatedSeconds;
         // Date keys sort as text, so the greatest is the latest day.
         if (repo.latestDay == nullptr || repo.latestDay->dateKey < activity.dateKey) {
             repo.latestDay = &activity;
+        }
+    }
+    DateRange span{days[0], dayRange(days[6]).end};
+    for (const auto& [repoID, repoCommits] : countedCommits(commits, span, identity).byRepo) {
+        if (!tracked.contains(repoID)) continue;
+        for (const CommitRecord& commit : repoCommits) {
+            auto dayIt =
+                std::find(keys.begin(), keys.end(), DateHelpers::dateKey(commit.committedAt));
+            if (dayIt == keys.end()) continue;
+            addCommit(perDay[static_cast<size_t>(dayIt - keys.begin())], repoID);
+            ++byRepo[repoID].commits;
         }
     }
     for (size_t i = 0; i < days.size(); ++i) {
@@ -522,6 +559,8 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
                                                   .seconds = repo.seconds});
         }
 
+        // Commits read from history before any scan leave no day record to label.
+        if (repo.latestDay == nullptr) continue;
         std::vector<RepoStatus> labels = parseStatuses(repo.latestDay->statuses);
         if (!needsAttention(labels)) continue;
         // A day record keeps labels and totals only, so the line carries just those.
@@ -556,7 +595,10 @@ WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
 }
 
 std::vector<DayBreakdown> heatmap(int daysBack, Date today,
-                                  const std::vector<DayActivity>& dayActivities) {
+                                  const std::vector<DayActivity>& dayActivities,
+                                  const std::vector<RepoConfig>& configs,
+                                  const std::vector<CommitRecord>& commits,
+                                  const Identity& identity) {
     if (daysBack <= 0) return {};
     Date todayStart = DateHelpers::startOfDay(today);
     std::vector<Date> days;
@@ -567,10 +609,24 @@ std::vector<DayBreakdown> heatmap(int daysBack, Date today,
         days.push_back(day);
     }
 
+    std::unordered_set<std::string> tracked;
+    for (const auto& config : configs) {
+        if (config.trackingEnabled) tracked.insert(config.id);
+    }
     std::vector<DayTotals> totals(days.size());
     for (const auto& activity : dayActivities) {
         auto it = indexByKey.find(activity.dateKey);
-        if (it != indexByKey.end()) add(totals[it->second], activity);
+        if (it != indexByKey.end() && tracked.contains(activity.repoID)) {
+            addTime(totals[it->second], activity);
+        }
+    }
+    DateRange span{days.front(), dayRange(days.back()).end};
+    for (const auto& [repoID, repoCommits] : countedCommits(commits, span, identity).byRepo) {
+        if (!tracked.contains(repoID)) continue;
+        for (const CommitRecord& commit : repoCommits) {
+            auto it = indexByKey.find(DateHelpers::dateKey(commit.committedAt));
+            if (it != indexByKey.end()) addCommit(totals[it->second], repoID);
+        }
     }
     std::vector<DayBreakdown> cells;
     cells.reserve(days.size());

@@ -9,6 +9,7 @@
 #include "git/ActivitySummaries.hpp"
 #include "git/CommitRecord.hpp"
 #include "git/DayActivity.hpp"
+#include "git/Identity.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "git/WorkSession.hpp"
 #include "github/SyncState.hpp"
@@ -47,10 +48,24 @@ DateRange dayRange(Date day);
 std::vector<WorkSession> sessionsEndingIn(std::vector<WorkSession> sessions,
                                           const DateRange& range);
 
-// The commits made inside `range`, by repository id, each repository's in the order
-// given (newest first when the store's order is given).
-std::map<std::string, std::vector<CommitRecord>> commitsByRepo(
-    const std::vector<CommitRecord>& commits, const DateRange& range);
+// The commits of a window as every view counts them, by repository.
+struct CountedCommits {
+    // The commits that count, each repository's in the order given (newest first
+    // when the store's order is given).
+    std::map<std::string, std::vector<CommitRecord>> byRepo;
+    // How many others' commits the window holds: pulled in with the person's.
+    std::map<std::string, int> pulledIn;
+
+    int count(const std::string& repoID) const;
+    int pulledInCount(const std::string& repoID) const;
+};
+
+// The one rule by which every view counts commits: a commit belongs to the local
+// day of its author date (`committedAt`), inside `range` both ends included; it
+// counts once per repository, whichever branch it was read from; and it counts when
+// `identity` counts it, the others' being tallied apart as pulled in.
+CountedCommits countedCommits(const std::vector<CommitRecord>& commits, const DateRange& range,
+                              const Identity& identity);
 
 // The labels of one repository, in display order. A dirty repository is `stale` when
 // `lastActivity` is absent or more than `staleDays` calendar days before `now`.
@@ -61,7 +76,8 @@ std::vector<RepoStatus> statuses(const RepoSnapshot& snapshot, bool activeToday,
 // sessions that ended on it; `commits` and `sessions` may hold other days and repositories.
 DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
                         const RepoSnapshot& snapshot, const std::vector<CommitRecord>& commits,
-                        const std::vector<WorkSession>& sessions, Date now);
+                        const std::vector<WorkSession>& sessions, Date now,
+                        const Identity& identity);
 
 // The tracked repositories' work between `start` and `end`. A window that starts today
 // also lists repositories that are only dirty; counters cover every tracked repository.
@@ -69,7 +85,8 @@ TodaySummary summary(Date start, Date end, const std::string& label,
                      const std::vector<RepoConfig>& configs,
                      const std::vector<RepoSnapshot>& snapshots,
                      const std::vector<CommitRecord>& commits,
-                     const std::vector<WorkSession>& sessions, Date now);
+                     const std::vector<WorkSession>& sessions, Date now,
+                     const Identity& identity);
 
 // A past day's summary as that day's last scan left it: each line's branch, file
 // counts, sync counts and labels, and the counters, come from the day's records
@@ -80,29 +97,36 @@ TodaySummary asRecorded(TodaySummary summary, const std::vector<RepoConfig>& con
                         const std::vector<DayActivity>& dayRecords);
 
 // The tracked repositories ranked by activity on the local day holding `day`, leaving
-// out those in cache, trash and dependency folders.
+// out those in cache, trash and dependency folders. A repository with a commit that
+// counts that day was worked on, whichever branch holds it.
 std::vector<ActivityRow> activityRanking(Date day, const std::vector<RepoConfig>& configs,
                                          const std::vector<RepoSnapshot>& snapshots,
+                                         const std::vector<CommitRecord>& commits,
                                          const std::vector<WorkSession>& sessions,
                                          const std::vector<SyncState>& syncStates, Date now,
-                                         RankingOrder order);
+                                         RankingOrder order, const Identity& identity);
 
 // Counts over the repositories with any commit or session between `start` and `end`.
 ActivityInsights insights(Date start, Date end, const std::string& label,
                           const std::vector<RepoConfig>& configs,
                           const std::vector<RepoSnapshot>& snapshots,
                           const std::vector<CommitRecord>& commits,
-                          const std::vector<WorkSession>& sessions);
+                          const std::vector<WorkSession>& sessions, const Identity& identity);
 
-// The Monday-to-Sunday week holding `week`, from the day records; records outside that
-// week or of untracked repositories are ignored.
+// The Monday-to-Sunday week holding `week`: its commits counted as every view counts
+// them, its time and labels from the day records; records outside that week or of
+// untracked repositories are ignored.
 WeeklySummary weeklySummary(Date week, const std::vector<RepoConfig>& configs,
-                            const std::vector<DayActivity>& dayActivities);
+                            const std::vector<DayActivity>& dayActivities,
+                            const std::vector<CommitRecord>& commits, const Identity& identity);
 
 // One cell per local day for the `daysBack` days that end with the day of `today`,
-// oldest first.
+// oldest first: commits counted as every view counts them, time from the day records.
 std::vector<DayBreakdown> heatmap(int daysBack, Date today,
-                                  const std::vector<DayActivity>& dayActivities);
+                                  const std::vector<DayActivity>& dayActivities,
+                                  const std::vector<RepoConfig>& configs,
+                                  const std::vector<CommitRecord>& commits,
+                                  const Identity& identity);
 
 // The report of the local day holding `day`: its summary and journal entry, and for
 // each line, in order, what is left to do: push, commit, then catch up.

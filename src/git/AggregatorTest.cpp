@@ -37,12 +37,18 @@ RepoSnapshot snap(const std::string& repoID, int modified = 0, int ahead = 0, in
     return snapshot;
 }
 
-CommitRecord commit(const std::string& repoID, const char* when, std::string branch = "") {
+CommitRecord commit(const std::string& repoID, Date when, std::string branch = "") {
+    static int made = 0;
     CommitRecord record;
     record.repoID = repoID;
-    record.committedAt = at(when);
+    record.sha = std::to_string(++made);
+    record.committedAt = when;
     record.branch = std::move(branch);
     return record;
+}
+
+CommitRecord commit(const std::string& repoID, const char* when, std::string branch = "") {
+    return commit(repoID, at(when), std::move(branch));
 }
 
 WorkSession session(const std::string& repoID, const char* endedAt, int length) {
@@ -63,6 +69,16 @@ DayActivity day(const std::string& repoID, const char* dateKey, int commits, int
     record.estimatedSeconds = seconds_;
     record.statuses = std::move(statuses);
     return record;
+}
+
+// The commits the day records say were made: each at noon of its local day.
+std::vector<CommitRecord> commitsOf(const std::vector<DayActivity>& days) {
+    std::vector<CommitRecord> commits;
+    for (const DayActivity& record : days) {
+        Date noon = *DateHelpers::parseDateKey(record.dateKey) + std::chrono::hours(12);
+        for (int i = 0; i < record.commitCount; ++i) commits.push_back(commit(record.repoID, noon));
+    }
+    return commits;
 }
 
 template <class Row>
@@ -128,10 +144,11 @@ TEST(Aggregator, ADayWithADaylightSavingChangeEndsAtItsOwnMidnight) {
     std::vector<WorkSession> ending = Aggregator::sessionsEndingIn(sessions, range);
     ASSERT_EQ(ending.size(), 2u);
     EXPECT_EQ(ending[1].repoID, "b");
-    auto grouped = Aggregator::commitsByRepo(
-        {commit("a", "2026-03-09T03:00:00Z"), commit("b", "2026-03-08T04:59:59Z"),
-         commit("a", "2026-03-08T06:00:00Z")},
-        range);
+    auto grouped = Aggregator::countedCommits(
+                       {commit("a", "2026-03-09T03:00:00Z"), commit("b", "2026-03-08T04:59:59Z"),
+                        commit("a", "2026-03-08T06:00:00Z")},
+                       range, Identity::everyone())
+                       .byRepo;
     ASSERT_EQ(grouped.size(), 1u);
     ASSERT_EQ(grouped["a"].size(), 2u);
     EXPECT_EQ(grouped["a"][0].committedAt, at("2026-03-09T03:00:00Z")) << "order kept";
@@ -154,8 +171,8 @@ TEST(Aggregator, DayActivityCountsTheLocalDayOfOneRepository) {
                                          session("app", "2026-11-20T20:00:00Z", 999),
                                          session("web", "2026-11-21T20:00:00Z", 50)};
 
-    DayActivity result =
-        Aggregator::dayActivity("app", "2026-11-21", snapshot, commits, sessions, now);
+    DayActivity result = Aggregator::dayActivity("app", "2026-11-21", snapshot, commits, sessions,
+                                                 now, Identity::everyone());
     EXPECT_EQ(result.commitCount, 3);
     EXPECT_EQ(result.estimatedSeconds, 600);
     EXPECT_EQ(result.filesTouched, 3);
@@ -164,11 +181,13 @@ TEST(Aggregator, DayActivityCountsTheLocalDayOfOneRepository) {
     EXPECT_EQ(result.statuses, (std::vector<std::string>{"needsCommit", "activeToday"}));
 
     snapshot.ahead = 1;
-    EXPECT_FALSE(Aggregator::dayActivity("app", "2026-11-21", snapshot, commits, {}, now).pushed);
+    EXPECT_FALSE(Aggregator::dayActivity("app", "2026-11-21", snapshot, commits, {}, now,
+                                         Identity::everyone())
+                     .pushed);
     snapshot.ahead = 0;
     // A day with only a session is active but nothing was pushed.
-    DayActivity sessionOnly =
-        Aggregator::dayActivity("app", "2026-11-20", snapshot, commits, sessions, now);
+    DayActivity sessionOnly = Aggregator::dayActivity("app", "2026-11-20", snapshot, commits,
+                                                      sessions, now, Identity::everyone());
     EXPECT_EQ(sessionOnly.commitCount, 0);
     EXPECT_FALSE(sessionOnly.pushed);
     EXPECT_EQ(sessionOnly.statuses[1], "activeToday");
@@ -192,7 +211,7 @@ TEST(Aggregator, SummaryKeepsDirtyRepositoriesOnlyInTodaysWindow) {
 
     TodaySummary today =
         Aggregator::summary(at("2026-11-21T00:00:00Z"), at("2026-11-21T23:59:59Z"), "2026-11-21",
-                            configs, snapshots, commits, sessions, now);
+                            configs, snapshots, commits, sessions, now, Identity::everyone());
     ASSERT_EQ(names(today.lines),
               (std::vector<std::string>{"committed", "timed", "dirtier", "dirty"}));
     EXPECT_EQ(today.lines[0].commitsToday, 2);
@@ -208,7 +227,7 @@ TEST(Aggregator, SummaryKeepsDirtyRepositoriesOnlyInTodaysWindow) {
 
     TodaySummary yesterday =
         Aggregator::summary(at("2026-11-20T00:00:00Z"), at("2026-11-20T23:59:59Z"), "yesterday",
-                            configs, snapshots, commits, sessions, now);
+                            configs, snapshots, commits, sessions, now, Identity::everyone());
     ASSERT_EQ(names(yesterday.lines), std::vector<std::string>{"committed"});
     EXPECT_TRUE(yesterday.lines[0].workedInWindow);
     EXPECT_EQ(yesterday.needsCommitCount, 2) << "counters cover every tracked repository";
@@ -224,8 +243,9 @@ TEST(Aggregator, APastDayReadsItsOwnRecordsAndOlderRecordsByTheirLabels) {
     std::vector<CommitRecord> commits = {commit("kept", "2026-11-20T10:00:00Z"),
                                          commit("old", "2026-11-20T11:00:00Z"),
                                          commit("history", "2026-11-20T12:00:00Z")};
-    TodaySummary live = Aggregator::summary(at("2026-11-20T00:00:00Z"), at("2026-11-20T23:59:59Z"),
-                                            "2026-11-20", configs, snapshots, commits, {}, now);
+    TodaySummary live =
+        Aggregator::summary(at("2026-11-20T00:00:00Z"), at("2026-11-20T23:59:59Z"), "2026-11-20",
+                            configs, snapshots, commits, {}, now, Identity::everyone());
 
     DayActivity kept = day("kept", "2026-11-20", 1, 0, {"needsCommit", "needsPush", "activeToday"});
     kept.branch = "feature";
@@ -271,8 +291,9 @@ TEST(Aggregator, RankingPutsTheDaysWorkFirstUnlessByRecencyAlone) {
     betaSync.id = "beta";
     betaSync.status = SyncState::Status::needsPull;
 
-    auto rows = Aggregator::activityRanking(yesterday, configs, snapshots, sessions, {betaSync},
-                                            now, Aggregator::RankingOrder::workedTodayFirst);
+    auto rows = Aggregator::activityRanking(yesterday, configs, snapshots, {}, sessions, {betaSync},
+                                            now, Aggregator::RankingOrder::workedTodayFirst,
+                                            Identity::everyone());
     ASSERT_EQ(names(rows), (std::vector<std::string>{"beta", "gamma", "zed", "apple", "Banana"}));
     EXPECT_EQ(rows[0].lastActivityAt, at("2026-11-20T14:00:00Z"));
     EXPECT_EQ(rows[0].estimatedSecondsToday, 700);
@@ -280,18 +301,20 @@ TEST(Aggregator, RankingPutsTheDaysWorkFirstUnlessByRecencyAlone) {
     EXPECT_EQ(rows[0].statuses, (std::vector{synced, activeToday}));
     EXPECT_FALSE(rows[2].workedToday);
 
-    rows = Aggregator::activityRanking(yesterday, configs, snapshots, sessions, {}, now,
-                                       Aggregator::RankingOrder::pureRecency);
+    rows = Aggregator::activityRanking(yesterday, configs, snapshots, {}, sessions, {}, now,
+                                       Aggregator::RankingOrder::pureRecency, Identity::everyone());
     EXPECT_EQ(names(rows), (std::vector<std::string>{"zed", "beta", "gamma", "apple", "Banana"}));
     // By the working tree alone: only gamma's changed; the rest by recency.
-    rows = Aggregator::activityRanking(yesterday, configs, snapshots, sessions, {}, now,
-                                       Aggregator::RankingOrder::workingTreeChange);
+    rows = Aggregator::activityRanking(yesterday, configs, snapshots, {}, sessions, {}, now,
+                                       Aggregator::RankingOrder::workingTreeChange,
+                                       Identity::everyone());
     EXPECT_EQ(names(rows), (std::vector<std::string>{"gamma", "zed", "beta", "apple", "Banana"}));
 
     // Cache folders stay out of the ranking, not out of the summary.
     std::vector<CommitRecord> cachedCommit = {commit("cached", "2026-11-20T10:00:00Z")};
-    TodaySummary summary = Aggregator::summary(at("2026-11-20T00:00:00Z"), now, "", configs,
-                                               snapshots, cachedCommit, {}, now);
+    TodaySummary summary =
+        Aggregator::summary(at("2026-11-20T00:00:00Z"), now, "", configs, snapshots, cachedCommit,
+                            {}, now, Identity::everyone());
     EXPECT_EQ(names(summary.lines), std::vector<std::string>{"cached"});
 }
 
@@ -313,7 +336,8 @@ TEST(Aggregator, WeekRunsMondayToSundayInLocalTime) {
     days[5].filesTouched = 6;  // worked on this week, so never the most neglected
 
     // Sunday evening in New York is already Monday in UTC.
-    WeeklySummary week = Aggregator::weeklySummary(at("2026-11-23T01:00:00Z"), configs, days);
+    WeeklySummary week = Aggregator::weeklySummary(at("2026-11-23T01:00:00Z"), configs, days,
+                                                   commitsOf(days), Identity::everyone());
     EXPECT_EQ(week.weekKey, "2026-11-16");
     ASSERT_EQ(week.perDay.size(), 7u);
     EXPECT_EQ(week.perDay[0], (DayBreakdown{"2026-11-16", "Mon", 1, 2, 600}));
@@ -328,7 +352,8 @@ TEST(Aggregator, WeekRunsMondayToSundayInLocalTime) {
     ASSERT_EQ(names(week.needsAttention), (std::vector<std::string>{"Beta site", "idle"}));
     EXPECT_EQ(week.needsAttention[1].statuses, (std::vector{needsCommit, inactive, stale}));
 
-    WeeklySummary empty = Aggregator::weeklySummary(at("2026-12-01T12:00:00Z"), configs, days);
+    WeeklySummary empty = Aggregator::weeklySummary(at("2026-12-01T12:00:00Z"), configs, days,
+                                                    commitsOf(days), Identity::everyone());
     EXPECT_EQ(empty.weekKey, "2026-11-30");
     EXPECT_FALSE(empty.mostActive.has_value());
     EXPECT_FALSE(empty.mostNeglected.has_value());
@@ -345,10 +370,14 @@ TEST(Aggregator, NamesSortByLetterWhateverTheirCaseOrAccentAndTiesKeepTheirOrder
         snapshots.push_back(snap(config.id));
     }
     const std::vector<std::string> expected = {"Alpha", "alpha", "Beta", "Émile", "gamma"};
-    EXPECT_EQ(names(Aggregator::weeklySummary(now, configs, days).perRepo), expected);
+    EXPECT_EQ(
+        names(Aggregator::weeklySummary(now, configs, days, commitsOf(days), Identity::everyone())
+                  .perRepo),
+        expected);
     // With no activity dates at all, the ranking falls back to the same order.
-    EXPECT_EQ(names(Aggregator::activityRanking(now, configs, snapshots, {}, {}, now,
-                                                Aggregator::RankingOrder::pureRecency)),
+    EXPECT_EQ(names(Aggregator::activityRanking(now, configs, snapshots, {}, {}, {}, now,
+                                                Aggregator::RankingOrder::pureRecency,
+                                                Identity::everyone())),
               expected);
 }
 
@@ -358,11 +387,15 @@ TEST(Aggregator, HeatmapHasOneCellPerLocalDayEndingToday) {
                                      day("app", "2026-11-01", 2, 0),
                                      day("web", "2026-11-01", 0, 60)};
     // 22:00 on 1 November locally, the day daylight saving ends.
-    auto cells = Aggregator::heatmap(3, at("2026-11-02T03:00:00Z"), days);
+    const std::vector<RepoConfig> configs = {repo("app"), repo("web")};
+    auto cells = Aggregator::heatmap(3, at("2026-11-02T03:00:00Z"), days, configs, commitsOf(days),
+                                     Identity::everyone());
     EXPECT_EQ(cells, (std::vector<DayBreakdown>{{"2026-10-30", "Fri", 0, 0, 0},
                                                 {"2026-10-31", "Sat", 0, 0, 0},
                                                 {"2026-11-01", "Sun", 2, 2, 60}}));
-    EXPECT_TRUE(Aggregator::heatmap(0, at("2026-11-02T03:00:00Z"), days).empty());
+    EXPECT_TRUE(
+        Aggregator::heatmap(0, at("2026-11-02T03:00:00Z"), days, configs, {}, Identity::everyone())
+            .empty());
 }
 
 TEST(Aggregator, AlignmentOverviewClassifiesTrackedRepositories) {
@@ -406,7 +439,8 @@ TEST(Aggregator, InsightsCountWorkedProjectsAndPeriodsEndNow) {
     commits[1].isLocalOnly = true;
     std::vector<WorkSession> sessions = {session("web", "2026-11-21T12:00:00Z", 400)};
     auto [start, end] = Aggregator::bounds(InsightsPeriod::today, now);
-    EXPECT_EQ(Aggregator::insights(start, end, "Today", configs, snapshots, commits, sessions),
+    EXPECT_EQ(Aggregator::insights(start, end, "Today", configs, snapshots, commits, sessions,
+                                   Identity::everyone()),
               (ActivityInsights{"Today", 2, 1, 1, 2, 3, 1, 400}));
 }
 
@@ -424,6 +458,56 @@ TEST(Aggregator, RecordsPrintFieldNamesAndLeaveOutAbsentDates) {
     row.syncStatus = SyncState::Status::diverged;
     EXPECT_EQ(toJson(row)["syncStatus"], "diverged");
     EXPECT_FALSE(toJson(WeeklySummary{}).contains("mostActive"));
+}
+
+// Whose a commit is: the repositories' user.email in any case, the addresses and
+// names the person added, and nobody's in particular while none is known.
+TEST(Aggregator, CountsThePersonsOwnCommitsOnceAndColleaguesAsPulledIn) {
+    auto by = [](const char* repoID, const char* sha, const char* name, const char* email) {
+        CommitRecord record = commit(repoID, "2026-11-21T10:00:00Z");
+        record.sha = sha;
+        record.authorName = name;
+        record.authorEmail = email;
+        return record;
+    };
+    std::vector<CommitRecord> commits = {
+        by("app", "a1", "Me", "ME@work.example"),
+        by("app", "a1", "Me", "me@work.example"),
+        by("app", "a2", "Me at home", "me@home.example"),
+        by("app", "a3", "Ann", "ann@x.example"),
+        by("web", "a1", "Bo", "bo@x.example"),  // the same object name in another repository
+        by("web", "w2", "Me", "me@work.example")};
+    AppConfig config;
+    config.repositories = {repo("app"), repo("web")};
+    RepoSnapshot app = snap("app");
+    app.userEmails = {" me@work.example "};
+    RepoSnapshot untracked = snap("elsewhere");
+    untracked.userEmails = {"ann@x.example"};
+    const Aggregator::DateRange day = Aggregator::dayRange(at("2026-11-21T12:00:00Z"));
+
+    Aggregator::CountedCommits mine =
+        Aggregator::countedCommits(commits, day, Identity::of(config, {app, untracked}));
+    EXPECT_EQ(mine.count("app"), 1) << "a1 read twice is one commit";
+    EXPECT_EQ(mine.pulledInCount("app"), 2);
+    EXPECT_EQ(mine.count("web"), 1);
+    EXPECT_EQ(mine.pulledInCount("web"), 1);
+
+    config.identities = {"Me at home", "BO@X.EXAMPLE"};
+    mine = Aggregator::countedCommits(commits, day, Identity::of(config, {app}));
+    EXPECT_EQ(mine.count("app"), 2);
+    EXPECT_EQ(mine.count("web"), 2);
+
+    config.countOnlyMyCommits = false;
+    EXPECT_EQ(Aggregator::countedCommits(commits, day, Identity::of(config, {app})).count("app"),
+              3);
+    config.countOnlyMyCommits = true;
+    config.identities.clear();
+    EXPECT_EQ(Aggregator::countedCommits(commits, day, Identity::of(config, {})).count("app"), 3)
+        << "with no address known, every commit is the person's";
+    EXPECT_EQ(Aggregator::countedCommits(commits, Aggregator::dayRange(at("2026-11-22T12:00:00Z")),
+                                         Identity::everyone())
+                  .count("app"),
+              0);
 }
 
 }  // namespace

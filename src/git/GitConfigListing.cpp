@@ -53,7 +53,7 @@ std::vector<std::string> GitConfigListing::query() {
             "-z",
             "--get-regexp",
             "^(core\\.repositoryformatversion|core\\.quotepath|extensions\\.worktreeconfig|"
-            "remote\\.origin\\.url|filter\\..*|url\\..*\\.insteadof|include\\.path|"
+            "remote\\.origin\\.url|filter\\..*|url\\..*\\.insteadof|include\\.path|user\\.email|"
             "includeif\\..*\\.path)$"};
 }
 
@@ -136,6 +136,20 @@ std::optional<std::string> GitConfigListing::originURL() const {
     std::string trimmed(Text::trim(rewritten));
     if (trimmed.empty()) return std::nullopt;
     return trimmed;
+}
+
+std::vector<std::string> GitConfigListing::userEmails() const {
+    // Line by line, as `git config --get-all user.email` prints them, so both readings
+    // of a value that holds a line end agree.
+    std::vector<std::string> emails;
+    for (const Entry& entry : entries) {
+        if (entry.key != "user.email" || !entry.value) continue;
+        for (std::string_view line : Text::nonEmptyLines(*entry.value)) {
+            std::string_view email = Text::trim(line);
+            if (!email.empty()) emails.emplace_back(email);
+        }
+    }
+    return emails;
 }
 
 bool GitConfigListing::quotePath() const {

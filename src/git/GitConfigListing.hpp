@@ -34,6 +34,9 @@ struct GitConfigListing {
     // applied, trimmed; nothing when there is none or it is blank.
     std::optional<std::string> originURL() const;
 
+    // Every user.email value, in the order git read them.
+    std::vector<std::string> userEmails() const;
+
     // core.quotePath, true unless set false.
     bool quotePath() const;
 

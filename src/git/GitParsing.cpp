@@ -95,6 +95,8 @@ std::vector<CommitRecord> historyCommits(std::string_view logOutput, const std::
     for (const auto& f : nulRecords(logOutput, 8)) {
         std::string_view source = f[6];
         if (source.starts_with("refs/heads/")) source.remove_prefix(11);
+        // Reached only from a detached HEAD: on no branch.
+        if (source == "HEAD") source = {};
         std::string branch(source);
         if (auto record = commitFrom(f, f[7], repoID, branch))
             records.push_back(std::move(*record));

@@ -56,6 +56,16 @@ std::string shortRefName(std::string_view ref) {
     return std::string(ref);
 }
 
+// The addresses `git config --get-all user.email` printed, one a line, blanks left out.
+std::vector<std::string> userEmailsOf(std::string_view output) {
+    std::vector<std::string> emails;
+    for (std::string_view line : Text::nonEmptyLines(output)) {
+        std::string_view email = Text::trim(line);
+        if (!email.empty()) emails.emplace_back(email);
+    }
+    return emails;
+}
+
 RepoSnapshot failureSnapshot(std::string repoID, Date now, std::string error) {
     RepoSnapshot snapshot;
     snapshot.id = newUUID();
@@ -153,10 +163,19 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
         }
     }
 
-    ShellResult today = git(path, {"log", "--since=" + startOfDayArgument(now), "--pretty=%H"}, 20);
-    if (today.succeeded()) {
-        snapshot.commitsToday = static_cast<int>(Text::nonEmptyLines(today.stdOut).size());
+    snapshot.isDetachedHead = snapshot.branch.empty();
+    // The same commits the day's log reads, one name a line.
+    std::vector<std::string> today = {"log", "--branches"};
+    if (snapshot.isDetachedHead) today.emplace_back("HEAD");
+    today.insert(today.end(), {"--since=" + startOfDayArgument(now), "--pretty=%H"});
+    ShellResult todays = git(path, std::move(today), 20);
+    if (todays.succeeded()) {
+        snapshot.commitsToday = static_cast<int>(Text::nonEmptyLines(todays.stdOut).size());
     }
+
+    // Who commits here: git reads the addresses of every scope, none being no error.
+    ShellResult emails = git(path, {"config", "--get-all", "user.email"}, 15);
+    if (emails.succeeded()) snapshot.userEmails = userEmailsOf(emails.stdOut);
 
     ShellResult last = git(path, {"log", "-1", "-z", GitParsing::kLastCommitFormat}, 15);
     if (last.succeeded()) {
@@ -169,7 +188,6 @@ RepoSnapshot GitScanner::scan(const std::string& path, bool ignoreUntracked) con
         }
     }
 
-    snapshot.isDetachedHead = snapshot.branch.empty();
     return snapshot;
 }
 
@@ -177,7 +195,7 @@ RepoReading GitScanner::readLiterally(const std::string& path, bool ignoreUntrac
                                       const std::string& since) const {
     RepoReading reading;
     reading.snapshot = scan(path, ignoreUntracked);
-    reading.commits = logCommits(path, since, std::nullopt);
+    reading.commits = todaysCommits(path, since, reading.snapshot.isDetachedHead);
     return reading;
 }
 
@@ -208,6 +226,7 @@ RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
         memo.remoteURL = previous->remoteURL;
         memo.quotePath = previous->quotePath;
         memo.commonDir = previous->commonDir;
+        memo.userEmails = previous->userEmails;
     } else {
         struct timespec started {};
         ::clock_gettime(CLOCK_REALTIME, &started);
@@ -219,6 +238,7 @@ RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
         if (!listing) return readLiterally(path, ignoreUntracked, since);
         memo.filterDrivers = listing->repositoryFilterDrivers();
         memo.quotePath = listing->quotePath();
+        memo.userEmails = listing->userEmails();
         std::optional<std::string> localConfig = listing->localConfigFile(path);
         if (localConfig) memo.commonDir = fs::path(*localConfig).parent_path().string();
         memo.remoteURL = listing->originURL();
@@ -284,16 +304,15 @@ RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
     snapshot.files = GitParsing::fileCounts(listing, ignoreUntracked);
     snapshot.lastWorkingTreeChangeAt = newestChangeTime(listing, path, now);
     snapshot.isDetachedHead = snapshot.branch.empty();
+    snapshot.userEmails = memo.userEmails;
 
-    // The newest commit and today's: unchanged while HEAD and the day are.
+    // The newest commit: unchanged while HEAD is.
     memo.headOid = parsed->oid;
-    bool reuse = configFresh && previous->headOid == memo.headOid && previous->since == since;
-    if (reuse) {
-        memo.commitsToday = previous->commitsToday;
+    bool headFresh = configFresh && previous->headOid == memo.headOid;
+    if (headFresh) {
         memo.lastCommitSha = previous->lastCommitSha;
         memo.lastCommitMessage = previous->lastCommitMessage;
         memo.lastCommitAt = previous->lastCommitAt;
-        memo.todaysCommits = previous->todaysCommits;
     } else if (memo.headOid != "(initial)") {
         ShellResult head =
             git(path, {"log", "-1", "-z", "--pretty=%H%x00%aI%x00%cI%x00%ct%x00%s"}, 15);
@@ -306,32 +325,27 @@ RepoReading GitScanner::read(const std::string& path, bool ignoreUntracked,
         memo.lastCommitSha = std::string(records[0][0]);
         memo.lastCommitAt = GitParsing::commitDate(records[0][1], records[0][2]);
         memo.lastCommitMessage = std::string(records[0][4]);
-        // log --since starts from HEAD and never walks past a commit older than the
-        // limit: when HEAD is, nothing is listed.
-        std::optional<Date> limit = DateHelpers::parseISO(since);
-        if (!limit || committed >= limit->time_since_epoch().count()) {
-            ShellResult log =
-                git(path, {"log", "-z", "--since=" + since, GitParsing::kCommitFormat}, 30);
-            if (!log.succeeded()) return readLiterally(path, ignoreUntracked, since);
-            memo.todaysCommits = GitParsing::commits(log.stdOut, repoID, "");
-            memo.commitsToday = static_cast<int>(memo.todaysCommits.size());
-        }
     }
-    snapshot.commitsToday = memo.commitsToday;
     snapshot.lastCommitSha = memo.lastCommitSha;
     snapshot.lastCommitMessage = memo.lastCommitMessage;
     snapshot.lastCommitAt = memo.lastCommitAt;
 
-    // Which of today's commits no remote holds: unchanged while the commits and the
-    // remote-tracking refs are.
+    // Today's commits on every local branch, and which of them no remote holds:
+    // unchanged while the day, HEAD and every branch and remote-tracking ref are.
     memo.refsFingerprint =
         memo.commonDir.empty() ? std::string() : ScanMemo::refsFingerprintOf(memo.commonDir);
-    bool marksFresh =
-        reuse && !memo.refsFingerprint.empty() && previous->refsFingerprint == memo.refsFingerprint;
-    if (!marksFresh) {
-        for (CommitRecord& commit : memo.todaysCommits) commit.isLocalOnly = false;
+    bool todayFresh = headFresh && previous->since == since && !memo.refsFingerprint.empty() &&
+                      previous->refsFingerprint == memo.refsFingerprint;
+    if (todayFresh) {
+        memo.todaysCommits = previous->todaysCommits;
+    } else {
+        ShellResult log = git(path, todaysLog(since, snapshot.isDetachedHead), 30);
+        if (!log.succeeded()) return readLiterally(path, ignoreUntracked, since);
+        memo.todaysCommits = GitParsing::historyCommits(log.stdOut, repoID);
         markUnpushed(path, since, memo.todaysCommits);
     }
+    memo.commitsToday = static_cast<int>(memo.todaysCommits.size());
+    snapshot.commitsToday = memo.commitsToday;
     reading.commits = memo.todaysCommits;
     reading.memo = std::move(memo);
     return reading;
@@ -386,6 +400,31 @@ std::vector<CommitRecord> GitScanner::logCommits(const std::string& path,
     if (!log.succeeded()) return {};
 
     std::vector<CommitRecord> records = GitParsing::commits(log.stdOut, repoID, branchName);
+    if (records.empty() || records.size() > kMaxContainsChecks) return records;
+    for (CommitRecord& record : records) {
+        ShellResult contains = git(path, {"branch", "-r", "--contains", record.sha}, 10);
+        if (contains.succeeded()) record.isLocalOnly = Text::trim(contains.stdOut).empty();
+    }
+    return records;
+}
+
+std::vector<std::string> GitScanner::todaysLog(const std::string& since, bool detached) {
+    // Every local branch, and HEAD too when it is on none: a commit counts from
+    // whichever branch it was made on. Each is listed once, with the branch it was
+    // first reached from.
+    std::vector<std::string> arguments = {"log", "-z", "--branches"};
+    if (detached) arguments.emplace_back("HEAD");
+    arguments.insert(arguments.end(), {"--source", "--since=" + since, GitParsing::kHistoryFormat});
+    return arguments;
+}
+
+std::vector<CommitRecord> GitScanner::todaysCommits(const std::string& path,
+                                                    const std::string& sinceArg,
+                                                    bool detached) const {
+    ShellResult log = git(path, todaysLog(sinceArg, detached), 30);
+    if (!log.succeeded()) return {};
+    std::vector<CommitRecord> records =
+        GitParsing::historyCommits(log.stdOut, PathHelpers::canonicalPath(path));
     if (records.empty() || records.size() > kMaxContainsChecks) return records;
     for (CommitRecord& record : records) {
         ShellResult contains = git(path, {"branch", "-r", "--contains", record.sha}, 10);

@@ -62,6 +62,13 @@ public:
     std::vector<CommitRecord> logCommits(const std::string& path, const std::string& sinceArg,
                                          const std::optional<std::string>& branch) const;
 
+    // The day's commits as every scan records them, read the literal way: every
+    // commit since `sinceArg` on any local branch (and on HEAD when `detached`),
+    // newest first, each with the branch it was first reached from, and with 1 to
+    // 50 of them each checked against the remote-tracking branches.
+    std::vector<CommitRecord> todaysCommits(const std::string& path, const std::string& sinceArg,
+                                            bool detached) const;
+
     // Every commit on a local branch since `sinceArg`, newest first, each with the
     // branch it was first reached from; no remote containment is checked.
     std::vector<CommitRecord> historyCommits(const std::string& path,
@@ -81,6 +88,8 @@ public:
     static constexpr size_t kMaxContainsChecks = 50;
 
 private:
+    // The log of the day's commits on every local branch, in kHistoryFormat.
+    static std::vector<std::string> todaysLog(const std::string& since, bool detached);
     ShellResult git(const std::string& path, std::vector<std::string> arguments,
                     double timeout) const;
     ShellResult run(ProcessRequest request) const;

@@ -81,7 +81,7 @@ TEST_F(GitScannerTest, EveryChildIsAReadOnlyGitThatCannotPromptOrLock) {
 
     EXPECT_EQ(snapshot.lastCommitSha, kSha);
     std::vector<ProcessRequest> requests = runner.requests();
-    ASSERT_EQ(requests.size(), 9u);
+    ASSERT_EQ(requests.size(), 10u);
     for (const ProcessRequest& request : requests) {
         EXPECT_EQ(request.executable, "/usr/bin/git");
         EXPECT_EQ(request.cwd, "/work/app");
@@ -91,7 +91,7 @@ TEST_F(GitScannerTest, EveryChildIsAReadOnlyGitThatCannotPromptOrLock) {
     }
     EXPECT_THAT(runner.commandLines(),
                 Contains("status --porcelain=v1 --untracked-files=no --ignore-submodules=dirty"));
-    EXPECT_THAT(runner.commandLines(), Contains("log --since=2026-11-21T00:00:00Z --pretty=%H"));
+    EXPECT_THAT(runner.commandLines(), Contains("log --branches --since=2026-11-21T00:00:00Z --pretty=%H"));
 }
 
 TEST_F(GitScannerTest, AFailedBranchReadCountsAsDetachedAndSkipsNothingElse) {
@@ -102,7 +102,7 @@ TEST_F(GitScannerTest, AFailedBranchReadCountsAsDetachedAndSkipsNothingElse) {
     EXPECT_EQ(snapshot.branch, "");
     EXPECT_TRUE(snapshot.isDetachedHead);
     EXPECT_FALSE(snapshot.error.has_value());
-    EXPECT_EQ(runner.requests().size(), 9u);
+    EXPECT_EQ(runner.requests().size(), 10u);
 }
 
 TEST_F(GitScannerTest, TheWorkTreeCheckAloneEndsAScanWithAnErrorText) {

@@ -42,6 +42,7 @@ void fromJson(const Json& json, RepoSnapshot& out, const std::string& path) {
     out.lastWorkingTreeChangeAt = reader.optional<Date>("lastWorkingTreeChangeAt");
     out.isDetachedHead = reader.required<bool>("isDetachedHead");
     out.error = reader.optional<std::string>("error");
+    out.userEmails = reader.orDefault<std::vector<std::string>>("userEmails", {});
 }
 
 Json toJson(const RepoSnapshot& snapshot) {
@@ -61,6 +62,7 @@ Json toJson(const RepoSnapshot& snapshot) {
     putIfPresent(json, "lastCommitAt", snapshot.lastCommitAt);
     putIfPresent(json, "lastWorkingTreeChangeAt", snapshot.lastWorkingTreeChangeAt);
     putIfPresent(json, "error", snapshot.error);
+    if (!snapshot.userEmails.empty()) json["userEmails"] = toJson(snapshot.userEmails);
     return json;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "base/DateHelpers.hpp"
 #include "persistence/JsonCodec.hpp"
@@ -43,6 +44,9 @@ struct RepoSnapshot {
     std::optional<Date> lastWorkingTreeChangeAt;
     bool isDetachedHead = false;
     std::optional<std::string> error;  // set only when the repository could not be read
+    // Every user.email the repository's configuration gives, from any scope, in the
+    // order git reads them: the addresses its owner commits as.
+    std::vector<std::string> userEmails;
 
     // Nothing dirty, nothing to push or pull, and no error.
     bool isSynced() const {

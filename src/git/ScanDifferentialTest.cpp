@@ -50,7 +50,8 @@ protected:
                                          memo == memos_.end() ? nullptr : &memo->second);
         int children = runner_.started;
         RepoSnapshot literal = scanner_.scan(path, ignoreUntracked);
-        std::vector<CommitRecord> commits = scanner_.logCommits(path, since_, std::nullopt);
+        std::vector<CommitRecord> commits =
+            scanner_.todaysCommits(path, since_, literal.isDetachedHead);
         // Only these two differ by nature: a new id and the moment of each reading.
         literal.id = fast.snapshot.id;
         literal.capturedAt = fast.snapshot.capturedAt;
@@ -82,7 +83,7 @@ TEST_F(ScanDifferentialTest, EveryWorkTreeStateReadsAsTheLiteralCommandsReadIt) 
     repo.commitFile("c.txt", "c\n", "third", daysAgo(2));
 
     // A repository seen for the first time, then again with nothing changed.
-    EXPECT_LE(readBoth(repo), 3);
+    EXPECT_LE(readBoth(repo), 4);
     EXPECT_EQ(readBoth(repo), 1);
 
     // Every kind of change, with names git quotes in every way it does.
@@ -100,9 +101,12 @@ TEST_F(ScanDifferentialTest, EveryWorkTreeStateReadsAsTheLiteralCommandsReadIt) 
     EXPECT_EQ(readBoth(repo, true), 1);
 
     // How paths are quoted follows core.quotePath, which the scan must notice. A
-    // changed configuration can change how log prints too, so HEAD is read again.
+    // changed configuration can change how log prints too, so the logs are read again.
     repo.git({"config", "core.quotePath", "false"});
-    EXPECT_EQ(readBoth(repo), 3);
+    EXPECT_EQ(readBoth(repo), 4);
+    // Whoever the repository says its owner commits as, besides the user's own address.
+    repo.git({"config", "--add", "user.email", "me@work.example"});
+    readBoth(repo);
 
     repo.git({"add", "-A"});
     repo.git({"commit", "-q", "-m", "everything"});
@@ -142,7 +146,8 @@ TEST_F(ScanDifferentialTest, StandingAgainstAnUpstreamIncludingAGoneOne) {
     seed.git({"push", "-q", "origin", "main"});
     clone.git({"fetch", "-q"});
     clone.commitFile("c.txt", "c\n", "local work", daysAgo(4));
-    EXPECT_EQ(readBoth(clone), 2) << "diverged";  // status, and the log for the new HEAD
+    // Status, and the logs of the new HEAD and of the day the moved refs may change.
+    EXPECT_EQ(readBoth(clone), 3) << "diverged";
 
     // The upstream's ref deleted: configured, but nothing to compare with.
     clone.git({"update-ref", "-d", "refs/remotes/origin/main"});
@@ -152,7 +157,7 @@ TEST_F(ScanDifferentialTest, StandingAgainstAnUpstreamIncludingAGoneOne) {
     readBoth(clone);
 
     TestRepo empty(dir_ / "empty");
-    EXPECT_LE(readBoth(empty), 2);
+    EXPECT_LE(readBoth(empty), 3);
     EXPECT_EQ(readBoth(empty), 1);
 }
 
@@ -172,7 +177,7 @@ TEST_F(ScanDifferentialTest, WhatHappensBetweenTwoScansIsSeen) {
 
     // Pushed: HEAD stays where it was, the remote-tracking ref moves.
     repo.git({"push", "-q", "origin", "main"});
-    EXPECT_EQ(readBoth(repo), 2);
+    EXPECT_EQ(readBoth(repo), 3);
     EXPECT_FALSE(memos_.begin()->second.todaysCommits[0].isLocalOnly);
 
     // Amended, so the pushed commit is replaced by a local one.
@@ -180,11 +185,25 @@ TEST_F(ScanDifferentialTest, WhatHappensBetweenTwoScansIsSeen) {
     repo.git({"commit", "-q", "-a", "--amend", "-m", "today's work, amended"});
     readBoth(repo);
 
-    // Another branch, and back.
+    // Another branch, a commit there, and back: it stays one of today's commits.
     repo.git({"checkout", "-q", "-b", "topic", "HEAD~1"});
     readBoth(repo);
+    repo.commitFile("t.txt", "t\n", "work on the side");
     repo.git({"checkout", "-q", "main"});
     readBoth(repo);
+    const std::vector<CommitRecord>& today = memos_.begin()->second.todaysCommits;
+    ASSERT_EQ(today.size(), 2u);
+    auto side = std::find_if(today.begin(), today.end(), [](const CommitRecord& commit) {
+        return commit.message == "work on the side";
+    });
+    ASSERT_NE(side, today.end());
+    EXPECT_EQ(side->branch, "topic");
+    // On a detached HEAD, what is made there counts too.
+    repo.git({"checkout", "-q", "--detach"});
+    repo.commitFile("d.txt", "d\n", "detached work");
+    readBoth(repo);
+    EXPECT_EQ(memos_.begin()->second.todaysCommits.size(), 3u);
+    repo.git({"checkout", "-q", "main"});
 
     // A new day: yesterday's commits are no longer today's.
     clock_.advance(24h);

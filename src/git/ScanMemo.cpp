@@ -78,7 +78,7 @@ std::string ScanMemo::refsFingerprintOf(const std::string& commonDir) {
     unsigned long long hash = 14695981039346656037ULL;
     fs::path dir(commonDir);
     for (const char* name :
-         {"refs/remotes", "refs/replace", "packed-refs", "shallow", "info/grafts"}) {
+         {"refs/heads", "refs/remotes", "refs/replace", "packed-refs", "shallow", "info/grafts"}) {
         mixTree(hash, dir, name);
     }
     return fmt::format("{:016x}", hash);
@@ -131,6 +131,7 @@ void fromJson(const Json& json, ScanMemo& out, const std::string& path) {
     out.remoteURL = reader.optional<std::string>("remoteURL");
     if (out.remoteURL) out.remoteURL = RemoteURL::withoutCredentials(*out.remoteURL);
     out.quotePath = reader.required<bool>("quotePath");
+    out.userEmails = reader.orDefault<std::vector<std::string>>("userEmails", {});
     out.headOid = reader.required<std::string>("headOid");
     out.since = reader.required<std::string>("since");
     out.commitsToday = reader.required<int>("commitsToday");
@@ -139,6 +140,9 @@ void fromJson(const Json& json, ScanMemo& out, const std::string& path) {
     out.lastCommitAt = reader.optional<Date>("lastCommitAt");
     out.todaysCommits = reader.required<std::vector<CommitRecord>>("todaysCommits");
     out.refsFingerprint = reader.required<std::string>("refsFingerprint");
+    // A memo written before the addresses were read never asked for them: its
+    // configuration is read again rather than taken to have none.
+    if (!json.contains("userEmails")) out.configFiles.clear();
 }
 
 Json toJson(const ScanMemo& memo) {
@@ -147,6 +151,7 @@ Json toJson(const ScanMemo& memo) {
               {"commonDir", memo.commonDir},
               {"filterDrivers", toJson(memo.filterDrivers)},
               {"quotePath", memo.quotePath},
+              {"userEmails", toJson(memo.userEmails)},
               {"headOid", memo.headOid},
               {"since", memo.since},
               {"commitsToday", memo.commitsToday},

@@ -32,8 +32,10 @@ struct ScanMemo {
     std::vector<std::string> filterDrivers;
     std::optional<std::string> remoteURL;
     bool quotePath = true;
+    std::vector<std::string> userEmails;
 
-    // HEAD and the day: what today's commits and the newest commit depend on.
+    // HEAD: what the newest commit depends on; with the day and the refs below, what
+    // today's commits depend on.
     std::string headOid;
     std::string since;
     int commitsToday = 0;
@@ -42,8 +44,8 @@ struct ScanMemo {
     std::optional<Date> lastCommitAt;
     std::vector<CommitRecord> todaysCommits;
 
-    // The remote-tracking, replacement and shallow state today's unpushed marks
-    // depend on, as one fingerprint.
+    // The branches, remote-tracking, replacement and shallow state today's commits
+    // and their unpushed marks depend on, as one fingerprint.
     std::string refsFingerprint;
 
     bool operator==(const ScanMemo&) const = default;
@@ -52,8 +54,8 @@ struct ScanMemo {
     static std::vector<FileStamp> stamp(const std::vector<std::string>& paths);
 
     // A fingerprint of the refs and files under `commonDir` that decide which
-    // commits a remote holds: refs/remotes, refs/replace, packed-refs, shallow and
-    // info/grafts. Read without following links or opening any file.
+    // commits the branches hold and which a remote holds: refs/heads, refs/remotes,
+    // refs/replace, packed-refs, shallow and info/grafts. Read without following links or opening any file.
     static std::string refsFingerprintOf(const std::string& commonDir);
 
     // The user's and the system's configuration files, which apply to every
