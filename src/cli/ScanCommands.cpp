@@ -13,11 +13,11 @@
 #include <fmt/ranges.h>
 
 #include "app/AppEnvironment.hpp"
-#include "cli/CommandSupport.hpp"
-#include "cli/Style.hpp"
 #include "app/Enrollment.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "git/GitCommand.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
@@ -157,6 +157,7 @@ int status(CommandContext& context, bool json) {
         context.out << JsonCodec::pretty(array);
         return 0;
     }
+    printAsOf(context.out, config, store, context.clock.now());
     if (active.empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -193,6 +194,7 @@ int commits(CommandContext& context, const CommitsOptions& options) {
         context.out << JsonCodec::pretty(toJson(found));
         return 0;
     }
+    printAsOf(context.out, config, store, context.clock.now());
     if (found.empty()) {
         context.out << "No commits are stored yet. They are recorded by: quorvane scan\n";
         return 0;

@@ -319,6 +319,7 @@ int today(CommandContext& context, bool json, bool scanFirst) {
     View view(context);
     if (!view.readable) return 1;
     if (!json) {
+        printAsOf(context.out, view.config, view.store, view.now);
         for (const std::string& id : enrolled)
             context.out << fmt::format("newly tracked: {}\n", Text::visible(id));
     }
@@ -390,6 +391,7 @@ int sessions(CommandContext& context, const SessionsOptions& options) {
         context.out << JsonCodec::pretty(toJson(found));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     std::string dayKey = DateHelpers::dateKey(day);
     if (found.empty()) {
         context.out << fmt::format(
@@ -426,6 +428,7 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
         context.out << JsonCodec::pretty(toJson(summary));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -479,6 +482,7 @@ int heatmap(CommandContext& context, int days, bool json) {
         context.out << JsonCodec::pretty(toJson(cells));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -509,6 +513,7 @@ int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) 
         context.out << JsonCodec::pretty(toJson(rows));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -550,6 +555,7 @@ int insights(CommandContext& context, InsightsPeriod period, bool json) {
         context.out << JsonCodec::pretty(toJson(counts));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;
