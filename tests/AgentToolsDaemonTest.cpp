@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "github/SyncStateEngine.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"
@@ -68,6 +69,12 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
     ASSERT_EQ(testing::runQuorvane(dataDir(), {"config", "set", "agent.permissionLevel", "safeGit"})
                   .exitCode,
               0);
+    // No sync beside the agent: what the standing against GitHub shows after the
+    // push comes from the push alone.
+    ASSERT_EQ(
+        testing::runQuorvane(dataDir(), {"config", "set", "sync.syncOnStart", "false"}).exitCode,
+        0);
+    const std::string appID = std::filesystem::canonical(app.path()).string();
     {
         SystemClock clock;
         Store store(dataDir(), clock);
@@ -84,7 +91,25 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
         remote.name = "site";
         remote.fullName = "octocat/site";
         remote.defaultBranch = "main";
-        store.replaceRemoteRepos("acct", {remote});
+        RemoteRepository appRemote = remote;
+        appRemote.id = "acct:octocat/app";
+        appRemote.name = "app";
+        appRemote.fullName = "octocat/app";
+        store.replaceRemoteRepos("acct", {remote, appRemote});
+        // As the last sync left app: linked, and one commit to push.
+        RepositoryMapping link;
+        link.id = appID;
+        link.localRepoID = appID;
+        link.remoteRepoID = appRemote.id;
+        link.accountID = "acct";
+        link.kind = RepositoryMapping::Kind::mapped;
+        link.confidence = 1.0;
+        link.confirmedByUser = true;
+        store.replaceMappings({link});
+        SyncState standing =
+            SyncStateEngine::compute(appID, store.snapshot(appID), link, appRemote, clock.now());
+        ASSERT_EQ(standing.status, SyncState::Status::needsPush);
+        store.replaceSyncStates({standing});
         ASSERT_TRUE(store.flush());
     }
     testing::BackgroundProcess daemon(QUORVANE_BINARY, {"daemon", "--data-dir", dataDir().string()},
@@ -115,11 +140,21 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
     }
     EXPECT_TRUE(shown) << "the inventory shows the confirmed link";
 
-    const std::string appID = std::filesystem::canonical(app.path()).string();
     Json pushed = approvedCall(agent, "git_push", {{"repoId", appID}});
     ASSERT_EQ(pushed["ok"], true) << pushed;
     EXPECT_EQ(pushed["result"]["action"], "push");
     EXPECT_EQ(origin.gitLine({"rev-parse", "main"}), unpushed) << "the remote has the commit";
+    // The standing follows the push at once, before any sync reads GitHub again.
+    {
+        SystemClock clock;
+        Store store(dataDir(), clock, Store::Access::readOnly);
+        store.load();
+        std::optional<SyncState> standing = store.syncState(appID);
+        ASSERT_TRUE(standing.has_value());
+        EXPECT_EQ(standing->status, SyncState::Status::synced);
+        EXPECT_EQ(standing->localAhead, 0);
+        EXPECT_EQ(standing->lastLocalCommitSha, unpushed);
+    }
 
     for (const char* branch : {"terraform", "clean"}) {
         app.git({"branch", branch});

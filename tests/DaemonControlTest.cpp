@@ -108,6 +108,12 @@ TEST_F(DaemonControlTest, EveryWritingCommandRunsInTheDaemonAndItActsOnItAtOnce)
     // The scan the daemon ran enrolled lib from the scan folder just added.
     EXPECT_THAT(scanned.stdOut, HasSubstr("newly tracked: "));
     EXPECT_THAT(scanned.stdOut, HasSubstr("lib"));
+    // today beside the daemon has it scan first: a commit made a moment ago counts.
+    const int before = read({"today", "--json"}).at("totalCommits");
+    lib.commitFile("lib.c", "v2", "second");
+    ShellResult today = quorvane({"today"});
+    EXPECT_THAT(today.stdOut, HasSubstr(std::to_string(before + 1) + " commits"));
+    EXPECT_THAT(today.stdOut + today.stdErr, Not(HasSubstr("as of")));
     EXPECT_EQ(quorvane({"folders", "remove", codeDir().string()}).exitCode, 0);
     ShellResult noted = quorvane({"journal", "--notes", "reviewed the parser"});
     EXPECT_EQ(noted.exitCode, 0) << noted.stdErr;

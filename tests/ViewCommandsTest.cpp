@@ -5,6 +5,7 @@
 #include <ctime>
 #include <map>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,6 +21,7 @@ namespace quorvane {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 using testing::TestRepo;
 using namespace std::chrono_literals;
 
@@ -192,6 +194,52 @@ TEST_F(ViewCommandsTest, ViewsReadBesideAWriterAndRefuseBadUsage) {
     EXPECT_EQ(quorvane({"sessions", "--repo", "/not/tracked"}).exitCode, 1);
     EXPECT_THAT(testing::runQuorvane(dir_ / "empty", {"today"}).stdOut,
                 HasSubstr("No repositories are tracked yet"));
+}
+
+TEST_F(ViewCommandsTest, EveryViewSaysHowOldWhatItShowsIsOnceAMinuteHasPassed) {
+    EXPECT_THAT(quorvane({"today", "--no-scan"}).stdOut, Not(HasSubstr("as of")));
+    // The last scan, as if it had run two hours ago.
+    const Date then = SystemClock().now() - 2h;
+    {
+        SystemClock clock;
+        Store store(dir_ / "data", clock);
+        store.load();
+        for (RepoSnapshot snapshot : store.snapshots()) {
+            snapshot.capturedAt = then;
+            store.replaceSnapshot(snapshot);
+        }
+        ASSERT_TRUE(store.flush());
+    }
+    std::time_t t = then.time_since_epoch().count();
+    std::tm parts{};
+    localtime_r(&t, &parts);
+    std::array<char, 8> clockTime{};
+    std::strftime(clockTime.data(), clockTime.size(), "%H:%M", &parts);
+    // Scanned on another day, the day is named too.
+    const std::string asOf =
+        DateHelpers::dateKey(then) == DateHelpers::dateKey(now_)
+            ? fmt::format("as of {}\n", clockTime.data())
+            : fmt::format("as of {} {}\n", DateHelpers::dateKey(then), clockTime.data());
+    for (std::vector<std::string> view : {std::vector<std::string>{"today", "--no-scan"},
+                                          {"status"},
+                                          {"sessions"},
+                                          {"week"},
+                                          {"heatmap"},
+                                          {"ranking"},
+                                          {"insights"},
+                                          {"commits"},
+                                          {"alignment"}}) {
+        ShellResult shown = quorvane(view);
+        EXPECT_EQ(shown.exitCode, 0) << view[0] << ": " << shown.stdErr;
+        EXPECT_TRUE(shown.stdOut.starts_with(asOf)) << view[0] << ":\n" << shown.stdOut;
+    }
+    // A report's text stays the day's record; the note goes beside it.
+    ShellResult report = quorvane({"report", "daily"});
+    EXPECT_THAT(report.stdErr, HasSubstr(asOf));
+    EXPECT_THAT(report.stdOut, Not(HasSubstr("as of")));
+    // JSON carries the data alone, and a scan makes it fresh again.
+    EXPECT_EQ(json({"today", "--no-scan"})["totalCommits"], 1);
+    EXPECT_THAT(quorvane({"today"}).stdOut, Not(HasSubstr("as of")));
 }
 
 TEST_F(ViewCommandsTest, TodayScansAFreshFolderButOnlyReadsBesideAWriter) {

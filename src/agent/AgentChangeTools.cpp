@@ -613,8 +613,9 @@ AgentResult AgentService::runGit(const Call& call) {
     AgentResult result = SafeGitRunner::run(action, repo->localPath, runner_);
     if (result.ok) {
         store_.markProposalApplied(outcome.proposal.id);
-        // The branch now stands differently against its remote; the next scan says so.
-        env_.requestScan();
+        // The branch now stands differently against its remote: say so at once, not
+        // after the next scan and sync.
+        env_.repositoryChanged(repo->id);
         audit(call.tool, call.args, "ok", std::nullopt, outcome.proposal.id);
         return result;
     }

@@ -20,8 +20,10 @@ public:
     virtual AppConfig currentConfig() = 0;
     // A full local scan; the ids of the repositories it newly tracked.
     virtual std::vector<std::string> rescanNow() = 0;
-    // Asks for a scan soon, without waiting for it: after git changed a repository.
-    virtual void requestScan() = 0;
+    // After git changed the repository `repoID` on the person's approval: it is read
+    // again, and how it stands against its remote worked out anew, before this
+    // returns, so what the agent and the views read next follows the change.
+    virtual void repositoryChanged(const std::string& repoID) = 0;
     // A GitHub sync.
     virtual RemoteSyncSummary syncNow(bool includeLocalScan) = 0;
     // Changes the configuration, saves it and lets the running service follow it.

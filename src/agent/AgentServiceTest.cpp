@@ -27,7 +27,7 @@ public:
     LicensedAccess(AgentEnvAccess& inner, bool grants) : inner_(inner), grants_(grants) {}
     AppConfig currentConfig() override { return inner_.currentConfig(); }
     std::vector<std::string> rescanNow() override { return inner_.rescanNow(); }
-    void requestScan() override { inner_.requestScan(); }
+    void repositoryChanged(const std::string& repoID) override { inner_.repositoryChanged(repoID); }
     RemoteSyncSummary syncNow(bool includeLocalScan) override {
         return inner_.syncNow(includeLocalScan);
     }

@@ -23,7 +23,7 @@ public:
 
     AppConfig currentConfig() override { return env_.config(); }
     std::vector<std::string> rescanNow() override { return env_.rescanNowOnMain(); }
-    void requestScan() override { env_.requestScan(); }
+    void repositoryChanged(const std::string& repoID) override { env_.refreshAfterGit(repoID); }
     RemoteSyncSummary syncNow(bool includeLocalScan) override {
         return env_.syncNow(includeLocalScan);
     }

@@ -29,6 +29,7 @@
 #include "platform/MeteredNetwork.hpp"
 #include "platform/Notifier.hpp"
 #include "platform/ProcessRunner.hpp"
+#include "reports/ReminderEngine.hpp"
 
 namespace quorvane {
 
@@ -174,6 +175,11 @@ public:
     // tracked repository is mapped to its remote. One account's failure is a line
     // in the summary, never the end of the cycle. Skipped while another runs.
     RemoteSyncSummary syncNow(bool includeLocalScan);
+    // After Quorvane ran git in the repository `repoID` (a push, pull or fetch the
+    // person approved): a scan, waited for, reads its new refs, and when a sync has
+    // placed it against a remote, its standing, branches and health are worked out
+    // again from the remote side the last sync stored, without asking GitHub.
+    void refreshAfterGit(const std::string& repoID);
     bool hasSyncableAccount() const;
     bool isSyncing() const;
 
@@ -285,6 +291,23 @@ private:
     void syncLoop(std::stop_token stop);
     // Called with syncLifecycle_ held.
     void stopPeriodicSync();
+    // One tracked repository against its remote side as stored: its standing and
+    // health, returned for the caller to store, and its branches on both sides,
+    // stored here.
+    struct Alignment {
+        SyncState state;
+        ProjectHealthSnapshot health;
+    };
+    Alignment alignRepository(const RepoConfig& repo, const std::optional<RepoSnapshot>& snapshot,
+                              const std::vector<RepositoryMapping>& mappings,
+                              const std::vector<RemoteRepository>& remotes, Date now);
+    // Stores what the reminders that follow the alignment become for `states`; the
+    // caller shows the change once the store is flushed.
+    ReminderEngine::Reconciliation storeAlignmentReminders(const AppConfig& config,
+                                                           const std::vector<SyncState>& states,
+                                                           Date now);
+    // Shows what storeAlignmentReminders changed, and keeps the open reminders' copy.
+    void showAlignmentReminders(const ReminderEngine::Reconciliation& reminders);
 
     const std::filesystem::path dataDir_;
     const Clock& clock_;

@@ -208,75 +208,115 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
                 break;
             }
         }
-        std::optional<RepositoryMapping> mapping;
-        for (const RepositoryMapping& m : mappings) {
-            if (m.localRepoID == repo.id) {
-                mapping = m;
-                break;
-            }
-        }
-        std::optional<RemoteRepository> remote;
-        if (mapping && mapping->remoteRepoID) {
-            for (const RemoteRepository& r : remotes) {
-                if (r.id == *mapping->remoteRepoID) {
-                    remote = r;
-                    break;
-                }
-            }
-        }
-        SyncState state = SyncStateEngine::compute(repo.id, snapshot, mapping, remote, now);
-        states.push_back(state);
-
-        std::vector<RemoteBranch> remoteBranches;
-        if (remote) {
-            for (const BranchRecord& branch : store_.branches(remote->id)) {
-                remoteBranches.push_back(
-                    {branch.name, branch.lastCommitSha, branch.lastCommitDate});
-            }
-        }
-        store_.replaceBranches(
-            repo.id, BranchIntelligence::branches(repo.id, scanner_.localBranches(repo.localPath),
-                                                  remoteBranches, now));
-
-        std::optional<Date> lastActivity;
-        auto later = [&lastActivity](std::optional<Date> date) {
-            if (date && (!lastActivity || *date > *lastActivity)) lastActivity = date;
-        };
-        if (snapshot) {
-            later(snapshot->lastCommitAt);
-            later(snapshot->lastWorkingTreeChangeAt);
-        }
-        for (const WorkSession& session : store_.sessions(repo.id, std::nullopt)) {
-            later(session.endedAt);
-        }
-        health.push_back(HealthScorer::score(snapshot, state, lastActivity, now));
+        Alignment alignment = alignRepository(repo, snapshot, mappings, remotes, now);
+        states.push_back(std::move(alignment.state));
+        health.push_back(std::move(alignment.health));
     }
     store_.replaceSyncStates(states);
     if (!health.empty()) store_.upsertHealth(health);
 
-    // The reminders that need the alignment: stored before they are shown.
-    ReminderEngine::Reconciliation reminders =
-        RemindersV2::reconcile(now, current.reminders, current.repositories, states,
-                               current.accounts, store_.reminders(true));
-    if (!reminders.resolve.empty()) store_.resolveReminders(reminders.resolve);
-    if (!reminders.emit.empty()) store_.upsertReminders(reminders.emit);
-
+    ReminderEngine::Reconciliation reminders = storeAlignmentReminders(current, states, now);
     if (!store_.flush()) noteSaveProblem(store_.flushProblem());
-    closeAll(reminders.resolve);
-    postAll(reminders.emit);
+    showAlignmentReminders(reminders);
     if (!updates.empty()) {
         changeConfig([&](AppConfig& config) {
             for (const GitHubAccount& account : updates) mirrorAccountToConfig(config, account);
         });
     }
-    std::vector<ReminderEvent> open = store_.reminders(true);
     {
         std::lock_guard lock(mutex_);
-        unresolvedReminders_ = std::move(open);
         lastScanAt_ = now;
     }
     startWatcher();
     return summary;
+}
+
+AppEnvironment::Alignment AppEnvironment::alignRepository(
+    const RepoConfig& repo, const std::optional<RepoSnapshot>& snapshot,
+    const std::vector<RepositoryMapping>& mappings, const std::vector<RemoteRepository>& remotes,
+    Date now) {
+    std::optional<RepositoryMapping> mapping;
+    for (const RepositoryMapping& m : mappings) {
+        if (m.localRepoID == repo.id) {
+            mapping = m;
+            break;
+        }
+    }
+    std::optional<RemoteRepository> remote;
+    if (mapping && mapping->remoteRepoID) {
+        for (const RemoteRepository& r : remotes) {
+            if (r.id == *mapping->remoteRepoID) {
+                remote = r;
+                break;
+            }
+        }
+    }
+    SyncState state = SyncStateEngine::compute(repo.id, snapshot, mapping, remote, now);
+
+    std::vector<RemoteBranch> remoteBranches;
+    if (remote) {
+        for (const BranchRecord& branch : store_.branches(remote->id)) {
+            remoteBranches.push_back({branch.name, branch.lastCommitSha, branch.lastCommitDate});
+        }
+    }
+    store_.replaceBranches(
+        repo.id, BranchIntelligence::branches(repo.id, scanner_.localBranches(repo.localPath),
+                                              remoteBranches, now));
+
+    std::optional<Date> lastActivity;
+    auto later = [&lastActivity](std::optional<Date> date) {
+        if (date && (!lastActivity || *date > *lastActivity)) lastActivity = date;
+    };
+    if (snapshot) {
+        later(snapshot->lastCommitAt);
+        later(snapshot->lastWorkingTreeChangeAt);
+    }
+    for (const WorkSession& session : store_.sessions(repo.id, std::nullopt)) {
+        later(session.endedAt);
+    }
+    ProjectHealthSnapshot health = HealthScorer::score(snapshot, state, lastActivity, now);
+    return {std::move(state), std::move(health)};
+}
+
+ReminderEngine::Reconciliation AppEnvironment::storeAlignmentReminders(
+    const AppConfig& config, const std::vector<SyncState>& states, Date now) {
+    // Stored before they are shown, so a notification that fails loses nothing.
+    ReminderEngine::Reconciliation reminders =
+        RemindersV2::reconcile(now, config.reminders, config.repositories, states, config.accounts,
+                               store_.reminders(true));
+    if (!reminders.resolve.empty()) store_.resolveReminders(reminders.resolve);
+    if (!reminders.emit.empty()) store_.upsertReminders(reminders.emit);
+    return reminders;
+}
+
+void AppEnvironment::showAlignmentReminders(const ReminderEngine::Reconciliation& reminders) {
+    closeAll(reminders.resolve);
+    postAll(reminders.emit);
+    std::vector<ReminderEvent> open = store_.reminders(true);
+    std::lock_guard lock(mutex_);
+    unresolvedReminders_ = std::move(open);
+}
+
+void AppEnvironment::refreshAfterGit(const std::string& repoID) {
+    rescanWhenFree();
+    // Only a repository a sync placed against its remote has a standing to correct;
+    // for any other the views work it out from the snapshot just read.
+    if (stopping_ || !store_.syncState(repoID)) return;
+    AppConfig current = config();
+    auto repo = std::find_if(current.repositories.begin(), current.repositories.end(),
+                             [&](const RepoConfig& r) { return r.id == repoID; });
+    if (repo == current.repositories.end()) return;
+    Date now = clock_.now();
+    Alignment alignment = alignRepository(*repo, store_.snapshot(repoID), store_.mappings(),
+                                          store_.remoteRepos(std::nullopt), now);
+    // This one repository's record alone: a sync that stores every record meanwhile
+    // loses none of the others.
+    store_.upsertSyncStates({alignment.state});
+    store_.upsertHealth({alignment.health});
+    ReminderEngine::Reconciliation reminders =
+        storeAlignmentReminders(current, store_.syncStates(), now);
+    if (!store_.flush()) noteSaveProblem(store_.flushProblem());
+    showAlignmentReminders(reminders);
 }
 
 void AppEnvironment::startPeriodicSync() {

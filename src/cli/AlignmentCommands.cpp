@@ -8,10 +8,10 @@
 #include <fmt/ranges.h>
 
 #include "app/AlignmentQueries.hpp"
-#include "cli/CommandSupport.hpp"
-#include "cli/Style.hpp"
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/Style.hpp"
 #include "git/Aggregator.hpp"
 #include "screens/AlignmentViewModels.hpp"
 
@@ -95,6 +95,7 @@ int alignment(CommandContext& context, bool json) {
         context.out << JsonCodec::pretty(GitAlignmentViewModel::toJson(view));
         return 0;
     }
+    printAsOf(context.out, reading.config, reading.store, context.clock.now());
     if (trackedRepos(reading.config).empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -187,6 +188,7 @@ int inventory(CommandContext& context, InventoryFilter filter, const std::string
         context.out << JsonCodec::pretty(array);
         return 0;
     }
+    printAsOf(context.out, reading.config, reading.store, context.clock.now());
     namespace V = GitHubInventoryViewModel;
     if (rows.empty()) {
         context.out << (reading.store.mappings().empty() ? V::kNoData : V::kNoMatch) << "\n";
@@ -224,6 +226,7 @@ int backlog(CommandContext& context, bool json) {
         context.out << JsonCodec::pretty(RepoBacklogViewModel::toJson(view));
         return 0;
     }
+    printAsOf(context.out, reading.config, reading.store, context.clock.now());
     namespace V = RepoBacklogViewModel;
     struct Group {
         std::string_view title;
@@ -282,6 +285,7 @@ int health(CommandContext& context, const std::optional<std::string>& repo, bool
         context.out << JsonCodec::pretty(array);
         return 0;
     }
+    printAsOf(context.out, reading.config, reading.store, context.clock.now());
     if (scores.empty()) {
         context.out << "No health score yet: it comes with a sync (quorvane sync).\n";
         return 0;
@@ -324,6 +328,7 @@ int branches(CommandContext& context, const std::optional<std::string>& repo, bo
         context.out << JsonCodec::pretty(array);
         return 0;
     }
+    printAsOf(context.out, reading.config, reading.store, context.clock.now());
     bool any = false;
     for (const RepoConfig* config : *repos) {
         std::vector<BranchRecord> records = branchRows(reading.store, config->id);

@@ -560,9 +560,10 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "Lists the repositories with commits or work sessions today, or with uncommitted\n"
         "changes, busiest first. Time is estimated from the changes scans notice; the\n"
         "counters on top cover every tracked repository. It scans first, enrolling new\n"
-        "repositories under the scan folders as 'quorvane scan' does, unless another\n"
-        "quorvane process such as the daemon is writing the data folder: then it shows\n"
-        "what that process last recorded.");
+        "repositories under the scan folders as 'quorvane scan' does; while the daemon\n"
+        "runs, the daemon scans and it waits for that scan, up to 30 seconds. Beside\n"
+        "another writing command, or when the daemon is late, it shows what is recorded.\n"
+        "Like every view it says \"as of HH:MM\" on top when that is over a minute old.");
     today->add_flag("--json", todayJson, "Print the day's summary as JSON");
     today->add_flag("--no-scan", todayNoScan, "Only show what is recorded; do not scan first");
     today->callback([&] {

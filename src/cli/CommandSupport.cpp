@@ -179,6 +179,25 @@ std::string localClockTime(Date date) {
     return fmt::format("{:02}:{:02}", parts.tm_hour, parts.tm_min);
 }
 
+std::string asOfNote(const AppConfig& config, const Store& store, Date now) {
+    std::optional<Date> latest;
+    for (const RepoConfig* repo : trackedRepos(config)) {
+        std::optional<RepoSnapshot> snapshot = store.snapshot(repo->id);
+        if (snapshot && (!latest || snapshot->capturedAt > *latest)) latest = snapshot->capturedAt;
+    }
+    // A scan takes a moment; within a minute the data is as fresh as a person reads it.
+    if (!latest || now - *latest <= std::chrono::minutes(1)) return "";
+    if (DateHelpers::dateKey(*latest) == DateHelpers::dateKey(now)) {
+        return "as of " + localClockTime(*latest);
+    }
+    return fmt::format("as of {} {}", DateHelpers::dateKey(*latest), localClockTime(*latest));
+}
+
+void printAsOf(std::ostream& out, const AppConfig& config, const Store& store, Date now) {
+    std::string note = asOfNote(config, store, now);
+    if (!note.empty()) out << note << '\n';
+}
+
 std::string describeChanges(const GitFileCounts& files) {
     if (files.total() == 0) return "clean";
     std::vector<std::string> parts;

@@ -38,8 +38,7 @@ class WriterAccess {
 public:
     // Nothing, with the reason on stderr, when another process is the writer. A
     // one-shot environment gets `notifier` for the reminders its scans raise.
-    static std::optional<WriterAccess> open(CommandContext& context,
-                                            Notifier* notifier = nullptr);
+    static std::optional<WriterAccess> open(CommandContext& context, Notifier* notifier = nullptr);
     WriterAccess(WriterAccess&&) noexcept;
     WriterAccess& operator=(WriterAccess&&) noexcept;
     ~WriterAccess();
@@ -119,6 +118,13 @@ std::string plural(int count, std::string_view noun);
 
 // "18:58" in local time.
 std::string localClockTime(Date date);
+
+// How old what the views show is: when the latest scan of a tracked repository
+// began over a minute before `now`, "as of 14:03", or "as of 2026-03-01 14:03" when
+// it was another day. Empty when it is fresher, or nothing tracked was scanned.
+std::string asOfNote(const AppConfig& config, const Store& store, Date now);
+// Prints the note as a line of its own, when there is one.
+void printAsOf(std::ostream& out, const AppConfig& config, const Store& store, Date now);
 
 std::string describeChanges(const GitFileCounts& files);
 std::string describeUpstream(const RepoSnapshot& snapshot);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <iosfwd>
 #include <optional>
@@ -21,8 +22,17 @@ public:
     // command's exit status.
     int run(const ControlProtocol::Request& request, std::ostream& out, std::ostream& err);
 
+    // As run, but waits no longer than `limit` for the command to end: nothing when
+    // it has not, and the caller goes on without it. The daemon still runs the
+    // command to its end.
+    std::optional<int> runWithin(const ControlProtocol::Request& request, std::ostream& out,
+                                 std::ostream& err, std::chrono::milliseconds limit);
+
 private:
     explicit ControlClient(Fd socket) : socket_(std::move(socket)) {}
+    std::optional<int> exchange(const ControlProtocol::Request& request, std::ostream& out,
+                                std::ostream& err,
+                                std::optional<std::chrono::steady_clock::time_point> deadline);
     Fd socket_;
 };
 

@@ -117,6 +117,14 @@ TEST_F(ControlServerTest, AClientThatLeavesOrMisbehavesCostsItsOwnCommandOnly) {
                                     ControlProtocol::encodeRequest(request({"slow"})), 1s));
     std::this_thread::sleep_for(100ms);
     killed.fd.reset();
+    // A client that waits only so long gives up while its command waits its turn,
+    // and says so; the command still runs when its turn comes.
+    {
+        std::ostringstream out, err;
+        std::optional<ControlClient> impatient = ControlClient::connect(dir_.path(), err);
+        ASSERT_TRUE(impatient.has_value());
+        EXPECT_EQ(impatient->runWithin(request({"quick"}), out, err, 200ms), std::nullopt);
+    }
     releaseFirst = true;
 
     // Half a request, then silence: dropped after the request limit, never run.
@@ -146,10 +154,10 @@ TEST_F(ControlServerTest, AClientThatLeavesOrMisbehavesCostsItsOwnCommandOnly) {
 
     Reply after = send(dir_.path(), request({"quick"}));
     EXPECT_EQ(after.status, 0) << after.err;
-    // slow, slow and quick; "never" never runs.
-    for (int i = 0; i < 100 && finished < 3; ++i) std::this_thread::sleep_for(20ms);
+    // slow, quick, slow and quick; "never" never runs.
+    for (int i = 0; i < 100 && finished < 4; ++i) std::this_thread::sleep_for(20ms);
     std::this_thread::sleep_for(limits.request);
-    EXPECT_EQ(finished, 3);
+    EXPECT_EQ(finished, 4);
     UnixSocket::Received stalledEnd = UnixSocket::receive(stalled.fd.get(), 4096, 5s);
     EXPECT_TRUE(stalledEnd.closed);
 }

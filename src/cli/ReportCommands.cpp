@@ -177,6 +177,9 @@ int report(CommandContext& context, const ReportOptions& options) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     if (!loadForReading(context, store)) return 1;
     Date now = context.clock.now();
+    // The report is the day's record, read again later and elsewhere: how old its
+    // data is goes beside it, for the person who asked for it now.
+    printAsOf(context.err, config, store, now);
     try {
         if (options.extended) return extendedDaily(context, options, config, store, now);
         return options.period == Period::daily ? daily(context, options, config, store, now)

@@ -158,6 +158,7 @@ int status(CommandContext& context, bool json) {
         context.out << JsonCodec::pretty(array);
         return 0;
     }
+    printAsOf(context.out, config, store, context.clock.now());
     if (active.empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -198,6 +199,7 @@ int commits(CommandContext& context, const CommitsOptions& options) {
         context.out << JsonCodec::pretty(toJson(found));
         return 0;
     }
+    printAsOf(context.out, config, store, context.clock.now());
     if (found.empty()) {
         context.out << "No commits are stored yet. They are recorded by: quorvane scan\n";
         return 0;

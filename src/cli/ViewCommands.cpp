@@ -7,6 +7,7 @@
 #include <map>
 #include <ostream>
 #include <span>
+#include <sstream>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -16,6 +17,7 @@
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Commands.hpp"
+#include "cli/ControlClient.hpp"
 #include "cli/Style.hpp"
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/Store.hpp"
@@ -143,6 +145,11 @@ bool anySnapshot(const View& view) {
                        });
 }
 
+// How long a view waits for the daemon's scan: one of many repositories, or one
+// queued behind another command, takes a while; past this the view shows what is
+// recorded rather than keep the person waiting.
+constexpr std::chrono::seconds kDaemonScanWait{30};
+
 constexpr const char* kNotScanned =
     "Nothing is recorded yet: the views show what scans store. Run: quorvane scan\n";
 
@@ -240,29 +247,79 @@ void printCalendars(std::ostream& out, const std::vector<DayBreakdown>& days, si
     out << " more\n";
 }
 
+// The ids of the repositories in config.json, tracked or not.
+std::vector<std::string> configuredIDs(const CommandContext& context) {
+    std::vector<std::string> ids;
+    try {
+        for (const RepoConfig& repo : configService(context).read().repositories) {
+            ids.push_back(repo.id);
+        }
+    } catch (const ConfigUnreadable&) {
+        // The view that follows reads it again and says why it cannot.
+    }
+    return ids;
+}
+
+// Has the daemon scan, over its control socket, and waits for that scan to end: one
+// that starts after this asks, so what was committed a moment ago is in it. The ids
+// it newly tracked.
+std::vector<std::string> scanInDaemon(CommandContext& context, ControlClient& daemon) {
+    std::vector<std::string> before = configuredIDs(context);
+    ControlProtocol::Request request;
+    request.arguments = {"scan", "--json"};
+    request.workingDirectory = "/";  // a scan names no path
+    if (context.progress) context.err << "scanning..." << std::flush;
+    // The snapshots it prints are what the view reads from the data folder anyway;
+    // what it says on stderr waits until the progress line is gone.
+    std::ostringstream printed, said;
+    std::optional<int> status = daemon.runWithin(request, printed, said, kDaemonScanWait);
+    if (context.progress) context.err << "\r\033[K" << std::flush;
+    context.err << said.str();
+    if (!status) {
+        context.err << fmt::format(
+            "quorvane: the daemon did not finish its scan within {} seconds; showing what it "
+            "last recorded, which may be stale\n",
+            kDaemonScanWait.count());
+        return {};
+    }
+    std::vector<std::string> added;
+    for (const std::string& id : configuredIDs(context)) {
+        if (std::find(before.begin(), before.end(), id) == before.end()) added.push_back(id);
+    }
+    return added;
+}
+
+// Has the data folder's writer scan before a view: this process when it can become
+// the writer, the daemon when it is. The ids the scan newly tracked.
+std::vector<std::string> scanBeforeView(CommandContext& context) {
+    LockAttempt attempt = DataFolderLock::acquire(context.dataDir);
+    if (!attempt.lock) {
+        // The daemon takes requests; a one-shot command that writes takes none, and
+        // then the view shows what is recorded, with its age once over a minute.
+        std::optional<ControlClient> daemon = ControlClient::connect(context.dataDir, context.err);
+        return daemon ? scanInDaemon(context, *daemon) : std::vector<std::string>{};
+    }
+    DesktopNotifier notifier;
+    AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
+    InterruptWatch interrupts([&env](int) { env.shutdown(); });
+    env.load();
+    if (context.progress) context.err << "scanning..." << std::flush;
+    std::vector<std::string> enrolled = env.rescanNowOnMain();
+    if (context.progress) context.err << "\r\033[K" << std::flush;
+    // The view that follows still shows what is on disk; the warning says it is stale.
+    reportFlush(context, env.saveProblem());
+    return enrolled;
+}
+
 }  // namespace
 
 int today(CommandContext& context, bool json, bool scanFirst) {
-    // A scan when the data folder is free; while the daemon writes it, what the
-    // daemon recorded is already fresh, and waiting for its lock would gain nothing.
     std::vector<std::string> enrolled;
-    if (scanFirst) {
-        LockAttempt attempt = DataFolderLock::acquire(context.dataDir);
-        if (attempt.lock) {
-            DesktopNotifier notifier;
-            AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
-            InterruptWatch interrupts([&env](int) { env.shutdown(); });
-            env.load();
-            if (context.progress) context.err << "scanning..." << std::flush;
-            enrolled = env.rescanNowOnMain();
-            if (context.progress) context.err << "\r\033[K" << std::flush;
-            // The view below still shows what is on disk; the warning says it is stale.
-            reportFlush(context, env.saveProblem());
-        }
-    }
+    if (scanFirst) enrolled = scanBeforeView(context);
     View view(context);
     if (!view.readable) return 1;
     if (!json) {
+        printAsOf(context.out, view.config, view.store, view.now);
         for (const std::string& id : enrolled)
             context.out << fmt::format("newly tracked: {}\n", Text::visible(id));
     }
@@ -339,6 +396,7 @@ int sessions(CommandContext& context, const SessionsOptions& options) {
         context.out << JsonCodec::pretty(toJson(found));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     std::string dayKey = DateHelpers::dateKey(day);
     if (found.empty()) {
         context.out << fmt::format(
@@ -375,6 +433,7 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
         context.out << JsonCodec::pretty(toJson(summary));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -428,6 +487,7 @@ int heatmap(CommandContext& context, int days, bool json) {
         context.out << JsonCodec::pretty(toJson(cells));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -458,6 +518,7 @@ int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) 
         context.out << JsonCodec::pretty(toJson(rows));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;
@@ -499,6 +560,7 @@ int insights(CommandContext& context, InsightsPeriod period, bool json) {
         context.out << JsonCodec::pretty(toJson(counts));
         return 0;
     }
+    printAsOf(context.out, view.config, view.store, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;

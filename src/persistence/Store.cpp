@@ -561,6 +561,12 @@ void Store::replaceSyncStates(const std::vector<SyncState>& states) {
     syncStates_.dirty = true;
 }
 
+void Store::upsertSyncStates(const std::vector<SyncState>& states) {
+    std::lock_guard lock(mutex_);
+    for (const SyncState& state : states) syncStates_.items.insert_or_assign(state.id, state);
+    if (!states.empty()) syncStates_.dirty = true;
+}
+
 std::vector<ProjectHealthSnapshot> Store::health(const std::optional<std::string>& repoID) const {
     std::lock_guard lock(mutex_);
     return valuesWhere(health_.items, [&](const ProjectHealthSnapshot& h) {

@@ -127,6 +127,8 @@ public:
     std::vector<SyncState> syncStates() const;
     std::optional<SyncState> syncState(const std::string& repoID) const;
     void replaceSyncStates(const std::vector<SyncState>& states);
+    // Replaces the states of these repositories alone, leaving the others as they are.
+    void upsertSyncStates(const std::vector<SyncState>& states);
 
     std::vector<ProjectHealthSnapshot> health(const std::optional<std::string>& repoID) const;
     void upsertHealth(const std::vector<ProjectHealthSnapshot>& records);
