@@ -394,6 +394,8 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     linkedStaysListed("before the next sync");
     ASSERT_EQ(run(data, {"sync"}).exitCode, 0);
     linkedStaysListed("after a sync");
+    ASSERT_EQ(run(data, {"repos", "remove", syncedID}).exitCode, 0);
+    linkedStaysListed("once the folder is no longer known");
 }
 
 }  // namespace

@@ -264,7 +264,8 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "Stop tracking a repository, given by its id, path or name\n"
         "It is also remembered as ignored, so a scan folder does not enrol it again;\n"
         "'quorvane repos add' tracks it again. What Quorvane recorded about it (commits,\n"
-        "sessions, daily activity) is deleted; nothing in the repository is touched.");
+        "sessions, daily activity) is deleted, but a link you confirmed to a GitHub\n"
+        "repository is kept; nothing in the repository is touched.");
     reposRemove->add_option("REPO", removeTarget, "Repository id, path, name or display name")
         ->required();
     reposRemove->callback([&] {
