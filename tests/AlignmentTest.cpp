@@ -68,8 +68,35 @@ std::vector<std::string> names(const Json& list, const char* key = "name") {
     return out;
 }
 
+// Every count at the head of an alignment view equals the rows of the sections
+// it counts.
+void expectCountsMatchRows(const Json& view) {
+    std::map<std::string, int> rows;
+    for (const Json& section : view["sections"]) {
+        rows[section.value("section", "")] += static_cast<int>(section["entries"].size());
+    }
+    const Json& counts = view["overview"];
+    for (const char* key : {"needsPush", "needsPull", "diverged", "noUpstream", "remoteOnly",
+                            "localOnly", "otherRemote", "branchMismatch"}) {
+        EXPECT_EQ(counts.value(key, Json()), Json(rows[key])) << key;
+    }
+    EXPECT_EQ(counts.value("accountIssues", Json()),
+              Json(rows["accountMissing"] + rows["remoteInaccessible"]));
+}
+
+// Each section's repositories by the section's own name.
+std::map<std::string, std::vector<std::string>> sectionNames(const Json& view) {
+    std::map<std::string, std::vector<std::string>> out;
+    for (const Json& section : view["sections"]) {
+        for (const Json& entry : section["entries"]) {
+            out[section.value("section", "")].push_back(entry["line"]["name"]);
+        }
+    }
+    return out;
+}
+
 TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
-    // Seven tracked repositories, each standing differently against GitHub.
+    // Eight tracked repositories, each standing differently against GitHub.
     testing::TestRepo origin(dir_ / "origin", testing::TestRepo::Kind::bare);
     testing::TestRepo seed = testing::TestRepo::cloneOf(origin, dir_ / "seed");
     seed.commitFile("a.txt", "a", "first");
@@ -89,6 +116,9 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     testing::TestRepo gone = cloneAs(origin, "gone", "octocat/deleted-on-github");
     testing::TestRepo local(dir_ / "code" / "local");
     local.commitFile("a.txt", "a", "first");
+    testing::TestRepo elsewhere(dir_ / "code" / "elsewhere");
+    elsewhere.commitFile("a.txt", "a", "first");
+    elsewhere.git({"remote", "add", "origin", "https://gitlab.example.com/team/elsewhere.git"});
 
     testing::LoopbackHttpServer github;
     github.set("/user", {200, {}, R"({"login": "octocat"})", false});
@@ -111,7 +141,7 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     std::filesystem::path data = dir_ / "data";
     std::vector<std::string> add = {"repos", "add"};
     for (const char* name :
-         {"ahead", "behind", "insync", "noupstream", "foreign", "gone", "local"}) {
+         {"ahead", "behind", "insync", "noupstream", "foreign", "gone", "local", "elsewhere"}) {
         add.push_back((dir_ / "code" / name).string());
     }
     ASSERT_EQ(run(data, add).exitCode, 0);
@@ -123,6 +153,15 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     for (const Json& section : offline["sections"]) {
         for (const Json& entry : section["entries"]) EXPECT_TRUE(entry["suggestion"].is_null());
     }
+    // A remote elsewhere than GitHub has a place of its own, not among the ones
+    // without an upstream on GitHub.
+    EXPECT_EQ(sectionNames(offline),
+              (std::map<std::string, std::vector<std::string>>{{"needsPush", {"ahead"}},
+                                                               {"needsPull", {"behind"}},
+                                                               {"noUpstream", {"noupstream"}},
+                                                               {"localOnly", {"local"}},
+                                                               {"otherRemote", {"elsewhere"}}}));
+    expectCountsMatchRows(offline);
     EXPECT_THAT(run(data, {"alignment"}).stdOut,
                 HasSubstr("local-derived · connect GitHub for the real state"));
 
@@ -141,38 +180,56 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     ASSERT_EQ(synced.exitCode, 0) << synced.stdErr;
 
     // The stored sync states, through the alignment sections in their fixed order.
+    // Nothing is hidden: what only GitHub has, what the account cannot reach and
+    // what lives elsewhere each have their section, as the inventory sees them.
     Json view = json(data, {"alignment"});
     EXPECT_FALSE(view["derivedOffline"]);
-    std::map<std::string, std::vector<std::string>> sections;
     std::vector<std::string> order;
     std::map<std::string, std::string> commands;
     for (const Json& section : view["sections"]) {
-        order.push_back(section["status"]);
-        sections[section["status"]] = names(section["entries"]);
+        order.push_back(section.value("section", ""));
         for (const Json& entry : section["entries"]) {
             if (!entry["suggestion"].is_null()) {
                 commands[entry["line"]["name"]] = entry["suggestion"]["command"];
             }
         }
     }
-    EXPECT_THAT(order, ElementsAre("needsPush", "needsPull", "noUpstream", "localOnly"));
+    EXPECT_THAT(order,
+                ElementsAre("needsPush", "needsPull", "noUpstream", "remoteOnly", "localOnly",
+                            "otherRemote", "accountMissing", "remoteInaccessible"));
+    std::map<std::string, std::vector<std::string>> sections = sectionNames(view);
     EXPECT_THAT(sections["needsPush"], ElementsAre("ahead"));
     EXPECT_THAT(sections["needsPull"], ElementsAre("behind"));
     EXPECT_THAT(sections["noUpstream"], ElementsAre("noupstream"));
-    // No remote, a GitHub remote no account has, and the right name under an owner
-    // the account does not reach: no remote is known for any, so all are local only.
-    EXPECT_THAT(sections["localOnly"], UnorderedElementsAre("foreign", "gone", "local"));
+    EXPECT_THAT(sections["remoteOnly"], ElementsAre("cloud-only", "old"));
+    EXPECT_THAT(sections["localOnly"], ElementsAre("local"));
+    EXPECT_THAT(sections["otherRemote"], ElementsAre("elsewhere"));
+    // The right name under an owner the account does not reach, and a GitHub
+    // remote no account has.
+    EXPECT_THAT(sections["accountMissing"], ElementsAre("foreign"));
+    EXPECT_THAT(sections["remoteInaccessible"], ElementsAre("gone"));
+    const std::string clone = "git clone <remote-url>  # default branch: main";
     EXPECT_EQ(commands,
               (std::map<std::string, std::string>{{"ahead", "git push origin main"},
                                                   {"behind", "git pull --rebase origin main"},
-                                                  {"noupstream", "git push -u origin main"}}));
-    EXPECT_EQ(view["overview"]["tracked"], 7);
-    EXPECT_EQ(view["overview"]["withRemote"], 6);
+                                                  {"noupstream", "git push -u origin main"},
+                                                  {"cloud-only", clone},
+                                                  {"old", clone}}));
+    EXPECT_EQ(view["overview"]["tracked"], 8);
+    EXPECT_EQ(view["overview"]["withRemote"], 4);
     EXPECT_EQ(view["overview"]["needsPush"], 1);
+    EXPECT_EQ(view["overview"]["accountIssues"], 2);
     ShellResult text = run(data, {"alignment"});
     EXPECT_THAT(text.stdOut, HasSubstr("Needs Push\n"));
     EXPECT_THAT(text.stdOut, HasSubstr("      $ git push origin main\n"));
-    EXPECT_THAT(text.stdOut, HasSubstr("Local Only\n"));
+    EXPECT_THAT(text.stdOut, HasSubstr("Other Remote\n"));
+    // One title, one count: the two account statuses are printed as one section.
+    for (const char* count : {"Remote only 2", "Other remote 1", "Account issues 2"}) {
+        EXPECT_THAT(text.stdOut, HasSubstr(count));
+    }
+    EXPECT_THAT(text.stdOut, HasSubstr("Account Issues\n  foreign"));
+    EXPECT_EQ(text.stdOut.find("Account Issues"), text.stdOut.rfind("Account Issues"));
+    expectCountsMatchRows(view);
 
     // The day's view and the ranking show GitHub's side once a sync has run.
     EXPECT_THAT(run(data, {"today", "--no-scan"}).stdOut, HasSubstr("GITHUB"));
@@ -210,12 +267,18 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     EXPECT_THAT(inventory("remoteOnly"), ElementsAre("cloud-only", "old"));
     EXPECT_THAT(inventory("privateOnly"), ElementsAre("cloud-only"));
     EXPECT_THAT(inventory("archived"), ElementsAre("ahead", "old"));
-    EXPECT_THAT(inventory("localOnly"), ElementsAre("local"));
+    EXPECT_THAT(inventory("localOnly"), ElementsAre("elsewhere", "local"));
     Json all = json(data, {"inventory"});
     std::map<std::string, std::string> rowKinds;
-    for (const Json& row : all) rowKinds[row["name"]] = row["kind"];
+    for (const Json& row : all) {
+        rowKinds[row["name"]] = row["kind"];
+        EXPECT_EQ(row.value("otherRemote", Json()), Json(row["name"] == "elsewhere"))
+            << row["name"];
+    }
     EXPECT_EQ(rowKinds["foreign"], "accountMismatch");
     EXPECT_EQ(rowKinds["gone"], "remoteInaccessible");
+    ShellResult inventoryText = run(data, {"inventory"});
+    EXPECT_THAT(inventoryText.stdOut, ::testing::ContainsRegex("elsewhere +Other remote"));
     EXPECT_THAT(inventory("active"), ::testing::Contains("insync"));
     EXPECT_THAT(inventory("stale"), ElementsAre("cloud-only"));  // no date at all
     EXPECT_THAT(names(json(data, {"inventory", "--search", "WORK"})).size(), 6u);
@@ -229,6 +292,7 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
                 UnorderedElementsAre("behind", "noupstream", "gone", "foreign"));
     EXPECT_THAT(names(backlog["remoteOnly"]), ElementsAre("cloud-only", "old"));
     EXPECT_THAT(names(backlog["localOnly"]), ElementsAre("local"));
+    EXPECT_THAT(names(backlog["otherRemote"]), ElementsAre("elsewhere"));
 
     // The alignment reminders; a refused token raises tokenIssue, its recovery
     // resolves it.
@@ -245,6 +309,54 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     github.set("/user", {200, {}, R"({"login": "octocat"})", false});
     EXPECT_EQ(run(data, {"sync"}).exitCode, 0);
     EXPECT_THAT(openKinds(), ::testing::Not(::testing::Contains("tokenIssue")));
+
+    // The person confirms insync's link, then stops tracking insync and behind.
+    // Neither GitHub repository leaves the inventory or the backlog: the confirmed
+    // one keeps its link and says its folder is not tracked, the other is remote
+    // only until a sync says so too.
+    {
+        std::ifstream in(data / "mappings.json");
+        Json mappings = Json::parse(in);
+        for (Json& mapping : mappings) {
+            if (mapping["id"] == syncedID) mapping["confirmedByUser"] = true;
+        }
+        testing::writeFile(data / "mappings.json", mappings.dump());
+        std::ifstream configIn(data / "config.json");
+        Json config = Json::parse(configIn);
+        for (Json& repo : config["repositories"]) {
+            if (repo["id"] == syncedID || repo["id"] == behindID) repo["trackingEnabled"] = false;
+        }
+        testing::writeFile(data / "config.json", config.dump());
+    }
+    auto linkedStaysListed = [&](const std::string& when) {
+        SCOPED_TRACE(when);
+        std::map<std::string, Json> rows;
+        for (const Json& row : json(data, {"inventory"})) rows[row["name"]] = row;
+        ASSERT_TRUE(rows.contains("insync"));
+        EXPECT_EQ(rows["insync"]["kind"], "mapped");
+        EXPECT_EQ(rows["insync"]["localNotTracked"], true);
+        EXPECT_EQ(rows["insync"]["localPath"], syncedID);
+        EXPECT_EQ(rows["ahead"]["localNotTracked"], false);
+        ASSERT_TRUE(rows.contains("behind"));
+        EXPECT_EQ(rows["behind"]["kind"], "remoteOnly");
+        EXPECT_THAT(run(data, {"inventory"}).stdOut,
+                    ::testing::ContainsRegex("insync +Mapped +Work .*\\(not tracked\\)"));
+        Json groups = json(data, {"backlog"});
+        EXPECT_THAT(names(groups["remoteOnly"]),
+                    ElementsAre("behind", "cloud-only", "insync", "old"));
+        EXPECT_THAT(names(groups["remoteOnly"], "detail"),
+                    ::testing::Contains(syncedID + " (not tracked)"));
+        EXPECT_THAT(names(groups["active"]), ::testing::IsEmpty());
+        Json aligned = json(data, {"alignment"});
+        EXPECT_THAT(sectionNames(aligned)["remoteOnly"],
+                    UnorderedElementsAre("behind", "cloud-only", "insync", "old"));
+        expectCountsMatchRows(aligned);
+    };
+    linkedStaysListed("before the next sync");
+    ASSERT_EQ(run(data, {"sync"}).exitCode, 0);
+    linkedStaysListed("after a sync");
+    ASSERT_EQ(run(data, {"repos", "remove", syncedID}).exitCode, 0);
+    linkedStaysListed("once the folder is no longer known");
 }
 
 }  // namespace

@@ -59,6 +59,7 @@ TEST_F(AlignmentQueriesTest, WithoutASyncTheStatusesComeFromTheScanInTheirOrder)
     track("ahead", url, true, 2, 0);
     track("behind", url, true, 0, 4);
     track("even", url, true, 0, 0);
+    track("gitlab", "https://gitlab.com/me/x.git", true, 0, 0);
     EXPECT_TRUE(Queries::gitAlignmentGroups(store_, config_).empty());
     AlignmentGroups derived = Queries::gitAlignmentGroupsDerived(store_, config_);
     EXPECT_EQ(namesByStatus(derived),
@@ -67,12 +68,15 @@ TEST_F(AlignmentQueriesTest, WithoutASyncTheStatusesComeFromTheScanInTheirOrder)
                                                           {Status::diverged, {"both"}},
                                                           {Status::needsPush, {"ahead"}},
                                                           {Status::needsPull, {"behind"}},
-                                                          {Status::synced, {"even"}}}));
+                                                          {Status::synced, {"even", "gitlab"}}}));
     EXPECT_EQ(derived[Status::needsPull][0].behind, 4);
+    EXPECT_FALSE(derived[Status::synced][0].otherRemote);
+    EXPECT_TRUE(derived[Status::synced][1].otherRemote);
     for (const auto& [status, lines] : derived) {
         for (const V2RepoLine& line : lines) EXPECT_FALSE(line.suggestedCommand) << line.name;
     }
-    // A stored state brings the real groups, with their commands.
+    // A stored state brings the real groups, with their commands; the repositories
+    // tracked since stand as their scan says until the next sync, with none.
     SyncState state;
     state.id = "/code/ahead";
     state.repoID = "/code/ahead";
@@ -80,8 +84,9 @@ TEST_F(AlignmentQueriesTest, WithoutASyncTheStatusesComeFromTheScanInTheirOrder)
     state.localAhead = 2;
     store_.replaceSyncStates({state});
     AlignmentGroups stored = Queries::gitAlignmentGroups(store_, config_);
-    ASSERT_EQ(stored.size(), 1u);
+    EXPECT_EQ(namesByStatus(stored), namesByStatus(derived));
     EXPECT_EQ(stored[Status::needsPush][0].suggestedCommand, "git push origin main");
+    EXPECT_FALSE(stored[Status::needsPull][0].suggestedCommand);
 }
 
 TEST_F(AlignmentQueriesTest, ActiveAndStaleSplitAtThirtyDaysOfLocalOrGitHubActivity) {

@@ -12,7 +12,6 @@
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/Style.hpp"
-#include "git/Aggregator.hpp"
 #include "screens/AlignmentViewModels.hpp"
 
 namespace quorvane::Commands {
@@ -36,16 +35,6 @@ struct Reading {
         readable = loadForReading(context, store);
     }
 };
-
-std::vector<RepoSnapshot> latestSnapshots(const Reading& reading) {
-    std::vector<RepoSnapshot> snapshots;
-    for (const RepoConfig& repo : reading.config.repositories) {
-        if (std::optional<RepoSnapshot> snapshot = reading.store.snapshot(repo.id)) {
-            snapshots.push_back(*snapshot);
-        }
-    }
-    return snapshots;
-}
 
 // The repositories a command about one or all covers; nothing printed yet.
 std::optional<std::vector<const RepoConfig*>> reposFor(const CommandContext& context,
@@ -81,10 +70,6 @@ int alignment(CommandContext& context, bool json) {
     Reading reading(context);
     if (!reading.readable) return 1;
     GitAlignmentViewModel::Source source{
-        [&] {
-            return Aggregator::alignmentOverview(reading.config.repositories,
-                                                 latestSnapshots(reading));
-        },
         [&] { return Queries::gitAlignmentGroups(reading.store, reading.config); },
         [&] { return Queries::gitAlignmentGroupsDerived(reading.store, reading.config); },
         [&](const std::string& repoID) {
@@ -101,7 +86,7 @@ int alignment(CommandContext& context, bool json) {
         return 0;
     }
     namespace V = GitAlignmentViewModel;
-    const AlignmentOverview& o = *view.overview;
+    const V::Overview& o = *view.overview;
     // The counts flow onto more lines when the screen is narrow, never splitting a
     // label from its count.
     std::vector<std::string> counts = {fmt::format("{} {}", V::kOnGitHubLabel, o.withRemote),
@@ -111,6 +96,12 @@ int alignment(CommandContext& context, bool json) {
                                        fmt::format("{} {}", V::kNeedsPullLabel, o.needsPull),
                                        fmt::format("{} {}", V::kNoUpstreamLabel, o.noUpstream),
                                        fmt::format("{} {}", V::kDivergedLabel, o.diverged)};
+    for (const auto& [label, count] : {std::pair{V::kRemoteOnlyLabel, o.remoteOnly},
+                                       std::pair{V::kOtherRemoteLabel, o.otherRemote},
+                                       std::pair{V::kAccountIssuesLabel, o.accountIssues},
+                                       std::pair{V::kBranchMismatchLabel, o.branchMismatch}}) {
+        if (count > 0) counts.push_back(fmt::format("{} {}", label, count));
+    }
     context.out << V::kTitle << "\n";
     std::string line = fmt::format("{}:", V::kCountsHeading);
     for (size_t i = 0; i < counts.size(); ++i) {
@@ -131,32 +122,49 @@ int alignment(CommandContext& context, bool json) {
         context.out << "\n" << V::kEmptyTitle << "\n" << V::kEmptyText << "\n";
         return 0;
     }
+    // Sections that share a title are printed as one, under the title they share,
+    // so that each count at the head names the rows below one title.
+    struct Printed {
+        std::string_view title;
+        Tone tone;
+        std::vector<const V::Entry*> entries;
+    };
+    std::vector<Printed> printed;
+    for (const V::Section& section : view.sections) {
+        auto same = std::find_if(printed.begin(), printed.end(),
+                                 [&](const Printed& p) { return p.title == V::titleOf(section); });
+        if (same == printed.end()) {
+            printed.push_back({V::titleOf(section), Style::toneOf(section.status), {}});
+            same = printed.end() - 1;
+        }
+        for (const V::Entry& entry : section.entries) same->entries.push_back(&entry);
+    }
     using TextLayout::Shrink;
     const size_t prompt = displayWidth(kCommandPrompt);
-    for (const V::Section& section : view.sections) {
-        context.out << "\n"
-                    << Style::paint(context, Style::toneOf(section.status),
-                                    V::sectionTitle(section.status))
-                    << "\n";
+    for (const Printed& section : printed) {
+        context.out << "\n" << Style::paint(context, section.tone, section.title) << "\n";
         // Every repository's line is laid out in one table, so the columns line up
         // across the section, then printed with its command below it.
         std::vector<std::vector<std::string>> rows;
-        for (const V::Entry& entry : section.entries) {
-            const V2RepoLine& entryLine = entry.line;
-            rows.push_back(
-                {"  " + Text::visible(entryLine.name),
-                 entryLine.branch.empty() ? "(detached)" : Text::visible(entryLine.branch),
-                 arrows(entryLine),
-                 Style::paint(context, Style::healthTone(entryLine.health),
-                              fmt::format("health {}", entryLine.health)),
-                 Text::visible(entryLine.account.value_or(""))});
+        for (const V::Entry* entry : section.entries) {
+            const V2RepoLine& entryLine = entry->line;
+            // A repository only GitHub has has neither a checkout nor a score.
+            const bool remoteOnly = entryLine.syncStatus == SyncState::Status::remoteOnly;
+            rows.push_back({"  " + Text::visible(entryLine.name),
+                            entryLine.branch.empty() ? (remoteOnly ? "" : "(detached)")
+                                                     : Text::visible(entryLine.branch),
+                            arrows(entryLine),
+                            remoteOnly ? ""
+                                       : Style::paint(context, Style::healthTone(entryLine.health),
+                                                      fmt::format("health {}", entryLine.health)),
+                            Text::visible(entryLine.account.value_or(""))});
         }
         std::vector<std::string> lines = TextLayout::layoutTable(
             rows, {context.columns,
                    {Shrink::cutEnd, Shrink::cutEnd, Shrink::never, Shrink::never, Shrink::cutEnd}});
         for (size_t i = 0; i < section.entries.size(); ++i) {
             context.out << lines[i] << "\n";
-            const std::optional<ActionSuggestion>& suggestion = section.entries[i].suggestion;
+            const std::optional<ActionSuggestion>& suggestion = section.entries[i]->suggestion;
             if (!suggestion) continue;
             std::vector<std::string> command =
                 TextLayout::wrapCommand(Text::visible(suggestion->command),
@@ -201,10 +209,11 @@ int inventory(CommandContext& context, InventoryFilter filter, const std::string
         if (row.isPrivate) tags.emplace_back(V::kPrivateTag);
         if (row.isArchived) tags.emplace_back(V::kArchivedTag);
         table.push_back({Text::visible(row.name),
-                         Style::paint(context, kindTone(row.kind), V::kindBadge(row.kind)),
+                         Style::paint(context, kindTone(row.kind), V::rowBadge(row)),
                          row.account.empty() ? "-" : Text::visible(row.account),
                          tags.empty() ? "-" : fmt::format("{}", fmt::join(tags, ",")),
-                         Text::visible(row.localPath.value_or("-"))});
+                         Text::visible(row.localPath.value_or("-")) +
+                             std::string(row.localNotTracked ? V::kNotTrackedMark : "")});
     }
     using TextLayout::Shrink;
     printTable(context.out, table,
@@ -237,7 +246,8 @@ int backlog(CommandContext& context, bool json) {
                                  {V::kNeedsCleanupTitle, &view.needsCleanup, Tone::attention},
                                  {V::kRemoteOnlyTitle, &view.remoteOnly, Tone::plain},
                                  {V::kStaleTitle, &view.stale, Tone::dim},
-                                 {V::kLocalOnlyTitle, &view.localOnly, Tone::plain}};
+                                 {V::kLocalOnlyTitle, &view.localOnly, Tone::plain},
+                                 {V::kOtherRemoteTitle, &view.otherRemote, Tone::plain}};
     bool any = false;
     for (const Group& group : groups) any = any || !group.items->empty();
     if (!any) {

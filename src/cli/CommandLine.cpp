@@ -264,7 +264,8 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
         "Stop tracking a repository, given by its id, path or name\n"
         "It is also remembered as ignored, so a scan folder does not enrol it again;\n"
         "'quorvane repos add' tracks it again. What Quorvane recorded about it (commits,\n"
-        "sessions, daily activity) is deleted; nothing in the repository is touched.");
+        "sessions, daily activity) is deleted, but a link you confirmed to a GitHub\n"
+        "repository is kept; nothing in the repository is touched.");
     reposRemove->add_option("REPO", removeTarget, "Repository id, path, name or display name")
         ->required();
     reposRemove->callback([&] {
@@ -441,12 +442,12 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     CLI::App* alignmentCommand = app.add_subcommand(
         "alignment",
         "Show how each tracked repository stands against GitHub, with the command to align it\n"
-        "The counts at the top come from the local scan. Then one section per status\n"
-        "(Needs Push, Needs Pull, Diverged, No Upstream, Remote Only, Local Only, Account\n"
-        "Issues, Branch Mismatch), each repository with its branch, commits ahead and\n"
-        "behind, health and the git command to copy. Quorvane never runs these itself.\n"
-        "Before any sync the sections are derived from the local scan, marked so, and\n"
-        "come without commands.");
+        "Counts at the top, each the number of rows under its title, then one section per\n"
+        "status (Needs Push, Needs Pull, Diverged, No Upstream, Remote Only, Local Only,\n"
+        "Other Remote, Account Issues, Branch Mismatch), each repository with its branch,\n"
+        "commits ahead and behind, health and the git command to copy. Quorvane never runs\n"
+        "these itself. Before any sync the sections are derived from the local scan,\n"
+        "marked so, and come without commands.");
     alignmentCommand->add_flag("--json", alignmentJson,
                                "Print {overview, derivedOffline, sections} as JSON");
     alignmentCommand->callback(
@@ -457,10 +458,11 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     CLI::App* inventoryCommand = app.add_subcommand(
         "inventory",
         "List every repository the last sync saw, on GitHub, here, or both\n"
-        "Each with its kind (Mapped, Local, Remote, Account?, Inaccessible), account, tags\n"
-        "and local folder, by name. --filter active keeps what was worked on here or\n"
-        "pushed to GitHub in the last 30 days, stale what was not; archived repositories\n"
-        "are in neither, only under --filter archived.");
+        "Each with its kind (Mapped, Local, Other remote, Remote, Account?, Inaccessible),\n"
+        "account, tags and local folder, marked (not tracked) for a confirmed link whose\n"
+        "folder is no longer tracked, by name. --filter active keeps what was worked on\n"
+        "here or pushed to GitHub in the last 30 days, stale what was not; archived\n"
+        "repositories are in neither, only under --filter archived.");
     inventoryCommand
         ->add_option("--filter", inventoryFilter,
                      "all, mapped, remoteOnly, localOnly, privateOnly, stale, active or archived")
@@ -484,11 +486,15 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     bool backlogJson = false;
     CLI::App* backlogCommand = app.add_subcommand(
         "backlog",
-        "Sort every repository into Active, Needs Cleanup, Remote Only, Stale and Local Only\n"
-        "Needs Cleanup holds what has something to push, pull, publish or an account\n"
-        "problem; Stale holds archived repositories.");
-    backlogCommand->add_flag("--json", backlogJson,
-                             "Print {active, needsCleanup, remoteOnly, stale, localOnly} as JSON");
+        "Sort every repository into one group: what is active, what needs cleaning up\n"
+        "The groups are Active, Needs Cleanup, Remote Only, Stale, Local Only and Other\n"
+        "Remote. Needs Cleanup holds what has something to push, pull, publish or an\n"
+        "account problem; Stale holds archived repositories; Remote Only also holds a\n"
+        "linked repository whose folder is no longer tracked; Other Remote, what has a\n"
+        "remote elsewhere than GitHub.");
+    backlogCommand->add_flag(
+        "--json", backlogJson,
+        "Print {active, needsCleanup, remoteOnly, stale, localOnly, otherRemote} as JSON");
     backlogCommand->callback(
         [&] { action = [&](CommandContext& c) { return Commands::backlog(c, backlogJson); }; });
 

@@ -137,7 +137,16 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
     if (!saved) return reportNotSaved(context, env.saveProblem());
     // What was recorded about it goes too, so no view goes on counting a repository
     // that is no longer tracked; tracking it again reads its recent history anew.
+    // A link the person confirmed to a GitHub repository is their decision about
+    // that repository as much: it stays, so the repository stays listed with it.
+    std::vector<RepositoryMapping> confirmed;
+    for (const RepositoryMapping& mapping : env.store().mappings()) {
+        if (mapping.localRepoID == id && mapping.confirmedByUser && mapping.remoteRepoID) {
+            confirmed.push_back(mapping);
+        }
+    }
     env.store().purgeRepo(id);
+    env.store().upsertMappings(confirmed);
     if (!env.store().flush()) {
         reportFlush(context, env.store().flushProblem());
         return 1;

@@ -18,7 +18,7 @@ Json toJson(const V2RepoLine& line) {
     Json json{{"repoID", line.repoID}, {"name", line.name},
               {"branch", line.branch}, {"syncStatus", toJson(line.syncStatus)},
               {"ahead", line.ahead},   {"behind", line.behind},
-              {"health", line.health}};
+              {"health", line.health}, {"otherRemote", line.otherRemote}};
     putIfPresent(json, "account", line.account);
     putIfPresent(json, "suggestedCommand", line.suggestedCommand);
     return json;
@@ -30,7 +30,9 @@ Json toJson(const InventoryRow& row) {
               {"account", row.account},
               {"kind", toJson(row.kind)},
               {"isPrivate", row.isPrivate},
-              {"isArchived", row.isArchived}};
+              {"isArchived", row.isArchived},
+              {"otherRemote", row.otherRemote},
+              {"localNotTracked", row.localNotTracked}};
     putIfPresent(json, "localPath", row.localPath);
     putIfPresent(json, "updatedAt", row.updatedAt);
     return json;

@@ -45,6 +45,9 @@ struct V2RepoLine {
     int behind = 0;
     int health = 100;                             // the health score
     std::optional<std::string> suggestedCommand;  // the suggestion's command, if any
+    // A repository with no GitHub remote whose origin is on another host: local
+    // only as far as GitHub goes, but not to be called so.
+    bool otherRemote = false;
 
     bool operator==(const V2RepoLine&) const = default;
 };
@@ -62,6 +65,10 @@ struct InventoryRow {
     bool isArchived = false;
     std::optional<std::string> localPath;
     std::optional<Date> updatedAt;  // last update on GitHub
+    bool otherRemote = false;       // as in V2RepoLine
+    // A link the person confirmed whose local folder is no longer tracked: the
+    // GitHub side stays listed, with the folder it was linked to.
+    bool localNotTracked = false;
 
     bool operator==(const InventoryRow&) const = default;
 };

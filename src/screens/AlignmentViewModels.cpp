@@ -36,22 +36,78 @@ std::string_view sectionTitle(Status status) {
     return "Unknown";
 }
 
+std::string_view titleOf(const Section& section) {
+    return section.otherRemote ? kOtherRemoteTitle : sectionTitle(section.status);
+}
+
+std::string_view keyOf(const Section& section) {
+    return section.otherRemote ? "otherRemote" : enumName(section.status);
+}
+
+namespace {
+
+Overview countsOf(const AlignmentGroups& groups) {
+    Overview counts;
+    for (const auto& [status, lines] : groups) {
+        for (const V2RepoLine& line : lines) {
+            if (status != Status::remoteOnly) ++counts.tracked;
+            if (line.otherRemote) {
+                ++counts.otherRemote;
+                continue;
+            }
+            switch (status) {
+                case Status::synced: ++counts.synced; break;
+                case Status::needsPush: ++counts.needsPush; break;
+                case Status::needsPull: ++counts.needsPull; break;
+                case Status::diverged: ++counts.diverged; break;
+                case Status::noUpstream: ++counts.noUpstream; break;
+                case Status::branchMismatch: ++counts.branchMismatch; break;
+                case Status::remoteOnly: ++counts.remoteOnly; break;
+                case Status::localOnly: ++counts.localOnly; break;
+                case Status::accountMissing:
+                case Status::remoteInaccessible: ++counts.accountIssues; break;
+                case Status::unknown: break;
+            }
+        }
+    }
+    counts.withRemote = counts.synced + counts.needsPush + counts.needsPull + counts.diverged +
+                        counts.noUpstream + counts.branchMismatch;
+    return counts;
+}
+
+}  // namespace
+
 View load(const Source& source) {
     View view;
-    view.overview = source.overview();
     AlignmentGroups groups = source.groups();
     view.derivedOffline = groups.empty();
     if (view.derivedOffline) groups = source.derivedGroups();
+    view.overview = countsOf(groups);
+    auto entryOf = [&](const V2RepoLine& line) {
+        std::optional<ActionSuggestion> suggestion;
+        if (!view.derivedOffline) suggestion = source.suggestion(line.repoID);
+        return Entry{line, std::move(suggestion)};
+    };
+    // Whatever its counts say, a repository whose remote is elsewhere stands apart:
+    // next to the local-only ones, as GitHub knows nothing of either.
+    Section elsewhere{Status::localOnly, {}, true};
+    for (const auto& [status, lines] : groups) {
+        for (const V2RepoLine& line : lines) {
+            if (line.otherRemote) elsewhere.entries.push_back(entryOf(line));
+        }
+    }
     for (Status status : sectionOrder()) {
         auto found = groups.find(status);
-        if (found == groups.end() || found->second.empty()) continue;
-        Section section{status, {}};
-        for (const V2RepoLine& line : found->second) {
-            std::optional<ActionSuggestion> suggestion;
-            if (!view.derivedOffline) suggestion = source.suggestion(line.repoID);
-            section.entries.push_back({line, std::move(suggestion)});
+        Section section{status, {}, false};
+        if (found != groups.end()) {
+            for (const V2RepoLine& line : found->second) {
+                if (!line.otherRemote) section.entries.push_back(entryOf(line));
+            }
         }
-        view.sections.push_back(std::move(section));
+        if (!section.entries.empty()) view.sections.push_back(std::move(section));
+        if (status == Status::localOnly && !elsewhere.entries.empty()) {
+            view.sections.push_back(std::move(elsewhere));
+        }
     }
     view.didLoad = true;
     return view;
@@ -59,7 +115,15 @@ View load(const Source& source) {
 
 Json toJson(const View& view) {
     Json json = Json::object();
-    json["overview"] = view.overview ? quorvane::toJson(*view.overview) : Json(nullptr);
+    Json overview(nullptr);
+    if (view.overview) {
+        overview = quorvane::toJson(static_cast<const AlignmentOverview&>(*view.overview));
+        overview["remoteOnly"] = view.overview->remoteOnly;
+        overview["otherRemote"] = view.overview->otherRemote;
+        overview["accountIssues"] = view.overview->accountIssues;
+        overview["branchMismatch"] = view.overview->branchMismatch;
+    }
+    json["overview"] = std::move(overview);
     json["derivedOffline"] = view.derivedOffline;
     Json sections = Json::array();
     for (const Section& section : view.sections) {
@@ -70,7 +134,8 @@ Json toJson(const View& view) {
                                                                : Json(nullptr)}});
         }
         sections.push_back({{"status", enumName(section.status)},
-                            {"title", sectionTitle(section.status)},
+                            {"section", keyOf(section)},
+                            {"title", titleOf(section)},
                             {"entries", std::move(entries)}});
     }
     json["sections"] = std::move(sections);
@@ -119,6 +184,10 @@ std::string_view kindBadge(RepositoryMapping::Kind kind) {
     return "Local";
 }
 
+std::string_view rowBadge(const InventoryRow& row) {
+    return row.otherRemote ? kOtherRemoteBadge : kindBadge(row.kind);
+}
+
 }  // namespace GitHubInventoryViewModel
 
 namespace RepoBacklogViewModel {
@@ -137,14 +206,17 @@ View load(const std::vector<InventoryRow>& rows, const AlignmentGroups& groups) 
     View view;
     for (const InventoryRow& row : rows) {
         Item item{row.id, row.name,
-                  row.localPath          ? *row.localPath
+                  row.localPath
+                      ? *row.localPath + std::string(row.localNotTracked
+                                                         ? GitHubInventoryViewModel::kNotTrackedMark
+                                                         : "")
                   : !row.account.empty() ? row.account
                                          : std::string("not cloned"),
                   row.isPrivate, row.isArchived};
         using Kind = RepositoryMapping::Kind;
         if (row.kind == Kind::localOnly) {
-            view.localOnly.push_back(std::move(item));
-        } else if (row.kind == Kind::remoteOnly) {
+            (row.otherRemote ? view.otherRemote : view.localOnly).push_back(std::move(item));
+        } else if (row.kind == Kind::remoteOnly || row.localNotTracked) {
             view.remoteOnly.push_back(std::move(item));
         } else if (row.isArchived) {
             view.stale.push_back(std::move(item));
@@ -172,11 +244,9 @@ Json toJson(const View& view) {
         }
         return array;
     };
-    return {{"active", items(view.active)},
-            {"needsCleanup", items(view.needsCleanup)},
-            {"remoteOnly", items(view.remoteOnly)},
-            {"stale", items(view.stale)},
-            {"localOnly", items(view.localOnly)}};
+    return {{"active", items(view.active)},         {"needsCleanup", items(view.needsCleanup)},
+            {"remoteOnly", items(view.remoteOnly)}, {"stale", items(view.stale)},
+            {"localOnly", items(view.localOnly)},   {"otherRemote", items(view.otherRemote)}};
 }
 
 }  // namespace RepoBacklogViewModel

@@ -31,32 +31,50 @@ struct Entry {
 struct Section {
     SyncState::Status status = SyncState::Status::unknown;
     std::vector<Entry> entries;
+    // The repositories whose remote is elsewhere than GitHub, listed apart (after
+    // the local-only ones, under their status) whatever their own status says.
+    bool otherRemote = false;
     bool operator==(const Section&) const = default;
+};
+
+// The counts at the head, taken from the very lines the sections list, so that
+// each count is the number of rows under its title. `withRemote` counts the
+// repositories linked to GitHub, `tracked` every tracked one with a line.
+struct Overview : AlignmentOverview {
+    int remoteOnly = 0;
+    int otherRemote = 0;
+    int accountIssues = 0;  // both account statuses: they share a title
+    int branchMismatch = 0;
+    bool operator==(const Overview&) const = default;
 };
 
 struct View {
     std::vector<Section> sections;
-    std::optional<AlignmentOverview> overview;
+    std::optional<Overview> overview;
     bool derivedOffline = false;
     bool didLoad = false;
 };
 
 // Where a load reads from.
 struct Source {
-    std::function<AlignmentOverview()> overview;
     std::function<AlignmentGroups()> groups;
     std::function<AlignmentGroups()> derivedGroups;
     std::function<std::optional<ActionSuggestion>(const std::string& repoID)> suggestion;
 };
 
 // The stored groups, or the ones derived from the local scan when no sync has
-// stored any (then without suggestions), in the fixed section order; synced and
-// unknown repositories get no section.
+// stored any (then without suggestions), in the fixed section order, the lines
+// marked otherRemote in a section of their own after the local-only ones; synced
+// and unknown repositories get no section. The counts come from the same lines.
 View load(const Source& source);
 
 // The statuses that get a section, in the order they are shown.
 const std::vector<SyncState::Status>& sectionOrder();
 std::string_view sectionTitle(SyncState::Status status);
+// A section's title, and the name that tells it apart in JSON: its status, or
+// "otherRemote".
+std::string_view titleOf(const Section& section);
+std::string_view keyOf(const Section& section);
 
 inline constexpr std::string_view kTitle = "Git Alignment";
 inline constexpr std::string_view kCountsHeading = "Local ↔ Remote";
@@ -67,6 +85,12 @@ inline constexpr std::string_view kNeedsPushLabel = "Needs push";
 inline constexpr std::string_view kNeedsPullLabel = "Needs pull";
 inline constexpr std::string_view kNoUpstreamLabel = "No upstream";
 inline constexpr std::string_view kDivergedLabel = "Diverged";
+// Counts shown only when they have rows.
+inline constexpr std::string_view kRemoteOnlyLabel = "Remote only";
+inline constexpr std::string_view kOtherRemoteLabel = "Other remote";
+inline constexpr std::string_view kAccountIssuesLabel = "Account issues";
+inline constexpr std::string_view kBranchMismatchLabel = "Branch mismatch";
+inline constexpr std::string_view kOtherRemoteTitle = "Other Remote";
 inline constexpr std::string_view kSubtitle =
     "Local ↔ GitHub differences, with safe commands to align them. Quorvane never runs a git "
     "command that modifies your repository on its own — you copy the commands below and run "
@@ -92,6 +116,11 @@ std::vector<InventoryRow> filtered(const std::vector<InventoryRow>& rows, std::s
 
 std::string_view filterLabel(InventoryFilter filter);
 std::string_view kindBadge(RepositoryMapping::Kind kind);
+// The badge of a row: its kind's, unless it is local only with a remote elsewhere.
+std::string_view rowBadge(const InventoryRow& row);
+inline constexpr std::string_view kOtherRemoteBadge = "Other remote";
+// After the folder of a link whose tracking stopped.
+inline constexpr std::string_view kNotTrackedMark = " (not tracked)";
 
 inline constexpr std::string_view kTitle = "GitHub Inventory";
 inline constexpr std::string_view kCountSuffix = " repositories (remote + local).";
@@ -117,13 +146,15 @@ struct Item {
 };
 
 struct View {
-    std::vector<Item> active, needsCleanup, remoteOnly, stale, localOnly;
+    std::vector<Item> active, needsCleanup, remoteOnly, stale, localOnly, otherRemote;
     bool didLoad = false;
 };
 
-// Each inventory row in exactly one group: local-only and remote-only by kind,
-// archived as stale, a repository with something to align as needing cleanup,
-// other mapped ones as active, the rest as needing cleanup.
+// Each inventory row in exactly one group: local-only (those with a remote
+// elsewhere apart) and remote-only by kind, a linked repository whose folder is
+// no longer tracked as remote-only too, archived as stale, a repository with
+// something to align as needing cleanup, other mapped ones as active, the rest as
+// needing cleanup.
 View load(const std::vector<InventoryRow>& rows, const AlignmentGroups& groups);
 
 inline constexpr std::string_view kTitle = "Repo Backlog";
@@ -134,6 +165,7 @@ inline constexpr std::string_view kNeedsCleanupTitle = "Needs Cleanup";
 inline constexpr std::string_view kRemoteOnlyTitle = "Remote Only";
 inline constexpr std::string_view kStaleTitle = "Stale";
 inline constexpr std::string_view kLocalOnlyTitle = "Local Only";
+inline constexpr std::string_view kOtherRemoteTitle = "Other Remote";
 inline constexpr std::string_view kEmptyTitle = "Backlog is empty.";
 inline constexpr std::string_view kEmptyText =
     "Connect an account and run Sync to see the repositories grouped.";

@@ -26,8 +26,7 @@ struct ScriptedSource {
     AlignmentGroups groups, derived;
     int suggestionsAsked = 0;
     GitAlignmentViewModel::Source source() {
-        return {[] { return AlignmentOverview{}; }, [this] { return groups; },
-                [this] { return derived; },
+        return {[this] { return groups; }, [this] { return derived; },
                 [this](const std::string& repoID) {
                     ++suggestionsAsked;
                     return std::optional<ActionSuggestion>(
@@ -45,13 +44,27 @@ std::vector<Status> statuses(const GitAlignmentViewModel::View& view) {
 TEST(GitAlignmentViewModelTest, SectionsFollowTheFixedOrderAndDerivedOnesComeWithoutCommands) {
     ScriptedSource source;
     // No sync yet: the derived groups are shown, and no suggestion is asked for.
+    // A remote elsewhere than GitHub goes apart, after the local-only ones, whatever
+    // its counts say; the counts at the head are those of the rows.
+    V2RepoLine elsewhere = line("e", Status::needsPush);
+    elsewhere.otherRemote = true;
     source.derived = {{Status::localOnly, {line("a", Status::localOnly)}},
-                      {Status::needsPush, {line("b", Status::needsPush)}}};
+                      {Status::needsPush, {elsewhere, line("b", Status::needsPush)}},
+                      {Status::synced, {line("s", Status::synced)}}};
     GitAlignmentViewModel::View offline = GitAlignmentViewModel::load(source.source());
     EXPECT_TRUE(offline.derivedOffline && offline.didLoad);
-    EXPECT_THAT(statuses(offline), ElementsAre(Status::needsPush, Status::localOnly));
+    EXPECT_THAT(statuses(offline),
+                ElementsAre(Status::needsPush, Status::localOnly, Status::localOnly));
+    EXPECT_EQ(offline.sections[1].entries[0].line.repoID, "a");
+    EXPECT_EQ(GitAlignmentViewModel::titleOf(offline.sections[2]), "Other Remote");
+    EXPECT_EQ(offline.sections[2].entries[0].line.repoID, "e");
     EXPECT_FALSE(offline.sections[0].entries[0].suggestion.has_value());
     EXPECT_EQ(source.suggestionsAsked, 0);
+    GitAlignmentViewModel::Overview counts;
+    counts.tracked = 4;
+    counts.withRemote = 2;
+    counts.synced = counts.needsPush = counts.localOnly = counts.otherRemote = 1;
+    EXPECT_EQ(offline.overview, counts);
 
     // Stored groups holding only synced and unknown repositories: aligned, no section.
     source.groups = {{Status::synced, {line("c", Status::synced)}},
@@ -81,6 +94,8 @@ TEST(GitAlignmentViewModelTest, SectionsFollowTheFixedOrderAndDerivedOnesComeWit
     Json json = GitAlignmentViewModel::toJson(full);
     EXPECT_EQ(json["sections"][6]["status"], "accountMissing");
     EXPECT_EQ(json["sections"][6]["title"], "Account Issues");
+    EXPECT_EQ(json["overview"]["accountIssues"], 2);
+    EXPECT_EQ(json["overview"]["remoteOnly"], 1);
     EXPECT_EQ(json["sections"][0]["entries"][0]["suggestion"]["command"],
               "git push origin needsPush");
 }
