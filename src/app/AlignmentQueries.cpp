@@ -4,7 +4,7 @@
 
 #include "app/Queries.hpp"
 #include "base/TextHelpers.hpp"
-#include "github/ActionAssistant.hpp"
+#include "github/RepoStanding.hpp"
 
 namespace quorvane::Queries {
 
@@ -28,18 +28,28 @@ std::optional<std::string> accountName(const Store& store,
     return std::nullopt;
 }
 
-// The line of a tracked repository with `status`, without its suggestion.
-V2RepoLine lineOf(const Store& store, const RepoConfig& repo, Status status, int ahead, int behind,
-                  const std::optional<std::string>& accountID) {
+// The line of a tracked repository, without its suggestion: filed under `status`,
+// in the words its latest scan and stored sync state give, with the scan's counts,
+// which are never older than the sync's copy of them.
+V2RepoLine lineOf(const Store& store, const RepoConfig& repo, Status status,
+                  const std::optional<SyncState>& state) {
     V2RepoLine line;
     line.repoID = repo.id;
     line.name = displayNameOf(repo);
-    line.account = accountName(store, accountID);
-    if (std::optional<RepoSnapshot> snapshot = store.snapshot(repo.id))
-        line.branch = snapshot->branch;
+    line.account = accountName(store, state ? state->accountID : std::nullopt);
     line.syncStatus = status;
-    line.ahead = ahead;
-    line.behind = behind;
+    std::optional<RepoSnapshot> snapshot = store.snapshot(repo.id);
+    line.standing =
+        RepoStanding::describe({}, snapshot ? &*snapshot : nullptr, state ? &*state : nullptr)
+            .github;
+    if (snapshot) {
+        line.branch = snapshot->branch;
+        line.ahead = snapshot->ahead;
+        line.behind = snapshot->behind;
+    } else if (state) {
+        line.ahead = state->localAhead;
+        line.behind = state->localBehind;
+    }
     std::vector<ProjectHealthSnapshot> health = store.health(repo.id);
     if (!health.empty()) {
         line.health =
@@ -48,6 +58,13 @@ V2RepoLine lineOf(const Store& store, const RepoConfig& repo, Status status, int
             })->score;
     }
     return line;
+}
+
+// The sync status a stored state amounts to now that the latest scan is known.
+Status currentStatus(const Store& store, const SyncState& state) {
+    std::optional<RepoSnapshot> snapshot = store.snapshot(state.id);
+    return RepoStanding::describe({}, snapshot ? &*snapshot : nullptr, &state)
+        .syncStatus.value_or(state.status);
 }
 
 // The latest moment anything happened in the repository, here or on GitHub.
@@ -80,12 +97,12 @@ AlignmentGroups gitAlignmentGroups(const Store& store, const AppConfig& config) 
         if (!repo.trackingEnabled) continue;
         std::optional<SyncState> state = store.syncState(repo.id);
         if (!state) continue;
-        V2RepoLine line = lineOf(store, repo, state->status, state->localAhead, state->localBehind,
-                                 state->accountID);
+        Status status = currentStatus(store, *state);
+        V2RepoLine line = lineOf(store, repo, status, state);
         if (std::optional<ActionSuggestion> suggestion = suggestedCommand(store, config, repo.id)) {
             line.suggestedCommand = suggestion->command;
         }
-        groups[state->status].push_back(std::move(line));
+        groups[status].push_back(std::move(line));
     }
     return groups;
 }
@@ -103,8 +120,7 @@ AlignmentGroups gitAlignmentGroupsDerived(const Store& store, const AppConfig& c
                         : snapshot->ahead > 0                         ? Status::needsPush
                         : snapshot->behind > 0                        ? Status::needsPull
                                                                       : Status::synced;
-        groups[status].push_back(
-            lineOf(store, repo, status, snapshot->ahead, snapshot->behind, std::nullopt));
+        groups[status].push_back(lineOf(store, repo, status, std::nullopt));
     }
     return groups;
 }
@@ -116,8 +132,10 @@ std::optional<ActionSuggestion> suggestedCommand(const Store& store, const AppCo
     if (repo == nullptr || !state) return std::nullopt;
     std::optional<RepoSnapshot> snapshot = store.snapshot(repoID);
     std::string defaultBranch = repo->defaultBranch.empty() ? "main" : repo->defaultBranch;
-    return ActionAssistant::suggestion(*state, snapshot ? snapshot->branch : "", defaultBranch,
-                                       repo->localPath);
+    RepoStanding::Description described =
+        RepoStanding::describe({}, snapshot ? &*snapshot : nullptr, &*state);
+    return RepoStanding::advice(described, *state, snapshot ? snapshot->branch : "", defaultBranch,
+                                repo->localPath);
 }
 
 std::vector<InventoryRow> inventory(const Store& store, const AppConfig& config,
@@ -184,12 +202,6 @@ AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now
             case RepositoryMapping::Kind::accountMismatch:
             case RepositoryMapping::Kind::remoteInaccessible: ++summary.accountIssueCount; break;
         }
-    }
-    for (const SyncState& state : store.syncStates()) {
-        if (!state.repoID || trackedRepo(config, *state.repoID) == nullptr) continue;
-        if (state.status == Status::needsPush) ++summary.needsPush;
-        if (state.status == Status::needsPull) ++summary.needsPull;
-        if (state.status == Status::noUpstream) ++summary.noUpstream;
     }
     Aggregator::DateRange today = Aggregator::dayRange(now);
     for (const CommitRecord& commit : store.commitsBetween(today.start, today.end)) {

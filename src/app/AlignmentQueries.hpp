@@ -17,7 +17,9 @@
 namespace quorvane::Queries {
 
 // The tracked repositories by their stored sync status, each line with its
-// suggested command. Empty until a sync has stored a state.
+// suggested command. Where a scan since the sync moved the counts (a push, a
+// pull), the status is the one those counts give. Empty until a sync has stored a
+// state.
 AlignmentGroups gitAlignmentGroups(const Store& store, const AppConfig& config);
 
 // The same from the local scan alone, for when no sync has run: a repository
@@ -38,7 +40,9 @@ std::vector<InventoryRow> inventory(const Store& store, const AppConfig& config,
                                     InventoryFilter filter, Date now);
 inline constexpr int kActiveDays = 30;
 
-// The alignment counts of the day holding `now`.
+// The mapping counts of the last sync and the commit counts of the day holding
+// `now`. The counts by standing are left at 0: they count the lines a view shows,
+// so the view fills them from its own lines.
 AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now);
 
 }  // namespace quorvane::Queries

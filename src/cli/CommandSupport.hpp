@@ -12,6 +12,7 @@
 #include "base/TextLayout.hpp"
 #include "cli/Commands.hpp"
 #include "git/RepoSnapshot.hpp"
+#include "github/RepoStanding.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
@@ -121,7 +122,9 @@ std::string plural(int count, std::string_view noun);
 std::string localClockTime(Date date);
 
 std::string describeChanges(const GitFileCounts& files);
-std::string describeUpstream(const RepoSnapshot& snapshot);
+// Where the branch stands against its upstream, with the counts when it is apart
+// from it: "synced", "needs push (2 ahead)", "no upstream".
+StatusWord describeUpstream(const RepoSnapshot& snapshot);
 
 // The tracked repository with this id, or whose id is this path once resolved.
 const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath);
