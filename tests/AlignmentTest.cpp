@@ -192,7 +192,9 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
                                                   {"behind", "git pull --rebase origin main"},
                                                   {"noupstream", "git push -u origin main"}}));
     EXPECT_EQ(view["overview"]["tracked"], 7);
-    EXPECT_EQ(view["overview"]["withRemote"], 6);
+    // The head counts the lines: the three local only ones are not on GitHub.
+    EXPECT_EQ(view["overview"]["withRemote"], 4);
+    EXPECT_EQ(view["overview"]["localOnly"], 3);
     EXPECT_EQ(view["overview"]["needsPush"], 1);
     ShellResult text = run(data, {"alignment"});
     EXPECT_THAT(text.stdOut, HasSubstr("Needs Push\n"));
@@ -369,6 +371,12 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
     EXPECT_EQ(commands["peek"], "git switch main");
     EXPECT_EQ(commands["unpushed"], "git push -u origin feature");
     EXPECT_EQ(commands["pushed"], "git push origin main");
+    // The counts at the head are those of the sections below.
+    std::map<std::string, int> rows;
+    for (const Json& section : view["sections"])
+        rows[section["status"]] = static_cast<int>(section["entries"].size());
+    for (const char* kind : {"needsPush", "needsPull", "diverged", "noUpstream", "localOnly"})
+        EXPECT_EQ(view["overview"][kind], rows[kind]) << kind << "\n" << view.dump(2);
     // GitHub's column speaks the same words as the status beside it.
     today = run(data, {"today", "--no-scan"}).stdOut;
     EXPECT_THAT(lineOf(today, "lagging"),

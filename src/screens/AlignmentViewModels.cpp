@@ -36,12 +36,38 @@ std::string_view sectionTitle(Status status) {
     return "Unknown";
 }
 
+namespace {
+
+// The counts by standing of the lines in `groups`, over the scan's. A sync can file
+// a repository elsewhere than its counts would (a remote that is not GitHub is
+// local only to it), and the head must not disagree with the lines below it.
+void countLines(AlignmentOverview& overview, const AlignmentGroups& groups) {
+    auto count = [&](Status status) {
+        auto found = groups.find(status);
+        return found == groups.end() ? 0 : static_cast<int>(found->second.size());
+    };
+    overview.synced = count(Status::synced);
+    overview.needsPush = count(Status::needsPush);
+    overview.needsPull = count(Status::needsPull);
+    overview.diverged = count(Status::diverged);
+    overview.noUpstream = count(Status::noUpstream);
+    overview.localOnly = count(Status::localOnly);
+    overview.withRemote = 0;
+    for (const auto& [status, lines] : groups) {
+        if (status != Status::localOnly && status != Status::remoteOnly)
+            overview.withRemote += static_cast<int>(lines.size());
+    }
+}
+
+}  // namespace
+
 View load(const Source& source) {
     View view;
     view.overview = source.overview();
     AlignmentGroups groups = source.groups();
     view.derivedOffline = groups.empty();
     if (view.derivedOffline) groups = source.derivedGroups();
+    countLines(*view.overview, groups);
     for (Status status : sectionOrder()) {
         auto found = groups.find(status);
         if (found == groups.end() || found->second.empty()) continue;
