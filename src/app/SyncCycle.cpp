@@ -256,7 +256,7 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
 
     // The reminders that need the alignment: stored before they are shown.
     ReminderEngine::Reconciliation reminders =
-        RemindersV2::reconcile(now, current.reminders, current.repositories, states,
+        RemindersV2::reconcile(now, current.reminders, current.repositories, states, snapshots,
                                current.accounts, store_.reminders(true));
     if (!reminders.resolve.empty()) store_.resolveReminders(reminders.resolve);
     if (!reminders.emit.empty()) store_.upsertReminders(reminders.emit);
