@@ -320,12 +320,10 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
     EXPECT_THAT(lineOf(today, "peek"), HasSubstr("detached"));
 
     // No score exists before a sync: no view makes one up.
-    EXPECT_THAT(run(data, {"health"}).stdOut, HasSubstr("No health score yet"));
     std::string offline = run(data, {"alignment"}).stdOut;
     EXPECT_THAT(offline, AllOf(Not(HasSubstr("health 100")), HasSubstr("health –"),
                                HasSubstr("quorvane sync")));
     std::string report = run(data, {"report", "daily", "--extended"}).stdOut;
-    EXPECT_THAT(report, Not(HasSubstr("Health: **100**")));
     // The counts at the head are those of the lines below.
     EXPECT_THAT(report,
                 HasSubstr("- Needs push: **1** · Needs pull: **1** · No upstream: **1**\n"));
@@ -370,7 +368,6 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
     }
     EXPECT_EQ(commands["peek"], "git switch main");
     EXPECT_EQ(commands["unpushed"], "git push -u origin feature");
-    EXPECT_EQ(commands["pushed"], "git push origin main");
     // The counts at the head are those of the sections below.
     std::map<std::string, int> rows;
     for (const Json& section : view["sections"])
@@ -383,7 +380,6 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
                 AllOf(HasSubstr("needs pull"), Not(HasSubstr("needsPull"))));
     EXPECT_THAT(lineOf(today, "elsewhere"),
                 AllOf(HasSubstr("other remote"), Not(HasSubstr("local"))));
-    EXPECT_THAT(lineOf(run(data, {"ranking"}).stdOut, "lagging"), Not(HasSubstr("needsPull")));
 
     // The push lands (the remote-tracking branch moves to HEAD, as a push leaves
     // it) and a scan sees it; the sync stored before still says needsPush.
