@@ -386,7 +386,8 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
     pushed.git({"update-ref", "refs/remotes/origin/main", "HEAD"});
     ASSERT_EQ(run(data, {"scan"}).exitCode, 0);
     today = run(data, {"today", "--no-scan"}).stdOut;
-    EXPECT_THAT(lineOf(today, "pushed"), AllOf(HasSubstr("synced"), Not(HasSubstr("needs push"))))
+    EXPECT_THAT(lineOf(today, "pushed"), AllOf(HasSubstr("synced"), Not(HasSubstr("needs push")),
+                                               Not(HasSubstr("needsPush"))))
         << today;
     report = run(data, {"report", "daily", "--extended"}).stdOut;
     EXPECT_THAT(sectionOf(report, "### pushed (`main`)"),
