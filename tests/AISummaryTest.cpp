@@ -120,7 +120,7 @@ TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) 
               "Summarize my coding day from the following git activity.\n"
               "Be concise; group related work; surface what's left to push/finish.\n"
               "\n"
-              "## billing — needsCommit, activeToday, noRemote, 1 files changed\n"
+              "## billing — needs commit, no remote, active, 1 files changed\n"
               "- Add the service settings\n"
               "- Describe the service\n"
               "\n"

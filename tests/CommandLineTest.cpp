@@ -207,7 +207,7 @@ TEST_F(CommandLineTest, ScanPrintsOneLinePerRepositoryWithItsState) {
     ASSERT_EQ(lines.size(), 4u) << result.stdOut;
     EXPECT_THAT(
         std::string(lines[1]),
-        ::testing::MatchesRegex("busy +main +1 modified, 1 untracked +no upstream +1 commit"));
+        ::testing::MatchesRegex("busy +main +1 modified, 1 untracked +no remote +1 commit"));
     EXPECT_THAT(std::string(lines[2]), ::testing::MatchesRegex("broken +- +- +- +-"));
     EXPECT_THAT(std::string(lines[3]),
                 ::testing::MatchesRegex("  error: fatal: not a git repository.*"));

@@ -236,7 +236,7 @@ TEST_F(ReportGoldenTest, APastDayShowsHowItsLastScanLeftEachRepository) {
 
     std::string later = run({"report", "daily", "--date", "2026-03-11"});
     for (const char* start : {"- Needs push:", "- Files: **", "- [ ] Push app", "- [ ] Commit app",
-                              "- Sync: 2 ahead", "- Status: needsCommit, needsPush"}) {
+                              "- Sync: 2 ahead", "- Status: needs commit, needs push"}) {
         EXPECT_NE(lineStarting(thatDay, start), "") << start;
         EXPECT_EQ(lineStarting(later, start), lineStarting(thatDay, start)) << later;
     }

@@ -299,7 +299,7 @@ TEST_F(TerminalOutputTest, ATerminalGetsColouredStatusesThatFitItsWidth) {
     std::string shown = runOnTerminal({"status"}, 60);
     EXPECT_THAT(shown, HasSubstr("\x1b[33m1 modified"));  // work waiting for a commit
     EXPECT_THAT(shown, HasSubstr("\x1b[32mclean\x1b[0m"));
-    EXPECT_THAT(shown, HasSubstr("\x1b[32mup to date\x1b[0m"));
+    EXPECT_THAT(shown, HasSubstr("\x1b[32msynced\x1b[0m"));
     for (const std::string& line : linesOf(shown)) EXPECT_LE(columnsOf(line), 60u) << line;
 
     std::string accounts = runOnTerminal({"accounts", "list"}, 100);

@@ -5,9 +5,9 @@
 #include <map>
 #include <set>
 
-#include "base/EnumNames.hpp"
 #include "base/NameOrder.hpp"
 #include "base/TextHelpers.hpp"
+#include "github/RepoStanding.hpp"
 
 namespace quorvane {
 
@@ -137,17 +137,25 @@ std::string CleanupPlanner::dailyPlan(const std::vector<RepoSnapshot>& snapshots
             errors.push_back(line(bold(name) + "scan error: " + *snapshot.error + "\n"));
         }
     }
+    std::map<std::string, const RepoSnapshot*> latest;
+    for (const RepoSnapshot& snapshot : snapshots) latest.emplace(snapshot.repoID, &snapshot);
     std::set<std::string> looked;
     for (const SyncState& state : syncStates) {
-        if (!needsALook(state.status) || names.untracked(state.id)) continue;
+        // In the words of every other view, and as the latest scan has it: a push
+        // since the sync settles what the sync still holds against the repository.
+        auto found = latest.find(state.id);
+        RepoStanding::Description described =
+            RepoStanding::describe({}, found == latest.end() ? nullptr : found->second, &state);
+        SyncState::Status status = described.syncStatus.value_or(state.status);
+        if (!needsALook(status) || names.untracked(state.id)) continue;
         // Said once per repository: a failed scan already stands above, and a branch
         // without upstream already has its `git push -u` line.
         if (failed.contains(state.id) || !looked.insert(state.id).second) continue;
-        if (state.status == SyncState::Status::noUpstream && pushing.contains(state.id)) continue;
+        if (status == SyncState::Status::noUpstream && pushing.contains(state.id)) continue;
         const std::string name = names.of(state.id);
-        looks.push_back(
-            PlanLine{name, state.id,
-                     bold(name) + "sync status: " + std::string(enumName(state.status)) + "\n"});
+        looks.push_back(PlanLine{
+            name, state.id,
+            bold(name) + "sync status: " + RepoStanding::word(described.github).text + "\n"});
     }
 
     std::string plan = "# Daily cleanup plan\n\n";

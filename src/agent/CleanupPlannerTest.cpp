@@ -81,7 +81,7 @@ TEST(CleanupPlannerTest, AMixedDayGivesTheFourSectionsInOrder) {
               "## 4. Review stale / needs attention\n\n"
               "- **delta** — scan error: fatal: bad object HEAD\n"
               "- **epsilon** — sync status: diverged\n"
-              "- **Omega** — sync status: accountMissing\n");
+              "- **Omega** — sync status: account missing\n");
 
     // Empty sections say so; a detached HEAD reads as HEAD.
     EXPECT_EQ(

@@ -8,6 +8,7 @@
 #include "base/TextHelpers.hpp"
 #include "github/ActionAssistant.hpp"
 #include "github/RepoMapper.hpp"
+#include "github/RepoStanding.hpp"
 
 namespace quorvane::Queries {
 
@@ -69,18 +70,28 @@ Status sectionStatus(const SyncState& state, const std::optional<RepositoryMappi
     return state.status;
 }
 
-// The line of a tracked repository with `status`, without its suggestion.
+// The line of a tracked repository, without its suggestion: filed under `status`,
+// in the words its latest scan and stored sync state give, with the scan's counts,
+// which are never older than the sync's copy of them.
 V2RepoLine lineOf(const Store& store, const RepoConfig& repo,
-                  const std::optional<RepoSnapshot>& snapshot, Status status, int ahead, int behind,
-                  const std::optional<std::string>& accountID) {
+                  const std::optional<RepoSnapshot>& snapshot, Status status,
+                  const std::optional<SyncState>& state) {
     V2RepoLine line;
     line.repoID = repo.id;
     line.name = displayNameOf(repo);
-    line.account = accountName(store, accountID);
-    if (snapshot) line.branch = snapshot->branch;
+    line.account = accountName(store, state ? state->accountID : std::nullopt);
     line.syncStatus = status;
-    line.ahead = ahead;
-    line.behind = behind;
+    line.standing =
+        RepoStanding::describe({}, snapshot ? &*snapshot : nullptr, state ? &*state : nullptr)
+            .github;
+    if (snapshot) {
+        line.branch = snapshot->branch;
+        line.ahead = snapshot->ahead;
+        line.behind = snapshot->behind;
+    } else if (state) {
+        line.ahead = state->localAhead;
+        line.behind = state->localBehind;
+    }
     std::vector<ProjectHealthSnapshot> health = store.health(repo.id);
     if (!health.empty()) {
         line.health =
@@ -95,10 +106,16 @@ V2RepoLine lineOf(const Store& store, const RepoConfig& repo,
 // whatever its counts say: without GitHub's side they are all there is to show.
 V2RepoLine derivedLine(const Store& store, const RepoConfig& repo, const RepoSnapshot& snapshot) {
     std::optional<std::string> url = remoteURLOf(repo, snapshot);
-    V2RepoLine line = lineOf(store, repo, snapshot, derivedStatus(snapshot, url), snapshot.ahead,
-                             snapshot.behind, std::nullopt);
+    V2RepoLine line = lineOf(store, repo, snapshot, derivedStatus(snapshot, url), std::nullopt);
     line.otherRemote = isOtherRemote(url);
     return line;
+}
+
+// The sync status a stored state amounts to now that the latest scan is known.
+Status currentStatus(const Store& store, const SyncState& state) {
+    std::optional<RepoSnapshot> snapshot = store.snapshot(state.id);
+    return RepoStanding::describe({}, snapshot ? &*snapshot : nullptr, &state)
+        .syncStatus.value_or(state.status);
 }
 
 // The latest moment anything happened in the repository, here or on GitHub.
@@ -225,9 +242,11 @@ AlignmentGroups gitAlignmentGroups(const Store& store, const AppConfig& config) 
                 break;
             }
         }
+        // An account problem files it under Account Issues; otherwise a scan since
+        // the sync that moved the counts (a push, a pull) says where it stands.
         Status status = sectionStatus(*state, mapping);
-        V2RepoLine line = lineOf(store, repo, snapshot, status, state->localAhead,
-                                 state->localBehind, state->accountID);
+        if (status == state->status) status = currentStatus(store, *state);
+        V2RepoLine line = lineOf(store, repo, snapshot, status, state);
         // Linked to nothing on GitHub, yet pushed somewhere.
         line.otherRemote =
             status == Status::localOnly && isOtherRemote(remoteURLOf(repo, snapshot));
@@ -294,8 +313,10 @@ std::optional<ActionSuggestion> suggestedCommand(const Store& store, const AppCo
     if (!state) return std::nullopt;
     std::optional<RepoSnapshot> snapshot = store.snapshot(repoID);
     std::string defaultBranch = repo->defaultBranch.empty() ? "main" : repo->defaultBranch;
-    return ActionAssistant::suggestion(*state, snapshot ? snapshot->branch : "", defaultBranch,
-                                       repo->localPath);
+    RepoStanding::Description described =
+        RepoStanding::describe({}, snapshot ? &*snapshot : nullptr, &*state);
+    return RepoStanding::advice(described, *state, snapshot ? snapshot->branch : "", defaultBranch,
+                                repo->localPath);
 }
 
 std::vector<InventoryRow> inventory(const Store& store, const AppConfig& config,
@@ -336,12 +357,6 @@ AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now
             case RepositoryMapping::Kind::accountMismatch:
             case RepositoryMapping::Kind::remoteInaccessible: ++summary.accountIssueCount; break;
         }
-    }
-    for (const SyncState& state : store.syncStates()) {
-        if (!state.repoID || trackedRepo(config, *state.repoID) == nullptr) continue;
-        if (state.status == Status::needsPush) ++summary.needsPush;
-        if (state.status == Status::needsPull) ++summary.needsPull;
-        if (state.status == Status::noUpstream) ++summary.noUpstream;
     }
     Aggregator::DateRange today = Aggregator::dayRange(now);
     for (const CommitRecord& commit : store.commitsBetween(today.start, today.end)) {

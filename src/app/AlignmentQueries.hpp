@@ -20,8 +20,9 @@ namespace quorvane::Queries {
 // suggested command, and the GitHub repositories no tracked folder stands for,
 // as remoteOnly. A link no account can follow is an account issue, as in the
 // inventory; a local-only repository with a remote elsewhere is marked
-// otherRemote; one tracked since the last sync stands as its scan says. Empty
-// until a sync has stored something.
+// otherRemote; one tracked since the last sync stands as its scan says. Where a
+// scan since the sync moved the counts (a push, a pull), the status is the one
+// those counts give. Empty until a sync has stored something.
 AlignmentGroups gitAlignmentGroups(const Store& store, const AppConfig& config);
 
 // The same from the local scan alone, for when no sync has run: a repository
@@ -45,7 +46,9 @@ std::vector<InventoryRow> inventory(const Store& store, const AppConfig& config,
                                     InventoryFilter filter, Date now);
 inline constexpr int kActiveDays = 30;
 
-// The alignment counts of the day holding `now`.
+// The mapping counts of the last sync and the commit counts of the day holding
+// `now`. The counts by standing are left at 0: they count the lines a view shows,
+// so the view fills them from its own lines.
 AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now);
 
 }  // namespace quorvane::Queries

@@ -7,7 +7,7 @@
 
 #include "app/AlignmentQueries.hpp"
 #include "app/Queries.hpp"
-#include "base/EnumNames.hpp"
+#include "github/RepoStanding.hpp"
 
 namespace quorvane::Queries {
 
@@ -34,11 +34,16 @@ V2DailyReport v2DailyReport(const Store& store, const AppConfig& config, Date no
             for (const V2RepoLine& line : lines) lineByRepo[line.repoID] = line;
         }
     }
+    using Standing = RepoStanding::Standing;
     for (const RepoConfig& repo : config.repositories) {
         auto found = lineByRepo.find(repo.id);
-        if (repo.trackingEnabled && found != lineByRepo.end()) {
-            report.perRepo.push_back(found->second);
-        }
+        if (!repo.trackingEnabled || found == lineByRepo.end()) continue;
+        report.perRepo.push_back(found->second);
+        // The counts at the head are those of the lines below, word for word.
+        Standing standing = found->second.standing;
+        if (standing == Standing::needsPush) ++report.alignment.needsPush;
+        if (standing == Standing::needsPull) ++report.alignment.needsPull;
+        if (standing == Standing::noUpstream) ++report.alignment.noUpstream;
     }
     return report;
 }
@@ -50,9 +55,10 @@ std::vector<AISummaryService::PromptRepo> aiPromptRepos(const Store& store,
         AISummaryService::PromptRepo repo;
         repo.name = line.name;
         repo.filesChanged = line.files.total();
-        std::vector<std::string_view> names;
-        for (RepoStatus status : line.statuses) names.push_back(enumName(status));
-        repo.status = fmt::format("{}", fmt::join(names, ", "));
+        std::vector<std::string> words;
+        for (const StatusWord& word : RepoStanding::describe(line.statuses, nullptr, nullptr).words)
+            words.push_back(word.text);
+        repo.status = fmt::format("{}", fmt::join(words, ", "));
         // The store keeps a repository's commits newest first; the day reads in order.
         std::vector<CommitRecord> commits = store.commits(line.repoID);
         for (auto commit = commits.rbegin(); commit != commits.rend(); ++commit) {

@@ -16,8 +16,9 @@ namespace quorvane::Queries {
 
 // The report of the local day holding `day` with how each tracked repository stands
 // against GitHub: the stored sync states where a sync left one, otherwise the state
-// the local scan alone gives, in configuration order. The alignment counts are
-// today's, as the last sync left them; the commit counts are of `day`. No AI summary.
+// the local scan alone gives, in configuration order. The mapping counts are the
+// last sync's, the counts by standing those of the report's lines, and the commit
+// counts are of `day`. No AI summary.
 V2DailyReport v2DailyReport(const Store& store, const AppConfig& config, Date now, Date day);
 
 // What the AI summary of `report`'s day is written from: each repository of the

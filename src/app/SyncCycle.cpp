@@ -282,8 +282,8 @@ ReminderEngine::Reconciliation AppEnvironment::storeAlignmentReminders(
     const AppConfig& config, const std::vector<SyncState>& states, Date now) {
     // Stored before they are shown, so a notification that fails loses nothing.
     ReminderEngine::Reconciliation reminders =
-        RemindersV2::reconcile(now, config.reminders, config.repositories, states, config.accounts,
-                               store_.reminders(true));
+        RemindersV2::reconcile(now, config.reminders, config.repositories, states,
+                               store_.snapshots(), config.accounts, store_.reminders(true));
     if (!reminders.resolve.empty()) store_.resolveReminders(reminders.resolve);
     if (!reminders.emit.empty()) store_.upsertReminders(reminders.emit);
     return reminders;

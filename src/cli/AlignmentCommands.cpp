@@ -150,13 +150,13 @@ int alignment(CommandContext& context, bool json) {
             const V2RepoLine& entryLine = entry->line;
             // A repository only GitHub has has neither a checkout nor a score.
             const bool remoteOnly = entryLine.syncStatus == SyncState::Status::remoteOnly;
+            StatusWord health = RepoStanding::healthWord(entryLine.health);
             rows.push_back({"  " + Text::visible(entryLine.name),
                             entryLine.branch.empty() ? (remoteOnly ? "" : "(detached)")
                                                      : Text::visible(entryLine.branch),
                             arrows(entryLine),
                             remoteOnly ? ""
-                                       : Style::paint(context, Style::healthTone(entryLine.health),
-                                                      fmt::format("health {}", entryLine.health)),
+                                       : Style::paint(context, health.tone, "health " + health.text),
                             Text::visible(entryLine.account.value_or(""))});
         }
         std::vector<std::string> lines = TextLayout::layoutTable(
@@ -180,6 +180,20 @@ int alignment(CommandContext& context, bool json) {
                 context.out << std::string(indent, ' ') << command[j] << "\n";
             }
         }
+    }
+    // Said once, as `quorvane health` says it, rather than on every line.
+    bool unscored = std::any_of(view.sections.begin(), view.sections.end(), [](const auto& s) {
+        return std::any_of(s.entries.begin(), s.entries.end(),
+                           [](const V::Entry& entry) { return !entry.line.health; });
+    });
+    if (unscored) {
+        context.out << "\n"
+                    << Style::paint(
+                           context, Tone::dim,
+                           fmt::format("health {}: no score yet, it comes with a sync ({})",
+                                       RepoStanding::healthWord(std::nullopt).text,
+                                       RepoStanding::kScoreCommand))
+                    << "\n";
     }
     return 0;
 }
@@ -301,9 +315,8 @@ int health(CommandContext& context, const std::optional<std::string>& repo, bool
         return 0;
     }
     for (const auto& [config, score] : scores) {
-        context.out << fmt::format(
-            "{}  {}\n", Text::visible(displayNameOf(*config)),
-            Style::paint(context, Style::healthTone(score.score), std::to_string(score.score)));
+        context.out << fmt::format("{}  {}\n", Text::visible(displayNameOf(*config)),
+                                   Style::paint(context, RepoStanding::healthWord(score.score)));
         for (const std::string& reason : score.reasonsNegative)
             printWrapped(context.out, Text::visible(reason), context.columns, "  - ");
         for (const std::string& reason : score.reasonsPositive)

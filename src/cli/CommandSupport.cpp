@@ -212,13 +212,18 @@ std::string describeChanges(const GitFileCounts& files) {
     return fmt::format("{}", fmt::join(parts, ", "));
 }
 
-std::string describeUpstream(const RepoSnapshot& snapshot) {
-    if (!snapshot.hasUpstream) return "no upstream";
-    if (snapshot.ahead == 0 && snapshot.behind == 0) return "up to date";
+StatusWord describeUpstream(const RepoSnapshot& snapshot) {
+    RepoStanding::Standing standing = RepoStanding::describe({}, &snapshot, nullptr).upstream;
+    StatusWord word = RepoStanding::word(standing);
     std::vector<std::string> parts;
     if (snapshot.ahead > 0) parts.push_back(fmt::format("{} ahead", snapshot.ahead));
     if (snapshot.behind > 0) parts.push_back(fmt::format("{} behind", snapshot.behind));
-    return fmt::format("{}", fmt::join(parts, ", "));
+    // The counts are the upstream's: where there is none they measure nothing.
+    bool counted = standing == RepoStanding::Standing::needsPush ||
+                   standing == RepoStanding::Standing::needsPull ||
+                   standing == RepoStanding::Standing::diverged;
+    if (counted && !parts.empty()) word.text += fmt::format(" ({})", fmt::join(parts, ", "));
+    return word;
 }
 
 const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath) {

@@ -12,6 +12,7 @@
 #include "base/TextLayout.hpp"
 #include "cli/Commands.hpp"
 #include "git/RepoSnapshot.hpp"
+#include "github/RepoStanding.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
@@ -127,7 +128,9 @@ std::string asOfNote(const AppConfig& config, const Store& store, Date now);
 void printAsOf(std::ostream& out, const AppConfig& config, const Store& store, Date now);
 
 std::string describeChanges(const GitFileCounts& files);
-std::string describeUpstream(const RepoSnapshot& snapshot);
+// Where the branch stands against its upstream, with the counts when it is apart
+// from it: "synced", "needs push (2 ahead)", "no upstream".
+StatusWord describeUpstream(const RepoSnapshot& snapshot);
 
 // The tracked repository with this id, or whose id is this path once resolved.
 const RepoConfig* findRepo(const AppConfig& config, const std::string& idOrPath);

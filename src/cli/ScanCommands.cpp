@@ -55,7 +55,7 @@ void printStates(const CommandContext& context, const std::vector<const RepoConf
                 {name, snapshot->isDetachedHead ? "(detached)" : Text::visible(snapshot->branch),
                  Style::paint(context, Style::changesTone(snapshot->files),
                               describeChanges(snapshot->files)),
-                 Style::paint(context, Style::upstreamTone(*snapshot), describeUpstream(*snapshot)),
+                 Style::paint(context, describeUpstream(*snapshot)),
                  plural(snapshot->commitsToday, "commit"), ""});
         }
     }

@@ -5,11 +5,6 @@
 namespace quorvane::Style {
 namespace {
 
-// A score this high or higher has at most one small deduction.
-constexpr int kHealthyScore = 90;
-// Below this, several deductions add up to a repository that needs care.
-constexpr int kTroubledScore = 70;
-
 // Select Graphic Rendition codes; a reset ends each painted stretch so that
 // nothing after it, padding included, takes its colour.
 std::string_view opening(Tone tone) {
@@ -40,38 +35,21 @@ std::string paint(const CommandContext& context, Tone tone, std::string_view tex
     return paint(context.color, tone, text);
 }
 
-Tone toneOf(RepoStatus status) {
-    switch (status) {
-        case RepoStatus::synced: return Tone::good;
-        case RepoStatus::activeToday: return Tone::good;
-        case RepoStatus::needsCommit: return Tone::attention;
-        case RepoStatus::needsPush: return Tone::attention;
-        case RepoStatus::behindRemote: return Tone::attention;
-        case RepoStatus::stale: return Tone::attention;
-        case RepoStatus::noRemote: return Tone::attention;
-        case RepoStatus::detachedHead: return Tone::attention;
-        case RepoStatus::inactive: return Tone::dim;
-        case RepoStatus::error: return Tone::problem;
+std::string paint(const CommandContext& context, const StatusWord& word) {
+    return paint(context.color, word.tone, word.text);
+}
+
+std::string paint(const CommandContext& context, const std::vector<StatusWord>& words) {
+    std::string out;
+    for (const StatusWord& word : words) {
+        if (!out.empty()) out += ", ";
+        out += paint(context, word);
     }
-    return Tone::plain;
+    return out;
 }
 
 Tone toneOf(SyncState::Status status) {
-    using Status = SyncState::Status;
-    switch (status) {
-        case Status::synced: return Tone::good;
-        case Status::needsPush: return Tone::attention;
-        case Status::needsPull: return Tone::attention;
-        case Status::noUpstream: return Tone::attention;
-        case Status::localOnly: return Tone::attention;
-        case Status::branchMismatch: return Tone::attention;
-        case Status::diverged: return Tone::problem;
-        case Status::accountMissing: return Tone::problem;
-        case Status::remoteInaccessible: return Tone::problem;
-        case Status::remoteOnly: return Tone::dim;
-        case Status::unknown: return Tone::dim;
-    }
-    return Tone::plain;
+    return RepoStanding::word(RepoStanding::of(status)).tone;
 }
 
 Tone toneOf(GitHubAccount::Status status) {
@@ -101,19 +79,8 @@ Tone toneOf(ReminderEvent::Kind kind) {
     return Tone::plain;
 }
 
-Tone healthTone(int score) {
-    if (score >= kHealthyScore) return Tone::good;
-    if (score >= kTroubledScore) return Tone::attention;
-    return Tone::problem;
-}
-
 Tone changesTone(const GitFileCounts& files) {
     return files.total() == 0 ? Tone::good : Tone::attention;
-}
-
-Tone upstreamTone(const RepoSnapshot& snapshot) {
-    if (!snapshot.hasUpstream) return Tone::dim;
-    return snapshot.ahead == 0 && snapshot.behind == 0 ? Tone::good : Tone::attention;
 }
 
 }  // namespace quorvane::Style

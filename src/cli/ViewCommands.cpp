@@ -66,32 +66,20 @@ std::string countCell(int count) {
     return count > 0 ? std::to_string(count) : "-";
 }
 
-std::string statusWord(RepoStatus status) {
-    switch (status) {
-        case RepoStatus::synced: return "synced";
-        case RepoStatus::needsCommit: return "needs commit";
-        case RepoStatus::needsPush: return "needs push";
-        case RepoStatus::behindRemote: return "behind";
-        case RepoStatus::activeToday: return "active";
-        case RepoStatus::inactive: return "inactive";
-        case RepoStatus::stale: return "stale";
-        case RepoStatus::noRemote: return "no remote";
-        case RepoStatus::detachedHead: return "detached";
-        case RepoStatus::error: return "error";
-    }
-    return "";
+// The words of a repository's labels and, once a sync has run, of its standing
+// against GitHub, as the store holds them now.
+RepoStanding::Description describe(const Store& store, const std::string& repoID,
+                                   const std::vector<RepoStatus>& labels) {
+    std::optional<RepoSnapshot> snapshot = store.snapshot(repoID);
+    std::optional<SyncState> sync = store.syncState(repoID);
+    return RepoStanding::describe(labels, snapshot ? &*snapshot : nullptr, sync ? &*sync : nullptr);
 }
 
-std::string statusWords(const CommandContext& context, const std::vector<RepoStatus>& statuses) {
-    std::vector<std::string> words;
-    for (RepoStatus status : statuses) {
-        words.push_back(Style::paint(context, Style::toneOf(status), statusWord(status)));
-    }
-    return fmt::format("{}", fmt::join(words, ", "));
-}
-
-std::string syncWord(const CommandContext& context, SyncState::Status status) {
-    return Style::paint(context, Style::toneOf(status), enumName(status));
+// GitHub's column: "-" for a repository no sync has looked at.
+std::string githubCell(const CommandContext& context, const Store& store, const std::string& repoID,
+                       const RepoStanding::Description& description) {
+    if (!store.syncState(repoID)) return "-";
+    return Style::paint(context, RepoStanding::word(description.github));
 }
 
 std::string sourceWords(WorkSession::Source source) {
@@ -354,22 +342,19 @@ int today(CommandContext& context, bool json, bool scanFirst) {
         return 0;
     }
     // Once a sync has run, GitHub's side of each repository stands beside what the
-    // local scan says.
-    std::map<std::string, SyncState::Status> synced;
-    for (const SyncState& state : view.store.syncStates()) synced[state.id] = state.status;
+    // local scan says, in the same words.
+    bool anySync = !view.store.syncStates().empty();
     std::vector<std::vector<std::string>> rows = {
         {"REPOSITORY", "BRANCH", "COMMITS", "CHANGES", "TIME", "STATUS", "LAST COMMIT"}};
-    if (!synced.empty()) rows[0].push_back("GITHUB");
+    if (anySync) rows[0].push_back("GITHUB");
     for (const RepoTodayLine& line : summary.lines) {
+        RepoStanding::Description described = describe(view.store, line.repoID, line.statuses);
         rows.push_back(
             {Text::visible(line.name), branchCell(line.branch), countCell(line.commitsToday),
              Style::paint(context, Style::changesTone(line.files), describeChanges(line.files)),
-             durationCell(line.estimatedSeconds), statusWords(context, line.statuses),
+             durationCell(line.estimatedSeconds), Style::paint(context, described.words),
              momentCell(line.lastCommitAt, view.now)});
-        if (!synced.empty()) {
-            auto found = synced.find(line.repoID);
-            rows.back().push_back(found == synced.end() ? "-" : syncWord(context, found->second));
-        }
+        if (anySync) rows.back().push_back(githubCell(context, view.store, line.repoID, described));
     }
     context.out << '\n';
     using TextLayout::Shrink;
@@ -463,7 +448,10 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
     for (const RepoTodayLine& line : summary.needsAttention) {
         printWrapped(
             context.out,
-            fmt::format("{} ({})", Text::visible(line.name), statusWords(context, line.statuses)),
+            fmt::format(
+                "{} ({})", Text::visible(line.name),
+                Style::paint(context,
+                             RepoStanding::describe(line.statuses, nullptr, nullptr).words)),
             context.columns, "needs attention: ");
     }
     context.out << '\n';
@@ -533,15 +521,14 @@ int ranking(CommandContext& context, Aggregator::RankingOrder order, bool json) 
         {"REPOSITORY", "BRANCH", "LAST ACTIVITY", "COMMITS TODAY", "TIME", "CHANGES", "STATUS"}};
     if (anySync) table[0].push_back("GITHUB");
     for (const ActivityRow& row : rows) {
+        RepoStanding::Description described = describe(view.store, row.repoID, row.statuses);
         table.push_back(
             {Text::visible(row.name), branchCell(row.branch),
              momentCell(row.lastActivityAt, view.now), countCell(row.commitsToday),
              durationCell(row.estimatedSecondsToday),
              Style::paint(context, Style::changesTone(row.files), describeChanges(row.files)),
-             statusWords(context, row.statuses)});
-        if (anySync) {
-            table.back().push_back(row.syncStatus ? syncWord(context, *row.syncStatus) : "-");
-        }
+             Style::paint(context, described.words)});
+        if (anySync) table.back().push_back(githubCell(context, view.store, row.repoID, described));
     }
     using TextLayout::Shrink;
     printTable(context.out, table,

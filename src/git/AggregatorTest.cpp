@@ -90,10 +90,16 @@ std::vector<std::string> names(const std::vector<Row>& rows) {
 
 TEST(Aggregator, StatusLabelsComeInDisplayOrder) {
     const Date now = at("2026-11-21T12:00:00Z");
+    // Synced needs a remote branch to be in step with: none, no upstream or a
+    // detached HEAD is never synced, however clean.
     RepoSnapshot clean = snap("a");
     clean.remoteURL.reset();
     EXPECT_EQ(Aggregator::statuses(clean, false, 3, std::nullopt, now),
-              (std::vector{synced, inactive, noRemote}));
+              (std::vector{inactive, noRemote}));
+    RepoSnapshot unpublished = snap("a");
+    unpublished.hasUpstream = false;
+    EXPECT_EQ(Aggregator::statuses(unpublished, true, 3, std::nullopt, now),
+              (std::vector{activeToday}));
     EXPECT_EQ(Aggregator::statuses(snap("a"), true, 3, std::nullopt, now),
               (std::vector{synced, activeToday}));
 

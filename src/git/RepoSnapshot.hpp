@@ -48,9 +48,12 @@ struct RepoSnapshot {
     // order git reads them: the addresses its owner commits as.
     std::vector<std::string> userEmails;
 
-    // Nothing dirty, nothing to push or pull, and no error.
+    // Nothing dirty, and a branch that tracks a remote one at 0 ahead and 0 behind.
+    // Without an upstream, a remote or a branch the counts measure nothing, so such a
+    // repository is never synced however clean it is.
     bool isSynced() const {
-        return files.total() <= 0 && ahead == 0 && behind == 0 && (!error || error->empty());
+        return files.total() <= 0 && hasUpstream && remoteURL && !isDetachedHead && ahead == 0 &&
+               behind == 0 && (!error || error->empty());
     }
     bool operator==(const RepoSnapshot&) const = default;
 };

@@ -59,4 +59,16 @@ std::optional<ActionSuggestion> suggestion(const SyncState& state, std::string_v
     return std::nullopt;
 }
 
+ActionSuggestion switchToBranch(std::string_view defaultBranch, std::string_view cwd) {
+    ActionSuggestion result;
+    result.title = "Switch to a branch";
+    result.command =
+        fmt::format("git switch {}",
+                    GitCommandHints::branchWord(defaultBranch.empty() ? "main" : defaultBranch));
+    // Look first: the status says what HEAD is on and whether an operation is open.
+    result.safeSteps = {"git status", result.command};
+    result.cwd = std::string(cwd);
+    return result;
+}
+
 }  // namespace quorvane::ActionAssistant

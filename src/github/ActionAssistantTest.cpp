@@ -58,6 +58,16 @@ TEST(ActionAssistant, SuggestsOneSafeCommandPerFixableStatus) {
     EXPECT_EQ(suggest(Status::noUpstream, "a;rm$(x)"),
               "Publish branch | git push -u origin 'a;rm$(x)' | git push -u origin 'a;rm$(x)'; "
               "/code/app");
+
+    // A detached HEAD goes back to the default branch, "main" when none is known,
+    // and a name the shell or git would misread is written safely.
+    auto back = [](std::string_view defaultBranch) {
+        ActionSuggestion s = ActionAssistant::switchToBranch(defaultBranch, "/code/app");
+        return s.title + " | " + s.command + " | " + s.safeSteps.front() + "; " + s.cwd;
+    };
+    EXPECT_EQ(back("trunk"), "Switch to a branch | git switch trunk | git status; /code/app");
+    EXPECT_EQ(back(""), "Switch to a branch | git switch main | git status; /code/app");
+    EXPECT_EQ(back("a b"), "Switch to a branch | git switch 'a b' | git status; /code/app");
 }
 
 }  // namespace

@@ -18,7 +18,9 @@ Json toJson(const V2RepoLine& line) {
     Json json{{"repoID", line.repoID}, {"name", line.name},
               {"branch", line.branch}, {"syncStatus", toJson(line.syncStatus)},
               {"ahead", line.ahead},   {"behind", line.behind},
-              {"health", line.health}, {"otherRemote", line.otherRemote}};
+              {"otherRemote", line.otherRemote}};
+    // Null until a sync has scored the repository.
+    json["health"] = line.health ? Json(*line.health) : Json(nullptr);
     putIfPresent(json, "account", line.account);
     putIfPresent(json, "suggestedCommand", line.suggestedCommand);
     return json;

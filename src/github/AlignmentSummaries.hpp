@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/DateHelpers.hpp"
+#include "github/RepoStanding.hpp"
 #include "github/RepositoryMapping.hpp"
 #include "github/SyncState.hpp"
 #include "persistence/JsonCodec.hpp"
@@ -41,9 +42,12 @@ struct V2RepoLine {
     std::optional<std::string> account;  // account name
     std::string branch;                  // current branch
     SyncState::Status syncStatus = SyncState::Status::unknown;
+    // The words for it, which also know what the sync status cannot say (a detached
+    // HEAD, a remote elsewhere than GitHub). Not part of the JSON.
+    RepoStanding::Standing standing = RepoStanding::Standing::unknown;
     int ahead = 0;
     int behind = 0;
-    int health = 100;                             // the health score
+    std::optional<int> health;                    // the health score, once a sync scored it
     std::optional<std::string> suggestedCommand;  // the suggestion's command, if any
     // A repository with no GitHub remote whose origin is on another host: local
     // only as far as GitHub goes, but not to be called so.

@@ -3,18 +3,20 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
+#include "github/RepoStanding.hpp"
 
 namespace quorvane {
 
 namespace {
 
+// A line's labels in the words every view uses; a report holds no snapshot, so
+// these are what the labels themselves tell.
 std::string statusList(const std::vector<RepoStatus>& statuses) {
-    std::vector<std::string_view> names;
-    names.reserve(statuses.size());
-    for (RepoStatus status : statuses) names.push_back(enumName(status));
-    return fmt::format("{}", fmt::join(names, ", "));
+    std::vector<std::string> words;
+    for (const StatusWord& word : RepoStanding::describe(statuses, nullptr, nullptr).words)
+        words.push_back(word.text);
+    return fmt::format("{}", fmt::join(words, ", "));
 }
 
 // A commit line shows the subject alone: the body would break the list apart.

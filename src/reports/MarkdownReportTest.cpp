@@ -70,7 +70,7 @@ TEST(MarkdownReportTest, AProjectShowsDetachedHeadSyncOnlyWhenOffAndTodaysSubjec
     EXPECT_NE(text.find("### probe (`detached`)\n\n"
                         "- Commits: 2 · Time: 1h 1m\n"
                         "- Files: 0 modified, 0 staged, 0 untracked\n"
-                        "- Status: needsCommit, activeToday, detachedHead\n"
+                        "- Status: needs commit, detached, active\n"
                         "\n"
                         "  - `c3` Fix the parser\n"
                         "  - `c2` Start the parser\n"
@@ -78,12 +78,12 @@ TEST(MarkdownReportTest, AProjectShowsDetachedHeadSyncOnlyWhenOffAndTodaysSubjec
                         "### level (`main`)\n\n"
                         "- Commits: 0 · Time: 0m\n"
                         "- Files: 0 modified, 0 staged, 0 untracked\n"
-                        "- Status: synced, activeToday\n"
+                        "- Status: synced, active\n"
                         "\n"
                         "### ahead (`main`)\n\n"),
               std::string::npos)
         << text;
-    EXPECT_NE(text.find("- Sync: 2 ahead, 0 behind\n- Status: synced, activeToday\n\n"),
+    EXPECT_NE(text.find("- Sync: 2 ahead, 0 behind\n- Status: synced, active\n\n"),
               std::string::npos);
     EXPECT_EQ(text.find("Yesterday"), std::string::npos);
     EXPECT_EQ(text.find("Long body"), std::string::npos);
@@ -162,7 +162,7 @@ TEST(MarkdownReportTest, TheWeekListsDaysAndLeavesOutAbsentHighlights) {
               "| Tue (2026-03-10) | 0 | 0 | 0m |\n"
               "\n"
               "## Needs attention\n\n"
-              "- **app**: needsPush, activeToday\n");
+              "- **app**: needs push, active\n");
 }
 
 TEST(ReportExportTest, CsvQuotesEveryTextFieldAndDoublesInnerQuotes) {

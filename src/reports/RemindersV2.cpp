@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <unordered_set>
 
 #include <fmt/format.h>
 
@@ -39,10 +40,18 @@ ReminderEvent condition(Date now, std::optional<std::string> repoID, Kind kind,
 std::vector<ReminderEvent> activeConditions(Date now, const ReminderPrefs& prefs,
                                             const std::vector<RepoConfig>& configs,
                                             const std::vector<SyncState>& syncStates,
+                                            const std::vector<RepoSnapshot>& snapshots,
                                             const std::vector<GitHubAccount>& accounts) {
     std::unordered_map<std::string, const RepoConfig*> tracked;
     for (const auto& config : configs) {
         if (config.trackingEnabled) tracked.emplace(config.id, &config);
+    }
+
+    // A detached HEAD is on no branch that could take an upstream: the push the
+    // reminder asks for would publish some other branch. The views say to switch back.
+    std::unordered_set<std::string> detached;
+    for (const RepoSnapshot& snapshot : snapshots) {
+        if (snapshot.isDetachedHead) detached.insert(snapshot.repoID);
     }
 
     std::vector<ReminderEvent> active;
@@ -54,7 +63,7 @@ std::vector<ReminderEvent> activeConditions(Date now, const ReminderPrefs& prefs
         }
         if (!state.repoID) continue;
         const std::string& repoID = *state.repoID;
-        if (state.status == Status::noUpstream) {
+        if (state.status == Status::noUpstream && !detached.contains(repoID)) {
             active.push_back(condition(
                 now, repoID, Kind::noUpstream,
                 fmt::format("{}: the local branch has no upstream. Set one with push -u origin.",
@@ -98,10 +107,12 @@ bool isAlignment(Kind kind) {
 Reconciliation reconcile(Date now, const ReminderPrefs& prefs,
                          const std::vector<RepoConfig>& configs,
                          const std::vector<SyncState>& syncStates,
+                         const std::vector<RepoSnapshot>& snapshots,
                          const std::vector<GitHubAccount>& accounts,
                          const std::vector<ReminderEvent>& existing,
                          const std::function<std::string()>& newID) {
-    std::vector<ReminderEvent> active = activeConditions(now, prefs, configs, syncStates, accounts);
+    std::vector<ReminderEvent> active =
+        activeConditions(now, prefs, configs, syncStates, snapshots, accounts);
 
     return ReminderEngine::compare(std::move(active), existing, isAlignment, newID);
 }

@@ -6,6 +6,7 @@
 
 #include "base/DateHelpers.hpp"
 #include "base/Uuid.hpp"
+#include "git/RepoSnapshot.hpp"
 #include "github/GitHubAccount.hpp"
 #include "github/SyncState.hpp"
 #include "persistence/AppConfig.hpp"
@@ -25,10 +26,12 @@ using Reconciliation = ReminderEngine::Reconciliation;
 // again, and that reminder keeps its first message; an open reminder of an alignment
 // kind whose condition is gone is resolved. Local and end-of-day reminders are never
 // touched. A sync state whose repository is not tracked still counts, named by its
-// id. `newID` names each raised reminder; it is a parameter so replays are exact.
+// id. `snapshots` are the latest scans, which tell a detached HEAD from a branch.
+// `newID` names each raised reminder; it is a parameter so replays are exact.
 Reconciliation reconcile(Date now, const ReminderPrefs& prefs,
                          const std::vector<RepoConfig>& configs,
                          const std::vector<SyncState>& syncStates,
+                         const std::vector<RepoSnapshot>& snapshots,
                          const std::vector<GitHubAccount>& accounts,
                          const std::vector<ReminderEvent>& existing,
                          const std::function<std::string()>& newID = newUUID);

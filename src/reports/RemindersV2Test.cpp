@@ -52,9 +52,10 @@ RemindersV2::Reconciliation reconcile(const std::vector<SyncState>& states,
                                       const std::vector<GitHubAccount>& accounts = {},
                                       const std::vector<ReminderEvent>& existing = {},
                                       const ReminderPrefs& prefs = {},
-                                      const std::vector<RepoConfig>& configs = {}) {
+                                      const std::vector<RepoConfig>& configs = {},
+                                      const std::vector<RepoSnapshot>& snapshots = {}) {
     int next = 0;
-    return RemindersV2::reconcile(kNow, prefs, configs, states, accounts, existing,
+    return RemindersV2::reconcile(kNow, prefs, configs, states, snapshots, accounts, existing,
                                   [&] { return "R" + std::to_string(++next); });
 }
 
@@ -77,13 +78,17 @@ TEST(RemindersV2, RaisesEachAlignmentConditionWithItsText) {
         state("/app", Status::noUpstream),       state("/lib", Status::needsPull, 1),
         state(std::nullopt, Status::remoteOnly), state("/tool", Status::needsPull, 2),
         state("/app", Status::synced),           state("/lib", Status::diverged, 4),
-        state(std::nullopt, Status::noUpstream)};
+        state(std::nullopt, Status::noUpstream), state("/peek", Status::noUpstream)};
+    // A detached HEAD has no branch to give an upstream: pushing would publish another.
+    RepoSnapshot detached;
+    detached.repoID = "/peek";
+    detached.isDetachedHead = true;
     std::vector<GitHubAccount> accounts = {account("a1", "Work", AccountStatus::tokenInvalid),
                                            account("a2", "Home", AccountStatus::connected),
                                            account("a3", "", AccountStatus::tokenInvalid)};
     ReminderPrefs prefs;
     prefs.needsPush = prefs.needsCommit = prefs.staleDirty = false;  // not read here
-    auto result = reconcile(states, accounts, {}, prefs, configs);
+    auto result = reconcile(states, accounts, {}, prefs, configs, {detached});
     EXPECT_EQ(
         described(result.emit),
         (Strings{"R1 noUpstream#/app: The App: the local branch has no upstream. Set one with "
@@ -106,7 +111,7 @@ TEST(RemindersV2, RaisesEachAlignmentConditionWithItsText) {
 
     // The behind switch silences the pull reminder; the others have no switch.
     prefs.behindRemote = false;
-    EXPECT_EQ(reconcile(states, accounts, {}, prefs, configs).emit.size(), 4u);
+    EXPECT_EQ(reconcile(states, accounts, {}, prefs, configs, {detached}).emit.size(), 4u);
 }
 
 TEST(RemindersV2, OpenRemindersOfItsOwnKindsStandUntilTheirConditionEnds) {

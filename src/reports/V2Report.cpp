@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
+#include "github/RepoStanding.hpp"
 
 namespace quorvane::V2Report {
 
@@ -14,8 +14,14 @@ void repoSection(std::string& text, const V2RepoLine& line) {
                         line.branch.empty() ? "detached" : Text::visible(line.branch));
     if (line.account && !line.account->empty())
         text += fmt::format("- Account: {}\n", Text::visible(*line.account));
-    text += fmt::format("- Status: **{}** · Health: **{}**/100\n", enumName(line.syncStatus),
-                        line.health);
+    // A score exists only once a sync made one; until then the report says so, and
+    // what makes one, rather than a full mark nobody gave.
+    std::string health = line.health ? fmt::format("**{}**/100", *line.health)
+                                     : fmt::format("**{}** (comes with `{}`)",
+                                                   RepoStanding::healthWord(std::nullopt).text,
+                                                   RepoStanding::kScoreCommand);
+    text += fmt::format("- Status: **{}** · Health: {}\n", RepoStanding::word(line.standing).text,
+                        health);
     if (line.ahead > 0 || line.behind > 0) {
         text += fmt::format("- Sync: {} ahead, {} behind\n", line.ahead, line.behind);
     }

@@ -14,9 +14,12 @@ V2RepoLine line(const std::string& name, SyncState::Status status) {
     result.name = name;
     result.branch = "main";
     result.syncStatus = status;
+    result.standing = RepoStanding::of(status);
     return result;
 }
 
+// The status in the words of every view; a repository no sync scored yet has no
+// score but the command that makes one.
 TEST(V2ReportTest, EachRepositoryShowsItsAccountStatusHealthSyncAndCommandOnlyWhenItHasThem) {
     V2DailyReport report;
     report.base.dateKey = "2026-11-25";
@@ -35,11 +38,11 @@ TEST(V2ReportTest, EachRepositoryShowsItsAccountStatusHealthSyncAndCommandOnlyWh
                 HasSubstr("## Projects\n\n"
                           "### api (`main`)\n\n"
                           "- Account: Work\n"
-                          "- Status: **needsPush** · Health: **70**/100\n"
+                          "- Status: **needs push** · Health: **70**/100\n"
                           "- Sync: 2 ahead, 0 behind\n"
                           "- Suggested: `git -C '/home/me/api' push`\n\n"
                           "### tools (`detached`)\n\n"
-                          "- Status: **synced** · Health: **100**/100\n\n"));
+                          "- Status: **synced** · Health: **–** (comes with `quorvane sync`)\n\n"));
 }
 
 TEST(V2ReportTest, AnEmptyDayKeepsTheAlignmentBlockAndAnEmptySummaryHasNoHeading) {
