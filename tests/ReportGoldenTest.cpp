@@ -279,6 +279,9 @@ TEST_F(ReportGoldenTest, TheExtendedReportWithAndWithoutTheAISummary) {
 
     std::string withAI = run({"report", "daily", "--extended", "--ai"});
     expectGolden("daily-extended-ai.md", withAI);
+    // The summary is what a reader looks for first.
+    EXPECT_TRUE(withAI.starts_with("# Daily Report — 2026-03-11\n\n## AI Summary\n\nParser work"))
+        << withAI;
     ASSERT_EQ(ollama.requests().size(), 1u);
     EXPECT_TRUE(ollama.requests()[0].starts_with("POST /api/chat HTTP/1.1\r\n"))
         << ollama.requests()[0];
