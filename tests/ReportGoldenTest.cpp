@@ -181,6 +181,24 @@ TEST_F(ReportGoldenTest, TheDailyReportInEveryFormat) {
             readFile(file))
             << format;
     }
+
+    // Each line carries the day's commits, newest first, by their subject alone.
+    Json json = JsonCodec::parse(readFile(out / "daily-2026-03-11.json"));
+    const Json& app = json.at("lines").at(0);
+    ASSERT_EQ(app.at("name"), "app");
+    TestRepo appRepo(dir_ / "app");
+    EXPECT_EQ(app.at("commits"),
+              Json::array({{{"sha", appRepo.gitLine({"rev-parse", "HEAD"})},
+                            {"shortSha", appRepo.gitLine({"rev-parse", "--short", "HEAD"})},
+                            {"subject", "Wire the parser in"},
+                            {"author", appRepo.gitLine({"log", "-1", "--format=%an"})},
+                            {"committedAt", "2026-03-11T08:15:00Z"}},
+                           {{"sha", appRepo.gitLine({"rev-parse", "HEAD~1"})},
+                            {"shortSha", appRepo.gitLine({"rev-parse", "--short", "HEAD~1"})},
+                            {"subject", "Add the parser"},
+                            {"author", appRepo.gitLine({"log", "-1", "--format=%an"})},
+                            {"committedAt", "2026-03-11T07:30:00Z"}}}));
+    EXPECT_EQ(json.at("lines").at(4).at("commits"), Json::array());
 }
 
 TEST_F(ReportGoldenTest, TheWeeklyReportAsMarkdownAndJSON) {

@@ -45,7 +45,8 @@ int daily(CommandContext& context, const ReportOptions& options, const AppConfig
                                                      input.commitsByRepo);
                 break;
             case Format::json:
-                context.out << JsonCodec::pretty(ReportExport::dailyJSON(input.report));
+                context.out << JsonCodec::pretty(
+                    ReportExport::dailyJSON(input.report, input.commitsByRepo));
                 break;
             case Format::csv: context.out << ReportExport::dailyCSV(input.report.summary); break;
         }
@@ -65,7 +66,9 @@ int daily(CommandContext& context, const ReportOptions& options, const AppConfig
                 ReportExport::saveText(*folder, "daily-" + input.report.dateKey + ".md", text);
             break;
         }
-        case Format::json: written = ReportExport::saveDailyJSON(input.report, folder); break;
+        case Format::json:
+            written = ReportExport::saveDailyJSON(input.report, input.commitsByRepo, folder);
+            break;
         case Format::csv: written = ReportExport::saveDailyCSV(input.report.summary, folder); break;
     }
     context.out << written.string() << '\n';

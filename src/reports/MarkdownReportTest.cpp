@@ -200,10 +200,17 @@ TEST(ReportExportTest, TheDocumentsFolderComesFromTheUserDirsFile) {
 TEST(ReportExportTest, TheFileIsWrittenWholeAndAFailureNamesThePath) {
     testing::TempDir dir;
     DailyReport report = reportOf({line("app")});
-    std::filesystem::path written = ReportExport::saveDailyJSON(report, dir / "reports");
+    ReportExport::CommitsByRepo commits;
+    commits[line("app").repoID] = {
+        commit(line("app").repoID, "c2", "2026-03-11T09:00:00Z", "Fix the parser\r\nA body"),
+        commit(line("app").repoID, "c1", "2026-03-10T23:59:59Z", "Yesterday's work")};
+    std::filesystem::path written = ReportExport::saveDailyJSON(report, commits, dir / "reports");
     EXPECT_EQ(written, dir / "reports" / "daily-2026-03-11.json");
     Json json = JsonCodec::parse(AtomicFile::read(written).bytes.value_or(""));
     EXPECT_EQ(json["lines"][0]["statuses"], Json::array({"synced", "activeToday"}));
+    // Only the day's commits, each by its first line: a body stays out of the file.
+    ASSERT_EQ(json["lines"][0]["commits"].size(), 1u);
+    EXPECT_EQ(json["lines"][0]["commits"][0]["subject"], "Fix the parser");
     EXPECT_FALSE(json.contains("journalNotes"));
     // A report may quote the journal: it is the user's alone.
     EXPECT_EQ(std::filesystem::status(written).permissions(),
