@@ -94,6 +94,7 @@ Json dailyJSON(const DailyReport& report, const CommitsByRepo& commitsByRepo) {
     Json json = toJson(summary);
     json["dateKey"] = report.dateKey;
     json["pending"] = report.pending;
+    json["scanRecorded"] = report.scanRecorded;
     json["lines"] = std::move(lines);
     if (report.journal) {
         putIfPresent(json, "journalNotes", report.journal->manualNotes);

@@ -25,9 +25,9 @@ public:
 // Each repository's commits, newest first, by repository id.
 using CommitsByRepo = std::map<std::string, std::vector<CommitRecord>>;
 
-// The JSON file's content: the day's counters, pending items, one object per line with
-// its commits of the day from `commitsByRepo` (as the Markdown report lists them), and
-// the journal's notes; absent notes are left out.
+// The JSON file's content: the day's counters, pending items, whether a scan recorded
+// the day, one object per line with its commits of the day from `commitsByRepo` (as
+// the Markdown report lists them), and the journal's notes; absent notes are left out.
 Json dailyJSON(const DailyReport& report, const CommitsByRepo& commitsByRepo);
 
 // The CSV file's content: a header, then one row per line; text is always quoted.

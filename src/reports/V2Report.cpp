@@ -31,6 +31,7 @@ std::string daily(const V2DailyReport& report) {
     const TodaySummary& summary = report.base.summary;
     const AlignmentSummary& alignment = report.alignment;
     std::string text = fmt::format("# Daily Report — {}\n\n", report.base.dateKey);
+    if (!report.base.scanRecorded) text += fmt::format("{}\n\n", kNoScanRecordedNote);
     // The summary is the part read first, so it comes before the figures it sums up.
     if (report.aiSummary && !report.aiSummary->empty()) {
         text += fmt::format("## AI Summary\n\n{}\n\n",

@@ -69,6 +69,9 @@ TEST(V2ReportTest, AnEmptyDayKeepsTheAlignmentBlockAndAnEmptySummaryHasNoHeading
     const std::string body =
         expected.substr(title.size()) + "## Pending\n\n- [ ] Push api (2 commits)\n\n";
     EXPECT_EQ(V2Report::daily(report), title + "## AI Summary\n\nShipped the parser.\n\n" + body);
+    report.base.scanRecorded = false;
+    EXPECT_THAT(V2Report::daily(report),
+                ::testing::StartsWith(title + "_Note: no scan recorded on that day"));
 }
 
 }  // namespace
