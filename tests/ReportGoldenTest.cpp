@@ -11,7 +11,9 @@
 
 #include "app/AppEnvironment.hpp"
 #include "cli/CommandLine.hpp"
+#include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
+#include "github/BranchIntelligence.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "platform/Shell.hpp"
@@ -51,6 +53,11 @@ protected:
         synced.git({"push", "-q", "origin", "main"});
         TestRepo app = TestRepo::cloneOf(origin, dir_ / "app");
         TestRepo lagging = TestRepo::cloneOf(origin, dir_ / "lagging");
+        // A feature branch with a commit no remote holds, left while main goes on.
+        synced.git({"checkout", "-q", "-b", "feature/export"});
+        synced.commitFile("export.c", "int export(void);\n", "Sketch the export",
+                          at("2026-03-05T16:00:00Z"));
+        synced.git({"checkout", "-q", "main"});
         synced.commitFile("build.txt", "fast\n", "Tune the build", at("2026-03-11T08:00:00Z"));
         synced.git({"push", "-q", "origin", "main"});
         lagging.git({"fetch", "-q"});
@@ -67,6 +74,16 @@ protected:
         probe.commitFile("probe.sh", "echo 2\n", "Try a faster probe", at("2026-03-11T08:40:00Z"));
         probe.git({"checkout", "-q", "--detach", "HEAD"});
 
+        // Nobody works in idle this week; its remote moved on without it.
+        TestRepo idleOrigin(dir_ / "idle-origin.git", TestRepo::Kind::bare);
+        TestRepo idleSeed = TestRepo::cloneOf(idleOrigin, dir_ / "idle-seed");
+        idleSeed.commitFile("plan.md", "- one\n", "Draft the plan", at("2026-02-20T10:00:00Z"));
+        idleSeed.git({"push", "-q", "origin", "main"});
+        TestRepo idle = TestRepo::cloneOf(idleOrigin, dir_ / "idle");
+        idleSeed.commitFile("plan.md", "- two\n", "Revise the plan", at("2026-02-24T10:00:00Z"));
+        idleSeed.git({"push", "-q", "origin", "main"});
+        idle.git({"fetch", "-q"});
+
         TestRepo quoted(dir_ / "say \"hi\"");
         quoted.commitFile("notes.md", "- one\n", "Start the notes", at("2026-03-02T09:00:00Z"));
         quoted.write("draft.md", "unsaved thoughts\n");
@@ -76,7 +93,7 @@ protected:
         RepoDiscovery discovery(shell_);
         env.addDiscovered({discovery.makeRepo(app.path()), discovery.makeRepo(synced.path()),
                            discovery.makeRepo(lagging.path()), discovery.makeRepo(probe.path()),
-                           discovery.makeRepo(quoted.path())});
+                           discovery.makeRepo(quoted.path()), discovery.makeRepo(idle.path())});
         env.scanNow();  // the first scan has nothing to compare with: no session yet
 
         // Three changes in the app between scans: a session from 09:25 to 10:35.
@@ -90,6 +107,13 @@ protected:
         clock_.advance(30min);
         env.scanNow();
 
+        // The local branches as a sync stores them.
+        GitScanner scanner(shell_, clock_);
+        for (const RepoConfig& repo : env.config().repositories) {
+            env.store().replaceBranches(
+                repo.id, BranchIntelligence::branches(
+                             repo.id, scanner.localBranches(repo.localPath), {}, clock_.now()));
+        }
         env.store().upsertJournal(DailyJournal{.dateKey = "2026-03-11",
                                                .manualNotes = "Paired on the parser.",
                                                .blockers = "",
@@ -181,6 +205,24 @@ TEST_F(ReportGoldenTest, TheDailyReportInEveryFormat) {
             readFile(file))
             << format;
     }
+
+    // Each line carries the day's commits, newest first, by their subject alone.
+    Json json = JsonCodec::parse(readFile(out / "daily-2026-03-11.json"));
+    const Json& app = json.at("lines").at(0);
+    ASSERT_EQ(app.at("name"), "app");
+    TestRepo appRepo(dir_ / "app");
+    EXPECT_EQ(app.at("commits"),
+              Json::array({{{"sha", appRepo.gitLine({"rev-parse", "HEAD"})},
+                            {"shortSha", appRepo.gitLine({"rev-parse", "--short", "HEAD"})},
+                            {"subject", "Wire the parser in"},
+                            {"author", appRepo.gitLine({"log", "-1", "--format=%an"})},
+                            {"committedAt", "2026-03-11T08:15:00Z"}},
+                           {{"sha", appRepo.gitLine({"rev-parse", "HEAD~1"})},
+                            {"shortSha", appRepo.gitLine({"rev-parse", "--short", "HEAD~1"})},
+                            {"subject", "Add the parser"},
+                            {"author", appRepo.gitLine({"log", "-1", "--format=%an"})},
+                            {"committedAt", "2026-03-11T07:30:00Z"}}}));
+    EXPECT_EQ(json.at("lines").at(4).at("commits"), Json::array());
 }
 
 TEST_F(ReportGoldenTest, TheWeeklyReportAsMarkdownAndJSON) {
@@ -228,6 +270,7 @@ TEST_F(ReportGoldenTest, APastDayShowsHowItsLastScanLeftEachRepository) {
     TestRepo lagging(dir_ / "lagging");
     lagging.git({"checkout", "-q", "--", "README.md"});
     lagging.git({"merge", "-q", "--ff-only", "origin/main"});
+    TestRepo(dir_ / "idle").git({"merge", "-q", "--ff-only", "origin/main"});
     {
         AppEnvironment env(dataDir(), clock_, shell_);
         env.load();
@@ -235,8 +278,12 @@ TEST_F(ReportGoldenTest, APastDayShowsHowItsLastScanLeftEachRepository) {
     }
 
     std::string later = run({"report", "daily", "--date", "2026-03-11"});
-    for (const char* start : {"- Needs push:", "- Files: **", "- [ ] Push app", "- [ ] Commit app",
-                              "- Sync: 2 ahead", "- Status: needs commit, needs push"}) {
+    // Idle was behind that evening though nobody touched it, and synced had a branch
+    // to push.
+    for (const char* start :
+         {"- Needs push:", "- Files: **", "- [ ] Push app", "- [ ] Commit app", "- Sync: 2 ahead",
+          "- Status: needs commit, needs push", "- [ ] Push idle (1 behind)",
+          "- [ ] Push synced branch feature/export (1 commit)"}) {
         EXPECT_NE(lineStarting(thatDay, start), "") << start;
         EXPECT_EQ(lineStarting(later, start), lineStarting(thatDay, start)) << later;
     }
@@ -251,6 +298,24 @@ TEST_F(ReportGoldenTest, APastDayShowsHowItsLastScanLeftEachRepository) {
     EXPECT_EQ(lineStarting(today, "- Needs push:"),
               "- Needs push: **0** · Needs commit: **1** · Behind: **0**")
         << today;
+
+    // Only history knows the day before: the report says so, and shows no branch as the
+    // later sync found it.
+    const std::string note = "_Note: no scan recorded on that day";
+    for (const std::string& scanned : {thatDay, later, today}) {
+        EXPECT_EQ(lineStarting(scanned, note), "") << scanned;
+    }
+    std::string unscanned = run({"report", "daily", "--date", "2026-03-10"});
+    EXPECT_TRUE(unscanned.starts_with("# Daily Report — 2026-03-10\n\n" + note)) << unscanned;
+    EXPECT_EQ(unscanned.find("## Pending"), std::string::npos) << unscanned;
+    EXPECT_NE(unscanned.find("` Sketch the probe\n"), std::string::npos) << unscanned;
+    std::string extended = run({"report", "daily", "--extended", "--date", "2026-03-10"});
+    EXPECT_TRUE(extended.starts_with("# Daily Report — 2026-03-10\n\n" + note)) << extended;
+    for (const auto& [date, recorded] : {std::pair("2026-03-10", false), {"2026-03-11", true}}) {
+        Json json = JsonCodec::parse(
+            run({"report", "daily", "--date", date, "--format", "json", "--out", "-"}));
+        EXPECT_EQ(json.at("scanRecorded"), recorded) << date;
+    }
 }
 
 TEST_F(ReportGoldenTest, TheExtendedReportWithAndWithoutTheAISummary) {
@@ -279,6 +344,9 @@ TEST_F(ReportGoldenTest, TheExtendedReportWithAndWithoutTheAISummary) {
 
     std::string withAI = run({"report", "daily", "--extended", "--ai"});
     expectGolden("daily-extended-ai.md", withAI);
+    // The summary is what a reader looks for first.
+    EXPECT_TRUE(withAI.starts_with("# Daily Report — 2026-03-11\n\n## AI Summary\n\nParser work"))
+        << withAI;
     ASSERT_EQ(ollama.requests().size(), 1u);
     EXPECT_TRUE(ollama.requests()[0].starts_with("POST /api/chat HTTP/1.1\r\n"))
         << ollama.requests()[0];

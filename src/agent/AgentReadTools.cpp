@@ -456,8 +456,18 @@ WeeklySummary weekOf(const Store& store, const AppConfig& config, Date day) {
 }
 
 std::string dailyMarkdown(const Store& store, const AppConfig& config, Date day, Date now) {
-    DailyReport report = Aggregator::dailyReport(day, summaryOn(store, config, day, now),
-                                                 store.journal(DateHelpers::dateKey(day)));
+    std::string dateKey = DateHelpers::dateKey(day);
+    std::vector<DayActivity> dayRecords = store.dayActivities(dateKey);
+    // What is left to do covers every repository, worked on that day or not: today as
+    // the snapshots say, another day as its last scan left it.
+    std::vector<RepoTodayLine> standings =
+        dateKey == DateHelpers::dateKey(now)
+            ? Aggregator::standings(config.repositories, store.snapshots(), now)
+            : Aggregator::standingsAsRecorded(config.repositories, dayRecords);
+    DailyReport report =
+        Aggregator::dailyReport(day, summaryOn(store, config, day, now), store.journal(dateKey),
+                                standings, store.branches(std::nullopt));
+    report.scanRecorded = Aggregator::scanRecorded(dayRecords);
     return MarkdownReport::daily(
         report, config.repositories,
         Aggregator::countedCommits(store.commits(std::nullopt), Aggregator::dayRange(day),

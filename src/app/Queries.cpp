@@ -50,13 +50,19 @@ TodaySummary summary(const Store& store, const AppConfig& config, Date now, Date
 DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date now, Date day) {
     DailyReportInput input;
     std::string dateKey = DateHelpers::dateKey(day);
+    std::vector<DayActivity> dayRecords = store.dayActivities(dateKey);
     TodaySummary daySummary = summary(store, config, now, day, day);
+    std::vector<RepoTodayLine> standings;
     // Today's snapshots say how things stand now; another day is shown as it was left.
-    if (dateKey != DateHelpers::dateKey(now)) {
-        daySummary = Aggregator::asRecorded(std::move(daySummary), config.repositories,
-                                            store.dayActivities(dateKey));
+    if (dateKey == DateHelpers::dateKey(now)) {
+        standings = Aggregator::standings(config.repositories, store.snapshots(), now);
+    } else {
+        daySummary = Aggregator::asRecorded(std::move(daySummary), config.repositories, dayRecords);
+        standings = Aggregator::standingsAsRecorded(config.repositories, dayRecords);
     }
-    input.report = Aggregator::dailyReport(day, daySummary, store.journal(dateKey));
+    input.report = Aggregator::dailyReport(day, daySummary, store.journal(dateKey), standings,
+                                           store.branches(std::nullopt));
+    input.report.scanRecorded = Aggregator::scanRecorded(dayRecords);
     // The store's order, newest first; grouping keeps it within each repository.
     input.commitsByRepo = Aggregator::countedCommits(store.commits(std::nullopt),
                                                      Aggregator::dayRange(day),

@@ -45,7 +45,8 @@ int daily(CommandContext& context, const ReportOptions& options, const AppConfig
                                                      input.commitsByRepo);
                 break;
             case Format::json:
-                context.out << JsonCodec::pretty(ReportExport::dailyJSON(input.report));
+                context.out << JsonCodec::pretty(
+                    ReportExport::dailyJSON(input.report, input.commitsByRepo));
                 break;
             case Format::csv: context.out << ReportExport::dailyCSV(input.report.summary); break;
         }
@@ -65,7 +66,9 @@ int daily(CommandContext& context, const ReportOptions& options, const AppConfig
                 ReportExport::saveText(*folder, "daily-" + input.report.dateKey + ".md", text);
             break;
         }
-        case Format::json: written = ReportExport::saveDailyJSON(input.report, folder); break;
+        case Format::json:
+            written = ReportExport::saveDailyJSON(input.report, input.commitsByRepo, folder);
+            break;
         case Format::csv: written = ReportExport::saveDailyCSV(input.report.summary, folder); break;
     }
     context.out << written.string() << '\n';
@@ -92,8 +95,35 @@ std::string activityTable(const Store& store, const AppConfig& config, Date now,
     return ReportsViewModel::insightsMarkdown(periods);
 }
 
+// The provider's name as the person chose it in ai.provider.
+const char* providerName(AIPrefs::Provider provider) {
+    switch (provider) {
+        case AIPrefs::Provider::anthropic: return "Anthropic";
+        case AIPrefs::Provider::ollama: return "Ollama";
+        case AIPrefs::Provider::disabled: return "no provider";
+    }
+    return "the provider";
+}
+
+// A line on a terminal's stderr while a slow call runs, wiped when it ends however it
+// ends, so that neither the report nor an error message lands after it.
+class WaitingLine {
+public:
+    WaitingLine(CommandContext& context, std::string_view text) : context_(context) {
+        if (context_.progress) context_.err << text << std::flush;
+    }
+    ~WaitingLine() {
+        if (context_.progress) context_.err << "\r\033[K" << std::flush;
+    }
+    WaitingLine(const WaitingLine&) = delete;
+    WaitingLine& operator=(const WaitingLine&) = delete;
+
+private:
+    CommandContext& context_;
+};
+
 // The AI summary of the report's day, or nothing with the reason on stderr. The
-// report is whole without it.
+// report is whole without it. The provider may take up to a minute to answer.
 std::optional<std::string> aiSummary(CommandContext& context, const AppConfig& config,
                                      const Store& store, const DailyReport& report) {
     KeychainStore keychain(KeychainStore::kService,
@@ -109,8 +139,8 @@ std::optional<std::string> aiSummary(CommandContext& context, const AppConfig& c
                             : "No Anthropic API key is stored: quorvane config set-secret ai.\n");
         return std::nullopt;
     }
-    if (context.progress) context.err << "Writing the AI summary…\n" << std::flush;
     try {
+        WaitingLine waiting(context, fmt::format("asking {}…", providerName(config.ai.provider)));
         return Queries::generateAISummary(store, report, config.ai, *provider);
     } catch (const QuorvaneError& error) {
         context.err << AISummaryService::kFailureMessage << "\n"

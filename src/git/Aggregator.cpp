@@ -634,8 +634,63 @@ std::vector<DayBreakdown> heatmap(int daysBack, Date today,
     return cells;
 }
 
+std::vector<RepoTodayLine> standings(const std::vector<RepoConfig>& configs,
+                                     const std::vector<RepoSnapshot>& snapshots, Date now) {
+    SnapshotIndex latestByRepo = latestSnapshots(snapshots);
+    std::vector<RepoTodayLine> lines;
+    for (const RepoConfig& config : configs) {
+        const RepoSnapshot* snapshot = find(latestByRepo, config.id);
+        if (!config.trackingEnabled || snapshot == nullptr) continue;
+        RepoTodayLine line;
+        line.repoID = config.id;
+        line.name = displayNameOf(config);
+        line.branch = snapshot->branch;
+        line.files = snapshot->files;
+        line.ahead = snapshot->ahead;
+        line.behind = snapshot->behind;
+        // Whoever worked in the window has a line of the summary, which comes first.
+        line.statuses =
+            statuses(*snapshot, false, staleDaysFor(config), snapshot->lastCommitAt, now);
+        line.lastCommitAt = snapshot->lastCommitAt;
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+std::vector<RepoTodayLine> standingsAsRecorded(const std::vector<RepoConfig>& configs,
+                                               const std::vector<DayActivity>& dayRecords) {
+    std::map<std::string, const DayActivity*> recordByRepo;
+    for (const DayActivity& record : dayRecords) {
+        if (record.files) recordByRepo[record.repoID] = &record;
+    }
+    std::vector<RepoTodayLine> lines;
+    for (const RepoConfig& config : configs) {
+        auto found = recordByRepo.find(config.id);
+        if (!config.trackingEnabled || found == recordByRepo.end()) continue;
+        const DayActivity& record = *found->second;
+        RepoTodayLine line;
+        line.repoID = config.id;
+        line.name = displayNameOf(config);
+        line.branch = record.branch;
+        line.files = *record.files;
+        line.ahead = record.ahead;
+        line.behind = record.behind;
+        line.statuses = parseStatuses(record.statuses);
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+bool scanRecorded(const std::vector<DayActivity>& dayRecords) {
+    return std::any_of(dayRecords.begin(), dayRecords.end(), [](const DayActivity& record) {
+        return record.files.has_value() || !record.statuses.empty();
+    });
+}
+
 DailyReport dailyReport(Date day, const TodaySummary& summary,
-                        const std::optional<DailyJournal>& journal) {
+                        const std::optional<DailyJournal>& journal,
+                        const std::vector<RepoTodayLine>& standings,
+                        const std::vector<BranchRecord>& branches) {
     DailyReport report{.dateKey = DateHelpers::dateKey(day),
                        .summary = summary,
                        .journal = journal,
@@ -643,7 +698,22 @@ DailyReport dailyReport(Date day, const TodaySummary& summary,
     auto counted = [](int count, const char* noun) {
         return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
     };
-    for (const auto& line : summary.lines) {
+    // A sync replaces the records, so one written after the day knows only later days.
+    Date dayEnd = dayRange(day).end;
+    auto branchItems = [&](const RepoTodayLine& line) {
+        if (contains(line.statuses, RepoStatus::noRemote)) return;
+        for (const BranchRecord& branch : branches) {
+            if (branch.repoID != line.repoID || !branch.isLocal || branch.unpushedCount <= 0 ||
+                branch.lastSyncedAt > dayEnd) {
+                continue;
+            }
+            // The checked-out branch's own count against its upstream is the fresher.
+            if (branch.name == line.branch && branch.upstreamName) continue;
+            report.pending.push_back("Push " + line.name + " branch " + branch.name + " (" +
+                                     counted(branch.unpushedCount, "commit") + ")");
+        }
+    };
+    auto items = [&](const RepoTodayLine& line) {
         if (line.ahead > 0) {
             report.pending.push_back("Push " + line.name + " (" + counted(line.ahead, "commit") +
                                      ")");
@@ -658,6 +728,16 @@ DailyReport dailyReport(Date day, const TodaySummary& summary,
             report.pending.push_back("Push " + line.name + " (" + std::to_string(line.behind) +
                                      " behind)");
         }
+        branchItems(line);
+    };
+
+    std::unordered_set<std::string> listed;
+    for (const RepoTodayLine& line : summary.lines) {
+        listed.insert(line.repoID);
+        items(line);
+    }
+    for (const RepoTodayLine& line : standings) {
+        if (listed.insert(line.repoID).second) items(line);
     }
     return report;
 }

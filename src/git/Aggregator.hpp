@@ -12,6 +12,7 @@
 #include "git/Identity.hpp"
 #include "git/RepoSnapshot.hpp"
 #include "git/WorkSession.hpp"
+#include "github/BranchRecord.hpp"
 #include "github/SyncState.hpp"
 #include "persistence/RepoConfig.hpp"
 #include "reports/DailyJournal.hpp"
@@ -96,6 +97,20 @@ TodaySummary summary(Date start, Date end, const std::string& label,
 TodaySummary asRecorded(TodaySummary summary, const std::vector<RepoConfig>& configs,
                         const std::vector<DayActivity>& dayRecords);
 
+// How each tracked repository with a snapshot stands now, in configuration order:
+// its branch, file counts, sync counts and labels, whether or not it was worked on.
+std::vector<RepoTodayLine> standings(const std::vector<RepoConfig>& configs,
+                                     const std::vector<RepoSnapshot>& snapshots, Date now);
+
+// How each tracked repository stood when a scan last recorded the day, in
+// configuration order, from the day's records that hold counts.
+std::vector<RepoTodayLine> standingsAsRecorded(const std::vector<RepoConfig>& configs,
+                                               const std::vector<DayActivity>& dayRecords);
+
+// Whether any scan recorded the day: history read at enrolment writes records too,
+// but those say nothing of how the day ended.
+bool scanRecorded(const std::vector<DayActivity>& dayRecords);
+
 // The tracked repositories ranked by activity on the local day holding `day`, leaving
 // out those in cache, trash and dependency folders. A repository with a commit that
 // counts that day was worked on, whichever branch holds it.
@@ -128,10 +143,16 @@ std::vector<DayBreakdown> heatmap(int daysBack, Date today,
                                   const std::vector<CommitRecord>& commits,
                                   const Identity& identity);
 
-// The report of the local day holding `day`: its summary and journal entry, and for
-// each line, in order, what is left to do: push, commit, then catch up.
+// The report of the local day holding `day`: its summary and journal entry, and what
+// is left to do. For each repository, the summary's lines first and then the other
+// `standings`: push, commit, catch up, then push each local branch of `branches` that
+// holds unpushed commits. A checked-out branch with an upstream is left to the
+// repository's own counts, a repository without a remote has nowhere to push, and a
+// branch record written after the day does not say how that day ended.
 DailyReport dailyReport(Date day, const TodaySummary& summary,
-                        const std::optional<DailyJournal>& journal);
+                        const std::optional<DailyJournal>& journal,
+                        const std::vector<RepoTodayLine>& standings = {},
+                        const std::vector<BranchRecord>& branches = {});
 
 // How the tracked repositories stand against their remotes, from the local scan alone.
 AlignmentOverview alignmentOverview(const std::vector<RepoConfig>& configs,

@@ -237,6 +237,14 @@ TEST(Aggregator, SummaryKeepsDirtyRepositoriesOnlyInTodaysWindow) {
     ASSERT_EQ(names(yesterday.lines), std::vector<std::string>{"committed"});
     EXPECT_TRUE(yesterday.lines[0].workedInWindow);
     EXPECT_EQ(yesterday.needsCommitCount, 2) << "counters cover every tracked repository";
+
+    // What is left to do takes in every tracked repository, worked on or not.
+    std::vector<RepoTodayLine> standing = Aggregator::standings(configs, snapshots, now);
+    ASSERT_EQ(names(standing),
+              (std::vector<std::string>{"dirty", "dirtier", "timed", "committed"}));
+    EXPECT_EQ(standing[2].behind, 2);
+    EXPECT_EQ(standing[3].ahead, 1);
+    EXPECT_EQ(standing[0].statuses, (std::vector{needsCommit, inactive, stale}));
 }
 
 TEST(Aggregator, APastDayReadsItsOwnRecordsAndOlderRecordsByTheirLabels) {
@@ -277,6 +285,19 @@ TEST(Aggregator, APastDayReadsItsOwnRecordsAndOlderRecordsByTheirLabels) {
     // Commits read from history before the repository was tracked: nothing recorded.
     EXPECT_EQ(past.lines[2].statuses, std::vector{activeToday});
     EXPECT_EQ(past.lines[2].branch, "main");
+
+    // Only a record with counts says how the repository stood at the end of the day.
+    std::vector<RepoTodayLine> standing =
+        Aggregator::standingsAsRecorded(configs, {old, hidden, kept});
+    ASSERT_EQ(names(standing), std::vector<std::string>{"kept"});
+    EXPECT_EQ(std::tuple(standing[0].branch, standing[0].files, standing[0].ahead),
+              std::tuple(std::string("feature"), *kept.files, 3));
+    // Scans label every record they write; history read at enrolment labels none.
+    DayActivity history = day("history", "2026-11-20", 1, 0);
+    EXPECT_TRUE(Aggregator::scanRecorded({history, old}));
+    EXPECT_TRUE(Aggregator::scanRecorded({kept}));
+    EXPECT_FALSE(Aggregator::scanRecorded({history}));
+    EXPECT_FALSE(Aggregator::scanRecorded({}));
 }
 
 TEST(Aggregator, RankingPutsTheDaysWorkFirstUnlessByRecencyAlone) {

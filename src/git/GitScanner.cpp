@@ -5,6 +5,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 #include <set>
 
@@ -501,6 +502,21 @@ std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) 
                 GitParsing::AheadBehind standing = GitParsing::aheadBehind(counts.stdOut);
                 info.ahead = standing.ahead;
                 info.behind = standing.behind;
+            }
+            info.unpushed = info.ahead;
+        } else {
+            // A branch never pushed with -u may still be on a remote under another
+            // name: only what no remote-tracking branch holds is still to push. The
+            // second --not turns the remotes' exclusion off again for the branch,
+            // which comes after the end of options like every name read above.
+            ShellResult counts = git(path,
+                                     {"rev-list", "--count", "--not", "--remotes", "--not",
+                                      "--end-of-options", fields[0]},
+                                     15);
+            long long count = 0;
+            if (counts.succeeded() && Text::parseInt(Text::trim(counts.stdOut), count) &&
+                count >= 0 && count <= INT_MAX) {
+                info.unpushed = static_cast<int>(count);
             }
         }
         branches.push_back(std::move(info));

@@ -21,6 +21,9 @@ struct LocalBranchInfo {
     int behind = 0;  // 0 without an upstream
     std::optional<std::string> lastSha;
     std::optional<Date> lastDate;  // committer date of the tip
+    // Commits a push would still have to send: `ahead` with an upstream; without one,
+    // those of the branch that no remote-tracking branch holds.
+    int unpushed = 0;
 
     bool operator==(const LocalBranchInfo&) const = default;
 };
@@ -79,7 +82,8 @@ public:
     // answer, as in a folder that is not a work tree.
     std::optional<std::string> porcelainStatus(const std::string& path, bool ignoreUntracked) const;
 
-    // The local branches in the order git lists them, with ahead and behind counts.
+    // The local branches in the order git lists them, with ahead, behind and unpushed
+    // counts.
     std::vector<LocalBranchInfo> localBranches(const std::string& path) const;
 
     // The `--since` argument for the local midnight before `now`, in UTC.

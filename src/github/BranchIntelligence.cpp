@@ -28,6 +28,7 @@ std::vector<BranchRecord> branches(const std::string& repoID,
         row.upstreamName = branch.upstream;
         row.aheadCount = branch.ahead;
         row.behindCount = branch.behind;
+        row.unpushedCount = branch.unpushed;
         row.lastCommitSha = branch.lastSha;
         row.lastCommitDate = branch.lastDate;
         if (twin != nullptr) {

@@ -12,9 +12,9 @@ const Date kRemoteTip = *DateHelpers::parseISO("2026-11-23T08:00:00Z");
 
 TEST(BranchIntelligenceTest, LocalRowsComeFirstThenBranchesOnlyOnGitHubByExactName) {
     std::vector<LocalBranchInfo> local = {
-        {"main", "origin/main", 1, 2, "l1", kLocalTip},  // its own tip wins over GitHub's
-        {"feature", "origin/feature", 0, 0, {}, {}},     // no tip read: GitHub's fills in
-        {"wip", {}, 0, 0, "l3", kLocalTip},              // "Wip" on GitHub is another branch
+        {"main", "origin/main", 1, 2, "l1", kLocalTip, 1},  // its own tip wins over GitHub's
+        {"feature", "origin/feature", 0, 0, {}, {}, 0},     // no tip read: GitHub's fills in
+        {"wip", {}, 0, 0, "l3", kLocalTip, 3},              // "Wip" on GitHub is another branch
     };
     std::vector<RemoteBranch> remote = {{"release", "r0", {}},
                                         {"feature", "r2", kRemoteTip},
@@ -22,9 +22,9 @@ TEST(BranchIntelligenceTest, LocalRowsComeFirstThenBranchesOnlyOnGitHubByExactNa
                                         {"Wip", "r4", {}}};
     // clang-format off
     EXPECT_THAT(BranchIntelligence::branches("/r", local, remote, kNow), ::testing::ElementsAre(
-        BranchRecord{"/r#main#L", "/r", "main", true, true, "origin/main", 1, 2, "l1", kLocalTip, kNow},
-        BranchRecord{"/r#feature#L", "/r", "feature", true, true, "origin/feature", 0, 0, "r2", kRemoteTip, kNow},
-        BranchRecord{"/r#wip#L", "/r", "wip", true, false, {}, 0, 0, "l3", kLocalTip, kNow},
+        BranchRecord{"/r#main#L", "/r", "main", true, true, "origin/main", 1, 2, "l1", kLocalTip, kNow, 1},
+        BranchRecord{"/r#feature#L", "/r", "feature", true, true, "origin/feature", 0, 0, "r2", kRemoteTip, kNow, 0},
+        BranchRecord{"/r#wip#L", "/r", "wip", true, false, {}, 0, 0, "l3", kLocalTip, kNow, 3},
         BranchRecord{"/r#release#R", "/r", "release", false, true, {}, 0, 0, "r0", {}, kNow},
         BranchRecord{"/r#Wip#R", "/r", "Wip", false, true, {}, 0, 0, "r4", {}, kNow}));
     // clang-format on

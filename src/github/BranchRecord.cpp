@@ -15,6 +15,7 @@ void fromJson(const Json& json, BranchRecord& out, const std::string& path) {
     out.lastCommitSha = reader.optional<std::string>("lastCommitSha");
     out.lastCommitDate = reader.optional<Date>("lastCommitDate");
     out.lastSyncedAt = reader.required<Date>("lastSyncedAt");
+    out.unpushedCount = reader.optional<int>("unpushedCount").value_or(0);
 }
 
 Json toJson(const BranchRecord& record) {
@@ -29,6 +30,8 @@ Json toJson(const BranchRecord& record) {
     putIfPresent(json, "upstreamName", record.upstreamName);
     putIfPresent(json, "lastCommitSha", record.lastCommitSha);
     putIfPresent(json, "lastCommitDate", record.lastCommitDate);
+    // Like an absent value, a zero is left out, as files written before it was kept are.
+    if (record.unpushedCount != 0) json["unpushedCount"] = record.unpushedCount;
     return json;
 }
 

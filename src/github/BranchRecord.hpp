@@ -23,6 +23,9 @@ struct BranchRecord {
     std::optional<std::string> lastCommitSha;
     std::optional<Date> lastCommitDate;
     Date lastSyncedAt{};  // when the record was computed
+    // For a local branch, the commits a push would still send (LocalBranchInfo::unpushed);
+    // 0 in records written before it was kept.
+    int unpushedCount = 0;
 
     // The id this record should carry: "#L" marks a row that exists locally,
     // "#R" one that exists only on GitHub, so the two can never collide.

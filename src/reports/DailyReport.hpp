@@ -16,8 +16,15 @@ struct DailyReport {
     TodaySummary summary;
     std::optional<DailyJournal> journal;
     std::vector<std::string> pending;  // "Push app (2 commits)", "Commit app (1 file)", ...
+    // False when no scan recorded the day: its counts may not be how it ended.
+    bool scanRecorded = true;
 
     bool operator==(const DailyReport&) const = default;
 };
+
+// The line under a report's title when no scan recorded its day.
+inline constexpr const char* kNoScanRecordedNote =
+    "_Note: no scan recorded on that day, so its commits come from the history and its counts "
+    "may not show how it stood._";
 
 }  // namespace quorvane

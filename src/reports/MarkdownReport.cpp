@@ -83,6 +83,7 @@ std::string daily(const DailyReport& report, const std::vector<RepoConfig>& /*co
     for (const RepoTodayLine& line : summary.lines) seconds += line.estimatedSeconds;
 
     std::string text = fmt::format("# Daily Report — {}\n\n", report.dateKey);
+    if (!report.scanRecorded) text += fmt::format("{}\n\n", kNoScanRecordedNote);
     text += "## Summary\n\n";
     text += fmt::format("- Active projects: **{}**\n", summary.activeProjects);
     text += fmt::format("- Commits today: **{}**\n", summary.totalCommits);

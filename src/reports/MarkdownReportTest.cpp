@@ -112,26 +112,63 @@ TEST(MarkdownReportTest, AnEmptyDaySaysSoAndTheJournalKeepsOnlyWrittenNotes) {
               "**Tomorrow**\n\nRelease\n\n");
 }
 
-TEST(MarkdownReportTest, PendingItemsPushThenCommitThenCatchUpPerLine) {
+BranchRecord localBranch(const RepoTodayLine& repo, const std::string& name,
+                         std::optional<std::string> upstream, int unpushed,
+                         const char* syncedAt = "2026-03-11T08:00:00Z") {
+    BranchRecord record;
+    record.repoID = repo.repoID;
+    record.name = name;
+    record.isLocal = true;
+    record.upstreamName = std::move(upstream);
+    record.unpushedCount = unpushed;
+    record.lastSyncedAt = at(syncedAt);
+    record.id = record.composedID();
+    return record;
+}
+
+TEST(MarkdownReportTest, PendingCoversEveryRepositoryThenItsUnpushedBranches) {
     RepoTodayLine busy = line("busy");
     busy.ahead = 1;
     busy.behind = 3;
     busy.files.modified = 1;
     busy.files.untracked = 1;
-    RepoTodayLine single = line("single");
+    RepoTodayLine single = line("single", "wip");
     single.files.staged = 1;
     RepoTodayLine clean = line("clean");
     TodaySummary summary;
     summary.lines = {busy, single, clean};
+    // Not worked on that day: one behind its remote, one with no remote at all.
+    RepoTodayLine idle = line("idle");
+    idle.behind = 2;
+    idle.statuses = {behindRemote, inactive};
+    RepoTodayLine local = line("local");
+    local.statuses = {synced, inactive, noRemote};
+    RepoTodayLine quiet = line("quiet");
+    std::vector<RepoTodayLine> standings = {local, busy, idle, quiet, clean};
+    BranchRecord onGitHubOnly = localBranch(quiet, "release", std::nullopt, 4);
+    onGitHubOnly.isLocal = false;
+    std::vector<BranchRecord> branches = {
+        localBranch(busy, "main", "origin/main", 1),     // the repository's count says it
+        localBranch(single, "wip", std::nullopt, 1),     // checked out, never pushed
+        localBranch(clean, "feature/x", "origin/x", 3),  // not checked out
+        localBranch(clean, "done", std::nullopt, 0),     // nothing to push
+        localBranch(local, "spike", std::nullopt, 5),    // nowhere to push it
+        localBranch(idle, "later", std::nullopt, 2, "2026-03-12T00:00:00Z"),  // after the day
+        localBranch(idle, "late", std::nullopt, 1, "2026-03-11T23:59:59Z"),
+        onGitHubOnly};
 
-    DailyReport report = Aggregator::dailyReport(at("2026-03-11T12:00:00Z"), summary, std::nullopt);
+    DailyReport report = Aggregator::dailyReport(at("2026-03-11T12:00:00Z"), summary, std::nullopt,
+                                                 standings, branches);
     EXPECT_EQ(report.dateKey, "2026-03-11");
     EXPECT_EQ(report.pending,
-              (std::vector<std::string>{"Push busy (1 commit)", "Commit busy (2 files)",
-                                        "Push busy (3 behind)", "Commit single (1 file)"}));
+              (std::vector<std::string>{
+                  "Push busy (1 commit)", "Commit busy (2 files)", "Push busy (3 behind)",
+                  "Commit single (1 file)", "Push single branch wip (1 commit)",
+                  "Push clean branch feature/x (3 commits)", "Push idle (2 behind)",
+                  "Push idle branch late (1 commit)"}));
     std::string text = MarkdownReport::daily(report, {}, {});
     EXPECT_NE(text.find("## Pending\n\n- [ ] Push busy (1 commit)\n- [ ] Commit busy (2 files)\n"
-                        "- [ ] Push busy (3 behind)\n- [ ] Commit single (1 file)\n\n"),
+                        "- [ ] Push busy (3 behind)\n- [ ] Commit single (1 file)\n"),
               std::string::npos);
     EXPECT_EQ(text.find("## Journal"), std::string::npos);
 }
@@ -200,10 +237,17 @@ TEST(ReportExportTest, TheDocumentsFolderComesFromTheUserDirsFile) {
 TEST(ReportExportTest, TheFileIsWrittenWholeAndAFailureNamesThePath) {
     testing::TempDir dir;
     DailyReport report = reportOf({line("app")});
-    std::filesystem::path written = ReportExport::saveDailyJSON(report, dir / "reports");
+    ReportExport::CommitsByRepo commits;
+    commits[line("app").repoID] = {
+        commit(line("app").repoID, "c2", "2026-03-11T09:00:00Z", "Fix the parser\r\nA body"),
+        commit(line("app").repoID, "c1", "2026-03-10T23:59:59Z", "Yesterday's work")};
+    std::filesystem::path written = ReportExport::saveDailyJSON(report, commits, dir / "reports");
     EXPECT_EQ(written, dir / "reports" / "daily-2026-03-11.json");
     Json json = JsonCodec::parse(AtomicFile::read(written).bytes.value_or(""));
     EXPECT_EQ(json["lines"][0]["statuses"], Json::array({"synced", "activeToday"}));
+    // Only the day's commits, each by its first line: a body stays out of the file.
+    ASSERT_EQ(json["lines"][0]["commits"].size(), 1u);
+    EXPECT_EQ(json["lines"][0]["commits"][0]["subject"], "Fix the parser");
     EXPECT_FALSE(json.contains("journalNotes"));
     // A report may quote the journal: it is the user's alone.
     EXPECT_EQ(std::filesystem::status(written).permissions(),

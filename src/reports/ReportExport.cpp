@@ -16,7 +16,26 @@ namespace fs = std::filesystem;
 
 namespace {
 
-Json lineJSON(const RepoTodayLine& line) {
+// The line's commits of the report's day in the order given, each by its subject: a
+// body may hold more than the person means to hand on.
+Json commitsJSON(const RepoTodayLine& line, const std::string& dateKey,
+                 const CommitsByRepo& commitsByRepo) {
+    Json commits = Json::array();
+    auto found = commitsByRepo.find(line.repoID);
+    if (found == commitsByRepo.end()) return commits;
+    for (const CommitRecord& commit : found->second) {
+        if (DateHelpers::dateKey(commit.committedAt) != dateKey) continue;
+        commits.push_back(
+            Json{{"sha", commit.sha},
+                 {"shortSha", commit.shortSha},
+                 {"subject", commit.message.substr(0, commit.message.find_first_of("\r\n"))},
+                 {"author", commit.authorName},
+                 {"committedAt", toJson(commit.committedAt)}});
+    }
+    return commits;
+}
+
+Json lineJSON(const RepoTodayLine& line, Json commits) {
     Json statuses = Json::array();
     for (RepoStatus status : line.statuses) statuses.push_back(std::string(enumName(status)));
     return Json{{"repoID", line.repoID},
@@ -32,7 +51,8 @@ Json lineJSON(const RepoTodayLine& line) {
                 {"ahead", line.ahead},
                 {"behind", line.behind},
                 {"statuses", statuses},
-                {"estimatedSeconds", line.estimatedSeconds}};
+                {"estimatedSeconds", line.estimatedSeconds},
+                {"commits", std::move(commits)}};
 }
 
 // Every text field is quoted, so a comma, a quote or a line break inside one never
@@ -64,14 +84,17 @@ fs::path resolveBaseDir(const std::optional<fs::path>& baseDir) {
 
 }  // namespace
 
-Json dailyJSON(const DailyReport& report) {
+Json dailyJSON(const DailyReport& report, const CommitsByRepo& commitsByRepo) {
     const TodaySummary& summary = report.summary;
     Json lines = Json::array();
-    for (const RepoTodayLine& line : summary.lines) lines.push_back(lineJSON(line));
+    for (const RepoTodayLine& line : summary.lines) {
+        lines.push_back(lineJSON(line, commitsJSON(line, report.dateKey, commitsByRepo)));
+    }
     // The summary's counters as the views give them; the lines take the export's form.
     Json json = toJson(summary);
     json["dateKey"] = report.dateKey;
     json["pending"] = report.pending;
+    json["scanRecorded"] = report.scanRecorded;
     json["lines"] = std::move(lines);
     if (report.journal) {
         putIfPresent(json, "journalNotes", report.journal->manualNotes);
@@ -114,9 +137,10 @@ fs::path saveText(const fs::path& dir, const std::string& fileName, std::string_
     return path;
 }
 
-fs::path saveDailyJSON(const DailyReport& report, const std::optional<fs::path>& baseDir) {
+fs::path saveDailyJSON(const DailyReport& report, const CommitsByRepo& commitsByRepo,
+                       const std::optional<fs::path>& baseDir) {
     return saveText(resolveBaseDir(baseDir), "daily-" + report.dateKey + ".json",
-                    JsonCodec::pretty(dailyJSON(report)));
+                    JsonCodec::pretty(dailyJSON(report, commitsByRepo)));
 }
 
 fs::path saveDailyCSV(const TodaySummary& summary, const std::optional<fs::path>& baseDir) {

@@ -1,11 +1,14 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "git/ActivitySummaries.hpp"
+#include "git/CommitRecord.hpp"
 #include "persistence/JsonCodec.hpp"
 #include "reports/DailyReport.hpp"
 
@@ -19,15 +22,19 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// The JSON file's content: the day's counters, pending items, one object per line
-// and the journal's notes; absent notes are left out.
-Json dailyJSON(const DailyReport& report);
+// Each repository's commits, newest first, by repository id.
+using CommitsByRepo = std::map<std::string, std::vector<CommitRecord>>;
+
+// The JSON file's content: the day's counters, pending items, whether a scan recorded
+// the day, one object per line with its commits of the day from `commitsByRepo` (as
+// the Markdown report lists them), and the journal's notes; absent notes are left out.
+Json dailyJSON(const DailyReport& report, const CommitsByRepo& commitsByRepo);
 
 // The CSV file's content: a header, then one row per line; text is always quoted.
 std::string dailyCSV(const TodaySummary& summary);
 
 // "daily-<dateKey>.json" in `baseDir`, or in the default folder when absent.
-std::filesystem::path saveDailyJSON(const DailyReport& report,
+std::filesystem::path saveDailyJSON(const DailyReport& report, const CommitsByRepo& commitsByRepo,
                                     const std::optional<std::filesystem::path>& baseDir);
 
 // "daily-<dateKey>.csv" in `baseDir`, or in the default folder when absent.

@@ -37,6 +37,12 @@ std::string daily(const V2DailyReport& report) {
     const TodaySummary& summary = report.base.summary;
     const AlignmentSummary& alignment = report.alignment;
     std::string text = fmt::format("# Daily Report — {}\n\n", report.base.dateKey);
+    if (!report.base.scanRecorded) text += fmt::format("{}\n\n", kNoScanRecordedNote);
+    // The summary is the part read first, so it comes before the figures it sums up.
+    if (report.aiSummary && !report.aiSummary->empty()) {
+        text += fmt::format("## AI Summary\n\n{}\n\n",
+                            Text::visible(*report.aiSummary, Text::Lines::many));
+    }
     text += "## Summary\n\n";
     text += fmt::format("- Active projects: **{}**\n", summary.activeProjects);
     text += fmt::format("- Commits today: **{}**\n", summary.totalCommits);
@@ -68,10 +74,6 @@ std::string daily(const V2DailyReport& report) {
             text += fmt::format("- [ ] {}\n", Text::visible(item));
         }
         text += '\n';
-    }
-    if (report.aiSummary && !report.aiSummary->empty()) {
-        text += fmt::format("## AI Summary\n\n{}\n\n",
-                            Text::visible(*report.aiSummary, Text::Lines::many));
     }
     return text;
 }

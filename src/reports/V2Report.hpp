@@ -21,9 +21,10 @@ struct V2DailyReport {
     bool operator==(const V2DailyReport&) const = default;
 };
 
-// The daily report with GitHub alignment: the day's counters, the alignment counts,
-// each repository's sync status, health and next safe command in place of the plain
-// report's per-project details, the open items and the AI summary. Pure; it cannot fail.
+// The daily report with GitHub alignment: the AI summary first when there is one, then
+// the day's counters, the alignment counts, each repository's sync status, health and
+// next safe command in place of the plain report's per-project details, and the open
+// items. Pure; it cannot fail.
 namespace V2Report {
 
 std::string daily(const V2DailyReport& report);

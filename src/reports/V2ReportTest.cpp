@@ -65,11 +65,16 @@ TEST(V2ReportTest, AnEmptyDayKeepsTheAlignmentBlockAndAnEmptySummaryHasNoHeading
     EXPECT_EQ(V2Report::daily(report), expected);
     report.aiSummary = "";
     EXPECT_EQ(V2Report::daily(report), expected);
+    // The summary comes right under the title, the pending items at the end.
     report.aiSummary = "Shipped the parser.";
     report.base.pending = {"Push api (2 commits)"};
-    EXPECT_EQ(V2Report::daily(report), expected +
-                                           "## Pending\n\n- [ ] Push api (2 commits)\n\n"
-                                           "## AI Summary\n\nShipped the parser.\n\n");
+    const std::string title = "# Daily Report — 2026-11-25\n\n";
+    const std::string body =
+        expected.substr(title.size()) + "## Pending\n\n- [ ] Push api (2 commits)\n\n";
+    EXPECT_EQ(V2Report::daily(report), title + "## AI Summary\n\nShipped the parser.\n\n" + body);
+    report.base.scanRecorded = false;
+    EXPECT_THAT(V2Report::daily(report),
+                ::testing::StartsWith(title + "_Note: no scan recorded on that day"));
 }
 
 }  // namespace
