@@ -49,7 +49,9 @@ V2DailyReport v2DailyReport(const Store& store, const AppConfig& config, Date no
 }
 
 std::vector<AISummaryService::PromptRepo> aiPromptRepos(const Store& store,
+                                                        const AppConfig& config,
                                                         const DailyReport& report) {
+    const Identity identity = Queries::identity(store, config);
     std::vector<AISummaryService::PromptRepo> repos;
     for (const RepoTodayLine& line : report.summary.lines) {
         AISummaryService::PromptRepo repo;
@@ -62,7 +64,8 @@ std::vector<AISummaryService::PromptRepo> aiPromptRepos(const Store& store,
         // The store keeps a repository's commits newest first; the day reads in order.
         std::vector<CommitRecord> commits = store.commits(line.repoID);
         for (auto commit = commits.rbegin(); commit != commits.rend(); ++commit) {
-            if (DateHelpers::dateKey(commit->committedAt) == report.dateKey) {
+            if (DateHelpers::dateKey(commit->committedAt) == report.dateKey &&
+                identity.counts(*commit)) {
                 repo.commits.push_back(subjectOf(commit->message));
             }
         }
@@ -83,10 +86,10 @@ std::string aiPromptNotes(const DailyReport& report) {
     return fmt::format("{}", fmt::join(parts, "\n"));
 }
 
-std::string generateAISummary(const Store& store, const DailyReport& report, const AIPrefs& prefs,
-                              const AIProvider& provider) {
+std::string generateAISummary(const Store& store, const AppConfig& config,
+                              const DailyReport& report, const AIProvider& provider) {
     std::string prompt = AISummaryService::dailyPrompt(
-        aiPromptRepos(store, report), aiPromptNotes(report), prefs.includeDiffStat);
+        aiPromptRepos(store, config, report), aiPromptNotes(report), config.ai.includeDiffStat);
     return provider.summarize(AISummaryService::kSystemText, prompt, AISummaryService::kMaxTokens);
 }
 

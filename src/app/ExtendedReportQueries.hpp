@@ -23,18 +23,20 @@ V2DailyReport v2DailyReport(const Store& store, const AppConfig& config, Date no
 
 // What the AI summary of `report`'s day is written from: each repository of the
 // report with its status, its count of changed files and its commit subjects of that
-// day, oldest first. Never a file's contents, a diff or a commit's body.
+// day, oldest first: the person's own, as the report counts them. Never a file's
+// contents, a diff or a commit's body.
 std::vector<AISummaryService::PromptRepo> aiPromptRepos(const Store& store,
+                                                        const AppConfig& config,
                                                         const DailyReport& report);
 
 // The notes the summary may mention: the day's journal entry, labelled.
 std::string aiPromptNotes(const DailyReport& report);
 
 // The summary of `report`'s day written by `provider`, with file counts in the
-// prompt when `prefs.includeDiffStat`, as the model wrote it: the report shows its
-// control characters rather than letting a terminal act on them. Throws the
+// prompt when the AI settings include them, as the model wrote it: the report shows
+// its control characters rather than letting a terminal act on them. Throws the
 // provider's QuorvaneError.
-std::string generateAISummary(const Store& store, const DailyReport& report, const AIPrefs& prefs,
-                              const AIProvider& provider);
+std::string generateAISummary(const Store& store, const AppConfig& config,
+                              const DailyReport& report, const AIProvider& provider);
 
 }  // namespace quorvane::Queries

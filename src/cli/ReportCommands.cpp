@@ -141,7 +141,7 @@ std::optional<std::string> aiSummary(CommandContext& context, const AppConfig& c
     }
     try {
         WaitingLine waiting(context, fmt::format("asking {}…", providerName(config.ai.provider)));
-        return Queries::generateAISummary(store, report, config.ai, *provider);
+        return Queries::generateAISummary(store, config, report, *provider);
     } catch (const QuorvaneError& error) {
         context.err << AISummaryService::kFailureMessage << "\n"
                     << Text::visible(error.what()) << "\n";
