@@ -247,6 +247,10 @@ AlignmentGroups gitAlignmentGroups(const Store& store, const AppConfig& config) 
         Status status = sectionStatus(*state, mapping);
         if (status == state->status) status = currentStatus(store, *state);
         V2RepoLine line = lineOf(store, repo, snapshot, status, state);
+        // Its words say what its section says: the stored state alone reads local only.
+        if (status == Status::accountMissing || status == Status::remoteInaccessible) {
+            line.standing = RepoStanding::of(status);
+        }
         // Linked to nothing on GitHub, yet pushed somewhere.
         line.otherRemote =
             status == Status::localOnly && isOtherRemote(remoteURLOf(repo, snapshot));
@@ -358,10 +362,15 @@ AlignmentSummary alignment(const Store& store, const AppConfig& config, Date now
             case RepositoryMapping::Kind::remoteInaccessible: ++summary.accountIssueCount; break;
         }
     }
+    // The day's commits as every view counts them: the person's own, each once.
     Aggregator::DateRange today = Aggregator::dayRange(now);
-    for (const CommitRecord& commit : store.commitsBetween(today.start, today.end)) {
-        if (trackedRepo(config, commit.repoID) == nullptr) continue;
-        ++(commit.isLocalOnly ? summary.localOnlyCommitsToday : summary.pushedCommitsToday);
+    Aggregator::CountedCommits counted = Aggregator::countedCommits(
+        store.commitsBetween(today.start, today.end), today, identity(store, config));
+    for (const auto& [repoID, commits] : counted.byRepo) {
+        if (trackedRepo(config, repoID) == nullptr) continue;
+        for (const CommitRecord& commit : commits) {
+            ++(commit.isLocalOnly ? summary.localOnlyCommitsToday : summary.pushedCommitsToday);
+        }
     }
     return summary;
 }

@@ -190,6 +190,12 @@ Description describe(const std::vector<RepoStatus>& labels, const RepoSnapshot* 
         // A failed scan still reads as the sync filed it: the scan knows nothing new.
         result.syncStatus =
             result.github == Standing::scanError ? sync->status : statusOf(result.github);
+        // A detached HEAD with nothing on GitHub to push to is as local as its branch
+        // would be: its words say detached, its group says local only.
+        if (result.github == Standing::detached && snapshot != nullptr &&
+            (!snapshot->remoteURL || !RepoMapper::ownerRepo(*snapshot->remoteURL))) {
+            result.syncStatus = Status::localOnly;
+        }
     }
 
     // The words: the work, the standing once, then the day's activity.
