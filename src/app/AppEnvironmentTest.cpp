@@ -154,6 +154,20 @@ TEST(AppEnvironmentTest, EnrolmentReadsRecentHistoryOnceAndInventsNoSessions) {
     EXPECT_TRUE(env.store().sessions(std::nullopt, std::nullopt).empty());
     EXPECT_EQ(env.store().dayActivities(DateHelpers::dateKey(now - 24h * 3))[0].commitCount, 2);
 
+    // A colleague's commit brought in moves HEAD, but is no sign that the person
+    // worked; their own commit is.
+    repo.git({"config", "user.email", "tester@example.invalid"});
+    repo.write("b.txt", "theirs");
+    repo.git({"add", "-A"});
+    repo.git({"commit", "-q", "--author=Ann <ann@example.invalid>", "-m", "Ann's work"});
+    env.scanNow();
+    EXPECT_TRUE(env.store().sessions(std::nullopt, std::nullopt).empty());
+    repo.commitFile("b.txt", "mine", "my work");
+    env.scanNow();
+    std::optional<WorkSession> working = env.store().openSession(repo.path().string());
+    ASSERT_TRUE(working.has_value());
+    EXPECT_EQ(working->source, WorkSession::Source::localGit);
+
     // With history turned off, enrolment reads none.
     TestRepo quiet(dir / "quiet");
     quiet.commitFile("a.txt", "1", "last week", now - 24h * 7);
