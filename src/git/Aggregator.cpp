@@ -255,6 +255,27 @@ DayActivity dayActivity(const std::string& repoID, const std::string& dateKey,
     return day;
 }
 
+namespace {
+
+// A repository's line as its latest snapshot has it: where it stands, without the
+// day's counts; `worked` says whether the day's work labels it active.
+RepoTodayLine standingLine(const RepoConfig& config, const RepoSnapshot& snapshot, bool worked,
+                           Date now) {
+    RepoTodayLine line;
+    line.repoID = config.id;
+    line.name = displayNameOf(config);
+    line.branch = snapshot.branch;
+    line.files = snapshot.files;
+    line.ahead = snapshot.ahead;
+    line.behind = snapshot.behind;
+    line.workedInWindow = worked;
+    line.statuses = statuses(snapshot, worked, staleDaysFor(config), snapshot.lastCommitAt, now);
+    line.lastCommitAt = snapshot.lastCommitAt;
+    return line;
+}
+
+}  // namespace
+
 TodaySummary summary(Date start, Date end, const std::string& label,
                      const std::vector<RepoConfig>& configs,
                      const std::vector<RepoSnapshot>& snapshots,
@@ -293,16 +314,10 @@ TodaySummary summary(Date start, Date end, const std::string& label,
         bool takesPart = line.workedInWindow || (windowIsToday && snapshot->files.total() > 0);
         if (!takesPart) continue;
 
-        line.repoID = config.id;
-        line.name = displayNameOf(config);
-        line.branch = snapshot->branch;
-        line.files = snapshot->files;
-        line.ahead = snapshot->ahead;
-        line.behind = snapshot->behind;
-        line.statuses = statuses(*snapshot, line.workedInWindow, staleDaysFor(config),
-                                 snapshot->lastCommitAt, now);
-        line.lastCommitAt = snapshot->lastCommitAt;
-        result.lines.push_back(std::move(line));
+        RepoTodayLine standing = standingLine(config, *snapshot, line.workedInWindow, now);
+        standing.commitsToday = line.commitsToday;
+        standing.estimatedSeconds = line.estimatedSeconds;
+        result.lines.push_back(std::move(standing));
     }
 
     std::stable_sort(result.lines.begin(), result.lines.end(),
@@ -641,18 +656,8 @@ std::vector<RepoTodayLine> standings(const std::vector<RepoConfig>& configs,
     for (const RepoConfig& config : configs) {
         const RepoSnapshot* snapshot = find(latestByRepo, config.id);
         if (!config.trackingEnabled || snapshot == nullptr) continue;
-        RepoTodayLine line;
-        line.repoID = config.id;
-        line.name = displayNameOf(config);
-        line.branch = snapshot->branch;
-        line.files = snapshot->files;
-        line.ahead = snapshot->ahead;
-        line.behind = snapshot->behind;
         // Whoever worked in the window has a line of the summary, which comes first.
-        line.statuses =
-            statuses(*snapshot, false, staleDaysFor(config), snapshot->lastCommitAt, now);
-        line.lastCommitAt = snapshot->lastCommitAt;
-        lines.push_back(std::move(line));
+        lines.push_back(standingLine(config, *snapshot, false, now));
     }
     return lines;
 }
