@@ -6,6 +6,8 @@
 #include <exception>
 #include <ostream>
 #include <streambuf>
+#include <string_view>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -51,8 +53,8 @@ private:
 
     void send() {
         if (pending_.empty()) return;
-        if (!lost_ && !UnixSocket::sendAll(socket_, ControlProtocol::encodeFrame(kind_, pending_),
-                                           limit_)) {
+        if (!lost_ &&
+            !UnixSocket::sendAll(socket_, ControlProtocol::encodeFrame(kind_, pending_), limit_)) {
             lost_ = true;
         }
         pending_.clear();
@@ -65,17 +67,32 @@ private:
     std::string pending_;
 };
 
-// The first words of a command line, enough to name the command in the log; the
-// rest may hold what the person would not want logged.
+// The command's name in the log: its first word that is not an option, cut short
+// and with anything unprintable escaped. Only that: the words after it may hold
+// what the person would not want logged.
 std::string commandName(const ControlProtocol::Request& request) {
-    std::string name;
-    for (size_t i = 0; i < request.arguments.size() && i < 2; ++i) {
-        const std::string& word = request.arguments[i];
-        if (word.starts_with('-') || word.size() > 32) break;
-        if (!name.empty()) name += ' ';
-        name += word;
+    constexpr size_t kLongest = 32;
+    const std::vector<std::string>& words = request.arguments;
+    for (size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        // The folder after --data-dir is its value, not a command.
+        if (word == "--data-dir") {
+            ++i;
+            continue;
+        }
+        if (word.starts_with('-')) continue;
+        std::string name;
+        for (unsigned char c : std::string_view(word).substr(0, kLongest)) {
+            if (c < 0x20 || c > 0x7e || c == '\\' || c == '\'') {
+                name += fmt::format("\\x{:02x}", c);
+            } else {
+                name += static_cast<char>(c);
+            }
+        }
+        if (word.size() > kLongest) name += "...";
+        return name;
     }
-    return name.empty() ? "?" : name;
+    return "?";
 }
 
 }  // namespace
@@ -135,8 +152,9 @@ void ControlServer::acceptLoop() {
         // also keeps out anyone who got hold of a descriptor to it.
         std::optional<uid_t> peer = UnixSocket::peerUid(socket.get());
         if (!peer || *peer != owner) {
-            Log::app().log(LogLevel::notice, fmt::format("control socket: refused a connection from uid {}",
-                                           peer ? std::to_string(*peer) : "unknown"));
+            Log::app().log(LogLevel::notice,
+                           fmt::format("control socket: refused a connection from uid {}",
+                                       peer ? std::to_string(*peer) : "unknown"));
             continue;
         }
         if (connections_.running() >= limits_.connections) {
@@ -156,11 +174,11 @@ void ControlServer::acceptLoop() {
 
 void ControlServer::serve(Fd socket) {
     auto fail = [&](const std::string& message, int status) {
-        UnixSocket::sendAll(socket.get(),
-                            ControlProtocol::encodeFrame(FrameKind::standardError, message) +
-                                ControlProtocol::encodeFrame(FrameKind::exitStatus,
-                                                             std::to_string(status)),
-                            limits_.reply);
+        UnixSocket::sendAll(
+            socket.get(),
+            ControlProtocol::encodeFrame(FrameKind::standardError, message) +
+                ControlProtocol::encodeFrame(FrameKind::exitStatus, std::to_string(status)),
+            limits_.reply);
     };
 
     ControlProtocol::FrameReader reader;
@@ -172,7 +190,8 @@ void ControlServer::serve(Fd socket) {
             auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now());
             if (left.count() <= 0) {
-                Log::app().log(LogLevel::notice, "control socket: a client did not finish its request in time");
+                Log::app().log(LogLevel::notice,
+                               "control socket: a client did not finish its request in time");
                 return;
             }
             UnixSocket::Received received =
@@ -193,7 +212,8 @@ void ControlServer::serve(Fd socket) {
             }
         }
     } catch (const std::exception& error) {
-        Log::app().log(LogLevel::notice, fmt::format("control socket: a bad request: {}", error.what()));
+        Log::app().log(LogLevel::notice,
+                       fmt::format("control socket: a bad request: {}", error.what()));
         fail(fmt::format("quorvane: the daemon could not read the request: {}\n", error.what()), 2);
         return;
     }
@@ -235,10 +255,10 @@ void ControlServer::serve(Fd socket) {
     Log::app().info(fmt::format("ran '{}' for a client: exit {}{}", commandName(request), status,
                                 lost ? " (the client left before the end)" : ""));
     if (!lost) {
-        UnixSocket::sendAll(socket.get(),
-                            ControlProtocol::encodeFrame(FrameKind::exitStatus,
-                                                         std::to_string(status)),
-                            limits_.reply);
+        UnixSocket::sendAll(
+            socket.get(),
+            ControlProtocol::encodeFrame(FrameKind::exitStatus, std::to_string(status)),
+            limits_.reply);
     }
 }
 

@@ -8,12 +8,14 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "cli/ControlClient.hpp"
 #include "platform/UnixSocket.hpp"
+#include "testing/LogCapture.hpp"
 #include "testing/StrangerConnection.hpp"
 #include "testing/TempDir.hpp"
 
@@ -53,17 +55,18 @@ protected:
 };
 
 TEST_F(ControlServerTest, RunsCommandsOneAtATimeAndRelaysTheirOutputAndStatus) {
+    testing::LogCapture log;
     std::atomic<int> running{0}, mostAtOnce{0};
     ControlServer server(
         socketPath(), [&](const ControlProtocol::Request& r, std::ostream& out, std::ostream& err) {
             int now = ++running;
             mostAtOnce = std::max(mostAtOnce.load(), now);
-            out << "started " << r.arguments.at(0) << std::endl;
+            out << "started " << r.arguments.back() << std::endl;
             std::this_thread::sleep_for(150ms);
-            err << "warning from " << r.arguments.at(0) << "\n";
+            err << "warning from " << r.arguments.back() << "\n";
             out << std::string(100'000, 'x') << "\n";  // more than one frame and one socket buffer
             --running;
-            return r.arguments.at(0) == "one" ? 0 : 3;
+            return r.arguments.back() == "one" ? 0 : 3;
         });
     ASSERT_EQ(server.start(), "");
     struct stat info {};
@@ -73,7 +76,9 @@ TEST_F(ControlServerTest, RunsCommandsOneAtATimeAndRelaysTheirOutputAndStatus) {
 
     Reply first, second;
     std::jthread a([&] { first = send(dir_.path(), request({"one"})); });
-    std::jthread b([&] { second = send(dir_.path(), request({"two"})); });
+    std::jthread b([&] {
+        second = send(dir_.path(), request({"--data-dir", "/home/me/private", "-q", "two"}));
+    });
     a.join();
     b.join();
     EXPECT_EQ(first.status, 0);
@@ -83,6 +88,21 @@ TEST_F(ControlServerTest, RunsCommandsOneAtATimeAndRelaysTheirOutputAndStatus) {
     EXPECT_EQ(first.err, "warning from one\n");
     EXPECT_EQ(second.err, "warning from two\n");
     EXPECT_EQ(mostAtOnce, 1);
+
+    // The log names each command by its first word that is not an option, and
+    // nothing after it: the rest may be what the person would not want logged.
+    const std::string hostile = "sc\x1b[2J\n" + std::string(40, 'n');
+    EXPECT_EQ(send(dir_.path(), request({"--json", hostile, "secret"})).status, 3);
+    EXPECT_EQ(send(dir_.path(), request({"--version"})).status, 3);
+    std::vector<std::string> ran;
+    for (const testing::LogCapture::Line& line : log.lines()) {
+        if (line.message.starts_with("ran ")) ran.push_back(line.message);
+    }
+    EXPECT_THAT(ran,
+                ::testing::UnorderedElementsAre(
+                    "ran 'one' for a client: exit 0", "ran 'two' for a client: exit 3",
+                    "ran 'sc\\x1b[2J\\x0a" + std::string(25, 'n') + "...' for a client: exit 3",
+                    "ran '?' for a client: exit 3"));
 
     server.stop();
     EXPECT_FALSE(std::filesystem::exists(socketPath()));
