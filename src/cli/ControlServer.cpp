@@ -1,8 +1,5 @@
 #include "cli/ControlServer.hpp"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <exception>
 #include <ostream>
 #include <streambuf>
@@ -95,81 +92,50 @@ std::string commandName(const ControlProtocol::Request& request) {
     return "?";
 }
 
+void refuseAsBusy(int socket) {
+    UnixSocket::sendAll(
+        socket,
+        ControlProtocol::encodeFrame(
+            FrameKind::standardError,
+            "quorvane: the daemon is busy with other commands; try again in a moment\n") +
+            ControlProtocol::encodeFrame(FrameKind::exitStatus, "1"),
+        std::chrono::milliseconds(1000));
+}
+
 }  // namespace
 
 ControlServer::ControlServer(std::filesystem::path socketPath, Handler handler, Limits limits)
-    : path_(std::move(socketPath)),
-      handler_(std::move(handler)),
+    : handler_(std::move(handler)),
       limits_(limits),
-      // Made here, before any thread can see the server, so that a stop begun on
-      // one thread while another starts it never races for the descriptor.
-      wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+      server_(std::move(socketPath),
+              UnixSocketServer::Options{.maxConnections = limits.connections},
+              UnixSocketServer::Handlers{
+                  .serve = [this](Fd connection) { serve(std::move(connection)); },
+                  .turnAway = refuseAsBusy,
+                  .report =
+                      [](std::string_view line) {
+                          Log::app().log(LogLevel::notice, fmt::format("control socket: {}", line));
+                      },
+              }) {}
 
 ControlServer::~ControlServer() {
     stop();
 }
 
 std::string ControlServer::start() {
-    if (!wake_.valid()) return "cannot create an event descriptor";
     if (stopping_) return "the daemon is stopping";
-    UnixSocket::Listening listening = UnixSocket::listen(path_);
-    if (!listening.fd.valid()) return listening.error;
-    listening_ = std::move(listening.fd);
-    acceptor_ = std::jthread([this] { acceptLoop(); });
-    return "";
+    std::optional<UnixSocketServer::Failure> failure = server_.start();
+    return failure ? failure->error : "";
 }
 
 void ControlServer::beginStop() {
     if (stopping_.exchange(true)) return;
-    if (wake_.valid()) {
-        uint64_t one = 1;
-        [[maybe_unused]] ssize_t written = ::write(wake_.get(), &one, sizeof one);
-    }
+    server_.beginStop();
 }
 
 void ControlServer::stop() {
     beginStop();
-    if (acceptor_.joinable()) acceptor_.join();
-    connections_.joinAll();
-    if (listening_.valid()) {
-        listening_.reset();
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-    }
-}
-
-void ControlServer::acceptLoop() {
-    const uid_t owner = ::geteuid();
-    for (;;) {
-        UnixSocket::Wait wait = UnixSocket::waitFor(listening_.get(), false,
-                                                    std::chrono::milliseconds(1000), wake_.get());
-        if (wait == UnixSocket::Wait::woken || stopping_) return;
-        connections_.reapFinished();
-        if (wait != UnixSocket::Wait::ready) continue;
-        Fd socket = UnixSocket::accept(listening_.get());
-        if (!socket.valid()) continue;
-        // The socket file is private already; the kernel's word on who connected
-        // also keeps out anyone who got hold of a descriptor to it.
-        std::optional<uid_t> peer = UnixSocket::peerUid(socket.get());
-        if (!peer || *peer != owner) {
-            Log::app().log(LogLevel::notice,
-                           fmt::format("control socket: refused a connection from uid {}",
-                                       peer ? std::to_string(*peer) : "unknown"));
-            continue;
-        }
-        if (connections_.running() >= limits_.connections) {
-            UnixSocket::sendAll(
-                socket.get(),
-                ControlProtocol::encodeFrame(FrameKind::standardError,
-                                             "quorvane: the daemon is busy with other commands; "
-                                             "try again in a moment\n") +
-                    ControlProtocol::encodeFrame(FrameKind::exitStatus, "1"),
-                std::chrono::milliseconds(1000));
-            continue;
-        }
-        connections_.start(std::move(socket),
-                           [this](Fd connection) { serve(std::move(connection)); });
-    }
+    server_.stop();
 }
 
 void ControlServer::serve(Fd socket) {
@@ -195,7 +161,7 @@ void ControlServer::serve(Fd socket) {
                 return;
             }
             UnixSocket::Received received =
-                UnixSocket::receive(socket.get(), 64 * 1024, left, wake_.get());
+                UnixSocket::receive(socket.get(), 64 * 1024, left, server_.wakeFd());
             if (received.wait == UnixSocket::Wait::woken) {
                 fail("quorvane: the daemon is stopping; nothing was changed\n", 1);
                 return;

@@ -9,11 +9,10 @@
 #include <iosfwd>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include "cli/ControlProtocol.hpp"
-#include "platform/ConnectionThreads.hpp"
 #include "platform/FileDescriptor.hpp"
+#include "platform/UnixSocketServer.hpp"
 
 namespace quorvane {
 
@@ -54,22 +53,18 @@ public:
     void stop();
 
 private:
-    void acceptLoop();
     void serve(Fd socket);
 
-    std::filesystem::path path_;
     Handler handler_;
     Limits limits_;
-    Fd listening_;
-    Fd wake_;  // readable once stop begins; set before any thread starts
     std::atomic<bool> stopping_{false};
-    std::jthread acceptor_;
-    ConnectionThreads connections_;
     // One command at a time, in the order their requests were complete.
     std::mutex turnMutex_;
     std::condition_variable turnChanged_;
     uint64_t nextTicket_ = 0;
     uint64_t serving_ = 0;
+    // Last, so that its threads are gone before anything they use.
+    UnixSocketServer server_;
 };
 
 }  // namespace quorvane

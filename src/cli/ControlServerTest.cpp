@@ -2,13 +2,15 @@
 
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cstring>
 
 #include <fstream>
 #include <sstream>
 #include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,6 +18,7 @@
 #include "cli/ControlClient.hpp"
 #include "platform/UnixSocket.hpp"
 #include "testing/LogCapture.hpp"
+#include "testing/SpentDescriptors.hpp"
 #include "testing/StrangerConnection.hpp"
 #include "testing/TempDir.hpp"
 
@@ -194,7 +197,14 @@ TEST_F(ControlServerTest, ReplacesADeadDaemonsSocketButNothingElse) {
                                           std::ostream&) { return 0; });
     EXPECT_EQ(server.start(), "");
     EXPECT_EQ(send(dir_.path(), request({"x"})).status, 0);
+    // Another daemon's socket took the path meanwhile: stopping leaves it in place.
+    std::filesystem::remove(socketPath());
+    UnixSocket::Listening other = UnixSocket::listen(socketPath());
+    ASSERT_TRUE(other.fd.valid()) << other.error;
     server.stop();
+    EXPECT_TRUE(UnixSocket::connect(socketPath()).fd.valid());
+    other.fd.reset();
+    std::filesystem::remove(socketPath());
 
     std::ofstream(socketPath()) << "not a socket";
     ControlServer refused(socketPath(), [](const ControlProtocol::Request&, std::ostream&,
@@ -204,6 +214,58 @@ TEST_F(ControlServerTest, ReplacesADeadDaemonsSocketButNothingElse) {
 
     std::filesystem::path deep = dir_ / std::string(120, 'd');
     EXPECT_THAT(UnixSocket::listen(deep / "quorvane.sock").error, HasSubstr("longer than"));
+}
+
+TEST_F(ControlServerTest, WithNoDescriptorLeftTheAcceptThreadWaitsAndThenServesTheClient) {
+    const std::set<pid_t> before = testing::threadIds();
+    ControlServer server(socketPath(),
+                         [](const ControlProtocol::Request& r, std::ostream& out, std::ostream&) {
+                             out << r.arguments.at(0);
+                             return 0;
+                         });
+    ASSERT_EQ(server.start(), "");
+    std::vector<pid_t> started;
+    std::ranges::set_difference(testing::threadIds(), before, std::back_inserter(started));
+    ASSERT_EQ(started.size(), 1u) << "the accept thread alone runs while nobody is connected";
+    testing::ThreadCpuTime acceptor(started.front());
+    ASSERT_TRUE(acceptor.valid());
+
+    // Made before the descriptors run out; connecting takes none.
+    Fd client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_TRUE(client.valid());
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, socketPath().c_str(), sizeof address.sun_path - 1);
+    const long ticksPerSecond = ::sysconf(_SC_CLK_TCK);
+    long used = 0;
+    {
+        testing::SpentDescriptors spent;
+        ASSERT_TRUE(spent.spent());
+        ASSERT_EQ(
+            ::connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            0);
+        const long first = acceptor.ticks();
+        // The window the accept thread's processor time is measured over: the
+        // client waits in the queue all along, and accepting it keeps failing.
+        std::this_thread::sleep_for(1s);
+        used = acceptor.ticks() - first;
+        ASSERT_GE(first, 0);
+    }
+    // Spinning on the listener takes nearly all of a core: about ticksPerSecond.
+    EXPECT_LE(used, ticksPerSecond / 10);
+
+    // With descriptors to spare again, the client that waited is served.
+    ASSERT_TRUE(
+        UnixSocket::sendAll(client.get(), ControlProtocol::encodeRequest(request({"late"})), 5s));
+    std::string answer;
+    for (;;) {
+        UnixSocket::Received got = UnixSocket::receive(client.get(), 4096, 60s);
+        if (got.closed || got.wait != UnixSocket::Wait::ready) break;
+        answer += got.bytes;
+    }
+    EXPECT_EQ(answer,
+              ControlProtocol::encodeFrame(ControlProtocol::FrameKind::standardOutput, "late") +
+                  ControlProtocol::encodeFrame(ControlProtocol::FrameKind::exitStatus, "0"));
 }
 
 TEST_F(ControlServerTest, AnotherUserIsTurnedAwayEvenPastTheFileMode) {
