@@ -1,9 +1,7 @@
 #include "agent/MCPSocketServer.hpp"
 
 #include <errno.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,11 +27,6 @@ constexpr int kBacklog = 32;
 constexpr size_t kReadChunk = 16 * 1024;
 static_assert(kReadChunk <= MCPSocketServer::kMaxLineBytes,
               "a line longer than the limit must pass through the unfinished line");
-// How often the accept thread looks for finished connections to join when no
-// client connects.
-constexpr std::chrono::milliseconds kReapInterval{1000};
-// How long accepting pauses when the process has no descriptor or memory to spare.
-constexpr std::chrono::milliseconds kAcceptBackoff{100};
 
 // One write, so lines from several threads never interleave.
 void log(std::string_view text) {
@@ -86,17 +79,6 @@ private:
     size_t held_ = 0;
 };
 
-struct FileIdentity {
-    dev_t device = 0;
-    ino_t inode = 0;
-};
-
-std::optional<FileIdentity> socketFileAt(const std::filesystem::path& path) {
-    struct stat info {};
-    if (::lstat(path.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode)) return std::nullopt;
-    return FileIdentity{info.st_dev, info.st_ino};
-}
-
 }  // namespace
 
 MCPSocketServer::MCPSocketServer(ToolDispatcher& agentService, std::filesystem::path socketPath,
@@ -104,9 +86,15 @@ MCPSocketServer::MCPSocketServer(ToolDispatcher& agentService, std::filesystem::
     : agentService_(agentService),
       socketPath_(std::move(socketPath)),
       limits_(limits),
-      // Made here, before any thread can see the server, so that a stop on one
-      // thread while another starts it never races for the descriptor.
-      wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+      // Connections beyond the cap are closed at once, so the client learns now
+      // instead of waiting on a queue.
+      server_(socketPath_,
+              UnixSocketServer::Options{.maxConnections = kMaxConnections, .backlog = kBacklog},
+              UnixSocketServer::Handlers{
+                  .serve = [this](Fd connection) { serve(connection.get()); },
+                  .turnAway = {},
+                  .report = [](std::string_view line) { log(line); },
+              }) {}
 
 MCPSocketServer::~MCPSocketServer() {
     stop();
@@ -115,15 +103,6 @@ MCPSocketServer::~MCPSocketServer() {
 void MCPSocketServer::start() {
     std::lock_guard lifecycle(lifecycleMutex_);
     if (running_) return;
-    if (!wake_.valid()) {
-        log("eventfd() failed: the agent socket cannot be stopped safely, so it is not started");
-        return;
-    }
-    // A previous stop left the wake descriptor readable; every thread that saw it
-    // has been joined, so it can be emptied.
-    uint64_t count = 0;
-    [[maybe_unused]] ssize_t drained = ::read(wake_.get(), &count, sizeof count);
-
     const std::string& path = socketPath_.native();
     // The limit counts the terminating NUL, as the address does.
     if (path.size() + 1 > UnixSocket::kMaxPathBytes) {
@@ -134,35 +113,26 @@ void MCPSocketServer::start() {
     std::error_code ignored;
     std::filesystem::create_directories(socketPath_.parent_path(), ignored);
 
-    // A socket file nobody listens on is replaced. A live listener is left alone
-    // (two daemons would otherwise steal each other's agents), and so is anything
-    // that is not a socket: it may be the user's own file, put there by mistake.
-    UnixSocket::Listening listening = UnixSocket::listen(socketPath_, kBacklog);
-    if (!listening.fd.valid()) {
-        const std::string& call = listening.failedCall;
-        if (call == "socket" || call == "listen") {
-            log(fmt::format("{}() failed: errno={}", call, listening.errorNumber));
-        } else if (!call.empty()) {
-            log(fmt::format("{}() failed: errno={} path={}", call, listening.errorNumber, path));
-        } else {
-            log(fmt::format("not listening on {}: {}", path, listening.error));
-        }
-        return;
-    }
-    const FileIdentity made = socketFileAt(socketPath_).value_or(FileIdentity{});
-    socketDevice_ = made.device;
-    socketInode_ = made.inode;
-    listening_ = std::move(listening.fd);
     // Set before the first connection can arrive: a connection's thread stops
     // taking requests once this is false.
     running_ = true;
-    try {
-        acceptor_ = std::thread([this] { acceptLoop(); });
-    } catch (const std::system_error& error) {
-        log(fmt::format("cannot start the accept thread: {}", error.what()));
+    // A socket file nobody listens on is replaced. A live listener is left alone
+    // (two daemons would otherwise steal each other's agents), and so is anything
+    // that is not a socket: it may be the user's own file, put there by mistake.
+    std::optional<UnixSocketServer::Failure> failure = server_.start();
+    if (failure) {
         running_ = false;
-        listening_.reset();
-        ::unlink(socketPath_.c_str());
+        const std::string& call = failure->failedCall;
+        if (call == "eventfd") {
+            log("eventfd() failed: the agent socket cannot be stopped safely, so it is not "
+                "started");
+        } else if (call == "socket" || call == "listen") {
+            log(fmt::format("{}() failed: errno={}", call, failure->errorNumber));
+        } else if (!call.empty()) {
+            log(fmt::format("{}() failed: errno={} path={}", call, failure->errorNumber, path));
+        } else {
+            log(fmt::format("not listening on {}: {}", path, failure->error));
+        }
         return;
     }
     log(fmt::format("MCP socket listening on {}", path));
@@ -172,92 +142,9 @@ void MCPSocketServer::stop() {
     std::lock_guard lifecycle(lifecycleMutex_);
     if (!running_) return;
     running_ = false;
-    uint64_t one = 1;
-    [[maybe_unused]] ssize_t written = ::write(wake_.get(), &one, sizeof one);
-    acceptor_.join();
-    listening_.reset();
-    // Only the file this server made: one put there since is someone else's.
-    std::optional<FileIdentity> present = socketFileAt(socketPath_);
-    if (present && present->device == socketDevice_ && present->inode == socketInode_) {
-        ::unlink(socketPath_.c_str());
-    }
-
-    // Each thread finishes the call it is in, then sees the wake descriptor and
-    // closes its connection.
-    connections_.joinAll();
-}
-
-void MCPSocketServer::acceptLoop() {
-    // So that a lasting failure, or a burst of refusals, logs once.
-    bool failing = false;
-    bool turningAway = false;
-    for (;;) {
-        UnixSocket::Wait wait =
-            UnixSocket::waitFor(listening_.get(), false, kReapInterval, wake_.get());
-        if (wait == UnixSocket::Wait::woken) return;
-        connections_.reapFinished();
-        if (wait == UnixSocket::Wait::timedOut) continue;
-        const char* call = "poll";
-        int error = errno;
-        if (wait == UnixSocket::Wait::ready) {
-            Fd socket = UnixSocket::accept(listening_.get());
-            error = errno;
-            if (socket.valid()) {
-                failing = false;
-                admit(std::move(socket), turningAway);
-                continue;
-            }
-            // The client gave up before it was taken: nothing is wrong.
-            if (error == EAGAIN || error == EWOULDBLOCK || error == ECONNABORTED ||
-                error == EPROTO) {
-                continue;
-            }
-            call = "accept";
-        }
-        // Out of descriptors or memory, the listener stays readable: pause instead
-        // of spinning on it. The waiting client stays queued until then.
-        if (!failing) log(fmt::format("{}() failed: errno={}", call, error));
-        failing = true;
-        if (UnixSocket::waitFor(wake_.get(), false, kAcceptBackoff) != UnixSocket::Wait::timedOut) {
-            return;
-        }
-    }
-}
-
-void MCPSocketServer::admit(Fd socket, bool& turningAway) {
-    // The socket file is private already; the kernel's word on who connected also
-    // keeps out anyone who got hold of a descriptor to it, root included.
-    std::optional<uid_t> peer = UnixSocket::peerUid(socket.get());
-    if (!peer || *peer != ::geteuid()) {
-        log(fmt::format("refused a connection from uid {}",
-                        peer ? std::to_string(*peer) : "unknown"));
-        return;
-    }
-    if (connections_.running() >= kMaxConnections) {
-        // Closed at once, so the client learns now instead of waiting on a queue.
-        if (!turningAway) {
-            log(fmt::format("{} connections are open: turning new ones away", kMaxConnections));
-            turningAway = true;
-        }
-        return;
-    }
-    try {
-        connections_.start(std::move(socket), [this](Fd connection) {
-            // Only that connection is lost when, say, memory runs out for its line.
-            try {
-                serve(connection.get());
-            } catch (const std::exception& error) {
-                log(fmt::format("a connection ended on an error: {}", error.what()));
-            }
-        });
-    } catch (const std::system_error& error) {
-        if (!turningAway) {
-            log(fmt::format("cannot start a thread for a connection: {}", error.what()));
-            turningAway = true;
-        }
-        return;
-    }
-    turningAway = false;
+    // Each connection's thread finishes the call it is in, then sees the wake
+    // descriptor and closes its connection.
+    server_.stop();
 }
 
 void MCPSocketServer::serve(int socket) {
@@ -280,7 +167,7 @@ void MCPSocketServer::serve(int socket) {
             if (!unfinished.empty()) refuse("invalid_params", "request line not finished in time");
             return;
         }
-        UnixSocket::Wait wait = UnixSocket::waitFor(socket, false, left, wake_.get());
+        UnixSocket::Wait wait = UnixSocket::waitFor(socket, false, left, server_.wakeFd());
         if (wait == UnixSocket::Wait::timedOut) continue;
         if (wait != UnixSocket::Wait::ready) return;
         ssize_t got = ::recv(socket, chunk.data(), chunk.size(), MSG_DONTWAIT);
@@ -380,7 +267,7 @@ bool MCPSocketServer::write(int socket, const MCPJSON& value) {
     line += '\n';
     // A client that leaves its replies unread loses its own connection after the
     // limit; stopping cuts the wait short.
-    return UnixSocket::sendAll(socket, line, kReplyLimit, wake_.get());
+    return UnixSocket::sendAll(socket, line, kReplyLimit, server_.wakeFd());
 }
 
 }  // namespace quorvane

@@ -1,18 +1,14 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <mutex>
 #include <string_view>
-#include <thread>
 
 #include "agent/AgentResult.hpp"
-#include "platform/ConnectionThreads.hpp"
-#include "platform/FileDescriptor.hpp"
+#include "platform/UnixSocketServer.hpp"
 
 namespace quorvane {
 
@@ -73,9 +69,6 @@ public:
     const std::filesystem::path& socketPath() const { return socketPath_; }
 
 private:
-    void acceptLoop();
-    // `turningAway` is set while connections are refused, so a burst logs once.
-    void admit(Fd socket, bool& turningAway);
     void serve(int socket);
     // False when the connection must be closed: its reply could not be delivered.
     bool handleLine(std::string_view line, int socket);
@@ -84,20 +77,15 @@ private:
     ToolDispatcher& agentService_;
     const std::filesystem::path socketPath_;
     const MCPSocketLimits limits_;
-    // Readable from the moment stop begins until the next start; every thread of
-    // the server waits on it. Made in the constructor, before any thread exists.
-    Fd wake_;
-    Fd listening_;
-    // The socket file this server made, so stop removes that file and no other.
-    dev_t socketDevice_ = 0;
-    ino_t socketInode_ = 0;
     std::atomic<bool> running_{false};
     // The bytes of unfinished lines the connections hold beyond their free shares.
     std::atomic<size_t> unfinishedBytes_{0};
     // start() and stop() one at a time, whichever threads call them.
     std::mutex lifecycleMutex_;
-    std::thread acceptor_;
-    ConnectionThreads connections_;
+    // Last, so that its threads are gone before anything they use. Its wake
+    // descriptor is readable from the moment stop begins until the next start:
+    // every thread of the server waits on it.
+    UnixSocketServer server_;
 };
 
 }  // namespace quorvane
