@@ -1,15 +1,16 @@
 #include "app/AppEnvironment.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "agent/MCPSocketServer.hpp"
-#include "base/BoundedParallel.hpp"
 #include "app/DailyReview.hpp"
 #include "app/Enrollment.hpp"
 #include "app/Queries.hpp"
+#include "base/BoundedParallel.hpp"
 #include "base/Log.hpp"
 #include "base/PathHelpers.hpp"
 #include "git/Aggregator.hpp"
@@ -54,6 +55,7 @@ AppEnvironment::AppEnvironment(std::filesystem::path dataDir, const Clock& clock
       metered_(metered != nullptr ? *metered : defaultMetered_),
       scanner_(runner, clock, &shutdownSignal_),
       discovery_(runner, &shutdownSignal_),
+      timers_(clock),
       watcher_(clock) {
     agentAccess_ = makeAgentAccess(*this, licence_);
     agentService_ = std::make_unique<AgentService>(store_, *agentAccess_, clock_, runner_);
@@ -514,21 +516,7 @@ void AppEnvironment::followConfig(const AppConfig& before, const AppConfig& afte
 }
 
 void AppEnvironment::rescheduleTasks() {
-    {
-        std::lock_guard lock(schedulerMutex_);
-        scanRescheduled_ = true;
-    }
-    schedulerWake_.notify_all();
-    {
-        std::lock_guard lock(reviewMutex_);
-        reviewRescheduled_ = true;
-    }
-    reviewWake_.notify_all();
-    {
-        std::lock_guard lock(syncMutex_);
-        syncRescheduled_ = true;
-    }
-    syncWake_.notify_all();
+    timers_.reschedule();
 }
 
 void AppEnvironment::loadScanMemos() {
@@ -610,54 +598,26 @@ bool AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& ch
 }
 
 void AppEnvironment::startPeriodicScanning() {
-    std::lock_guard lifecycle(schedulerLifecycle_);
-    stopPeriodicScanning();
     if (stopping_) return;
-    scheduler_ = std::jthread([this](std::stop_token stop) { periodicLoop(stop); });
-}
-
-// Called with schedulerLifecycle_ held.
-void AppEnvironment::stopPeriodicScanning() {
-    if (!scheduler_.joinable()) return;
-    scheduler_.request_stop();
-    scheduler_.join();
+    timers_.arm(Scheduler::TaskID::scan,
+                {.due = [this](Date roundStart, Date) -> std::optional<Date> {
+                     // A year at most: longer waits overflow the clock's arithmetic.
+                     int minutes = std::clamp(config().scanIntervalMinutes, 1, 366 * 24 * 60);
+                     return roundStart + std::chrono::minutes(minutes);
+                 },
+                 .run =
+                     [this] {
+                         // An unexpected failure costs one scan, not the daemon.
+                         try {
+                             scanNow();
+                         } catch (const std::exception& error) {
+                             Log::app().error(fmt::format("scan failed: {}", error.what()));
+                         }
+                     }});
 }
 
 void AppEnvironment::requestScan() {
-    {
-        std::lock_guard lock(schedulerMutex_);
-        scanRequested_ = true;
-    }
-    schedulerWake_.notify_all();
-}
-
-void AppEnvironment::periodicLoop(std::stop_token stop) {
-    while (!stop.stop_requested()) {
-        const auto roundStart = std::chrono::steady_clock::now();
-        {
-            std::unique_lock lock(schedulerMutex_);
-            // Sleeps until the interval ends, a scan is asked for or a stop is
-            // requested, whichever comes first: no wake-up in between, but for a new
-            // interval, which is then measured from the start of this round.
-            for (;;) {
-                scanRescheduled_ = false;
-                // A year at most: longer waits overflow the clock's arithmetic.
-                int minutes = std::clamp(config().scanIntervalMinutes, 1, 366 * 24 * 60);
-                bool woken = schedulerWake_.wait_until(
-                    lock, stop, roundStart + std::chrono::minutes(minutes),
-                    [this] { return scanRequested_ || scanRescheduled_; });
-                if (!woken || scanRequested_) break;
-            }
-            scanRequested_ = false;
-        }
-        if (stop.stop_requested()) return;
-        // An unexpected failure costs one scan, not the daemon.
-        try {
-            scanNow();
-        } catch (const std::exception& error) {
-            Log::app().error(fmt::format("scan failed: {}", error.what()));
-        }
-    }
+    timers_.runSoon(Scheduler::TaskID::scan);
 }
 
 void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
@@ -672,41 +632,25 @@ void AppEnvironment::closeAll(const std::vector<std::string>& reminderIDs) {
 }
 
 void AppEnvironment::startDailyReviewScheduling() {
-    std::lock_guard lifecycle(reviewLifecycle_);
-    if (reviewer_.joinable()) {
-        reviewer_.request_stop();
-        reviewer_.join();
-    }
     if (stopping_) return;
-    reviewer_ = std::jthread([this](std::stop_token stop) { dailyReviewLoop(stop); });
-}
-
-void AppEnvironment::dailyReviewLoop(std::stop_token stop) {
-    while (!stop.stop_requested()) {
-        {
-            std::unique_lock lock(reviewMutex_);
-            // Woken early only by a new review time, which is then counted from now.
-            for (;;) {
-                reviewRescheduled_ = false;
-                double seconds =
-                    DailyReview::secondsUntilNextReview(config().dailyReviewTime, clock_.now());
-                // A deadline on the wall clock, so time spent suspended counts toward it.
-                auto due = std::chrono::system_clock::now() +
-                           std::chrono::duration_cast<std::chrono::system_clock::duration>(
-                               std::chrono::duration<double>(seconds));
-                if (!reviewWake_.wait_until(lock, stop, due,
-                                            [this] { return reviewRescheduled_; })) {
-                    break;
-                }
-            }
-        }
-        if (stop.stop_requested()) return;
-        try {
-            fireDayReviewIfEnabled();
-        } catch (const std::exception& error) {
-            Log::app().error(fmt::format("end-of-day review failed: {}", error.what()));
-        }
-    }
+    timers_.arm(
+        Scheduler::TaskID::review,
+        {.due = [this](Date roundStart, Date) -> std::optional<Date> {
+             double seconds =
+                 DailyReview::secondsUntilNextReview(config().dailyReviewTime, roundStart);
+             return roundStart + std::chrono::seconds(static_cast<long long>(std::ceil(seconds)));
+         },
+         .run =
+             [this] {
+                 try {
+                     fireDayReviewIfEnabled();
+                 } catch (const std::exception& error) {
+                     Log::app().error(fmt::format("end-of-day review failed: {}", error.what()));
+                 }
+             },
+         // A new review time is counted from when it was set, so a time already passed
+         // today falls due tomorrow rather than at once.
+         .onReschedule = Scheduler::OnReschedule::restartRound});
 }
 
 void AppEnvironment::fireDayReviewIfEnabled() {
@@ -749,22 +693,11 @@ void AppEnvironment::startWatcher() {
 void AppEnvironment::shutdown() {
     stopping_ = true;
     shutdownSignal_.cancel();
-    {
-        std::lock_guard lifecycle(schedulerLifecycle_);
-        stopPeriodicScanning();
-    }
+    // The signal above ends a scan or sync under way, and with it the timers' round.
+    timers_.stop();
     {
         std::lock_guard lifecycle(syncLifecycle_);
-        stopPeriodicSync();
-        // The signal above has ended its requests and children.
         if (startupSync_.joinable()) startupSync_.join();
-    }
-    {
-        std::lock_guard lifecycle(reviewLifecycle_);
-        if (reviewer_.joinable()) {
-            reviewer_.request_stop();
-            reviewer_.join();
-        }
     }
     {
         std::lock_guard lifecycle(watcherLifecycle_);

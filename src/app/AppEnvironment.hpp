@@ -15,6 +15,7 @@
 
 #include "agent/AgentEnvAccess.hpp"
 #include "agent/AgentService.hpp"
+#include "app/Scheduler.hpp"
 #include "git/FileWatcher.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
@@ -265,8 +266,6 @@ private:
     void storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits);
     void postAll(const std::vector<ReminderEvent>& events);
     void closeAll(const std::vector<std::string>& reminderIDs);
-    void dailyReviewLoop(std::stop_token stop);
-    void periodicLoop(std::stop_token stop);
     // Applies `change` to the running configuration and saves it; a hand edit made
     // meanwhile is taken in first and `change` applied to it, so it is never
     // reverted. Returns the reason it was not saved, if it was not.
@@ -276,7 +275,7 @@ private:
     // the watcher when the watched folders changed, and the periodic tasks, woken to
     // read their timing again. Never waits for a task, so any thread may call it.
     void followConfig(const AppConfig& before, const AppConfig& after);
-    // Wakes the periodic tasks to read their interval or time again.
+    // Has the periodic tasks read their interval or time again.
     void rescheduleTasks();
     // The account with its status as GitHub now answers for its token.
     AccountCheck validatedStamp(const GitHubAccount& account);
@@ -287,10 +286,6 @@ private:
     // The secret store, chosen on first use (asking for the desktop's costs a
     // round trip on the session bus).
     KeychainStore& keychain();
-    void stopPeriodicScanning();
-    void syncLoop(std::stop_token stop);
-    // Called with syncLifecycle_ held.
-    void stopPeriodicSync();
     // One tracked repository against its remote side as stored: its standing and
     // health, returned for the caller to store, and its branches on both sides,
     // stored here.
@@ -346,28 +341,11 @@ private:
     // Set once by shutdown; nothing starts after it.
     std::atomic<bool> stopping_ = false;
 
-    // Serialises the replacement of the periodic task, and carries its wake-up.
-    std::mutex schedulerLifecycle_;
-    std::mutex schedulerMutex_;
-    std::condition_variable_any schedulerWake_;
-    bool scanRequested_ = false;
-    bool scanRescheduled_ = false;
-    std::jthread scheduler_;
+    // The periodic scan, the periodic sync and the end-of-day review, on one thread.
+    Scheduler timers_;
 
-    // The end-of-day review task, replaced like the periodic one.
-    std::mutex reviewLifecycle_;
-    std::mutex reviewMutex_;
-    std::condition_variable_any reviewWake_;
-    bool reviewRescheduled_ = false;
-    std::jthread reviewer_;
-
-    // The periodic sync task, replaced like the periodic scan, and the one sync
-    // started with the service.
+    // The one sync started with the service.
     std::mutex syncLifecycle_;
-    std::mutex syncMutex_;
-    std::condition_variable_any syncWake_;
-    bool syncRescheduled_ = false;
-    std::jthread syncer_;
     std::jthread startupSync_;
 
     // The agent server follows agent.enabled and agent.socketPath on its own thread:

@@ -15,6 +15,7 @@
 #include "platform/DesktopNotifier.hpp"
 #include "platform/Shell.hpp"
 #include "testing/BackgroundProcess.hpp"
+#include "testing/BoundedLatch.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/FakeProcessRunner.hpp"
 #include "testing/NotificationServer.hpp"
@@ -49,9 +50,10 @@ TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFi
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
     std::mutex orderMutex;
     std::vector<std::string> events;
-    std::latch firstEight(8);
+    testing::BoundedLatch firstEight(8);
+    std::atomic<bool> allEightMet = true;
     // The first eight hold each other until all have started: with fewer than eight
-    // at once this never returns, and a ninth started early shows up before any "end".
+    // at once they give up waiting, and a ninth started early shows up before any "end".
     FakeProcessRunner runner([&](const ProcessRequest& request) {
         std::string repo = std::filesystem::path(*request.cwd).filename().string();
         if (isWorkTreeCheck(request)) {
@@ -59,7 +61,7 @@ TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFi
                 std::lock_guard lock(orderMutex);
                 events.push_back("start " + repo);
             }
-            if (repo < "repo8") firstEight.arrive_and_wait();
+            if (repo < "repo8" && !firstEight.arriveAndWait()) allEightMet = false;
             return ShellResult{"true\n", "", 0};
         }
         if (isTodaysLog(request)) {
@@ -76,6 +78,7 @@ TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFi
     });
     env.scanNow();
 
+    EXPECT_TRUE(allEightMet) << "fewer than eight repositories were read at once";
     ASSERT_EQ(events.size(), 18u);
     auto position = [&](const std::string& event) {
         return std::find(events.begin(), events.end(), event) - events.begin();
@@ -614,44 +617,63 @@ TEST(AppEnvironmentTest, TheRunningServiceFollowsANewReviewTimeAndSyncIntervalAt
     // The suite runs in UTC: one second before 12:01.
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:59Z"));
     FakeProcessRunner runner;
-    // Each review shown moves the clock on an hour, so it falls due once, not again
-    // every second of a clock that stands still.
     struct Reviews final : Notifier {
-        explicit Reviews(testing::FakeClock& moved) : clock(moved) {}
         void post(const ReminderEvent& event) override {
-            std::lock_guard lock(mutex);
-            shown.push_back(event.triggeredAt);
-            clock.advance(1h);
+            {
+                std::lock_guard lock(mutex);
+                shown.push_back(event.triggeredAt);
+            }
+            changed.notify_all();
         }
         void close(const std::string&) override {}
+        // When the count-th review has been shown, once it has.
+        std::optional<Date> waitFor(size_t count) {
+            std::unique_lock lock(mutex);
+            if (!changed.wait_for(lock, 5s, [&] { return shown.size() >= count; })) {
+                return std::nullopt;
+            }
+            return shown[count - 1];
+        }
         size_t count() {
             std::lock_guard lock(mutex);
             return shown.size();
         }
-        testing::FakeClock& clock;
         std::mutex mutex;
+        std::condition_variable changed;
         std::vector<Date> shown;
-    } reviews(clock);
+    } reviews;
+    auto at = [](const char* iso) { return *DateHelpers::parseISO(iso); };
     AppEnvironment env(dir.path(), clock, runner, &reviews);
+    auto scannedAt = [&](const char* iso) {
+        return testing::eventually(5s, [&] { return env.lastScanAt() == at(iso); });
+    };
     env.load();
     env.applyConfigChange(setting("sync.interval", "manual"));
     env.bootstrap();
     EXPECT_EQ(reviews.count(), 0u);  // 21:30 is hours away
 
-    // Set while the review waits for 21:30: it falls due a second later, not tonight.
+    // Set while the review waits for 21:30: it falls due a second later, not tonight,
+    // and once only while the clock stands there.
     ASSERT_TRUE(env.applyConfigChange(setting("dailyReviewTime", "12:01")));
-    ASSERT_TRUE(testing::eventually(10s, [&] { return reviews.count() == 1; }));
+    clock.advance(1s);
+    EXPECT_EQ(reviews.waitFor(1), at("2026-11-21T12:01:00Z"));
+
+    // The periodic scan, ten minutes after the one bootstrap made; a shorter interval
+    // set meanwhile counts from that scan.
+    clock.advance(10min);
+    EXPECT_TRUE(scannedAt("2026-11-21T12:11:00Z"));
+    ASSERT_TRUE(env.applyConfigChange(setting("scanIntervalMinutes", "2")));
+    clock.advance(2min);
+    EXPECT_TRUE(scannedAt("2026-11-21T12:13:00Z"));
 
     // An edit by hand, taken in by a scan, is followed the same way.
     AppConfig byHand = env.config();
-    byHand.dailyReviewTime = "13:01";  // the clock says 13:00:59 now
+    byHand.dailyReviewTime = "12:14";
     testing::writeFile(dir / "config.json", ConfigService::encode(byHand));
     env.scanNow();
-    ASSERT_TRUE(testing::eventually(10s, [&] { return reviews.count() == 2; }));
-    {
-        std::lock_guard lock(reviews.mutex);
-        EXPECT_EQ(reviews.shown[1], *DateHelpers::parseISO("2026-11-21T13:00:59Z"));
-    }
+    clock.advance(1min);
+    EXPECT_EQ(reviews.waitFor(2), at("2026-11-21T12:14:00Z"));
+    EXPECT_EQ(reviews.count(), 2u);
 
     // Manual syncs have no periodic task; an interval starts one, manual ends it.
     EXPECT_FALSE(env.isPeriodicSyncRunning());

@@ -320,55 +320,31 @@ void AppEnvironment::refreshAfterGit(const std::string& repoID) {
 }
 
 void AppEnvironment::startPeriodicSync() {
-    std::lock_guard lifecycle(syncLifecycle_);
-    stopPeriodicSync();
-    if (stopping_ || intervalMinutes(config().sync.interval) == 0) return;
-    syncer_ = std::jthread([this](std::stop_token stop) { syncLoop(stop); });
+    if (stopping_ || intervalMinutes(config().sync.interval) == 0) {
+        timers_.disarm(Scheduler::TaskID::sync);
+        return;
+    }
+    timers_.arm(Scheduler::TaskID::sync,
+                {.due = [this](Date roundStart, Date) -> std::optional<Date> {
+                     // Made manual while running: idle until another interval is chosen,
+                     // which then counts from that moment.
+                     int minutes = intervalMinutes(config().sync.interval);
+                     if (minutes == 0) return std::nullopt;
+                     return roundStart + std::chrono::minutes(minutes);
+                 },
+                 .run =
+                     [this] {
+                         // An unexpected failure costs one round, not the daemon.
+                         try {
+                             periodicSyncTick();
+                         } catch (const std::exception& error) {
+                             Log::app().error(fmt::format("sync failed: {}", error.what()));
+                         }
+                     }});
 }
 
 bool AppEnvironment::isPeriodicSyncRunning() {
-    std::lock_guard lifecycle(syncLifecycle_);
-    return syncer_.joinable();
-}
-
-void AppEnvironment::stopPeriodicSync() {
-    if (!syncer_.joinable()) return;
-    syncer_.request_stop();
-    syncer_.join();
-}
-
-void AppEnvironment::syncLoop(std::stop_token stop) {
-    while (!stop.stop_requested()) {
-        auto roundStart = std::chrono::steady_clock::now();
-        {
-            std::unique_lock lock(syncMutex_);
-            // Woken early only by a new interval, which is then measured from the start
-            // of this round.
-            for (;;) {
-                syncRescheduled_ = false;
-                int minutes = intervalMinutes(config().sync.interval);
-                if (minutes == 0) {
-                    // Made manual while running: idle until another interval is chosen,
-                    // which then counts from that moment.
-                    syncWake_.wait(lock, stop, [this] { return syncRescheduled_; });
-                    if (stop.stop_requested()) break;
-                    roundStart = std::chrono::steady_clock::now();
-                    continue;
-                }
-                if (!syncWake_.wait_until(lock, stop, roundStart + std::chrono::minutes(minutes),
-                                          [this] { return syncRescheduled_; })) {
-                    break;
-                }
-            }
-        }
-        if (stop.stop_requested()) return;
-        // An unexpected failure costs one round, not the daemon.
-        try {
-            periodicSyncTick();
-        } catch (const std::exception& error) {
-            Log::app().error(fmt::format("sync failed: {}", error.what()));
-        }
-    }
+    return timers_.isArmed(Scheduler::TaskID::sync);
 }
 
 bool AppEnvironment::periodicSyncTick() {

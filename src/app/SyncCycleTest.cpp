@@ -9,6 +9,7 @@
 #include "app/AppEnvironment.hpp"
 #include "persistence/KeychainStore.hpp"
 #include "platform/Shell.hpp"
+#include "testing/BackgroundProcess.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/LogCapture.hpp"
 #include "testing/LoopbackHttpServer.hpp"
@@ -218,9 +219,13 @@ TEST(SyncCycleTest, ThePeriodicSyncPassesWithoutAccountsAndOnAMeteredLinkWhenTol
     EXPECT_TRUE(env.periodicSyncTick());
     EXPECT_EQ(github.requests().size(), 4u);
 
-    // Only a running service has a periodic task, and a manual interval has none.
+    // Only a running service has a periodic task, and a manual interval has none. Its
+    // round comes when the clock has moved on by the interval.
     env.startPeriodicSync();
     EXPECT_TRUE(env.isPeriodicSyncRunning());
+    clock.advance(std::chrono::minutes(30));
+    EXPECT_TRUE(testing::eventually(std::chrono::seconds(5),
+                                    [&] { return github.requests().size() == 6u; }));
     env.applyConfigChange(
         [](AppConfig& config) { config.sync.interval = SyncPrefs::Interval::manual; });
     env.startPeriodicSync();
