@@ -55,9 +55,11 @@ private:
     Notifier* notifier_ = nullptr;
     AppEnvironment* service_ = nullptr;
     std::optional<DataFolderLock> lock_;  // released after own_ is gone
-    // Stops own_'s work and children on Ctrl-C or SIGTERM; gone before own_ is.
-    std::unique_ptr<InterruptWatch> interrupts_;
     std::unique_ptr<AppEnvironment> own_;
+    // Stops own_'s work and children on Ctrl-C or SIGTERM. Declared after own_ so it
+    // is destroyed first: its thread may be inside own_->shutdown() when the command
+    // ends, and joining it must come before own_ is freed.
+    std::unique_ptr<InterruptWatch> interrupts_;
 };
 
 // True when the configuration was saved; otherwise says why on stderr.
