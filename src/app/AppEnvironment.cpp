@@ -600,20 +600,13 @@ bool AppEnvironment::applyConfigChange(const std::function<void(AppConfig&)>& ch
 void AppEnvironment::startPeriodicScanning() {
     if (stopping_) return;
     timers_.arm(Scheduler::TaskID::scan,
-                {.due = [this](Date roundStart, Date) -> std::optional<Date> {
+                {.name = "scan",
+                 .due = [this](Date roundStart, Date) -> std::optional<Date> {
                      // A year at most: longer waits overflow the clock's arithmetic.
                      int minutes = std::clamp(config().scanIntervalMinutes, 1, 366 * 24 * 60);
                      return roundStart + std::chrono::minutes(minutes);
                  },
-                 .run =
-                     [this] {
-                         // An unexpected failure costs one scan, not the daemon.
-                         try {
-                             scanNow();
-                         } catch (const std::exception& error) {
-                             Log::app().error(fmt::format("scan failed: {}", error.what()));
-                         }
-                     }});
+                 .run = [this] { scanNow(); }});
 }
 
 void AppEnvironment::requestScan() {
@@ -633,24 +626,18 @@ void AppEnvironment::closeAll(const std::vector<std::string>& reminderIDs) {
 
 void AppEnvironment::startDailyReviewScheduling() {
     if (stopping_) return;
-    timers_.arm(
-        Scheduler::TaskID::review,
-        {.due = [this](Date roundStart, Date) -> std::optional<Date> {
-             double seconds =
-                 DailyReview::secondsUntilNextReview(config().dailyReviewTime, roundStart);
-             return roundStart + std::chrono::seconds(static_cast<long long>(std::ceil(seconds)));
-         },
-         .run =
-             [this] {
-                 try {
-                     fireDayReviewIfEnabled();
-                 } catch (const std::exception& error) {
-                     Log::app().error(fmt::format("end-of-day review failed: {}", error.what()));
-                 }
-             },
-         // A new review time is counted from when it was set, so a time already passed
-         // today falls due tomorrow rather than at once.
-         .onReschedule = Scheduler::OnReschedule::restartRound});
+    timers_.arm(Scheduler::TaskID::review,
+                {.name = "end-of-day review",
+                 .due = [this](Date roundStart, Date) -> std::optional<Date> {
+                     double seconds =
+                         DailyReview::secondsUntilNextReview(config().dailyReviewTime, roundStart);
+                     return roundStart +
+                            std::chrono::seconds(static_cast<long long>(std::ceil(seconds)));
+                 },
+                 .run = [this] { fireDayReviewIfEnabled(); },
+                 // A new review time is counted from when it was set, so a time already passed
+                 // today falls due tomorrow rather than at once.
+                 .onReschedule = Scheduler::OnReschedule::restartRound});
 }
 
 void AppEnvironment::fireDayReviewIfEnabled() {

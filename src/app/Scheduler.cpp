@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include <fmt/format.h>
+
+#include "base/Log.hpp"
+
 namespace quorvane {
 
 void Scheduler::arm(TaskID id, Task task) {
@@ -98,6 +102,7 @@ std::optional<Date> Scheduler::step() {
     }
     for (TaskID id : {TaskID::scan, TaskID::sync, TaskID::review}) {
         std::function<void()> run;
+        std::string name;
         {
             std::lock_guard lock(mutex_);
             auto slot = slots_.find(id);
@@ -110,8 +115,13 @@ std::optional<Date> Scheduler::step() {
             // itself reports is seen after its round is in place.
             slot->second.roundStart = now;
             run = slot->second.task.run;
+            name = slot->second.task.name;
         }
-        run();
+        try {
+            run();
+        } catch (const std::exception& error) {
+            Log::app().error(fmt::format("{} failed: {}", name, error.what()));
+        }
         // A run that outlasted its interval starts the next round when it ends, so a
         // slow task never runs back to back.
         std::lock_guard lock(mutex_);

@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 
 #include "platform/Clock.hpp"
@@ -13,7 +14,8 @@ namespace quorvane {
 // The service's timers on one thread: each recurring task says when it is next due
 // and what it does, and the thread sleeps on the Clock until the earliest is due.
 // Tasks run one at a time on that thread, never while holding the scheduler's lock,
-// so a task may arm, disarm or reschedule tasks itself.
+// so a task may arm, disarm or reschedule tasks itself. A run that throws is logged
+// and costs that round only, never the thread.
 class Scheduler {
 public:
     enum class TaskID { scan, sync, review };
@@ -29,6 +31,8 @@ public:
     };
 
     struct Task {
+        // How the log names the task when a run fails.
+        std::string name;
         DueFunction due;
         std::function<void()> run;
         OnReschedule onReschedule = OnReschedule::keepRound;

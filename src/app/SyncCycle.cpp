@@ -325,22 +325,15 @@ void AppEnvironment::startPeriodicSync() {
         return;
     }
     timers_.arm(Scheduler::TaskID::sync,
-                {.due = [this](Date roundStart, Date) -> std::optional<Date> {
+                {.name = "sync",
+                 .due = [this](Date roundStart, Date) -> std::optional<Date> {
                      // Made manual while running: idle until another interval is chosen,
                      // which then counts from that moment.
                      int minutes = intervalMinutes(config().sync.interval);
                      if (minutes == 0) return std::nullopt;
                      return roundStart + std::chrono::minutes(minutes);
                  },
-                 .run =
-                     [this] {
-                         // An unexpected failure costs one round, not the daemon.
-                         try {
-                             periodicSyncTick();
-                         } catch (const std::exception& error) {
-                             Log::app().error(fmt::format("sync failed: {}", error.what()));
-                         }
-                     }});
+                 .run = [this] { periodicSyncTick(); }});
 }
 
 bool AppEnvironment::isPeriodicSyncRunning() {

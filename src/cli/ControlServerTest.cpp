@@ -217,6 +217,12 @@ TEST_F(ControlServerTest, ReplacesADeadDaemonsSocketButNothingElse) {
 }
 
 TEST_F(ControlServerTest, WithNoDescriptorLeftTheAcceptThreadWaitsAndThenServesTheClient) {
+#ifdef QUORVANE_UBSAN
+    // UndefinedBehaviorSanitizer checks an object's dynamic type by writing to a
+    // pipe it opens, so with every descriptor spent it reports sound objects as
+    // broken. The ThreadSanitizer run, which lists this test, covers it.
+    GTEST_SKIP() << "cannot run while every descriptor is spent under UBSan";
+#endif
     const std::set<pid_t> before = testing::threadIds();
     ControlServer server(socketPath(),
                          [](const ControlProtocol::Request& r, std::ostream& out, std::ostream&) {
