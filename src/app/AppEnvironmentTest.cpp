@@ -1,7 +1,6 @@
 #include "app/AppEnvironment.hpp"
 
 #include <condition_variable>
-#include <latch>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -182,11 +181,11 @@ TEST(AppEnvironmentTest, EnrolmentReadsRecentHistoryOnceAndInventsNoSessions) {
 TEST(AppEnvironmentTest, AScanDuringAScanReturnsAtOnce) {
     testing::TempDir dir;
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
-    std::latch started(1), release(1);
+    testing::BoundedLatch started(1), release(1);
     FakeProcessRunner runner([&](const ProcessRequest& request) {
         if (isWorkTreeCheck(request)) {
-            started.count_down();
-            release.wait();
+            started.countDown();
+            EXPECT_TRUE(release.wait()) << "the held scan was never let go on";
         }
         return ShellResult{"", "", 1};
     });
@@ -196,11 +195,11 @@ TEST(AppEnvironmentTest, AScanDuringAScanReturnsAtOnce) {
         [](AppConfig& config) { config.repositories = {trackedAt("/fake/one")}; });
 
     std::jthread first([&] { env.scanNow(); });
-    started.wait();
+    ASSERT_TRUE(started.wait()) << "the first scan never reached its work tree check";
     EXPECT_TRUE(env.isScanning());
     EXPECT_TRUE(env.rescanNowOnMain().empty());
     env.scanNow();  // returns without waiting for the first
-    release.count_down();
+    release.countDown();
     first.join();
     EXPECT_FALSE(env.isScanning());
     // The configuration, the remote (the configuration named no git folder) and
@@ -227,11 +226,11 @@ TEST(AppEnvironmentTest, AShutdownStopsTheReadsInFlightStartsNoOtherAndKeepsWhat
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
     std::atomic<bool> hold = false;
     std::atomic<int> cancelledInFlight = 0;
-    std::latch eightStarted(8), release(1);
+    testing::BoundedLatch eightStarted(8), release(1);
     FakeProcessRunner runner([&](const ProcessRequest& request) {
         if (hold && isWorkTreeCheck(request)) {
-            eightStarted.count_down();
-            release.wait();
+            eightStarted.countDown();
+            EXPECT_TRUE(release.wait()) << "a held read was never let go on";
             // The real runner stops such a child at once; this one only notes it was asked to.
             if (request.cancellation != nullptr && request.cancellation->isCancelled()) {
                 ++cancelledInFlight;
@@ -252,12 +251,12 @@ TEST(AppEnvironmentTest, AShutdownStopsTheReadsInFlightStartsNoOtherAndKeepsWhat
 
     hold = true;
     std::jthread scan([&] { env.scanNow(); });
-    eightStarted.wait();
+    ASSERT_TRUE(eightStarted.wait()) << "fewer than eight reads were in flight at once";
     std::jthread stopper([&] { env.shutdown(); });
     ASSERT_TRUE(testing::eventually(10s, [&] { return env.isShuttingDown(); }));
     std::this_thread::sleep_for(100ms);
     EXPECT_TRUE(env.isScanning());
-    release.count_down();
+    release.countDown();
     stopper.join();
     scan.join();
 
