@@ -1,11 +1,12 @@
 #include "base/BoundedParallel.hpp"
 
-#include <latch>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
 
 #include <gtest/gtest.h>
+
+#include "testing/BoundedLatch.hpp"
 
 namespace quorvane {
 namespace {
@@ -14,8 +15,8 @@ TEST(BoundedParallelTest, RunsExactlyLimitAtOnceAndKeepsInputOrder) {
     constexpr size_t kCount = 30, kLimit = 8;
     std::atomic<int> inFlight{0}, most{0};
     // The first eight only go on once all eight have started: with fewer threads
-    // the test would hang, with more the maximum below would exceed eight.
-    std::latch firstWave(kLimit);
+    // their wait gives up, with more the maximum below would exceed eight.
+    testing::BoundedLatch firstWave(kLimit);
     std::mutex orderMutex;
     std::vector<size_t> startOrder;
     std::vector<size_t> results = boundedParallelMap<size_t>(kCount, kLimit, [&](size_t i) {
@@ -26,7 +27,9 @@ TEST(BoundedParallelTest, RunsExactlyLimitAtOnceAndKeepsInputOrder) {
             std::lock_guard lock(orderMutex);
             startOrder.push_back(i);
         }
-        if (i < kLimit) firstWave.arrive_and_wait();
+        if (i < kLimit) {
+            EXPECT_TRUE(firstWave.arriveAndWait()) << "fewer than eight items ran at once";
+        }
         --inFlight;
         return i * i;
     });
@@ -49,14 +52,14 @@ TEST(BoundedParallelTest, AnExceptionOnAPoolThreadReachesTheCaller) {
     // The caller's own thread holds its first item until a pool thread has thrown,
     // so the throw happens off the caller's thread: it used to end the process.
     const std::thread::id caller = std::this_thread::get_id();
-    std::latch thrown(1);
+    testing::BoundedLatch thrown(1);
     try {
         boundedParallelMap<int>(4, 2, [&](size_t) {
             if (std::this_thread::get_id() == caller) {
-                thrown.wait();
+                EXPECT_TRUE(thrown.wait()) << "no pool thread ever ran an item";
                 return 0;
             }
-            thrown.count_down();
+            thrown.countDown();
             throw std::runtime_error("failed on a pool thread");
         });
         ADD_FAILURE() << "the exception was lost";

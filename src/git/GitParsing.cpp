@@ -9,22 +9,6 @@
 
 namespace quorvane::GitParsing {
 
-std::vector<std::string> splitFirst(std::string_view text, char separator, int maxParts) {
-    if (maxParts < 2) return {std::string(text)};
-    std::vector<std::string> parts;
-    std::string current;
-    for (char c : text) {
-        if (c == separator && static_cast<int>(parts.size()) < maxParts - 1) {
-            parts.push_back(std::move(current));
-            current.clear();
-            continue;
-        }
-        current.push_back(c);
-    }
-    parts.push_back(std::move(current));
-    return parts;
-}
-
 std::vector<std::vector<std::string_view>> nulRecords(std::string_view output,
                                                       size_t fieldsPerRecord) {
     std::vector<std::vector<std::string_view>> records;

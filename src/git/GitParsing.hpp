@@ -16,11 +16,6 @@ struct AheadBehind {
     bool operator==(const AheadBehind&) const = default;
 };
 
-// Splits on `separator` into at most `maxParts` parts: once maxParts - 1 parts are
-// complete, further separators stay inside the last part, so a "|" in a commit
-// subject survives. Empty parts are kept; maxParts below 2 gives the input whole.
-std::vector<std::string> splitFirst(std::string_view text, char separator, int maxParts);
-
 // The log formats. Every field ends with a NUL (with `log -z`), a byte that no
 // name, address or subject can hold, so a field can never forge the ones after it.
 // The committer date follows the author date: git prints the author date's

@@ -42,14 +42,6 @@ TEST(GitParsingTest, AheadBehindReadsBehindFirst) {
     EXPECT_EQ(GitParsing::aheadBehind("1 x"), (AheadBehind{0, 0}));
 }
 
-TEST(GitParsingTest, SplitFirstKeepsLaterSeparatorsInTheLastPart) {
-    using Parts = std::vector<std::string>;
-    EXPECT_EQ(GitParsing::splitFirst("a|b|c|d", '|', 3), (Parts{"a", "b", "c|d"}));
-    EXPECT_EQ(GitParsing::splitFirst("a||", '|', 6), (Parts{"a", "", ""}));
-    EXPECT_EQ(GitParsing::splitFirst("a|b", '|', 1), (Parts{"a|b"}));
-    EXPECT_EQ(GitParsing::splitFirst("", '|', 3), (Parts{""}));
-}
-
 // Fields as `git log -z` prints them: each one ended by a NUL.
 std::string nulFields(const std::vector<std::string>& fields) {
     std::string out;

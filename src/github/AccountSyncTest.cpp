@@ -11,6 +11,7 @@
 #include "platform/Shell.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/FakeProcessRunner.hpp"
+#include "testing/ScopedEnvironment.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
@@ -102,26 +103,6 @@ TEST_F(AuthResolverTest, TheFirstSourceThatHasATokenWinsInTheSettledOrder) {
     EXPECT_EQ(runner.requests().size(), before);
 }
 
-// Sets an environment variable for the length of a test.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const std::string& value) : name_(name) {
-        if (const char* old = std::getenv(name)) previous_ = old;
-        setenv(name, value.c_str(), 1);
-    }
-    ~ScopedVariable() {
-        if (previous_) {
-            setenv(name_, previous_->c_str(), 1);
-        } else {
-            unsetenv(name_);
-        }
-    }
-
-private:
-    const char* name_;
-    std::optional<std::string> previous_;
-};
-
 TEST_F(AuthResolverTest, RealGhAndARealCredentialHelperAreAsked) {
     // A home of the test's own: its login profile puts a gh of ours first on the
     // PATH, and its git configuration names a credential helper of ours.
@@ -141,7 +122,7 @@ TEST_F(AuthResolverTest, RealGhAndARealCredentialHelperAreAsked) {
            "[ \"$1\" = get ] && printf 'username=me\\npassword=from_real_helper\\n'\n");
     testing::writeFile(home / ".gitconfig",
                        "[credential]\n\thelper = " + (dir_ / "helper").string() + "\n");
-    ScopedVariable homeVariable("HOME", home.string());
+    testing::ScopedEnvironment homeVariable("HOME", home.string());
     Shell shell;
 
     GitHubAccount viaGh = account(GitHubAccount::AuthType::ghCLI, "");

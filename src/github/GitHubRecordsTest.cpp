@@ -15,36 +15,16 @@
 namespace quorvane {
 namespace {
 
-using Keys = std::set<std::string>;
-
 const Date kRead = Date(std::chrono::seconds(1795000000));
 const Date kEarlier = Date(std::chrono::seconds(1794000000));
 
-// Writes `record` as a file holds it, checks the keys written, and reads it back.
+// Writes `record` as a file holds it and expects it back whole: a field left out of
+// either direction of the codec would be lost at the next save.
 template <class R>
-void expectRoundTrip(const R& record, const Keys& keys) {
-    Json json = JsonCodec::parse(JsonCodec::pretty(toJson(record)));
-    Keys written;
-    for (const auto& item : json.items()) written.insert(item.key());
-    EXPECT_EQ(written, keys);
+void expectThroughFile(const R& record) {
     R decoded{};
-    fromJson(json, decoded, "record");
+    fromJson(JsonCodec::parse(JsonCodec::pretty(toJson(record))), decoded, "record");
     EXPECT_EQ(decoded, record);
-}
-
-// Round-trips `full` with every key and `bare` with the optional keys left out, and
-// expects `bare` refused without any one of its required keys.
-template <class R>
-void expectRoundTrips(const R& full, const R& bare, Keys required, const Keys& optional) {
-    expectRoundTrip(bare, required);
-    for (const std::string& key : required) {
-        Json partial = toJson(bare);
-        partial.erase(key);
-        R decoded{};
-        EXPECT_THROW(fromJson(partial, decoded, "record"), DecodeError) << key;
-    }
-    required.insert(optional.begin(), optional.end());
-    expectRoundTrip(full, required);
 }
 
 // clang-format off
@@ -66,53 +46,16 @@ SyncState fullState() {
 }
 // clang-format on
 
-const ProjectHealthSnapshot kHealth{"/r", "/r", 65, {"pushed today"}, {"dirty", "stale"}, kRead};
-
-TEST(GitHubRecordsTest, RecordsRoundTripAndRequireTheirKeys) {
-    RemoteRepository bareRemote = fullRemote();
-    bareRemote.htmlURL = bareRemote.sshURL = bareRemote.cloneURL = "";
-    bareRemote.description = bareRemote.language = std::nullopt;
-    bareRemote.pushedAt = bareRemote.updatedAt = std::nullopt;
-    expectRoundTrips(
-        fullRemote(), bareRemote,
-        {"id", "accountID", "owner", "name", "fullName", "htmlURL", "sshURL", "cloneURL",
-         "isPrivate", "isFork", "isArchived", "defaultBranch", "lastSyncedAt"},
-        {"description", "language", "pushedAt", "updatedAt"});
-
-    expectRoundTrips(RemoteBranch{"main", "abc", kEarlier}, RemoteBranch{"main", {}, {}}, {"name"},
-                     {"lastCommitSha", "lastCommitDate"});
-
-    BranchRecord bareBranch = fullBranch();
-    bareBranch.upstreamName = bareBranch.lastCommitSha = std::nullopt;
-    bareBranch.lastCommitDate = std::nullopt;
-    bareBranch.unpushedCount = 0;  // as in a file written before the count was kept
-    expectRoundTrips(fullBranch(), bareBranch,
-                     {"id", "repoID", "name", "isLocal", "isRemote", "aheadCount", "behindCount",
-                      "lastSyncedAt"},
-                     {"upstreamName", "lastCommitSha", "lastCommitDate", "unpushedCount"});
-
-    RepositoryMapping bareMapping = fullMapping();
-    bareMapping.localRepoID = bareMapping.remoteRepoID = bareMapping.accountID = std::nullopt;
-    expectRoundTrips(fullMapping(), bareMapping,
-                     {"id", "kind", "confidence", "confirmedByUser", "createdAt"},
-                     {"localRepoID", "remoteRepoID", "accountID"});
-
-    SyncState bareState = fullState();
-    bareState.repoID = bareState.remoteRepoID = bareState.accountID = std::nullopt;
-    bareState.lastRemoteCommitSha = bareState.lastLocalCommitSha = std::nullopt;
-    expectRoundTrips(
-        fullState(), bareState,
-        {"id", "status", "localAhead", "localBehind", "hasUpstream", "hasRemoteBranch",
-         "calculatedAt"},
-        {"repoID", "remoteRepoID", "accountID", "lastRemoteCommitSha", "lastLocalCommitSha"});
-
-    expectRoundTrips(kHealth, ProjectHealthSnapshot{"/r", "/r", 100, {}, {}, kRead},
-                     {"id", "repoID", "score", "reasonsPositive", "reasonsNegative", "capturedAt"},
-                     {});
-
-    expectRoundTrips(MappingCandidate{"acc:octo/tool", "/w/tool", 90, {"same name"}},
-                     MappingCandidate{"acc:octo/tool", "/w/tool", 1, {}},
-                     {"remoteRepoID", "localPath", "confidence", "evidence"}, {});
+// Records with every optional field empty go through the store in StoreTest.
+TEST(GitHubRecordsTest, EveryFieldSurvivesAFile) {
+    expectThroughFile(fullRemote());
+    expectThroughFile(RemoteBranch{"main", "abc", kEarlier});
+    expectThroughFile(fullBranch());
+    expectThroughFile(fullMapping());
+    expectThroughFile(fullState());
+    expectThroughFile(
+        ProjectHealthSnapshot{"/r", "/r", 65, {"pushed today"}, {"dirty", "stale"}, kRead});
+    expectThroughFile(MappingCandidate{"acc:octo/tool", "/w/tool", 90, {"same name"}});
 }
 
 // A case left out of the name table would be written as an empty name and never read back.

@@ -5,8 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/TextHelpers.hpp"
-#include "github/AccountSync.hpp"
 #include "github/ApiClient.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/GitHubMaterial.hpp"
@@ -19,7 +17,6 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using testing::GitHubMaterial;
 using testing::HeaderList;
-using ::testing::StartsWith;
 using Kind = QuorvaneError::Kind;
 using Outcome = std::pair<std::string, Kind>;
 
@@ -202,86 +199,6 @@ TEST_F(GitHubReplayTest, RecordedLinkHeadersAreWalkedToTheLastPageAndAFailedPage
     std::vector<std::string> after = targets(server_);
     after.erase(after.begin(), after.begin() + static_cast<std::ptrdiff_t>(before));
     EXPECT_THAT(after, ElementsAre(kRepos, expectedTargets[1], third));
-}
-
-TEST_F(GitHubReplayTest, FailuresWithGitHubsOwnHeadersHaveTheirTexts) {
-    const Json& recorded = material_->at("/recorded/branchNotProtected");
-    const HeaderList headers = GitHubMaterial::replayHeaders(recorded);
-    const std::optional<std::string> remaining =
-        HttpResponse{0, "", headers, std::nullopt}.header("x-ratelimit-remaining");
-    // The recording was made with requests to spare.
-    ASSERT_TRUE(remaining.has_value());
-    ASSERT_NE(*remaining, "0");
-
-    auto outcome = [&](int status, HeaderList replyHeaders, std::string body) {
-        server_.set("/user", {status, std::move(replyHeaders), std::move(body), false});
-        return failure([&] { client().getAuthenticatedUser(); });
-    };
-    auto declared = [&](const char* name) -> const Json& {
-        return material_->at(std::string("/declared/") + name);
-    };
-
-    EXPECT_EQ(outcome(declared("requiresAuthentication").at("status"), headers,
-                      declared("requiresAuthentication").at("body").dump()),
-              (Outcome{"GitHub: token invalid/expired", Kind::auth}));
-    const int forbidden = declared("forbidden").at("status");
-    const std::string forbiddenBody = declared("forbidden").at("body").dump();
-    EXPECT_EQ(outcome(forbidden, headers, forbiddenBody),
-              (Outcome{"GitHub forbidden (HTTP 403)", Kind::http}));
-    // GitHub's recordings never ran out of requests: this "0" is ours, set in the
-    // recorded headers so that only that one value differs.
-    EXPECT_EQ(outcome(forbidden, GitHubMaterial::withHeader(headers, "x-ratelimit-remaining", "0"),
-                      forbiddenBody),
-              (Outcome{"GitHub rate limit exceeded", Kind::rateLimit}));
-    EXPECT_EQ(outcome(forbidden, GitHubMaterial::withoutHeader(headers, "x-ratelimit-remaining"),
-                      forbiddenBody),
-              (Outcome{"GitHub forbidden (HTTP 403)", Kind::http}));
-    // Not modified is declared without a body.
-    EXPECT_EQ(outcome(declared("notModified").at("status"), headers, ""),
-              (Outcome{"GitHub error (HTTP 304)", Kind::http}));
-    EXPECT_EQ(outcome(recorded.at("status"), headers, recorded.at("body").dump()),
-              (Outcome{"GitHub: not found/inaccessible", Kind::notFound}));
-
-    auto [undecodable, undecodableKind] = outcome(200, okHeaders_, "");
-    EXPECT_THAT(undecodable, StartsWith("GitHub: failed to decode response — not valid JSON: "));
-    EXPECT_EQ(undecodableKind, Kind::msg);
-}
-
-TEST_F(GitHubReplayTest, ARepositoryWhoseBranchesAreNotFoundLeavesTheAccountSynced) {
-    const Json& user = material_->at("/examples/user/body");
-    const Json& example = material_->at("/examples/repositories/body/0");
-    const Json& branches = material_->at("/examples/branches/body");
-    const std::string owner = text(example.at("owner"), "login");
-    const std::string name = text(example, "name");
-    Json gone = example;  // a second repository of ours, whose branch listing fails
-    gone["name"] = "Gone";
-    server_.set("/user", ok(user));
-    server_.set(kRepos, ok(Json::array({example, gone})));
-    server_.set("/repos/" + owner + "/" + name + "/branches?per_page=100", ok(branches));
-    server_.set("/repos/" + owner + "/Gone/branches?per_page=100", notFound());
-
-    ApiClient github = client();
-    GitHubAccount account;
-    account.id = "acc";
-    AccountSyncEngine::Result result = AccountSyncEngine(github).sync(
-        account, SyncPrefs{}, {{owner, Text::asciiLower(name)}, {owner, "gone"}}, kNow);
-
-    EXPECT_EQ(result.user.login, text(user, "login"));
-    ASSERT_EQ(result.repos.size(), 2u);
-    // Both listings are asked in the remote's own case, the failing one included.
-    EXPECT_THAT(
-        targets(server_),
-        ElementsAre("/user", kRepos, "/repos/" + owner + "/" + name + "/branches?per_page=100",
-                    "/repos/" + owner + "/Gone/branches?per_page=100"));
-    ASSERT_EQ(result.branches.size(), branches.size());
-    for (size_t i = 0; i < branches.size(); ++i) {
-        const BranchRecord& branch = result.branches[i];
-        EXPECT_EQ(branch.repoID, "acc:" + owner + "/" + name);
-        EXPECT_EQ(branch.name, text(branches[i], "name"));
-        EXPECT_EQ(branch.lastCommitSha, text(branches[i].at("commit"), "sha"));
-        EXPECT_TRUE(branch.isRemote);
-        EXPECT_EQ(branch.lastSyncedAt, kNow);
-    }
 }
 
 }  // namespace

@@ -142,13 +142,10 @@ TEST(ConfigKeysTest, ListsKeptByOtherCommandsAndGroupsAreRefusedWithWhatToUse) {
         EXPECT_EQ(lookup.key, nullptr) << name;
         return lookup.error;
     };
+    // Each redirect is its own table entry; that every leaf of the file has a key or
+    // such an answer is checked below. A path inside a list is answered by the list.
     EXPECT_THAT(refused("scanFolders"), HasSubstr("'quorvane folders add'"));
-    EXPECT_THAT(refused("repositories"), HasSubstr("'quorvane repos add'"));
     EXPECT_THAT(refused("repositories.0.name"), HasSubstr("repositories is a list"));
-    EXPECT_THAT(refused("ignoredRepoIDs"), HasSubstr("'quorvane repos remove'"));
-    EXPECT_THAT(refused("accounts"), HasSubstr("'quorvane accounts add'"));
-    EXPECT_THAT(refused("agent.allowedRoots"), HasSubstr("edit it in config.json"));
-    EXPECT_THAT(refused("startAtLogin"), HasSubstr("'quorvane service install'"));
     EXPECT_EQ(refused("sync"),
               "sync is a group of keys: sync.interval, sync.syncOnStart, sync.wifiOnly, "
               "sync.syncPrivate, sync.syncArchived");

@@ -79,36 +79,29 @@ TEST_F(ConfigServiceTest, RootAndTolerantRecordsFillWhatIsAbsentOrNull) {
 
     AppConfig config = loadText(std::string(R"({"scanIntervalMinutes": 5, "repositories": [)") +
                                 kRepo + R"(], "agent": {"maxScanDepth": 2}})");
-    EXPECT_EQ(config.scanIntervalMinutes, 5);
-    ASSERT_EQ(config.repositories.size(), 1u);
-    const RepoConfig& repo = config.repositories[0];
-    EXPECT_EQ(repo.defaultBranch, "main");
-    EXPECT_TRUE(repo.trackingEnabled);
-    EXPECT_FALSE(repo.ignoreUntracked);
-    EXPECT_EQ(repo.priority, RepoConfig::Priority::normal);
-    EXPECT_FALSE(repo.remoteURL.has_value());
-    EXPECT_TRUE(repo.aliases.empty());
-    EXPECT_EQ(config.agent.maxScanDepth, 2);
-    EXPECT_TRUE(config.agent.enabled);
-    EXPECT_EQ(config.agent.permissionLevel, AgentPermissionLevel::applySettings);
-    EXPECT_FALSE(config.agent.autoApproveConfidenceThreshold.has_value());
+    AppConfig expected;
+    expected.scanIntervalMinutes = 5;
+    expected.agent.maxScanDepth = 2;
+    RepoConfig repo;
+    repo.id = repo.localPath = "/r";
+    repo.name = "r";
+    repo.addedAt = *DateHelpers::parseISO("2026-11-21T10:00:00Z");
+    expected.repositories = {repo};
+    EXPECT_EQ(config, expected);
 }
 
-TEST_F(ConfigServiceTest, PresentButWrongValuesMakeTheFileUnreadable) {
-    EXPECT_TRUE(refused(R"({"scanIntervalMinutes": "10"})"));
-    EXPECT_TRUE(refused(R"({"scanFolders": "~/code"})"));
-    EXPECT_TRUE(refused(R"({"theme": "blue"})"));
-    EXPECT_TRUE(refused(R"({"agent": {"permissionLevel": "everything"}})"));
-    EXPECT_TRUE(refused(R"({"agent": {"enabled": "yes"}})"));
-    EXPECT_TRUE(refused(R"({"repositories": [{"id": "/r", "name": "r", "localPath": "/r"}]})"));
-    EXPECT_TRUE(refused(R"({"repositories": [{"id": "/r", "name": "r", "localPath": "/r",
-                                               "addedAt": "yesterday"}]})"));
-    EXPECT_TRUE(refused("[]"));
-    EXPECT_TRUE(refused("{\"scanFolders\": ["));
+TEST_F(ConfigServiceTest, WrongValuesAndPartPreferenceRecordsMakeTheFileUnreadable) {
+    for (const char* wrong : {R"({"scanIntervalMinutes": "10"})", R"({"scanFolders": "~/code"})",
+                              R"({"theme": "blue"})", R"({"agent": {"enabled": "yes"}})",
+                              R"({"agent": {"permissionLevel": "everything"}})",
+                              R"({"repositories": [{"id": "/r", "name": "r", "localPath": "/r"}]})",
+                              R"({"repositories": [{"id": "/r", "name": "r", "localPath": "/r",
+                                                    "addedAt": "yesterday"}]})",
+                              "[]", "{\"scanFolders\": ["}) {
+        EXPECT_TRUE(refused(wrong)) << wrong;
+    }
     EXPECT_FALSE(refused(R"({"scanIntervalMinutes": 10.0})"));
-}
-
-TEST_F(ConfigServiceTest, PreferenceRecordsAreStrictEvenWhereTheKeyCouldBeLeftOut) {
+    // Preference records are strict even where the key could be left out.
     EXPECT_TRUE(refused(R"({"reminders": {"needsPush": true}})"));
     EXPECT_TRUE(refused(R"({"sync": {"interval": "m30"}})"));
     EXPECT_TRUE(refused(R"({"ai": {"provider": "anthropic"}})"));

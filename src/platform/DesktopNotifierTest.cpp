@@ -9,6 +9,7 @@
 #include "platform/DesktopNotifier.hpp"
 #include "testing/LogCapture.hpp"
 #include "testing/NotificationServer.hpp"
+#include "testing/ScopedEnvironment.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
@@ -73,30 +74,22 @@ TEST(DesktopNotifier, ARepostedReminderReplacesItsOwnNotificationAndCloseTakesIt
 }
 
 TEST(DesktopNotifier, WithoutASessionBusNothingIsShownAndOneLineSaysSo) {
-    const char* saved = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-    std::optional<std::string> previous = saved ? std::optional<std::string>(saved) : std::nullopt;
     testing::LogCapture log;
-
-    unsetenv("DBUS_SESSION_BUS_ADDRESS");
+    std::optional<testing::ScopedEnvironment> bus(std::in_place, "DBUS_SESSION_BUS_ADDRESS",
+                                                  std::nullopt);
     DesktopNotifier unset;
     EXPECT_NO_THROW(unset.post(staleReminder()));
     EXPECT_NO_THROW(unset.post(staleReminder()));
     EXPECT_EQ(log.lines().size(), 1u) << "a second failure is not logged again";
 
     testing::TempDir dir("no-bus");
-    setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (dir / "bus").string()).c_str(), 1);
+    bus.emplace("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (dir / "bus").string());
     DesktopNotifier unreachable;
     EXPECT_NO_THROW(unreachable.post(staleReminder()));
     auto lines = log.lines();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_NE(lines[1].message.find("cannot connect to the session bus"), std::string::npos)
         << lines[1].message;
-
-    if (previous) {
-        setenv("DBUS_SESSION_BUS_ADDRESS", previous->c_str(), 1);
-    } else {
-        unsetenv("DBUS_SESSION_BUS_ADDRESS");
-    }
 }
 
 }  // namespace

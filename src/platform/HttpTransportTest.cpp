@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "github/ApiClient.hpp"
-#include "testing/FakeClock.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 
 namespace quorvane {
@@ -88,48 +86,6 @@ TEST(HttpTransportTest, APostSendsItsBodyWholeAndAtOnceWithinTheTimeout) {
     HttpResponse late = transport.post({server.base() + "/slow", {}, 0.3}, "{}");
     ASSERT_TRUE(late.transportError.has_value());
     EXPECT_THAT(*late.transportError, HasSubstr("imed out"));
-}
-
-// The test server answers a body length it cannot trust at once, rather than
-// waiting for bytes that never come.
-TEST(HttpTransportTest, TheLoopbackServerRefusesABodyLengthItCannotTrust) {
-    testing::LoopbackHttpServer server;
-    server.set("/in", {200, {}, "taken", false});
-    CurlTransport transport;
-    auto statusWith = [&](std::vector<std::pair<std::string, std::string>> headers) {
-        return transport.post({server.base() + "/in", std::move(headers), 10}, "{}").status;
-    };
-    EXPECT_EQ(statusWith({{"Content-Length", "99999999999"}}), 400);
-    EXPECT_EQ(statusWith({{"Content-Length", "2x"}}), 400);
-    EXPECT_EQ(statusWith({{"Content-Length", "2"}, {"content-length", "2"}}), 400);
-    EXPECT_EQ(statusWith({}), 200);
-    EXPECT_EQ(server.bodies(), (std::vector<std::string>{"", "", "", "{}"}));
-}
-
-TEST(HttpTransportTest, TheGitHubClientWalksRealPagesAndSendsNoTokenItWasNotGiven) {
-    testing::LoopbackHttpServer server;
-    const std::string first =
-        "/user/repos?per_page=100&affiliation=owner,collaborator,"
-        "organization_member&sort=pushed";
-    auto repo = [](const std::string& name) {
-        return R"({"name": ")" + name + R"(", "full_name": "me/)" + name +
-               R"(", "owner": {"login": "me"}})";
-    };
-    server.set(first, {200,
-                       {{"Link", "<" + server.base() + "/user/repos?page=2>; rel=\"next\""}},
-                       "[" + repo("one") + "]",
-                       false});
-    server.set("/user/repos?page=2", {200, {}, "[" + repo("two") + "]", false});
-    CurlTransport transport;
-    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-25T10:00:00Z"));
-    std::vector<RemoteRepository> repos =
-        ApiClient(std::nullopt, transport, clock, server.base()).listRepositories("a", true, true);
-    ASSERT_EQ(repos.size(), 2u);
-    EXPECT_EQ(repos[1].id, "a:me/two");
-    for (const std::string& request : server.requests()) {
-        EXPECT_THAT(request, Not(HasSubstr("Authorization")));
-        EXPECT_THAT(request, HasSubstr("User-Agent: Quorvane/2.0 (+https://github.com)\r\n"));
-    }
 }
 
 }  // namespace

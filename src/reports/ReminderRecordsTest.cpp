@@ -59,21 +59,5 @@ TEST(ReminderRecords, DailyJournalLeavesUnwrittenNotesOut) {
     EXPECT_THROW(fromJson(Json{{"blockers", "x"}}, journal, "journal"), DecodeError);
 }
 
-TEST(ReminderRecords, EveryKindHasItsNotificationTitle) {
-    using enum ReminderEvent::Kind;
-    std::vector<std::pair<ReminderEvent::Kind, std::string_view>> titles = {
-        {needsPush, "Quorvane — Push pending"},
-        {needsCommit, "Quorvane — Commit pending"},
-        {behindRemote, "Quorvane — Behind the remote"},
-        {staleDirty, "Quorvane — Stale changes"},
-        {needsPull, "Quorvane — Pull pending"},
-        {noUpstream, "Quorvane — Branch without upstream"},
-        {remoteOnly, "Quorvane — Repositories on GitHub only"},
-        {tokenIssue, "Quorvane — Token GitHub invalid"},
-        {endDayReview, "Quorvane — End of day"}};
-    ASSERT_EQ(titles.size(), enumCases(needsPush).size());
-    for (auto [kind, text] : titles) EXPECT_EQ(title(kind), text);
-}
-
 }  // namespace
 }  // namespace quorvane

@@ -7,7 +7,9 @@
 namespace quorvane::testing {
 
 // A latch whose waits give up after a limit, so a test whose threads never all
-// arrive fails in seconds instead of hanging until the suite's timeout.
+// arrive fails in seconds instead of hanging until the suite's timeout. Once one
+// wait has given up the latch is broken: every later wait fails at once, so
+// threads that would have queued behind each other cannot add their limits up.
 class BoundedLatch {
 public:
     explicit BoundedLatch(int count) : count_(count) {}
@@ -23,7 +25,12 @@ public:
     // True when the count reached zero within `limit`.
     bool wait(std::chrono::milliseconds limit = kLimit) {
         std::unique_lock lock(mutex_);
-        return reached_.wait_for(lock, limit, [&] { return count_ == 0; });
+        if (reached_.wait_for(lock, limit, [&] { return count_ == 0 || broken_; }) && count_ == 0) {
+            return true;
+        }
+        broken_ = true;
+        reached_.notify_all();
+        return false;
     }
 
     bool arriveAndWait(std::chrono::milliseconds limit = kLimit) {
@@ -37,6 +44,7 @@ private:
     std::mutex mutex_;
     std::condition_variable reached_;
     int count_;
+    bool broken_ = false;
 };
 
 }  // namespace quorvane::testing

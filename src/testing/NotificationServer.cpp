@@ -13,8 +13,6 @@ namespace quorvane::testing {
 struct NotificationServerHandlers {
     static int notify(sd_bus_message* call, void* userdata, sd_bus_error* error);
     static int closeNotification(sd_bus_message* call, void* userdata, sd_bus_error* error);
-    static int capabilities(sd_bus_message* call, void* userdata, sd_bus_error* error);
-    static int information(sd_bus_message* call, void* userdata, sd_bus_error* error);
 };
 
 namespace {
@@ -22,7 +20,8 @@ namespace {
 constexpr const char* kName = "org.freedesktop.Notifications";
 constexpr const char* kPath = "/org/freedesktop/Notifications";
 
-// Reads one variant's value as text; the message is positioned on the variant.
+// Reads one variant's value: a string as it is, anything else (which the notifier
+// never sends) as "<signature>". The message is positioned on the variant.
 int readVariant(sd_bus_message* call, std::string& out) {
     char type = 0;
     const char* contents = nullptr;
@@ -31,26 +30,10 @@ int readVariant(sd_bus_message* call, std::string& out) {
     std::string signature = contents == nullptr ? "" : contents;
     r = sd_bus_message_enter_container(call, SD_BUS_TYPE_VARIANT, signature.c_str());
     if (r < 0) return r;
-    if (signature == "s" || signature == "o" || signature == "g") {
+    if (signature == "s") {
         const char* text = nullptr;
-        r = sd_bus_message_read_basic(call, signature[0], &text);
+        r = sd_bus_message_read_basic(call, 's', &text);
         out = text == nullptr ? "" : text;
-    } else if (signature == "b") {
-        int flag = 0;
-        r = sd_bus_message_read_basic(call, 'b', &flag);
-        out = flag ? "true" : "false";
-    } else if (signature == "y") {
-        uint8_t value = 0;
-        r = sd_bus_message_read_basic(call, 'y', &value);
-        out = std::to_string(value);
-    } else if (signature == "i") {
-        int32_t value = 0;
-        r = sd_bus_message_read_basic(call, 'i', &value);
-        out = std::to_string(value);
-    } else if (signature == "u") {
-        uint32_t value = 0;
-        r = sd_bus_message_read_basic(call, 'u', &value);
-        out = std::to_string(value);
     } else {
         r = sd_bus_message_skip(call, signature.c_str());
         out = "<" + signature + ">";
@@ -82,10 +65,6 @@ const sd_bus_vtable kVtable[] = {
     SD_BUS_METHOD("Notify", "susssasa{sv}i", "u", NotificationServerHandlers::notify,
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("CloseNotification", "u", "", NotificationServerHandlers::closeNotification,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetCapabilities", "", "as", NotificationServerHandlers::capabilities,
-                  SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("GetServerInformation", "", "ssss", NotificationServerHandlers::information,
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
@@ -132,22 +111,18 @@ int NotificationServerHandlers::closeNotification(sd_bus_message* call, void* us
     return sd_bus_reply_method_return(call, "");
 }
 
-int NotificationServerHandlers::capabilities(sd_bus_message* call, void*, sd_bus_error*) {
-    return sd_bus_reply_method_return(call, "as", 2, "body", "sound");
-}
-
-int NotificationServerHandlers::information(sd_bus_message* call, void*, sd_bus_error*) {
-    return sd_bus_reply_method_return(call, "ssss", "quorvane-test-notifications", "Quorvane", "1",
-                                      "1.2");
-}
-
 NotificationServer::NotificationServer() : problem_(bus_.problem()) {
     if (!problem_.empty()) return;
     std::promise<std::string> ready;
     std::future<std::string> outcome = ready.get_future();
     // The thread owns the promise, so nothing it touches goes away under it.
     thread_ = std::thread([this, ready = std::move(ready)]() mutable { serve(&ready); });
-    problem_ = outcome.get();
+    // sd-bus bounds each of its own calls, but the test says so itself sooner.
+    if (outcome.wait_for(std::chrono::seconds(5)) == std::future_status::ready) {
+        problem_ = outcome.get();
+    } else {
+        problem_ = "the test's notification server did not start within 5 seconds";
+    }
 }
 
 NotificationServer::~NotificationServer() {

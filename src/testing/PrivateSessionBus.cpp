@@ -2,7 +2,6 @@
 
 #include <signal.h>
 #include <spawn.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -13,34 +12,12 @@
 extern char** environ;
 
 namespace quorvane::testing {
-namespace {
 
-std::optional<std::string> environmentValue(const char* name) {
-    const char* value = std::getenv(name);
-    if (value == nullptr) return std::nullopt;
-    return std::string(value);
-}
-
-void restoreEnvironment(const char* name, const std::optional<std::string>& value) {
-    if (value) {
-        setenv(name, value->c_str(), 1);
-    } else {
-        unsetenv(name);
-    }
-}
-
-}  // namespace
-
-PrivateSessionBus::PrivateSessionBus()
-    : previousAddress_(environmentValue("DBUS_SESSION_BUS_ADDRESS")),
-      previousRuntimeDir_(environmentValue("XDG_RUNTIME_DIR")) {
+PrivateSessionBus::PrivateSessionBus() {
     std::filesystem::path runtime = dir_ / "runtime";
     std::filesystem::create_directories(runtime);
     std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
     std::string socket = (dir_ / "bus").string();
-    address_ = "unix:path=" + socket;
-    setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-    setenv("DBUS_SESSION_BUS_ADDRESS", address_.c_str(), 1);
 
     std::string addressArgument = "--address=" + address_;
     std::vector<std::string> arguments = {"/usr/bin/dbus-daemon", "--session", "--nofork",
@@ -66,8 +43,6 @@ PrivateSessionBus::~PrivateSessionBus() {
         int status = 0;
         ::waitpid(pid_, &status, 0);
     }
-    restoreEnvironment("DBUS_SESSION_BUS_ADDRESS", previousAddress_);
-    restoreEnvironment("XDG_RUNTIME_DIR", previousRuntimeDir_);
 }
 
 }  // namespace quorvane::testing

@@ -2,9 +2,9 @@
 
 #include <sys/types.h>
 
-#include <optional>
 #include <string>
 
+#include "testing/ScopedEnvironment.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane::testing {
@@ -26,10 +26,10 @@ public:
 
 private:
     TempDir dir_{"bus"};
-    std::string address_;
+    std::string address_ = "unix:path=" + (dir_ / "bus").string();
+    ScopedEnvironment runtimeDir_{"XDG_RUNTIME_DIR", (dir_ / "runtime").string()};
+    ScopedEnvironment busAddress_{"DBUS_SESSION_BUS_ADDRESS", address_};
     std::string problem_;
-    std::optional<std::string> previousAddress_;
-    std::optional<std::string> previousRuntimeDir_;
     pid_t pid_ = -1;
 };
 

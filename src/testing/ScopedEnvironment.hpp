@@ -7,12 +7,18 @@
 namespace quorvane::testing {
 
 // Sets an environment variable of this process, and so of the children it starts,
-// for the life of the object, then puts back what was there.
+// or unsets it when given no value, for the life of the object, then puts back
+// what was there.
 class ScopedEnvironment {
 public:
-    ScopedEnvironment(std::string name, const std::string& value) : name_(std::move(name)) {
+    ScopedEnvironment(std::string name, const std::optional<std::string>& value)
+        : name_(std::move(name)) {
         if (const char* saved = std::getenv(name_.c_str())) previous_ = saved;
-        ::setenv(name_.c_str(), value.c_str(), 1);
+        if (value) {
+            ::setenv(name_.c_str(), value->c_str(), 1);
+        } else {
+            ::unsetenv(name_.c_str());
+        }
     }
     ~ScopedEnvironment() {
         if (previous_) {
