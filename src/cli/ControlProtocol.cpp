@@ -18,7 +18,8 @@ bool isKnownKind(char kind) {
         case FrameKind::run:
         case FrameKind::standardOutput:
         case FrameKind::standardError:
-        case FrameKind::exitStatus: return true;
+        case FrameKind::exitStatus:
+            return true;
     }
     return false;
 }
@@ -111,8 +112,12 @@ bool RequestBuilder::add(const Frame& frame) {
             }
             request_.workingDirectory = frame.payload;
             return false;
-        case FrameKind::input: request_.input = frame.payload; return false;
-        case FrameKind::terminal: request_.terminal = decodeLayout(frame.payload); return false;
+        case FrameKind::input:
+            request_.input = frame.payload;
+            return false;
+        case FrameKind::terminal:
+            request_.terminal = decodeLayout(frame.payload);
+            return false;
         case FrameKind::run:
             if (request_.arguments.empty()) throw std::runtime_error("a request without a command");
             if (request_.workingDirectory.empty()) {
@@ -122,7 +127,8 @@ bool RequestBuilder::add(const Frame& frame) {
             return true;
         case FrameKind::standardOutput:
         case FrameKind::standardError:
-        case FrameKind::exitStatus: break;
+        case FrameKind::exitStatus:
+            break;
     }
     throw std::runtime_error("a reply frame in a request");
 }

@@ -17,14 +17,14 @@ namespace quorvane::ControlProtocol {
 inline constexpr const char* kSocketName = "quorvane.sock";
 
 enum class FrameKind : char {
-    argument = 'A',          // one word of the command line, in order
+    argument = 'A',        // one word of the command line, in order
     workingDirectory = 'D',  // where relative paths are resolved
-    input = 'I',             // what the command would have read from standard input
-    terminal = 'T',          // how output is laid out: "<colour 0|1> <columns> <progress 0|1>"
-    run = 'R',               // the request is complete
+    input = 'I',           // what the command would have read from standard input
+    terminal = 'T',        // how output is laid out: "<colour 0|1> <columns> <progress 0|1>"
+    run = 'R',             // the request is complete
     standardOutput = 'o',
     standardError = 'e',
-    exitStatus = 'x',  // the command's exit status, in decimal
+    exitStatus = 'x',      // the command's exit status, in decimal
 };
 
 // Bounds that keep a peer from making the other side hold without limit.
