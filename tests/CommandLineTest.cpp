@@ -286,6 +286,45 @@ TEST_F(CommandLineTest, EveryCommandTeachesItsUseAndBadUsageExitsTwo) {
     EXPECT_EQ(quorvane({"repos", "add"}).exitCode, 2);
 }
 
+// The data folder may be named before the command; a slip at any depth is answered
+// with what was meant, and a bare call lists the commands rather than refusing.
+TEST_F(CommandLineTest, MistakesAreNamedAtEveryDepthWhereverTheDataFolderIsGiven) {
+    auto run = [&](std::vector<std::string> words) {
+        ProcessRequest request;
+        request.executable = QUORVANE_BINARY;
+        request.arguments = {"--data-dir", dataDir().string()};
+        request.arguments.insert(request.arguments.end(), words.begin(), words.end());
+        request.timeout = 60;
+        return Shell().run(request);
+    };
+    ShellResult command = run({"staus"});
+    EXPECT_EQ(command.exitCode, 2);
+    EXPECT_THAT(command.stdErr, HasSubstr("'staus' is not a command. Did you mean 'status'?"));
+    ShellResult help = run({"help", "scan"});
+    EXPECT_EQ(help.exitCode, 0) << help.stdErr;
+    EXPECT_EQ(help.stdOut, quorvane({"scan", "--help"}).stdOut);
+
+    ShellResult sub = quorvane({"repos", "ad", "x"});
+    EXPECT_EQ(sub.exitCode, 2);
+    EXPECT_THAT(sub.stdErr,
+                HasSubstr("'ad' is not a command of 'quorvane repos'. Did you mean 'add'?"));
+    ShellResult option = run({"today", "--jsn"});
+    EXPECT_EQ(option.exitCode, 2);
+    EXPECT_THAT(option.stdErr,
+                HasSubstr("'--jsn' is not an option of 'quorvane today'. Did you mean '--json'?"));
+    EXPECT_THAT(quorvane({"report", "daily", "--fromat=json"}).stdErr,
+                HasSubstr("Did you mean '--format'?"));
+    EXPECT_FALSE(std::filesystem::exists(dataDir() / "config.json"));  // nothing ran
+
+    ProcessRequest bare;
+    bare.executable = QUORVANE_BINARY;
+    ShellResult shortHelp = Shell().run(bare);
+    EXPECT_EQ(shortHelp.exitCode, 0);
+    EXPECT_EQ(shortHelp.stdErr, "");
+    EXPECT_THAT(shortHelp.stdOut, HasSubstr("  status"));
+    EXPECT_LT(shortHelp.stdOut.size(), quorvane({"--help"}).stdOut.size());
+}
+
 TEST_F(CommandLineTest, ADataFolderOthersCanWriteToOrOwnIsRefusedAndDoctorSaysWhy) {
     std::filesystem::create_directories(dataDir());
     ::chmod(dataDir().c_str(), 0777);

@@ -12,11 +12,19 @@
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
+#include "platform/HttpTransport.hpp"
 #include "screens/AccountsViewModel.hpp"
 
 namespace quorvane::Commands {
+
+struct AccountsAddOptions {
+    std::string name;
+    std::optional<std::string> apiURL;  // GitHub Enterprise Server's REST API
+    bool json = false;
+};
 
 namespace {
 
@@ -177,6 +185,8 @@ int finishCheck(const CommandContext& context, AppEnvironment& env,
 
 }  // namespace
 
+// The token for a new account called `name`: the first line of standard input,
+// asked for without echo on a terminal. Nothing, with the reason in `problem`.
 std::optional<std::string> readAccountToken(const CommandContext& context, const std::string& name,
                                             std::string& problem) {
     return readTokenLine(context, fmt::format("GitHub token for {}: ", Text::trim(name)), "token",
@@ -187,6 +197,9 @@ std::optional<std::string> readAIKey(const CommandContext& context, std::string&
     return readTokenLine(context, "Anthropic API key: ", "API key", problem);
 }
 
+// GitHub accounts. Adding reads the token from standard input, never from the
+// arguments, and keeps it in the secret store only. Each exits 1 when the account
+// is not connected afterwards.
 int accountsAdd(CommandContext& context, const AccountsAddOptions& options) {
     std::string name(Text::trim(options.name));
     if (name.empty()) {
@@ -324,6 +337,7 @@ std::optional<GitHubAccount> writerAccount(CommandContext& context, WriterAccess
 
 }  // namespace
 
+// `key` is the account's id, a unique start of it, its name or its login.
 int accountsCheck(CommandContext& context, const std::string& key, bool json) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
@@ -351,3 +365,109 @@ int accountsRemove(CommandContext& context, const std::string& key) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareAccountCommands(CommandTable& table) {
+    CLI::App* accounts = table.group(
+        "accounts",
+        "Add, list, check and remove the GitHub accounts that sync reads\n"
+        "An account's token stays in the secret store (the desktop's Secret Service, or\n"
+        "secrets.json, mode 0600, in the data folder when none answers); config.json and\n"
+        "the other data files only name it.");
+
+    auto& options = table.keep<Commands::AccountsAddOptions>();
+    CLI::App* add = table.add(
+        accounts, "add",
+        "Add an account for a personal access token, read from standard input\n"
+        "On a terminal you are asked for the token and it is not shown as you type;\n"
+        "otherwise the first line of standard input is taken, as in\n"
+        "  secret-tool lookup ... | quorvane accounts add --name Work\n"
+        "The token is never taken from the command line, where other users could read\n"
+        "it. It is checked with GitHub at once. A token GitHub refuses still adds the\n"
+        "account, as tokenInvalid, and the command exits 1. A classic token needs the\n"
+        "'repo' scope to see private repositories; a fine-grained one needs read access to\n"
+        "metadata.",
+        {DataUse::writes, [&](CommandContext& c) { return Commands::accountsAdd(c, options); },
+         // The token is read from the person's terminal and sent with the command.
+         [&](CommandContext& c, ControlProtocol::Request& request) {
+             return sendSecret(c, request, [&](const CommandContext& here, std::string& problem) {
+                 return Commands::readAccountToken(here, options.name, problem);
+             });
+         }});
+    add->add_option("--name", options.name, "The name you give the account")
+        ->type_name("NAME")
+        ->required();
+    CLI::Validator httpAddress(
+        [](std::string& text) -> std::string {
+            while (text.size() > 1 && text.back() == '/') text.pop_back();
+            std::optional<std::string> url = parseURL(text);
+            if (!url || !(url->starts_with("https://") || url->starts_with("http://"))) {
+                return fmt::format(
+                    "\"{}\" is not an http or https address, such as "
+                    "https://github.example.com/api/v3",
+                    text);
+            }
+            if (!crossesTheNetworkInClear(*url)) return {};
+            return fmt::format(
+                "\"{}\" would send the token over plain http to another machine, where anyone "
+                "on the way could read it: use the server's https:// address",
+                text);
+        },
+        "", "address");
+    add->add_option("--api-url", options.apiURL,
+                    "The REST API of a GitHub Enterprise Server (default: GitHub's own)")
+        ->type_name("URL")
+        ->check(httpAddress);
+    add->add_flag("--json", options.json, "Print the account and any problem as JSON");
+
+    auto& json = table.keep<bool>();
+    auto& importURL = table.keep<std::optional<std::string>>();
+    CLI::App* import = table.add(
+        accounts, "import-gh",
+        "Add (or refresh) the account the gh tool is signed in to\n"
+        "The token is looked for in GITHUB_TOKEN, GH_TOKEN, 'gh auth token' (through your\n"
+        "login shell) and git's credential helpers for github.com, in that order. It is\n"
+        "not copied: each sync asks for it again, so 'gh auth refresh' is all it takes.",
+        {DataUse::writes,
+         [&](CommandContext& c) { return Commands::accountsImportGh(c, importURL, json); }});
+    import
+        ->add_option("--api-url", importURL,
+                     "The REST API the token belongs to, for GitHub Enterprise Server")
+        ->type_name("URL")
+        ->check(httpAddress);
+    import->add_flag("--json", json, "Print the account and any problem as JSON");
+
+    table
+        .add(accounts, "list",
+             "List the accounts: login, how the token is found, status, repositories and last "
+             "sync\n"
+             "REPOS counts the repositories the account reaches on GitHub, MAPPED those linked\n"
+             "to a tracked local repository, as of the last sync.\n"
+             "Reads the data folder only, so it works while the daemon runs.",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::accountsList(c, json); }})
+        ->add_flag("--json", json,
+                   "Print {account, reposCount, mappedCount} per account as a JSON array");
+
+    auto& key = table.keep<std::string>();
+    CLI::App* check =
+        table.add(accounts, "check",
+                  "Ask GitHub whether an account's token still works, and keep the answer\n"
+                  "Exits 1 unless the account comes out connected.",
+                  {DataUse::writes,
+                   [&](CommandContext& c) { return Commands::accountsCheck(c, key, json); }});
+    check->add_option("ID|NAME", key, "The account's id (or its start), name or login")->required();
+    check->add_flag("--json", json, "Print the account and any problem as JSON");
+
+    table
+        .add(accounts, "remove",
+             "Remove an account, its token and what sync read through it\n"
+             "Deletes its token from the secret store (a gh account's token is gh's and stays),\n"
+             "its remote repositories, their branches and the links to them. Your local\n"
+             "repositories are not touched.",
+             {DataUse::writes, [&](CommandContext& c) { return Commands::accountsRemove(c, key); }})
+        ->add_option("ID|NAME", key, "The account's id (or its start), name or login")
+        ->required();
+}
+
+}  // namespace quorvane

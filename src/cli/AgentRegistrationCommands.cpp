@@ -11,6 +11,7 @@
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "platform/Shell.hpp"
 
 namespace quorvane::Commands {
@@ -48,6 +49,9 @@ std::string outputOf(const AgentResult& result) {
 
 }  // namespace
 
+// Registers quorvane-mcp with Claude Code at a scope ("user", "project", "local"),
+// passing on the data folder when one was given, and prints the entry for other
+// MCP clients; takes it out again; lists what Claude Code has registered.
 int agentRegister(CommandContext& context, const std::string& scope, bool explicitDataDir) {
     std::optional<ClaudeRegistration::Bridge> bridge = bridgeFor(context, explicitDataDir);
     if (!bridge) {
@@ -92,3 +96,45 @@ int agentRegistrations(CommandContext& context) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareAgentCommands(CommandTable& table) {
+    CLI::App* agent =
+        table.group("agent", "The agent socket that coding agents use to read and propose changes");
+    auto& json = table.keep<bool>();
+    table
+        .add(agent, "status",
+             "Say whether the agent socket is up\n"
+             "Also where it is, the permission level, the allowed roots and how many tools it\n"
+             "offers. When the daemon runs but could not open the socket, it says why.",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::agentStatus(c, json); }})
+        ->add_flag("--json", json, "Print the status as JSON");
+    auto& scope = table.keep<std::string>("user");
+    auto addScope = [&](CLI::App* command) {
+        command
+            ->add_option("--scope", scope,
+                         "Where Claude Code keeps it: user (every project, the default),\n"
+                         "project (.mcp.json in this folder, to share) or local (this\n"
+                         "project, only for you)")
+            ->check(CLI::IsMember(ClaudeRegistration::scopes()));
+    };
+    addScope(table.add(agent, "register",
+                       "Add quorvane-mcp to Claude Code's MCP servers (claude mcp add)\n"
+                       "It also prints the entry to paste into any other MCP client's "
+                       "configuration.\n"
+                       "Registering again replaces the entry; with --data-dir the bridge talks "
+                       "to that\n"
+                       "folder's daemon.",
+                       {DataUse::reads, [&](CommandContext& c) {
+                            return Commands::agentRegister(c, scope, !table.dataDir().empty());
+                        }}));
+    addScope(table.add(
+        agent, "unregister", "Take quorvane-mcp out of Claude Code with `claude mcp remove`",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::agentUnregister(c, scope); }}));
+    table.add(agent, "registrations",
+              "List the MCP servers Claude Code knows, with `claude mcp list`",
+              {DataUse::reads, Commands::agentRegistrations});
+}
+
+}  // namespace quorvane

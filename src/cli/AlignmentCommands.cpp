@@ -11,6 +11,7 @@
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/Style.hpp"
 #include "screens/AlignmentViewModels.hpp"
 
@@ -66,6 +67,8 @@ Tone kindTone(RepositoryMapping::Kind kind) {
 
 }  // namespace
 
+// How the tracked repositories stand against GitHub, as the last sync stored it
+// (or, before any sync, as the local scan suggests). Read without the writer lock.
 int alignment(CommandContext& context, bool json) {
     Reading reading(context);
     if (!reading.readable) return 1;
@@ -151,13 +154,13 @@ int alignment(CommandContext& context, bool json) {
             // A repository only GitHub has has neither a checkout nor a score.
             const bool remoteOnly = entryLine.syncStatus == SyncState::Status::remoteOnly;
             StatusWord health = RepoStanding::healthWord(entryLine.health);
-            rows.push_back({"  " + Text::visible(entryLine.name),
-                            entryLine.branch.empty() ? (remoteOnly ? "" : "(detached)")
-                                                     : Text::visible(entryLine.branch),
-                            arrows(entryLine),
-                            remoteOnly ? ""
-                                       : Style::paint(context, health.tone, "health " + health.text),
-                            Text::visible(entryLine.account.value_or(""))});
+            rows.push_back(
+                {"  " + Text::visible(entryLine.name),
+                 entryLine.branch.empty() ? (remoteOnly ? "" : "(detached)")
+                                          : Text::visible(entryLine.branch),
+                 arrows(entryLine),
+                 remoteOnly ? "" : Style::paint(context, health.tone, "health " + health.text),
+                 Text::visible(entryLine.account.value_or(""))});
         }
         std::vector<std::string> lines = TextLayout::layoutTable(
             rows, {context.columns,
@@ -289,6 +292,7 @@ int backlog(CommandContext& context, bool json) {
     return 0;
 }
 
+// One repository (its id, path or name) or every tracked one.
 int health(CommandContext& context, const std::optional<std::string>& repo, bool json) {
     Reading reading(context);
     if (!reading.readable) return 1;
@@ -385,3 +389,83 @@ int branches(CommandContext& context, const std::optional<std::string>& repo, bo
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareAlignmentCommands(CommandTable& table) {
+    auto& json = table.keep<bool>();
+    table
+        .add("alignment",
+             "Show how each tracked repository stands against GitHub, with the command to align "
+             "it\n"
+             "Counts at the top, each the number of rows under its title, then one section per\n"
+             "status (Needs Push, Needs Pull, Diverged, No Upstream, Remote Only, Local Only,\n"
+             "Other Remote, Account Issues, Branch Mismatch), each repository with its branch,\n"
+             "commits ahead and behind, health and the git command to copy. Quorvane never "
+             "runs\n"
+             "these itself. Before any sync the sections are derived from the local scan,\n"
+             "marked so, and come without commands.",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::alignment(c, json); }})
+        ->add_flag("--json", json, "Print {overview, derivedOffline, sections} as JSON");
+
+    auto& filter = table.keep<std::string>("all");
+    auto& search = table.keep<std::string>();
+    CLI::App* inventory = table.add(
+        "inventory",
+        "List every repository the last sync saw, on GitHub, here, or both\n"
+        "Each with its kind (Mapped, Local, Other remote, Remote, Account?, Inaccessible),\n"
+        "account, tags and local folder, marked (not tracked) for a confirmed link whose\n"
+        "folder is no longer tracked, by name. --filter active keeps what was worked on\n"
+        "here or pushed to GitHub in the last 30 days, stale what was not; archived\n"
+        "repositories are in neither, only under --filter archived.",
+        {DataUse::reads, [&](CommandContext& c) {
+             InventoryFilter chosen = InventoryFilter::all;
+             for (const auto& [value, name] : enumCases(InventoryFilter{})) {
+                 if (name == filter) chosen = value;
+             }
+             return Commands::inventory(c, chosen, search, json);
+         }});
+    inventory
+        ->add_option("--filter", filter,
+                     "all, mapped, remoteOnly, localOnly, privateOnly, stale, active or archived")
+        ->type_name("FILTER")
+        ->check(CLI::IsMember({"all", "mapped", "remoteOnly", "localOnly", "privateOnly", "stale",
+                               "active", "archived"}));
+    inventory->add_option("--search", search, "Only names or accounts holding TEXT (any case)")
+        ->type_name("TEXT");
+    inventory->add_flag("--json", json, "Print the rows as a JSON array");
+
+    table
+        .add("backlog",
+             "Sort every repository into one group: what is active, what needs cleaning up\n"
+             "The groups are Active, Needs Cleanup, Remote Only, Stale, Local Only and Other\n"
+             "Remote. Needs Cleanup holds what has something to push, pull, publish or an\n"
+             "account problem; Stale holds archived repositories; Remote Only also holds a\n"
+             "linked repository whose folder is no longer tracked; Other Remote, what has a\n"
+             "remote elsewhere than GitHub.",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::backlog(c, json); }})
+        ->add_flag("--json", json,
+                   "Print {active, needsCleanup, remoteOnly, stale, localOnly, otherRemote} as "
+                   "JSON");
+
+    auto& repo = table.keep<std::optional<std::string>>();
+    CLI::App* health = table.add(
+        "health",
+        "Show each repository's health score (100 less its problems) and the reasons\n"
+        "Computed by each sync: scan errors, uncommitted changes, unpushed commits, being\n"
+        "behind, no upstream, not on GitHub, and weeks without activity cost points.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::health(c, repo, json); }});
+    health->add_option("REPO", repo, "One repository: its id, path or name");
+    health->add_flag("--json", json, "Print the scores as a JSON array");
+
+    CLI::App* branches = table.add(
+        "branches",
+        "List each repository's branches, here and on GitHub, as of the last sync\n"
+        "Local branches first, with their upstream and commits ahead and behind, then the\n"
+        "branches only GitHub has.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::branches(c, repo, json); }});
+    branches->add_option("REPO", repo, "One repository: its id, path or name");
+    branches->add_flag("--json", json, "Print the branch records as a JSON array");
+}
+
+}  // namespace quorvane

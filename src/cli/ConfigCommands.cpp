@@ -7,9 +7,12 @@
 #include "app/AppEnvironment.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "persistence/ConfigKeys.hpp"
 
 namespace quorvane::Commands {
+
+enum class ListChange { add, remove };
 
 namespace {
 
@@ -23,6 +26,7 @@ std::string_view groupOf(const std::string& name) {
 
 }  // namespace
 
+// The keys and what each takes, for the help of `quorvane config`.
 std::string configKeysHelp() {
     size_t widestName = 0, widestAllowed = 0;
     for (const ConfigKeys::Key& key : ConfigKeys::all()) {
@@ -38,6 +42,10 @@ std::string configKeysHelp() {
     return text;
 }
 
+// The settings of config.json by their dotted names ("sync.interval"). `configSet`
+// checks the value against its key before anything is touched, and changes it
+// through the data folder's writer, on top of any edit made by hand. Unknown keys,
+// refused values and an unreadable config.json exit 1.
 int configList(CommandContext& context, bool json) {
     std::optional<AppConfig> config = readConfig(context);
     if (!config) return 1;
@@ -109,6 +117,9 @@ int configSet(CommandContext& context, const std::string& name, const std::strin
     return 0;
 }
 
+// Adds entries to a list setting (`identities`), or takes them from it; an entry
+// already there is not added twice, and one that is not there is said on stderr and
+// makes the exit 1.
 int configChangeList(CommandContext& context, const std::string& name,
                      const std::vector<std::string>& texts, ListChange change) {
     std::vector<std::string> entries;
@@ -173,6 +184,9 @@ int configChangeList(CommandContext& context, const std::string& name,
     return missing.empty() ? 0 : 1;
 }
 
+// Keeps the secret `name` ("ai": the Anthropic API key) in the secret store: the
+// first line of standard input, asked for without echo on a terminal. With
+// `remove`, deletes it instead.
 int configSetSecret(CommandContext& context, const std::string& name, bool remove) {
     if (name != "ai") {
         context.err << fmt::format("quorvane: there is no secret called {}; the one kept is ai\n",
@@ -216,3 +230,102 @@ int configSetSecret(CommandContext& context, const std::string& name, bool remov
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareConfigCommands(CommandTable& table) {
+    CLI::App* config = table.group(
+        "config",
+        "Read and change the settings in config.json by name\n"
+        "Each setting has a dotted name, such as sync.interval for \"interval\" inside\n"
+        "\"sync\". 'set' checks the value before anything is written and prints what\n"
+        "changed; an edit you made to config.json by hand is kept, the change is made on\n"
+        "top of it. When the daemon makes the change, it follows it at once: a new scan\n"
+        "or sync interval, review time or set of watched folders needs no restart. Lists\n"
+        "keep their own commands: 'folders' for scanFolders, 'repos' for repositories\n"
+        "and ignoredRepoIDs, 'accounts' for accounts, 'config add' and 'config remove'\n"
+        "for identities.");
+    auto& key = table.keep<std::string>();
+    auto& value = table.keep<std::string>();
+    auto& json = table.keep<bool>();
+    table
+        .add(config, "list",
+             "Show every setting, its value and what it takes\n"
+             "One setting a line, as 'KEY = VALUE', followed by what it does and the values it\n"
+             "takes. With --json, one object of dotted keys and their values.",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::configList(c, json); }})
+        ->add_flag("--json", json, "Print {\"KEY\": value, ...} as JSON");
+    CLI::App* get = table.add(
+        config, "get",
+        "Print the value of one setting\n"
+        "As 'set' takes it: true, 10, m30, 21:30; none for no value, \"\" for empty text.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::configGet(c, key, json); }});
+    get->add_option("KEY", key, "A dotted key, such as sync.interval")->required();
+    get->add_flag("--json", json, "Print the value as JSON");
+    CLI::App* set = table.add(
+        config, "set",
+        "Change one setting, after checking the value\n"
+        "A value is a whole number within the key's range, true or false, a name spelled\n"
+        "as config.json keeps it (m30, dark, applySettings), a time of day as HH:MM, or\n"
+        "none to clear an optional number. A refused value changes nothing and exits 1.\n"
+        "Prints the change, as 'scanIntervalMinutes: 10 → 5', or says it was unchanged.",
+        {DataUse::writes, [&](CommandContext& c) { return Commands::configSet(c, key, value); }});
+    set->add_option("KEY", key, "A dotted key, such as sync.interval")->required();
+    set->add_option("VALUE", value, "The new value")->required();
+    auto& entries = table.keep<std::vector<std::string>>();
+    auto listCommand = [&](const char* name, const char* what, Commands::ListChange change) {
+        CLI::App* command = table.add(
+            config, name, what, {DataUse::writes, [&, change](CommandContext& c) {
+                                     return Commands::configChangeList(c, key, entries, change);
+                                 }});
+        command->add_option("KEY", key, "A list key: identities")->required();
+        command->add_option("VALUE", entries, "One entry or more")->required();
+    };
+    listCommand("add",
+                "Add entries to a list setting\n"
+                "identities: your e-mail addresses and author names besides the user.email your\n"
+                "repositories give, so your commits count as yours wherever you made them:\n"
+                "  quorvane config add identities me@home.example \"Ann Example\"\n"
+                "An entry already there is not added again; an address matches in any case.",
+                Commands::ListChange::add);
+    listCommand("remove",
+                "Take entries from a list setting\n"
+                "An entry that is not there is said on standard error, and the exit status is 1.",
+                Commands::ListChange::remove);
+    auto& name = table.keep<std::string>();
+    auto& remove = table.keep<bool>();
+    CLI::App* setSecret = table.add(
+        config, "set-secret",
+        "Keep a secret in the secret store, read from standard input\n"
+        "'ai' is the Anthropic API key that AI summaries use (ai.provider anthropic). On\n"
+        "a terminal you are asked for it and it is not shown; otherwise the first line\n"
+        "of standard input is taken, as in\n"
+        "  secret-tool lookup ... | quorvane config set-secret ai\n"
+        "It is never taken from the command line, where other users and your shell's\n"
+        "history could read it. It goes to the desktop's Secret Service, or to\n"
+        "secrets.json (mode 0600) in the data folder when none answers, under the name\n"
+        "in ai.keychainRef; config.json never holds it.",
+        {DataUse::writes,
+         [&](CommandContext& c) { return Commands::configSetSecret(c, name, remove); },
+         // The key is read from the person's terminal and sent with the command.
+         [&](CommandContext& c, ControlProtocol::Request& request) {
+             return remove || sendSecret(c, request, Commands::readAIKey);
+         }});
+    setSecret->add_option("NAME", name, "ai: the Anthropic API key")
+        ->required()
+        ->check(CLI::IsMember({"ai"}));
+    setSecret->add_flag("--remove", remove, "Delete the stored secret instead");
+    // After the commands are made, so that list and get do not inherit it.
+    const std::string footer = Commands::configKeysHelp() + R"(
+Examples:
+  quorvane config list                       every setting, value and meaning
+  quorvane config get sync.interval          one value, such as m30
+  quorvane config set scanIntervalMinutes 5  scan every 5 minutes
+  quorvane config set dailyReviewTime 18:45  the end-of-day reminder at 18:45
+  quorvane config set sync.interval manual   sync only on 'quorvane sync'
+  quorvane config set agent.autoApproveConfidenceThreshold none)";
+    config->footer(footer);
+    set->footer(footer);
+}
+
+}  // namespace quorvane

@@ -9,10 +9,11 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
+#include "base/Log.hpp"
 #include "cli/CommandLine.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/ControlServer.hpp"
-#include "base/Log.hpp"
 #include "platform/DesktopNotifier.hpp"
 
 namespace quorvane::Commands {
@@ -42,6 +43,7 @@ private:
 
 }  // namespace
 
+// Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context) {
     // Before any thread exists, so that every thread started below inherits the mask.
     const sigset_t signals = daemonSignals();
@@ -60,12 +62,12 @@ int daemon(CommandContext& context) {
     AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
     // Commands that change the data folder come here while the daemon holds it, and
     // run on the state it owns.
-    ControlServer control(context.dataDir / ControlProtocol::kSocketName,
-                          [&](const ControlProtocol::Request& request, std::ostream& out,
-                              std::ostream& err) {
-                              return runForwardedCommand(request, out, err, context.runner,
-                                                         context.clock, env, context.dataDir);
-                          });
+    ControlServer control(
+        context.dataDir / ControlProtocol::kSocketName,
+        [&](const ControlProtocol::Request& request, std::ostream& out, std::ostream& err) {
+            return runForwardedCommand(request, out, err, context.runner, context.clock, env,
+                                       context.dataDir);
+        });
     std::string failure;
     // The first scan can take a while; the main thread stays free to answer signals.
     // Until it is joined, this thread alone writes to context.err.
@@ -119,3 +121,22 @@ int daemon(CommandContext& context) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareDaemonCommand(CommandTable& table) {
+    table.add("daemon",
+              "Keep watching and scanning in the foreground until stopped\n"
+              "Scans once at start, then every scanIntervalMinutes (default 10), and notes file\n"
+              "changes in tracked repositories as they happen, so that editing without\n"
+              "committing still counts as work. With GitHub accounts it syncs them at start\n"
+              "(sync.syncOnStart) and every sync.interval (m30 by default; manual turns it\n"
+              "off); with sync.wifiOnly a round passes while NetworkManager calls the link\n"
+              "metered. It is the data folder's one writer while it runs: commands that\n"
+              "change the data folder are sent to it over quorvane.sock and run there.\n"
+              "SIGTERM or SIGINT (Ctrl-C) stops it after saving everything; SIGUSR1 asks for\n"
+              "a scan now.",
+              {DataUse::reads, Commands::daemon});
+}
+
+}  // namespace quorvane

@@ -15,6 +15,7 @@
 #include "app/AppEnvironment.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/Store.hpp"
 #include "reports/DailyJournal.hpp"
@@ -22,6 +23,15 @@
 extern char** environ;
 
 namespace quorvane::Commands {
+
+struct JournalOptions {
+    std::optional<Date> day;  // today when absent
+    std::optional<std::string> notes;
+    std::optional<std::string> blockers;
+    std::optional<std::string> tomorrow;
+    bool edit = false;
+    bool json = false;
+};
 
 namespace {
 
@@ -153,6 +163,8 @@ DailyJournal withOptions(DailyJournal entry, const JournalOptions& options) {
 
 }  // namespace
 
+// Shows a day's journal, or changes it: a field given replaces that field (blank
+// text clears it), and `edit` opens the entry in the person's editor.
 int journal(CommandContext& context, const JournalOptions& options) {
     Date day = options.day.value_or(context.clock.now());
     std::string dateKey = DateHelpers::dateKey(day);
@@ -194,6 +206,9 @@ int journal(CommandContext& context, const JournalOptions& options) {
     return 0;
 }
 
+// Edits the day's entry in the person's editor, reading it without the writer lock,
+// and returns the three fields as edited, to be written by whoever holds the data
+// folder. Nothing, with the reason on stderr, when the editor failed.
 std::optional<JournalOptions> editJournalHere(CommandContext& context,
                                               const JournalOptions& options) {
     Date day = options.day.value_or(context.clock.now());
@@ -216,6 +231,7 @@ std::optional<JournalOptions> editJournalHere(CommandContext& context,
     return result;
 }
 
+// The command line that writes `options`' fields for its day.
 std::vector<std::string> journalWords(const JournalOptions& options) {
     std::vector<std::string> words = {"journal"};
     if (options.day) words.insert(words.end(), {"--date", DateHelpers::dateKey(*options.day)});
@@ -228,3 +244,52 @@ std::vector<std::string> journalWords(const JournalOptions& options) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareJournalCommand(CommandTable& table) {
+    auto& options = table.keep<Commands::JournalOptions>();
+    auto& date = table.keep<std::optional<std::string>>();
+    CLI::App* journal = table.add(
+        "journal",
+        "Show or write the journal of a day: notes, blockers and plans for tomorrow\n"
+        "With no option it shows the day's entry. --notes, --blockers and --tomorrow\n"
+        "replace that part (\"\" clears it); --edit opens the whole entry in $VISUAL or\n"
+        "$EDITOR. The journal goes into the day's report. While the daemon runs, the\n"
+        "change is sent to it (the editor still opens here).",
+        {DataUse::reads,
+         [&](CommandContext& c) {
+             // Nobody sits at the daemon's terminal: the command line runs the editor on
+             // the person's side and sends the text it leaves.
+             if (c.service != nullptr && options.edit) {
+                 c.err << "quorvane: the daemon opens no editor; 'quorvane journal --edit' "
+                          "opens it where it is typed and sends the daemon the text\n";
+                 return 2;
+             }
+             return Commands::journal(c, options);
+         },
+         [&](CommandContext& c, ControlProtocol::Request& request) {
+             if (!options.edit) return true;
+             std::optional<Commands::JournalOptions> edited = Commands::editJournalHere(c, options);
+             if (edited) request.arguments = Commands::journalWords(*edited);
+             return edited.has_value();
+         }});
+    journal->add_option("--date", date, "The local day (default today)")
+        ->type_name("YYYY-MM-DD")
+        ->check(localDateCheck());
+    journal->add_option("--notes", options.notes, "What you did or want to remember")
+        ->type_name("TEXT");
+    journal->add_option("--blockers", options.blockers, "What held you up")->type_name("TEXT");
+    journal->add_option("--tomorrow", options.tomorrow, "What comes next")->type_name("TEXT");
+    journal->add_flag("--edit", options.edit, "Edit the entry in your editor");
+    journal->add_flag("--json", options.json, "Print the entry as JSON (null when none)");
+    // Showing the entry only reads; changing it writes, through the daemon when one runs.
+    journal->callback([&, journal] {
+        if (date) options.day = DateHelpers::parseDateKey(*date);
+        if (options.notes || options.blockers || options.tomorrow || options.edit) {
+            table.rowOf(journal).use = DataUse::writes;
+        }
+    });
+}
+
+}  // namespace quorvane

@@ -16,12 +16,15 @@
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/ControlProtocol.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
 #include "platform/UnixSocket.hpp"
 
 namespace quorvane::Commands {
+
+inline constexpr int kDefaultAuditLines = 50;
 
 namespace {
 
@@ -149,6 +152,10 @@ std::string socketPathProblem(const std::filesystem::path& path) {
 
 }  // namespace
 
+// What agents have asked for, and the person's answer. Listing, showing and the
+// audit log only read; approving and rejecting change the data folder, so they go
+// to the daemon while it runs. A proposal is named by its id or the first
+// characters of it.
 int proposalsList(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     if (!loadForReading(context, store)) return 1;
@@ -417,3 +424,57 @@ int agentStatus(CommandContext& context, bool json) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareProposalCommands(CommandTable& table) {
+    auto& all = table.keep<bool>();
+    auto& json = table.keep<bool>();
+    CLI::App* proposals = table.add(
+        "proposals",
+        "List what coding agents have proposed, waiting for your decision\n"
+        "An agent connected to the daemon's agent socket changes nothing on its own word:\n"
+        "it proposes, you approve here, and approval mints a one-time token, valid 15\n"
+        "minutes, that authorises exactly that action with exactly those arguments. The\n"
+        "agent fetches the token and applies the action once. Every agent call is in\n"
+        "'quorvane audit'.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::proposalsList(c, all, json); }});
+    proposals->require_subcommand(0, 1);
+    proposals->add_flag("--all", all,
+                        "Also list approved, applied, rejected and expired proposals");
+    proposals->add_flag("--json", json, "Print the proposals as a JSON array");
+    auto& id = table.keep<std::string>();
+    CLI::App* show = table.add(
+        proposals, "show", "Show one proposal in full: what it does, its tool and its arguments",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::proposalsShow(c, id, json); }});
+    show->add_option("ID", id, "Proposal id, or its first characters")->required();
+    show->add_flag("--json", json, "Print the proposal as JSON");
+    CLI::App* approve =
+        table.add(proposals, "approve",
+                  "Approve a proposal: prints the one-time token for it and when it expires",
+                  {DataUse::writes,
+                   [&](CommandContext& c) { return Commands::proposalsApprove(c, id, json); }});
+    approve->add_option("ID", id, "Proposal id, or its first characters")->required();
+    approve->add_flag("--json", json, "Print the id, token and expiry as JSON");
+    table
+        .add(proposals, "reject",
+             "Turn a proposal down; a token already given for it stops working",
+             {DataUse::writes, [&](CommandContext& c) { return Commands::proposalsReject(c, id); }})
+        ->add_option("ID", id, "Proposal id, or its first characters")
+        ->required();
+
+    auto& limit = table.keep<int>(Commands::kDefaultAuditLines);
+    CLI::App* audit = table.add(
+        "audit",
+        "Show the audit log of agent calls, and of your decisions on proposals\n"
+        "Each line is one call: when, who (claude for an agent, user for you), the tool,\n"
+        "how it ended and why. Tokens never appear in it. The log keeps 90 days and at\n"
+        "most 5000 entries.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::auditLog(c, limit, json); }});
+    audit->add_option("--limit", limit, "How many of the newest entries to show")
+        ->check(CLI::Range(1, 5000))
+        ->capture_default_str();
+    audit->add_flag("--json", json, "Print the entries as a JSON array, newest first");
+}
+
+}  // namespace quorvane

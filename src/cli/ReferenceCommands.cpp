@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "app/AppInfo.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/Commands.hpp"
 #include "cli/ManualPage.hpp"
 #include "cli/ShellCompletion.hpp"
@@ -67,6 +68,8 @@ ManualText manualText() {
 
 }  // namespace
 
+// The shell completion script for `shell` (bash, zsh or fish) and the manual page,
+// printed from the command definitions so that they cannot drift from them.
 int completion(std::ostream& out, const CommandReference& commands, const std::string& shell) {
     if (shell == "zsh") {
         out << ShellCompletion::zsh(commands, kProgram);
@@ -84,3 +87,30 @@ int manualPage(std::ostream& out, const CommandReference& commands) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+// Hidden: what the build writes from these very definitions and installs beside the
+// program, so the completions and the manual match it. They print without a data
+// folder.
+void declareReferenceCommands(CommandTable& table) {
+    auto& shell = table.keep<std::string>();
+    CLI::App* completion =
+        table.add("completion", "Print the completion script for SHELL",
+                  {DataUse::none, [&](CommandContext& c) {
+                       return Commands::completion(c.out, describeCommands(table.app()), shell);
+                   }});
+    completion->group("");
+    completion->add_option("SHELL", shell, "bash, zsh or fish")
+        ->required()
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+    table
+        .add("manpage", "Print the manual page, in roff",
+             {DataUse::none,
+              [&](CommandContext& c) {
+                  return Commands::manualPage(c.out, describeCommands(table.app()));
+              }})
+        ->group("");
+}
+
+}  // namespace quorvane

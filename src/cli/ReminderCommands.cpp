@@ -8,6 +8,7 @@
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
 #include "reports/ReminderEvent.hpp"
@@ -25,6 +26,7 @@ std::string shortID(const std::string& id) {
 
 }  // namespace
 
+// Lists the open reminders (all of them with `all`), newest first.
 int reminders(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     if (!loadForReading(context, store)) return 1;
@@ -66,6 +68,7 @@ int reminders(CommandContext& context, bool all, bool json) {
     return 0;
 }
 
+// Resolves the open reminder with this id, or with this unique id prefix.
 int dismissReminder(CommandContext& context, const std::string& id) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
@@ -98,3 +101,31 @@ int dismissReminder(CommandContext& context, const std::string& id) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareReminderCommands(CommandTable& table) {
+    auto& all = table.keep<bool>();
+    auto& json = table.keep<bool>();
+    CLI::App* reminders = table.add(
+        "reminders",
+        "List the reminders raised by scans: commits to push, work left uncommitted\n"
+        "A reminder is raised once, when its condition appears (unpushed commits, changes\n"
+        "worked on today with no commit, a branch behind its remote, changes left for\n"
+        "days), shown as a desktop notification, and resolved by the first scan that finds\n"
+        "the condition gone. Their switches and thresholds are the reminders.* settings\n"
+        "of 'quorvane config list'.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::reminders(c, all, json); }});
+    reminders->require_subcommand(0, 1);
+    reminders->add_flag("--all", all, "Also list resolved reminders (kept 30 days)");
+    reminders->add_flag("--json", json, "Print the reminders as a JSON array");
+    auto& id = table.keep<std::string>();
+    table
+        .add(reminders, "dismiss",
+             "Resolve an open reminder now, given its id or the first characters of it",
+             {DataUse::writes, [&](CommandContext& c) { return Commands::dismissReminder(c, id); }})
+        ->add_option("ID", id, "Reminder id (as listed)")
+        ->required();
+}
+
+}  // namespace quorvane

@@ -13,11 +13,12 @@
 #include <fmt/ranges.h>
 
 #include "app/AppEnvironment.hpp"
-#include "cli/CommandSupport.hpp"
-#include "cli/Style.hpp"
 #include "app/Enrollment.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
+#include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
+#include "cli/Style.hpp"
 #include "git/GitCommand.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
@@ -254,3 +255,64 @@ int foldersList(CommandContext& context) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareReposCommands(CommandTable& table) {
+    CLI::App* repos = table.group("repos", "Track, list and stop tracking repositories");
+    repos->footer("\nA repository is identified by its canonical path (symbolic links resolved).");
+    auto& paths = table.keep<std::vector<std::string>>();
+    table
+        .add(repos, "add",
+             "Track the Git repositories at PATH...\n"
+             "A path inside a repository tracks the whole repository. A path that is not in a\n"
+             "Git working tree is refused, and then nothing is added.\n"
+             "A newly tracked repository's recent history is read at once: the commits of its\n"
+             "local branches from the last historyDays days (90 by default; 'quorvane config\n"
+             "set historyDays N' changes it, 0 reads none), and for each of those days its\n"
+             "commit count and branches, so the week, heatmap and insights views have a past\n"
+             "from the first day. No work time is invented for those days: time comes only\n"
+             "from what scans see happen.",
+             {DataUse::writes, [&](CommandContext& c) { return Commands::reposAdd(c, paths); }})
+        ->add_option("PATH", paths, "Repository folders")
+        ->required();
+    auto& json = table.keep<bool>();
+    table
+        .add(repos, "list", "List the tracked repositories",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::reposList(c, json); }})
+        ->add_flag("--json", json, "Print the repository configurations as JSON");
+    auto& target = table.keep<std::string>();
+    table
+        .add(repos, "remove",
+             "Stop tracking a repository, given by its id, path or name\n"
+             "It is also remembered as ignored, so a scan folder does not enrol it again;\n"
+             "'quorvane repos add' tracks it again. What Quorvane recorded about it (commits,\n"
+             "sessions, daily activity) is deleted, but a link you confirmed to a GitHub\n"
+             "repository is kept; nothing in the repository is touched.",
+             {DataUse::writes, [&](CommandContext& c) { return Commands::reposRemove(c, target); }})
+        ->add_option("REPO", target, "Repository id, path, name or display name")
+        ->required();
+
+    CLI::App* folders = table.group(
+        "folders", "Manage the scan folders: folders whose repositories are tracked automatically");
+    table
+        .add(folders, "add",
+             "Add folders to scan for repositories\n"
+             "The next scan ('quorvane scan', 'quorvane today' or the daemon) looks for\n"
+             "repositories up to 6 folders deep below each one (agent.maxScanDepth), skipping\n"
+             "hidden folders and folders such as node_modules, vendor and dist, and tracks\n"
+             "those it finds, reading their recent history as 'repos add' does. A repository\n"
+             "removed with 'repos remove' is not tracked again.",
+             {DataUse::writes, [&](CommandContext& c) { return Commands::foldersAdd(c, paths); }})
+        ->add_option("PATH", paths, "Folders")
+        ->required();
+    table
+        .add(
+            folders, "remove", "Remove scan folders (repositories already tracked stay tracked)",
+            {DataUse::writes, [&](CommandContext& c) { return Commands::foldersRemove(c, paths); }})
+        ->add_option("PATH", paths, "Folders")
+        ->required();
+    table.add(folders, "list", "List the scan folders", {DataUse::reads, Commands::foldersList});
+}
+
+}  // namespace quorvane

@@ -18,6 +18,7 @@
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/Style.hpp"
 #include "git/GitCommand.hpp"
 #include "git/GitScanner.hpp"
@@ -107,6 +108,7 @@ int scan(CommandContext& context, bool json) {
     return status;
 }
 
+// One sync cycle over the GitHub accounts; exits 1 only when every account failed.
 int sync(CommandContext& context, bool scanFirst, bool json) {
     DesktopNotifier notifier;
     std::optional<WriterAccess> writer = WriterAccess::open(context, &notifier);
@@ -229,80 +231,34 @@ int commits(CommandContext& context, const CommitsOptions& options) {
     return 0;
 }
 
-int doctor(CommandContext& context) {
-    bool healthy = true;
-    std::vector<std::vector<std::string>> rows;
+}  // namespace quorvane::Commands
 
-    std::error_code ec;
-    auto perms = fs::status(context.dataDir, ec).permissions();
-    bool writable = ::access(context.dataDir.c_str(), W_OK) == 0;
-    std::optional<std::string> unsafe = PathHelpers::dataFolderProblem(context.dataDir);
-    rows.push_back({"data folder", context.dataDir.string(),
-                    unsafe     ? Style::paint(context, Tone::problem, "unsafe: " + *unsafe)
-                    : writable ? Style::paint(context, Tone::good,
-                                              fmt::format("ok (mode {:o})",
-                                                          static_cast<unsigned>(perms) & 0777))
-                               : Style::paint(context, Tone::problem, "not writable")});
-    healthy = healthy && writable && !unsafe;
+namespace quorvane {
 
-    ProcessRequest version;
-    version.executable = std::string(GitCommand::kGitPath);
-    version.arguments = {"--version"};
-    version.timeout = 15;
-    ShellResult git = context.runner.run(version);
-    rows.push_back(
-        {"git", std::string(GitCommand::kGitPath),
-         git.succeeded()
-             ? Style::paint(context, Tone::good, "ok (" + firstLine(git.stdOut) + ")")
-             : Style::paint(context, Tone::problem, "not usable: " + firstLine(git.stdErr))});
-    healthy = healthy && git.succeeded();
+void declareScanCommands(CommandTable& table) {
+    auto& json = table.keep<bool>();
+    table
+        .add("scan",
+             "Read every tracked repository now and print its state\n"
+             "One line per repository, in the order they were added: branch, uncommitted\n"
+             "changes, standing against the upstream branch, and today's commits. Up to 8\n"
+             "repositories are read at once, with read-only git commands that take no locks.\n"
+             "New repositories under the scan folders are tracked first and named; their\n"
+             "recent history is read as 'repos add' does (see 'quorvane repos add --help').",
+             {DataUse::writes, [&](CommandContext& c) { return Commands::scan(c, json); }})
+        ->add_flag("--json", json, "Print the snapshots as a JSON array");
 
-    rows.push_back({"secret store",
-                    KeychainStore::chooseBackend(context.dataDir, context.clock)->description(),
-                    ""});
-
-    std::optional<pid_t> holder = DataFolderLock::currentHolder(context.dataDir);
-    rows.push_back({"writer",
-                    holder ? (*holder > 0 ? fmt::format("held by pid {}", *holder)
-                                          : std::string("held by another process"))
-                           : std::string("free"),
-                    ""});
-
-    AtomicFile::ReadResult file = AtomicFile::read(context.dataDir / "config.json");
-    std::string configState = Style::paint(context, Tone::dim, "not written yet (defaults)");
-    if (file.bytes) {
-        try {
-            AppConfig config = ConfigService::decode(*file.bytes);
-            configState = Style::paint(
-                context, Tone::good,
-                fmt::format("ok ({}, {})",
-                            plural(static_cast<int>(config.repositories.size()), "repository"),
-                            plural(static_cast<int>(config.scanFolders.size()), "scan folder")));
-        } catch (const DecodeError& error) {
-            configState =
-                Style::paint(context, Tone::problem, "unreadable: " + Text::visible(error.what()));
-            healthy = false;
-        }
-    }
-    rows.push_back({"config.json", configState, ""});
-
-    std::vector<std::string> quarantined;
-    for (const auto& entry : fs::directory_iterator(context.dataDir, ec)) {
-        std::string name = entry.path().filename().string();
-        if (name.find(".corrupt-") != std::string::npos) quarantined.push_back(Text::visible(name));
-    }
-    std::sort(quarantined.begin(), quarantined.end());
-    rows.push_back({"set aside",
-                    quarantined.empty()
-                        ? Style::paint(context, Tone::good, "no unreadable files")
-                        : Style::paint(context, Tone::attention,
-                                       fmt::format("{}", fmt::join(quarantined, ", "))),
-                    ""});
-    // A diagnosis keeps every word: long values wrap rather than lose their ends,
-    // and a verdict with its reasons goes below its row when the row has no room.
-    using TextLayout::Shrink;
-    printTable(context.out, rows, {context.columns, {Shrink::never, Shrink::wrap}, false, true});
-    return healthy ? 0 : 1;
+    auto& scanFirst = table.keep<bool>();
+    CLI::App* sync = table.add(
+        "sync",
+        "Read your GitHub accounts now and link each repository to its remote\n"
+        "For every account with sync on: its repositories, and the branches of those you\n"
+        "track; then each tracked repository is matched to its GitHub counterpart by its\n"
+        "remote URL. Tokens come from the secret store (or gh and git's credential\n"
+        "helpers for an account that uses gh). Exits 1 only when every account failed.",
+        {DataUse::writes, [&](CommandContext& c) { return Commands::sync(c, scanFirst, json); }});
+    sync->add_flag("--scan", scanFirst, "Scan the local repositories first");
+    sync->add_flag("--json", json, "Print the summary as JSON");
 }
 
-}  // namespace quorvane::Commands
+}  // namespace quorvane

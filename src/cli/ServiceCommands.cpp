@@ -8,6 +8,7 @@
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "persistence/AtomicFile.hpp"
 
 namespace quorvane::Commands {
@@ -91,6 +92,9 @@ std::string unitText(const std::string& command, std::string_view origin) {
 
 }  // namespace
 
+// The daemon as a systemd user service: the unit in ~/.config/systemd/user, enabled
+// and started when the person's service manager answers. `explicitDataDir` writes
+// the chosen data folder into the unit.
 int serviceInstall(CommandContext& context, bool explicitDataDir) {
     std::optional<std::filesystem::path> executable = PathHelpers::ownExecutable();
     if (!executable) {
@@ -173,6 +177,8 @@ int serviceStatus(CommandContext& context) {
     return 0;
 }
 
+// The unit a package installs for every user, the same as `serviceInstall` writes
+// but for the daemon of `executable`.
 int serviceUnit(std::ostream& out, const std::string& executable) {
     out << unitText(unitWord(executable) + " daemon",
                     "# Installed with quorvane for every user. Start it now and at every login "
@@ -181,3 +187,36 @@ int serviceUnit(std::ostream& out, const std::string& executable) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareServiceCommands(CommandTable& table) {
+    CLI::App* service =
+        table.group("service", "Run the daemon at every login, as a systemd user service");
+    table.add(service, "install",
+              "Write the systemd user unit quorvane.service and start it\n"
+              "The unit goes to ~/.config/systemd/user (XDG_CONFIG_HOME), runs this program's\n"
+              "'daemon' (with --data-dir when you give one), restarts it after a failure and\n"
+              "logs to the journal. When your user service manager answers, it is enabled and\n"
+              "started at once; otherwise the command to do so is printed.",
+              {DataUse::reads, [&](CommandContext& c) {
+                   return Commands::serviceInstall(c, !table.dataDir().empty());
+               }});
+    table.add(service, "uninstall", "Stop the service and remove its unit",
+              {DataUse::reads, Commands::serviceUninstall});
+    table.add(service, "status",
+              "Say whether the unit is installed, what it runs, and whether it is running",
+              {DataUse::reads, Commands::serviceStatus});
+    // Hidden: what the build writes from these definitions and installs beside the
+    // program, so that the packaged unit matches what 'install' writes.
+    auto& executable = table.keep<std::string>();
+    CLI::App* unit =
+        table.add(service, "unit",
+                  "Print the systemd user unit, for every user, that runs EXECUTABLE's daemon",
+                  {DataUse::none,
+                   [&](CommandContext& c) { return Commands::serviceUnit(c.out, executable); }});
+    unit->group("");
+    unit->add_option("EXECUTABLE", executable, "The installed program")->required();
+}
+
+}  // namespace quorvane

@@ -16,6 +16,7 @@
 #include "app/Queries.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
+#include "cli/CommandTable.hpp"
 #include "cli/Commands.hpp"
 #include "cli/ControlClient.hpp"
 #include "cli/Style.hpp"
@@ -25,6 +26,16 @@
 #include "platform/InterruptWatch.hpp"
 
 namespace quorvane::Commands {
+
+// The heatmap's default length and the most it draws: a year, and ten.
+inline constexpr int kDefaultHeatmapDays = 365;
+inline constexpr int kMaxHeatmapDays = 3660;
+
+struct SessionsOptions {
+    std::optional<Date> day;
+    std::optional<std::string> repo;  // id or path; all repositories when absent
+    bool json = false;
+};
 
 namespace {
 
@@ -301,6 +312,9 @@ std::vector<std::string> scanBeforeView(CommandContext& context) {
 
 }  // namespace
 
+// The views: they read the data folder as the last scan left it, without the writer
+// lock, so they work beside a running daemon. Days are local days; `day` absent means
+// today.
 int today(CommandContext& context, bool json, bool scanFirst) {
     std::vector<std::string> enrolled;
     if (scanFirst) enrolled = scanBeforeView(context);
@@ -564,3 +578,136 @@ int insights(CommandContext& context, InsightsPeriod period, bool json) {
 }
 
 }  // namespace quorvane::Commands
+
+namespace quorvane {
+
+// The views. They read the data folder only, so they answer while the daemon runs.
+void declareViewCommands(CommandTable& table) {
+    auto& json = table.keep<bool>();
+    table
+        .add("status",
+             "Print what the last scan stored, without scanning\n"
+             "Reads the data folder only, so it works while another quorvane process is "
+             "writing.",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::status(c, json); }})
+        ->add_flag("--json", json, "Print the stored snapshots as a JSON array");
+
+    auto& commitOptions = table.keep<Commands::CommitsOptions>();
+    CLI::App* commits = table.add(
+        "commits",
+        "List the stored commits, newest first\n"
+        "Scans record the commits of the day they run; \"local\" marks a commit that no\n"
+        "remote-tracking branch contains yet. Only your own are listed, as the views\n"
+        "count them (see 'quorvane config add identities'), unless --all-authors.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::commits(c, commitOptions); }});
+    commits->add_option("--repo", commitOptions.repo, "Only this repository (id, path or name)")
+        ->type_name("REPO");
+    commits->add_option("--limit", commitOptions.limit, "Show at most N commits (default 20)")
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber);
+    commits->add_flag("--all", commitOptions.all, "Show every stored commit");
+    commits->add_flag("--all-authors", commitOptions.allAuthors,
+                      "Also colleagues' commits, with their authors");
+    commits->add_flag("--json", commitOptions.json, "Print the commits as a JSON array");
+
+    auto& noScan = table.keep<bool>();
+    CLI::App* today = table.add(
+        "today",
+        "Scan, then show today's work in each repository\n"
+        "Lists the repositories with commits or work sessions today, or with uncommitted\n"
+        "changes, busiest first. Time is estimated from the changes scans notice; the\n"
+        "counters on top cover every tracked repository. It scans first, enrolling new\n"
+        "repositories under the scan folders as 'quorvane scan' does; while the daemon\n"
+        "runs, the daemon scans and it waits for that scan, up to 30 seconds. Beside\n"
+        "another writing command, or when the daemon is late, it shows what is recorded.\n"
+        "Like every view it says \"as of HH:MM\" on top when that is over a minute old.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::today(c, json, !noScan); }});
+    today->add_flag("--json", json, "Print the day's summary as JSON");
+    today->add_flag("--no-scan", noScan, "Only show what is recorded; do not scan first");
+
+    auto& sessionOptions = table.keep<Commands::SessionsOptions>();
+    auto& date = table.keep<std::optional<std::string>>();
+    auto day = [&date] { return date ? DateHelpers::parseDateKey(*date) : std::optional<Date>(); };
+    CLI::App* sessions = table.add(
+        "sessions",
+        "List the work sessions of one day, oldest first\n"
+        "A session is a stretch of work inferred from what changed between scans: it\n"
+        "ends after 20 minutes without a change. An open session is still being extended.\n"
+        "A session that runs across midnight shows on both days.",
+        {DataUse::reads, [&, day](CommandContext& c) {
+             sessionOptions.day = day();
+             return Commands::sessions(c, sessionOptions);
+         }});
+    sessions->add_option("--date", date, "The local day (default today)")
+        ->type_name("YYYY-MM-DD")
+        ->check(localDateCheck());
+    sessions->add_option("--repo", sessionOptions.repo, "Only this repository (id, path or name)")
+        ->type_name("REPO");
+    sessions->add_flag("--json", sessionOptions.json, "Print the sessions as a JSON array");
+
+    CLI::App* week = table.add(
+        "week",
+        "Show a Monday-to-Sunday week: each day's projects, commits and time\n"
+        "Then the week's totals, the most active and the most neglected repository,\n"
+        "and one line per repository worked on. Days before a repository was tracked\n"
+        "show the commits of its history (read when it was added), without time.",
+        {DataUse::reads, [&, day](CommandContext& c) { return Commands::week(c, day(), json); }});
+    week->add_option("--date", date, "Any day of the week to show (default today)")
+        ->type_name("YYYY-MM-DD")
+        ->check(localDateCheck());
+    week->add_flag("--json", json, "Print the week's summary as JSON");
+
+    auto& days = table.keep<int>(Commands::kDefaultHeatmapDays);
+    CLI::App* heatmap = table.add(
+        "heatmap",
+        "Draw a calendar of daily commits, one column per week\n"
+        "Rows run Monday to Sunday and the newest week is on the right. The darker the\n"
+        "cell, the more commits that day, relative to the busiest day shown; a dot is a\n"
+        "day without commits.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::heatmap(c, days, json); }});
+    heatmap
+        ->add_option("--days", days,
+                     fmt::format("How many days to show, ending today (default {}, at most {})",
+                                 Commands::kDefaultHeatmapDays, Commands::kMaxHeatmapDays))
+        ->type_name("N")
+        ->check(CLI::Range(1, Commands::kMaxHeatmapDays));
+    heatmap->add_flag("--json", json, "Print one record per day as a JSON array");
+
+    auto& pureRecency = table.keep<bool>();
+    CLI::App* ranking = table.add(
+        "ranking",
+        "Rank the repositories by activity\n"
+        "Those worked on today come first (a commit, a change in the working tree or a\n"
+        "work session), then the rest by their latest activity. Repositories under\n"
+        "cache, trash and dependency folders (node_modules, ...) are left out.",
+        {DataUse::reads, [&](CommandContext& c) {
+             return Commands::ranking(c,
+                                      pureRecency ? Aggregator::RankingOrder::pureRecency
+                                                  : Aggregator::RankingOrder::workedTodayFirst,
+                                      json);
+         }});
+    ranking->add_flag("--pure-recency", pureRecency,
+                      "Order by latest activity alone, ignoring what happened today");
+    ranking->add_flag("--json", json, "Print the rows as a JSON array");
+
+    auto& period = table.keep<std::string>("today");
+    CLI::App* insights = table.add(
+        "insights",
+        "Count the work of a period: projects, commits, branches, unpushed commits, time\n"
+        "'today' starts at midnight, 'month' 30 days before today's midnight, and 'all'\n"
+        "covers everything stored. Commits before tracking began count as far as the\n"
+        "history read at 'repos add' goes.",
+        {DataUse::reads, [&](CommandContext& c) {
+             return Commands::insights(c,
+                                       period == "month" ? InsightsPeriod::month
+                                       : period == "all" ? InsightsPeriod::allTime
+                                                         : InsightsPeriod::today,
+                                       json);
+         }});
+    insights->add_option("--period", period, "today, month or all (default today)")
+        ->type_name("PERIOD")
+        ->check(CLI::IsMember({"today", "month", "all"}));
+    insights->add_flag("--json", json, "Print the counts as JSON");
+}
+
+}  // namespace quorvane
