@@ -2,9 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <fstream>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -14,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/UnixSocket.hpp"
+#include "testing/StrangerConnection.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
@@ -116,6 +120,56 @@ TEST(UnixSocketServerTest, AdmitsUpToItsCapTurnsTheRestAwayAndOutlivesAConnectio
     EXPECT_EQ(firstWords(admitted.front()), "closed");
     EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_FALSE(UnixSocket::connect(path).fd.valid());
+}
+
+TEST(UnixSocketServerTest, TakesOverADeadSocketButNeverALiveOneAFileOrAnotherUser) {
+    testing::TempDir dir{"socket-server"};
+    const std::filesystem::path path = dir / "server.sock";
+    std::atomic<int> served{0};
+    auto answering = [&served] {
+        return UnixSocketServer::Handlers{.serve = [&served](Fd connection) {
+            ++served;
+            UnixSocket::sendAll(connection.get(), "hello", 1s);
+        }};
+    };
+    // A crashed server's socket file, with nobody listening: replaced.
+    { ASSERT_TRUE(UnixSocket::listen(path).fd.valid()); }
+    ASSERT_TRUE(std::filesystem::exists(path));
+    UnixSocketServer first(path, {}, answering());
+    ASSERT_FALSE(first.start().has_value());
+    EXPECT_EQ(firstWords(UnixSocket::connect(path).fd), "hello");
+
+    // A live one is left to its server, which goes on answering.
+    UnixSocketServer second(path, {}, answering());
+    std::optional<UnixSocketServer::Failure> refused = second.start();
+    ASSERT_TRUE(refused.has_value());
+    EXPECT_THAT(refused->error, ::testing::HasSubstr(path.native()));
+    EXPECT_EQ(firstWords(UnixSocket::connect(path).fd), "hello");
+
+    // Someone else's socket put there meanwhile survives the first server's stop.
+    std::filesystem::remove(path);
+    UnixSocket::Listening other = UnixSocket::listen(path);
+    ASSERT_TRUE(other.fd.valid()) << other.error;
+    first.stop();
+    EXPECT_TRUE(UnixSocket::connect(path).fd.valid());
+    other.fd.reset();
+    std::filesystem::remove(path);
+
+    // Anything that is not a socket is never replaced, whatever it holds.
+    const std::string bytes("someone's notes\n\0\xff", 18);
+    std::ofstream(path, std::ios::binary) << bytes;
+    UnixSocketServer third(path, {}, answering());
+    ASSERT_TRUE(third.start().has_value());
+    std::ifstream kept(path, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), bytes);
+    std::filesystem::remove(path);
+
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+    const int before = served;
+    UnixSocketServer fourth(path, {}, answering());
+    ASSERT_FALSE(fourth.start().has_value());
+    EXPECT_TRUE(testing::strangerIsTurnedAway(path, "hello?\n"));
+    EXPECT_EQ(served, before);
 }
 
 }  // namespace
