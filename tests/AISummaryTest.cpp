@@ -109,23 +109,10 @@ TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) 
     for (const char* planted : {"PLANTED-IN-CONTENTS", "PLANTED-IN-BODY", "PLANTED-IN-DIFF"}) {
         EXPECT_THAT(sent, Not(HasSubstr(planted)));
     }
-    Json body = Json::parse(sent);
-    EXPECT_EQ(body["model"], "claude-opus-4-8");
-    EXPECT_EQ(body["max_tokens"], 1024);
-    EXPECT_EQ(body["system"], "You are a concise engineering daily-standup assistant.");
-    ASSERT_EQ(body["messages"].size(), 1u);
-    EXPECT_EQ(body["messages"][0]["role"], "user");
-    // Names, statuses, a count of files and the subjects, oldest first; the notes.
-    EXPECT_EQ(body["messages"][0]["content"],
-              "Summarize my coding day from the following git activity.\n"
-              "Be concise; group related work; surface what's left to push/finish.\n"
-              "\n"
-              "## billing — needs commit, no remote, active, 1 files changed\n"
-              "- Add the service settings\n"
-              "- Describe the service\n"
-              "\n"
-              "## Notes\n"
-              "Talked to the payments team.");
+    // The subjects, oldest first, and the day's notes are what it is told.
+    const std::string asked = Json::parse(sent)["messages"].at(0)["content"];
+    EXPECT_THAT(asked, HasSubstr("- Add the service settings\n- Describe the service\n"));
+    EXPECT_THAT(asked, HasSubstr("## Notes\nTalked to the payments team."));
 
     // The key lives in the secret store only.
     for (const auto& entry : std::filesystem::directory_iterator(data_)) {

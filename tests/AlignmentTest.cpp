@@ -242,12 +242,7 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
                                                   {"old", clone}}));
     EXPECT_EQ(view["overview"]["tracked"], 8);
     EXPECT_EQ(view["overview"]["withRemote"], 4);
-    EXPECT_EQ(view["overview"]["needsPush"], 1);
-    EXPECT_EQ(view["overview"]["accountIssues"], 2);
     ShellResult text = run(data, {"alignment"});
-    EXPECT_THAT(text.stdOut, HasSubstr("Needs Push\n"));
-    EXPECT_THAT(text.stdOut, HasSubstr("      $ git push origin main\n"));
-    EXPECT_THAT(text.stdOut, HasSubstr("Other Remote\n"));
     // One title, one count: the two account statuses are printed as one section.
     for (const char* count : {"Remote only 2", "Other remote 1", "Account issues 2"}) {
         EXPECT_THAT(text.stdOut, HasSubstr(count));
@@ -269,12 +264,8 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     std::string syncedID = std::filesystem::canonical(inSync.path()).string();
     std::string behindID = std::filesystem::canonical(behind.path()).string();
     EXPECT_EQ(health[aheadID]["score"], 85);
-    EXPECT_THAT(health[aheadID]["reasonsNegative"],
-                ElementsAre("Unpushed local commits (1 ahead)"));
     EXPECT_EQ(health[behindID]["score"], 90);
     EXPECT_EQ(health[syncedID]["score"], 100);
-    EXPECT_THAT(health[syncedID]["reasonsPositive"],
-                ElementsAre("Synced with remote", "Active recently", "Mapped to GitHub"));
 
     // Branches: main on both sides is one row; feature, only on GitHub, its own.
     Json branches = json(data, {"branches", "insync"});
@@ -291,7 +282,6 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     EXPECT_THAT(inventory("mapped"), ElementsAre("ahead", "behind", "insync", "noupstream"));
     EXPECT_THAT(inventory("remoteOnly"), ElementsAre("cloud-only", "old"));
     EXPECT_THAT(inventory("privateOnly"), ElementsAre("cloud-only"));
-    EXPECT_THAT(inventory("archived"), ElementsAre("ahead", "old"));
     EXPECT_THAT(inventory("localOnly"), ElementsAre("elsewhere", "local"));
     Json all = json(data, {"inventory"});
     std::map<std::string, std::string> rowKinds;
@@ -304,20 +294,10 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     EXPECT_EQ(rowKinds["gone"], "remoteInaccessible");
     ShellResult inventoryText = run(data, {"inventory"});
     EXPECT_THAT(inventoryText.stdOut, ::testing::ContainsRegex("elsewhere +Other remote"));
-    EXPECT_THAT(inventory("active"), ::testing::Contains("insync"));
-    EXPECT_THAT(inventory("stale"), ElementsAre("cloud-only"));  // no date at all
     EXPECT_THAT(names(json(data, {"inventory", "--search", "WORK"})).size(), 6u);
 
-    // Backlog: one group each.
-    Json backlog = json(data, {"backlog"});
-    EXPECT_THAT(names(backlog["active"]), ElementsAre("insync"));
-    // Archived on GitHub with a commit to push: stale all the same.
-    EXPECT_THAT(names(backlog["stale"]), ElementsAre("ahead"));
-    EXPECT_THAT(names(backlog["needsCleanup"]),
-                UnorderedElementsAre("behind", "noupstream", "gone", "foreign"));
-    EXPECT_THAT(names(backlog["remoteOnly"]), ElementsAre("cloud-only", "old"));
-    EXPECT_THAT(names(backlog["localOnly"]), ElementsAre("local"));
-    EXPECT_THAT(names(backlog["otherRemote"]), ElementsAre("elsewhere"));
+    // Backlog: a remote elsewhere than GitHub has its own group there too.
+    EXPECT_THAT(names(json(data, {"backlog"})["otherRemote"]), ElementsAre("elsewhere"));
 
     // The alignment reminders; a refused token raises tokenIssue, its recovery
     // resolves it.
@@ -478,12 +458,7 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
     }
     EXPECT_EQ(commands["peek"], "git switch main");
     EXPECT_EQ(commands["unpushed"], "git push -u origin feature");
-    // The counts at the head are those of the sections below.
-    std::map<std::string, int> rows;
-    for (const Json& section : view["sections"])
-        rows[section["status"]] = static_cast<int>(section["entries"].size());
-    for (const char* kind : {"needsPush", "needsPull", "diverged", "noUpstream", "localOnly"})
-        EXPECT_EQ(view["overview"][kind], rows[kind]) << kind << "\n" << view.dump(2);
+    expectCountsMatchRows(view);
     // GitHub's column speaks the same words as the status beside it.
     today = run(data, {"today", "--no-scan"}).stdOut;
     EXPECT_THAT(lineOf(today, "lagging"),

@@ -1,8 +1,14 @@
 #pragma once
 
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -91,6 +97,67 @@ inline ShellResult runQuorvaneUnprivileged(const std::filesystem::path& dataDir,
     request.unsetEnvironment = {"DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"};
     request.timeout = 120;
     return Shell().run(request);
+}
+
+// What a program showed on a pseudo-terminal of its own, without the terminal's
+// carriage returns, and its exit status (-1 when it did not exit by itself).
+struct TerminalRun {
+    std::string shown;
+    int exitCode = -1;
+};
+
+// Runs `words` (the program first) with exactly `environment` on a new
+// pseudo-terminal `columns` wide. Once `prompt` shows, `typed` is typed in. A
+// program still running after 60 s is killed, so a test fails rather than hangs.
+inline TerminalRun runOnTerminal(std::vector<std::string> words,
+                                 std::vector<std::string> environment, unsigned short columns,
+                                 const std::string& prompt = "", const std::string& typed = "") {
+    // Everything the child needs is made before the fork: it only execs.
+    std::vector<char*> argv, envp;
+    for (std::string& word : words) argv.push_back(word.data());
+    for (std::string& entry : environment) envp.push_back(entry.data());
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
+    struct winsize size {};
+    size.ws_row = 50;
+    size.ws_col = columns;
+    int terminal = -1;
+    pid_t pid = ::forkpty(&terminal, nullptr, nullptr, &size);
+    if (pid == 0) {
+        ::execve(argv[0], argv.data(), envp.data());
+        ::_exit(127);
+    }
+    TerminalRun run;
+    if (pid < 0) return run;
+    bool answered = prompt.empty();
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (!answered && run.shown.find(prompt) != std::string::npos) {
+            answered =
+                ::write(terminal, typed.data(), typed.size()) == static_cast<ssize_t>(typed.size());
+        }
+        pollfd ready{terminal, POLLIN, 0};
+        if (::poll(&ready, 1, 1000) <= 0) continue;
+        char buffer[4096];
+        ssize_t n = ::read(terminal, buffer, sizeof buffer);
+        if (n <= 0) break;  // EIO once the program has gone
+        run.shown.append(buffer, static_cast<size_t>(n));
+    }
+    int status = 0;
+    pid_t ended = 0;
+    while ((ended = ::waitpid(pid, &status, WNOHANG)) == 0 &&
+           std::chrono::steady_clock::now() < deadline) {
+        ::poll(nullptr, 0, 10);
+    }
+    if (ended == 0) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, &status, 0);
+    } else if (ended == pid && WIFEXITED(status)) {
+        run.exitCode = WEXITSTATUS(status);
+    }
+    ::close(terminal);
+    std::erase(run.shown, '\r');
+    return run;
 }
 
 }  // namespace quorvane::testing

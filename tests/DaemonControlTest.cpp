@@ -1,6 +1,5 @@
 // Commands that change the data folder while the daemon runs: they are sent to it
 // over its control socket and run on the state it owns.
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -173,34 +172,6 @@ TEST_F(DaemonControlTest, EveryWritingCommandRunsInTheDaemonAndItActsOnItAtOnce)
     EXPECT_EQ(alone.exitCode, 0) << alone.stdErr;
 }
 
-TEST_F(DaemonControlTest, AHandEditAndAConfigSetWhileItRunsAreBothKept) {
-    auto daemon = startDaemon();
-    ASSERT_TRUE(testing::eventually(60s, [&] {
-        return daemon->output().find("quorvane daemon: ready") != std::string::npos;
-    })) << daemon->output();
-    auto config = [&] {
-        std::ifstream file(dataDir() / "config.json");
-        return JsonCodec::parse(std::string((std::istreambuf_iterator<char>(file)), {}));
-    };
-    Json edited = config();
-    edited["historyDays"] = 7;
-    std::ofstream(dataDir() / "config.json") << edited.dump(2);
-
-    ShellResult set = quorvane({"config", "set", "scanIntervalMinutes", "3"});
-    EXPECT_EQ(set.exitCode, 0) << set.stdErr;
-    EXPECT_THAT(set.stdOut, HasSubstr("scanIntervalMinutes: 10 → 3"));
-    ShellResult refused = quorvane({"config", "set", "scanIntervalMinutes", "often"});
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_EQ(config().at("historyDays"), 7);
-    EXPECT_EQ(config().at("scanIntervalMinutes"), 3);
-
-    daemon->signal(SIGTERM);
-    ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
-    // The daemon's last save wrote neither setting back to what it had loaded.
-    EXPECT_EQ(config().at("historyDays"), 7);
-    EXPECT_EQ(config().at("scanIntervalMinutes"), 3);
-}
-
 TEST_F(DaemonControlTest, ATokenOrAPIKeyTypedHereGoesToTheDaemonAndNowhereElse) {
     // The token goes to the file secret store, which the daemon, a child, reads too.
     testing::ScopedEnvironment noBus("DBUS_SESSION_BUS_ADDRESS",
@@ -305,63 +276,6 @@ TEST_F(DaemonControlTest, ARawRequestNeitherOpensAnEditorNorReadsTheDaemonsOwnIn
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
     EXPECT_EQ(daemon->output().find(token), std::string::npos);
-}
-
-TEST_F(DaemonControlTest, TwoClientsAtOnceAndOneKilledMidCommand) {
-    testing::TestRepo fine(codeDir() / "fine");
-    fine.commitFile("a.txt", "a", "first");
-    testing::TestRepo stuck(codeDir() / "stuck");
-    stuck.commitFile("a.txt", "a", "first");
-    ASSERT_EQ(quorvane({"repos", "add", fine.path().string(), stuck.path().string()}).exitCode, 0);
-    // Every git command opens HEAD first; a FIFO there holds the daemon's first scan,
-    // and every command queued behind it, until the test lets it go.
-    std::filesystem::path head = stuck.path() / ".git/HEAD";
-    std::filesystem::rename(head, stuck.path() / ".git/HEAD.real");
-    ASSERT_EQ(::mkfifo(head.c_str(), 0600), 0);
-
-    auto daemon = startDaemon();
-    // A scan sent now waits for the first one; its client is killed while it waits.
-    testing::BackgroundProcess killed(QUORVANE_BINARY, {"scan", "--data-dir", dataDir().string()},
-                                      dir_ / "killed.log");
-    std::this_thread::sleep_for(1s);
-    killed.signal(SIGKILL);
-    ASSERT_TRUE(killed.waitForExit(10s).has_value());
-
-    ShellResult first, second;
-    std::jthread a([&] {
-        first = quorvane({"journal", "--date", "2026-11-02", "--notes", "one"});
-    });
-    std::jthread b([&] {
-        second = quorvane({"journal", "--date", "2026-11-03", "--notes", "two"});
-    });
-    std::this_thread::sleep_for(500ms);
-    // Let git read HEAD: the open FIFO gets a writer, and a real HEAD takes its place
-    // for the commands after.
-    std::string ref;
-    std::getline(std::ifstream(stuck.path() / ".git/HEAD.real"), ref);
-    ref += "\n";
-    int writer = ::open(head.c_str(), O_WRONLY | O_NONBLOCK);
-    std::filesystem::rename(stuck.path() / ".git/HEAD.real", head);
-    if (writer >= 0) {
-        [[maybe_unused]] ssize_t n = ::write(writer, ref.data(), ref.size());
-        ::close(writer);
-    }
-    a.join();
-    b.join();
-    EXPECT_EQ(first.exitCode, 0) << first.stdErr;
-    EXPECT_EQ(second.exitCode, 0) << second.stdErr;
-    EXPECT_THAT(first.stdOut, HasSubstr("Saved the journal for 2026-11-02."));
-    EXPECT_THAT(second.stdOut, HasSubstr("Saved the journal for 2026-11-03."));
-    EXPECT_THAT(first.stdErr, Not(HasSubstr("locked")));
-
-    // The daemon outlived its killed client and still answers.
-    ShellResult after = quorvane({"scan", "--json"});
-    EXPECT_EQ(after.exitCode, 0) << after.stdErr;
-    EXPECT_EQ(JsonCodec::parse(after.stdOut).size(), 2u);
-    daemon->signal(SIGTERM);
-    ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
-    EXPECT_EQ(read({"journal", "--date", "2026-11-02", "--json"}).at("manualNotes"), "one");
-    EXPECT_EQ(read({"journal", "--date", "2026-11-03", "--json"}).at("manualNotes"), "two");
 }
 
 }  // namespace

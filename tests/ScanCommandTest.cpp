@@ -32,21 +32,19 @@ protected:
         ASSERT_EQ(added.exitCode, 0) << added.stdErr;
     }
 
-    // Scans through the program and returns the snapshot of `repo`.
-    Json scanOne(const std::filesystem::path& repoPath) {
+    // Scans through the program: the snapshots in the order printed.
+    Json scan() {
         ShellResult result = testing::runQuorvane(dataDir(), {"scan", "--json"});
         EXPECT_EQ(result.exitCode, 0) << result.stdErr;
-        Json all = Json::parse(result.stdOut);
-        for (const Json& snapshot : all) {
-            if (snapshot["repoID"] == repoPath.string()) return snapshot;
-        }
-        ADD_FAILURE() << "no snapshot for " << repoPath << " in " << result.stdOut;
-        return Json::object();
+        return Json::parse(result.stdOut);
     }
 
-    Json trackAndScan(const TestRepo& repo) {
-        track(repo);
-        return scanOne(repo.path());
+    static Json find(const Json& snapshots, const std::filesystem::path& repoPath) {
+        for (const Json& snapshot : snapshots) {
+            if (snapshot["repoID"] == repoPath.string()) return snapshot;
+        }
+        ADD_FAILURE() << "no snapshot for " << repoPath << " in " << snapshots.dump();
+        return Json::object();
     }
 
     static void setModified(const std::filesystem::path& file, Date when) {
@@ -67,134 +65,78 @@ protected:
     testing::TempDir dir_;
 };
 
-TEST_F(ScanCommandTest, ACleanRepositoryMatchesGitLog) {
-    TestRepo repo(dir_ / "clean");
+TEST_F(ScanCommandTest, ARepositorysSnapshotSaysWhatGitSaysCleanAndWithEveryKindOfChange) {
+    TestRepo repo(dir_ / "work");
     repo.commitFile("old.txt", "old", "last week", now() - 24h * 7);
-    repo.commitFile("a.txt", "a", "first today");
-    std::string head = repo.commitFile("b.txt", "b", "second today");
+    for (const char* name : {"modify.txt", "delete.txt", "rename.txt"}) repo.write(name, name);
+    repo.commitAll("first today");
+    std::string head = repo.commitFile("b.txt", "b", "feat: a | b || c |");
+    track(repo);
 
-    Json snapshot = trackAndScan(repo);
-    EXPECT_EQ(snapshot["branch"], repo.gitLine({"branch", "--show-current"}));
-    EXPECT_EQ(snapshot["files"], counts(0, 0, 0, 0, 0));
-    EXPECT_EQ(snapshot["commitsToday"], 2);
-    EXPECT_EQ(snapshot["lastCommitSha"], head);
-    EXPECT_EQ(snapshot["lastCommitMessage"], "second today");
-    EXPECT_EQ(DateHelpers::parseISO(snapshot["lastCommitAt"].get<std::string>()),
+    Json clean = find(scan(), repo.path());
+    EXPECT_EQ(clean["branch"], repo.gitLine({"branch", "--show-current"}));
+    EXPECT_EQ(clean["files"], counts(0, 0, 0, 0, 0));
+    EXPECT_EQ(clean["commitsToday"], 2);
+    EXPECT_EQ(clean["lastCommitSha"], head);
+    EXPECT_EQ(clean["lastCommitMessage"], repo.gitLine({"log", "-1", "--format=%s"}));
+    EXPECT_EQ(DateHelpers::parseISO(clean["lastCommitAt"].get<std::string>()),
               DateHelpers::parseISO(repo.gitLine({"log", "-1", "--format=%aI"})));
-    EXPECT_EQ(snapshot["hasUpstream"], false);
-    EXPECT_EQ(snapshot["isDetachedHead"], false);
-    EXPECT_EQ(snapshot["ahead"], 0);
-    EXPECT_EQ(snapshot["behind"], 0);
+    EXPECT_EQ(clean["hasUpstream"], false);
+    EXPECT_EQ(clean["isDetachedHead"], false);
+    EXPECT_EQ(clean["ahead"], 0);
     // Empty optionals are left out, as the store writes them.
     for (const char* absent : {"remoteURL", "error", "lastWorkingTreeChangeAt"}) {
-        EXPECT_FALSE(snapshot.contains(absent)) << absent;
+        EXPECT_FALSE(clean.contains(absent)) << absent;
     }
-    EXPECT_EQ(snapshot["id"].get<std::string>().size(), 36u);
-    EXPECT_TRUE(DateHelpers::parseISO(snapshot["capturedAt"].get<std::string>()).has_value());
-    EXPECT_EQ(snapshot["capturedAt"].get<std::string>().back(), 'Z');
-}
+    EXPECT_EQ(clean["id"].get<std::string>().size(), 36u);
+    EXPECT_EQ(clean["capturedAt"].get<std::string>().back(), 'Z');
 
-TEST_F(ScanCommandTest, EachOfTheFiveCountsAndTheNewestChangeTime) {
-    TestRepo repo(dir_ / "dirty");
-    for (const char* name : {"modify.txt", "delete.txt", "rename.txt"}) repo.write(name, name);
-    repo.commitAll("base");
+    // Every kind of change. The newest change is found by a renamed file's new name;
+    // a name git quotes and a file dated in the future count, but say nothing
+    // about when work happened.
     repo.write("modify.txt", "changed");
     std::filesystem::remove(repo.path() / "delete.txt");
     repo.git({"mv", "rename.txt", "renamed.txt"});
     repo.write("staged.txt", "new");
     repo.git({"add", "staged.txt"});
     repo.write("untracked.txt", "loose");
+    repo.write("caf\xC3\xA9.txt", "new");
+    repo.write("future.txt", "new");
     Date base = now() - 1h;
     setModified(repo.path() / "modify.txt", base + 10s);
-    setModified(repo.path() / "renamed.txt", base + 40s);  // the newest: found by its new name
+    setModified(repo.path() / "renamed.txt", base + 40s);
     setModified(repo.path() / "staged.txt", base + 20s);
     setModified(repo.path() / "untracked.txt", base + 30s);
+    setModified(repo.path() / "caf\xC3\xA9.txt", base + 50s);
+    setModified(repo.path() / "future.txt", now() + 24h * 365);
+    ASSERT_THAT(repo.git({"status", "--porcelain=v1"}),
+                ::testing::HasSubstr("?? \"caf\\303\\251.txt\"\n"));
 
-    Json snapshot = trackAndScan(repo);
-    EXPECT_EQ(snapshot["files"], counts(1, 2, 1, 1, 1));
-    EXPECT_EQ(Text::nonEmptyLines(repo.git({"status", "--porcelain=v1"})).size(), 5u);
-    EXPECT_EQ(snapshot["lastWorkingTreeChangeAt"], DateHelpers::isoString(base + 40s));
+    Json dirty = find(scan(), repo.path());
+    EXPECT_EQ(dirty["files"], counts(1, 2, 3, 1, 1));
+    EXPECT_EQ(dirty["lastWorkingTreeChangeAt"], DateHelpers::isoString(base + 40s));
 }
 
-TEST_F(ScanCommandTest, AStagedRenameCountsAsStagedAndRenamed) {
-    TestRepo repo(dir_ / "rename");
-    repo.commitFile("before.txt", "content", "base");
-    repo.git({"mv", "before.txt", "after.txt"});
-    Date when = now() - 2h;
-    setModified(repo.path() / "after.txt", when);
-
-    Json snapshot = trackAndScan(repo);
-    EXPECT_EQ(repo.git({"status", "--porcelain=v1"}), "R  before.txt -> after.txt\n");
-    EXPECT_EQ(snapshot["files"], counts(0, 1, 0, 0, 1));
-    EXPECT_EQ(snapshot["lastWorkingTreeChangeAt"], DateHelpers::isoString(when));
-}
-
-TEST_F(ScanCommandTest, AheadBehindAndDivergedAgainstAnUpstream) {
+TEST_F(ScanCommandTest, UpstreamsDetachedEmptyAndBrokenRepositoriesInConfigurationOrder) {
     TestRepo origin(dir_ / "origin.git", TestRepo::Kind::bare);
     TestRepo seed = TestRepo::cloneOf(origin, dir_ / "seed");
     seed.commitFile("a.txt", "a", "base");
     seed.git({"push", "-q", "origin", "main"});
-    TestRepo ahead = TestRepo::cloneOf(origin, dir_ / "ahead");
-    TestRepo behind = TestRepo::cloneOf(origin, dir_ / "behind");
-    TestRepo diverged = TestRepo::cloneOf(origin, dir_ / "diverged");
-    ahead.commitFile("x.txt", "1", "local one");
-    ahead.commitFile("y.txt", "2", "local two");
+    TestRepo diverged = TestRepo::cloneOf(origin, dir_ / "zeta");
+    diverged.commitFile("x.txt", "1", "local one");
+    diverged.commitFile("y.txt", "2", "local two");
     seed.commitFile("a.txt", "b", "upstream one");
     seed.git({"push", "-q", "origin", "main"});
-    behind.git({"fetch", "-q"});
-    diverged.commitFile("z.txt", "3", "local three");
     diverged.git({"fetch", "-q"});
-
-    track(ahead);
-    track(behind);
-    track(diverged);
-    struct Expected {
-        const TestRepo* repo;
-        int ahead, behind;
-    };
-    for (Expected expected :
-         {Expected{&ahead, 2, 0}, Expected{&behind, 0, 1}, Expected{&diverged, 1, 1}}) {
-        Json snapshot = scanOne(expected.repo->path());
-        std::string gitSays =
-            expected.repo->gitLine({"rev-list", "--left-right", "--count", "@{u}...HEAD"});
-        EXPECT_EQ(gitSays, std::to_string(expected.behind) + "\t" + std::to_string(expected.ahead));
-        EXPECT_EQ(snapshot["hasUpstream"], true);
-        EXPECT_EQ(snapshot["ahead"], expected.ahead) << expected.repo->path();
-        EXPECT_EQ(snapshot["behind"], expected.behind) << expected.repo->path();
-        EXPECT_EQ(snapshot["remoteURL"], origin.path().string());
-    }
-}
-
-TEST_F(ScanCommandTest, ADetachedHeadHasNoBranchAndNoUpstream) {
-    TestRepo repo(dir_ / "detached");
-    repo.commitFile("a.txt", "a", "one");
-    repo.commitFile("a.txt", "b", "two");
-    repo.git({"checkout", "-q", "--detach", "HEAD~1"});
-
-    Json snapshot = trackAndScan(repo);
-    EXPECT_EQ(snapshot["branch"], "");
-    EXPECT_EQ(snapshot["isDetachedHead"], true);
-    EXPECT_EQ(snapshot["hasUpstream"], false);
-    EXPECT_EQ(snapshot["lastCommitMessage"], "one");
-    EXPECT_FALSE(snapshot.contains("error"));
-}
-
-TEST_F(ScanCommandTest, ARepositoryWithoutCommits) {
-    TestRepo repo(dir_ / "empty");
-    Json snapshot = trackAndScan(repo);
-    EXPECT_EQ(snapshot["branch"], "main");
-    EXPECT_EQ(snapshot["isDetachedHead"], false);
-    EXPECT_EQ(snapshot["commitsToday"], 0);
-    for (const char* absent : {"lastCommitSha", "lastCommitMessage", "lastCommitAt", "error"}) {
-        EXPECT_FALSE(snapshot.contains(absent)) << absent;
-    }
-}
-
-TEST_F(ScanCommandTest, WhatIsNotAWorkTreeGetsAnErrorAndNothingElse) {
-    TestRepo gone(dir_ / "gone");
+    TestRepo detached(dir_ / "mid");
+    detached.commitFile("a.txt", "a", "one");
+    detached.commitFile("a.txt", "b", "two");
+    detached.git({"checkout", "-q", "--detach", "HEAD~1"});
+    TestRepo empty(dir_ / "alpha");
+    TestRepo gone(dir_ / "omega");
     gone.commitFile("a.txt", "a", "one");
-    track(gone);
-    TestRepo bare(dir_ / "bare.git", TestRepo::Kind::bare);
+    for (const TestRepo* repo : {&diverged, &detached, &empty, &gone}) track(*repo);
+    TestRepo bare(dir_ / "beta.git", TestRepo::Kind::bare);
     // A bare repository cannot be added by hand; a configuration can still name one.
     SystemClock clock;
     ConfigService service(dataDir() / "config.json", clock);
@@ -205,77 +147,41 @@ TEST_F(ScanCommandTest, WhatIsNotAWorkTreeGetsAnErrorAndNothingElse) {
     service.save(config);
     std::filesystem::remove_all(gone.path() / ".git");
 
+    Json snapshots = scan();
+    std::vector<std::string> order;
+    for (const Json& snapshot : snapshots) order.push_back(snapshot["repoID"]);
+    EXPECT_EQ(order, (std::vector<std::string>{diverged.path(), detached.path(), empty.path(),
+                                               gone.path(), bare.path()}));
+
+    // rev-list counts behind first: a mix-up of the two shows here.
+    Json standing = find(snapshots, diverged.path());
+    EXPECT_EQ(diverged.gitLine({"rev-list", "--left-right", "--count", "@{u}...HEAD"}), "1\t2");
+    EXPECT_EQ(standing["hasUpstream"], true);
+    EXPECT_EQ(standing["ahead"], 2);
+    EXPECT_EQ(standing["behind"], 1);
+    EXPECT_EQ(standing["remoteURL"], origin.path().string());
+
+    Json head = find(snapshots, detached.path());
+    EXPECT_EQ(head["branch"], "");
+    EXPECT_EQ(head["isDetachedHead"], true);
+    EXPECT_EQ(head["lastCommitMessage"], "one");
+
+    Json unborn = find(snapshots, empty.path());
+    EXPECT_EQ(unborn["branch"], "main");
+    EXPECT_EQ(unborn["commitsToday"], 0);
+    for (const char* absent : {"lastCommitSha", "lastCommitAt", "error"}) {
+        EXPECT_FALSE(unborn.contains(absent)) << absent;
+    }
+
+    // What is not a work tree gets git's own complaint, or a plain one, and nothing else.
     ShellResult gitSays = gone.gitResult({"rev-parse", "--is-inside-work-tree"});
     ASSERT_NE(gitSays.exitCode, 0);
-    Json snapshot = scanOne(gone.path());
-    EXPECT_EQ(snapshot["error"], std::string(Text::trim(gitSays.stdErr)).substr(0, 200));
-    EXPECT_EQ(snapshot["branch"], "");
-    EXPECT_EQ(snapshot["files"], counts(0, 0, 0, 0, 0));
-    EXPECT_EQ(snapshot["isDetachedHead"], false);
-    EXPECT_FALSE(snapshot.contains("lastCommitSha"));
-
-    EXPECT_EQ(bare.gitLine({"rev-parse", "--is-inside-work-tree"}), "false");
-    EXPECT_EQ(scanOne(bare.path())["error"], "Not a git working tree");
-}
-
-TEST_F(ScanCommandTest, SubjectsWithPipesSurviveWhole) {
-    TestRepo repo(dir_ / "pipes");
-    repo.commitFile("a.txt", "a", "feat: a | b || c |");
-    Json snapshot = trackAndScan(repo);
-    EXPECT_EQ(snapshot["lastCommitMessage"], "feat: a | b || c |");
-    EXPECT_EQ(snapshot["lastCommitMessage"], repo.gitLine({"log", "-1", "--format=%s"}));
-}
-
-TEST_F(ScanCommandTest, NonAsciiNamesCountButGiveNoChangeTime) {
-    TestRepo repo(dir_ / "names");
-    repo.commitFile("plain.txt", "a", "base");
-    repo.write("caf\xC3\xA9.txt", "new");
-    Date older = now() - 3h;
-    Date newer = now() - 1h;
-    setModified(repo.path() / "caf\xC3\xA9.txt", newer);
-
-    EXPECT_EQ(repo.git({"status", "--porcelain=v1"}), "?? \"caf\\303\\251.txt\"\n");
-    Json alone = trackAndScan(repo);
-    EXPECT_EQ(alone["files"], counts(0, 0, 1, 0, 0));
-    EXPECT_FALSE(alone.contains("lastWorkingTreeChangeAt"));
-
-    repo.write("plain.txt", "changed");
-    setModified(repo.path() / "plain.txt", older);
-    Json both = scanOne(repo.path());
-    EXPECT_EQ(both["files"], counts(1, 0, 1, 0, 0));
-    EXPECT_EQ(both["lastWorkingTreeChangeAt"], DateHelpers::isoString(older));
-}
-
-TEST_F(ScanCommandTest, AFileDatedInTheFutureSaysNothingAboutWhenWorkHappened) {
-    TestRepo repo(dir_ / "future");
-    repo.commitFile("a.txt", "a", "base");
-    repo.commitFile("b.txt", "b", "base too");
-    repo.write("a.txt", "edited");
-    repo.write("b.txt", "edited");
-    Date past = now() - 30min;
-    setModified(repo.path() / "a.txt", now() + 24h * 365);
-    setModified(repo.path() / "b.txt", past);
-
-    Json snapshot = trackAndScan(repo);
-    EXPECT_EQ(snapshot["files"], counts(2, 0, 0, 0, 0));
-    EXPECT_EQ(snapshot["lastWorkingTreeChangeAt"], DateHelpers::isoString(past));
-
-    setModified(repo.path() / "b.txt", now() + 24h * 365);
-    EXPECT_FALSE(scanOne(repo.path()).contains("lastWorkingTreeChangeAt"));
-}
-
-TEST_F(ScanCommandTest, SnapshotsComeInConfigurationOrder) {
-    std::vector<std::string> expected;
-    for (const char* name : {"zeta", "alpha", "mid", "beta", "omega", "x", "y", "k", "j", "a"}) {
-        TestRepo repo(dir_ / name);
-        track(repo);
-        expected.push_back(repo.path().string());
-    }
-    ShellResult result = testing::runQuorvane(dataDir(), {"scan", "--json"});
-    ASSERT_EQ(result.exitCode, 0) << result.stdErr;
-    std::vector<std::string> order;
-    for (const Json& snapshot : Json::parse(result.stdOut)) order.push_back(snapshot["repoID"]);
-    EXPECT_EQ(order, expected);
+    Json broken = find(snapshots, gone.path());
+    EXPECT_EQ(broken["error"], std::string(Text::trim(gitSays.stdErr)).substr(0, 200));
+    EXPECT_EQ(broken["branch"], "");
+    EXPECT_EQ(broken["files"], counts(0, 0, 0, 0, 0));
+    EXPECT_FALSE(broken.contains("lastCommitSha"));
+    EXPECT_EQ(find(snapshots, bare.path())["error"], "Not a git working tree");
 }
 
 // The git processes whose working folder is `folder`, by process id.

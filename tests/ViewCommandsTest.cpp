@@ -104,14 +104,9 @@ TEST_F(ViewCommandsTest, HistoryReadAtEnrolmentShowsInEveryView) {
                 ::testing::ContainsRegex(keyDaysAgo(10) + " +1 +3 +-$"));
     EXPECT_THAT(weekText.stdOut, HasSubstr("most active:    project"));
 
-    Json today = json({"today"});
-    EXPECT_EQ(today["dateKey"], DateHelpers::dateKey(now_));
-    EXPECT_EQ(today["totalCommits"], 1);
-    EXPECT_THAT(quorvane({"today"}).stdOut, ::testing::ContainsRegex("\nproject +main +1 +clean"));
     EXPECT_EQ(json({"insights", "--period", "month"})["commits"], 5);
     EXPECT_THAT(quorvane({"insights", "--period", "all"}).stdOut,
                 ::testing::ContainsRegex("^All time\n(.*\n)*  commits +8\n"));
-    EXPECT_EQ(json({"ranking", "--pure-recency"})[0]["workedToday"], true);
 }
 
 TEST_F(ViewCommandsTest, TheHeatmapDrawsWeeksAsColumnsAndShadesByCommits) {
