@@ -101,11 +101,9 @@ TEST_F(AgentServiceTest, ChecksRunInOrderAndEachCallLeavesOneAuditEntry) {
     EXPECT_EQ(call("git_push", {{"repoId", "/work/app"}}).errorCode, "permission_denied");
 
     setLevel(AgentPermissionLevel::safeGit);
-    // Every tool of the table passes the level check and reaches its own code.
+    // Every tool of the table passes the level check at the highest level.
     for (const AgentTool& tool : AgentTools::all()) {
-        AgentResult answer = call(std::string(tool.name));
-        EXPECT_NE(answer.errorCode, "permission_denied") << tool.name;
-        EXPECT_NE(answer.hint, "tool `" + std::string(tool.name) + "` not handled");
+        EXPECT_NE(call(std::string(tool.name)).errorCode, "permission_denied") << tool.name;
     }
 
     AgentResult emptyRoot = call("search_local_projects", {{"rootPath", ""}});
