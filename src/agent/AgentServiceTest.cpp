@@ -388,10 +388,6 @@ TEST_F(AgentServiceTest, TheReadToolsAnswerFromTheStoreAndConfiguration) {
     EXPECT_EQ(settings["repositoryCount"], 1);
     EXPECT_EQ(settings["agent"]["permissionLevel"], "applySettings");
     EXPECT_EQ(settings["dailyReviewTime"], "21:30");
-    EXPECT_EQ(result(call("resources/read", {{"uri", "quorvane://settings"}})), settings);
-    EXPECT_EQ(call("resources/read", {{"uri", "quorvane://settings/extra"}}).hint,
-              "unknown resource `quorvane://settings/extra`");
-    EXPECT_EQ(call("resources/read").hint, "`uri` required");
 
     Json repos = result(call("list_local_repositories"));
     ASSERT_EQ(repos.size(), 1u);
