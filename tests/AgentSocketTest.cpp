@@ -2,7 +2,6 @@
 // propose, approve, apply loop with the person's review commands, on a clock the
 // test moves.
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -18,7 +17,6 @@
 #include "cli/CommandLine.hpp"
 #include "persistence/ConfigService.hpp"
 #include "platform/Shell.hpp"
-#include "platform/UnixSocket.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/LineClient.hpp"
@@ -90,83 +88,20 @@ protected:
 TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     std::filesystem::create_directories(dir_ / "code");
     writeConfig([&](AppConfig& config) { config.agent.allowedRoots = {(dir_ / "code").string()}; });
-    {
-        // A socket file left by a daemon that crashed.
-        UnixSocket::Listening stale = UnixSocket::listen(agentSocket());
-        ASSERT_TRUE(stale.error.empty()) << stale.error;
-    }
-    ASSERT_TRUE(std::filesystem::exists(agentSocket()));
+    // The socket file itself (a stale one replaced, its mode, its path limit) is the
+    // socket server's; here, what the daemon adds to it.
     auto daemon = startDaemon("daemon.log");
-    EXPECT_THAT(daemon->output(),
-                HasSubstr("[quorvane-agent] MCP socket listening on " + agentSocket().string()));
-    struct stat info {};
-    ASSERT_EQ(::stat(agentSocket().c_str(), &info), 0);
-    EXPECT_TRUE(S_ISSOCK(info.st_mode));
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
-
+    // The line protocol itself is the socket server's; here, that the daemon's
+    // socket reaches the real service, which refuses and proposes as it should.
     LineClient agent(agentSocket());
     ASSERT_TRUE(agent.connected());
-    // A blank line is no request; two requests in one write get two replies in order.
-    ASSERT_TRUE(
-        agent.send("\n{\"tool\":\"get_settings\"}\n{\"tool\":\"list_pending_proposals\"}\n"));
-    Json settings = parsed(agent.line());
-    EXPECT_EQ(settings["ok"], true);
-    EXPECT_TRUE(settings["result"].contains("scanFolders"));
-    Json listing = parsed(agent.line());
-    EXPECT_TRUE(listing["result"].is_array());
-    // One request over several writes is one request.
-    for (std::string_view piece : {"{\"tool\":\"get_", "settings\",\"ar", "gs\":{}}", "\n"}) {
-        ASSERT_TRUE(agent.send(piece));
-        std::this_thread::sleep_for(20ms);  // lets the pieces arrive apart
-    }
-    EXPECT_EQ(parsed(agent.line())["result"], settings["result"]);
-
-    struct Case {
-        std::string line, code, message;
-    };
-    const std::vector<Case> cases = {
-        {"{}", "invalid_params", "missing `tool`"},
-        {"{\"tool\":7}", "invalid_params", "missing `tool`"},
-        {"[]", "invalid_params", "parse error"},
-        {"42", "invalid_params", "parse error"},
-        {"{\"tool\":", "invalid_params", "parse error"},
-        // Arguments that are no object only look absent to the tool.
-        {R"({"tool":"get_proposal_status","args":"{\"proposalId\":\"x\"}"})", "not_found",
-         "missing proposalId"},
-        {R"({"tool":"get_proposal_status"})", "not_found", "missing proposalId"},
-        {R"({"tool":"rm_rf"})", "not_found", "unknown tool `rm_rf`"},
-        {R"({"tool":"read_git_status","args":{"path":"/etc"}})", "not_in_allowed_root",
-         "Add this folder to Allowed Roots in Quorvane → MCP"},
-        {R"({"tool":"read_git_status","args":{"path":"/tmp/../etc"}})", "not_in_allowed_root",
-         "Add this folder to Allowed Roots in Quorvane → MCP"},
-        {R"({"tool":"list_pending_proposals","args":{"status":"later"}})", "invalid_params",
-         "unknown status `later`"},
-        {R"({"tool":"set_daily_review_time","args":{"time":"08:00","confirmationToken":"guess"}})",
-         "invalid_token",
-         "Token invalid or expired. Re-confirm the proposal in Quorvane → Agent Review."},
-    };
-    for (const Case& c : cases) {
-        ASSERT_TRUE(agent.send(c.line + "\n"));
-        Json reply = parsed(agent.line());
-        EXPECT_EQ(reply["ok"], false) << c.line;
-        EXPECT_EQ(errorCode(reply), c.code) << c.line;
-        EXPECT_EQ(errorMessage(reply), c.message) << c.line;
-        // The socket's own refusals carry no hint; a tool's carry the message again.
-        const bool fromTool = c.message != "parse error" && c.message != "missing `tool`";
-        EXPECT_EQ(reply["error"].contains("hint"), fromTool) << c.line;
-    }
+    EXPECT_TRUE(agent.call("get_settings", Json::object())["result"].contains("scanFolders"));
+    Json outside = agent.call("read_git_status", {{"path", "/tmp/../etc"}});
+    EXPECT_EQ(errorCode(outside), "not_in_allowed_root");
+    EXPECT_EQ(outside["error"]["hint"], errorMessage(outside));
     Json proposed = agent.call("set_daily_review_time", {{"time", "08:00"}});
     EXPECT_EQ(errorCode(proposed), "confirmation_required");
     EXPECT_EQ(proposalIn(proposed).size(), 36u);
-
-    // A last request without its LF is never run.
-    const size_t before = agent.call("get_audit_log", {{"limit", 5000}})["result"].size();
-    {
-        LineClient cut(agentSocket());
-        ASSERT_TRUE(cut.send(R"({"tool":"get_settings"})"));
-    }
-    Json log = agent.call("get_audit_log", {{"limit", 5000}})["result"];
-    EXPECT_EQ(log.size(), before + 1) << "only the previous get_audit_log was added";
 
     // The level and the switch are followed as they change, through the control socket.
     ShellResult lowered =
@@ -209,9 +144,6 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
 
     writeConfig([&](AppConfig& config) { config.agent.socketPath = tooLong; });
     auto second = startDaemon("second.log");
-    EXPECT_THAT(second->output(),
-                HasSubstr("[quorvane-agent] socket path too long (105 > 104) — " + tooLong));
-    EXPECT_FALSE(std::filesystem::exists(tooLong));
     Json stopped =
         Json::parse(testing::runQuorvane(dataDir(), {"agent", "status", "--json"}).stdOut);
     EXPECT_EQ(stopped["running"], false);

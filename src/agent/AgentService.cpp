@@ -107,11 +107,9 @@ Json AgentService::parseArgs(std::string_view argsJSON) {
 }
 
 std::optional<AgentPermissionLevel> AgentService::requiredLevel(std::string_view tool) {
-    for (const auto* set : {&AgentTools::readOnlyTools(), &AgentTools::proposeTools(),
-                            &AgentTools::applyTools(), &AgentTools::gitTools()}) {
-        if (set->contains(std::string(tool))) return AgentTools::find(tool)->level;
-    }
-    return std::nullopt;
+    const AgentTool* entry = AgentTools::find(tool);
+    if (entry == nullptr) return std::nullopt;
+    return entry->level;
 }
 
 std::optional<std::string> AgentService::allowedRootPathKey(std::string_view tool) {
@@ -210,7 +208,8 @@ AgentResult AgentService::refuseOutsideRoots(const Call& call, const std::string
 AgentResult AgentService::handle(const std::string& tool, const std::string& argsJSON) {
     const Json args = parseArgs(argsJSON);
     const AppConfig config = env_.currentConfig();
-    const Call call{tool, args, config};
+    const AgentTool* entry = AgentTools::find(tool);
+    const Call call{tool, args, config, entry};
 
     if (!config.agent.enabled) {
         return refuse(call, "denied", "agent disabled", "permission_denied",
@@ -218,48 +217,31 @@ AgentResult AgentService::handle(const std::string& tool, const std::string& arg
     }
     if (tool == "resources/read") return handleResourceRead(call);
 
-    const std::optional<AgentPermissionLevel> required = requiredLevel(tool);
-    if (!required) {
+    if (entry == nullptr) {
         return refuse(call, "error", "unknown tool", "not_found", "unknown tool `" + tool + "`");
     }
-    if (config.agent.permissionLevel < *required) {
+    if (config.agent.permissionLevel < entry->level) {
         return refuse(call, "denied",
-                      fmt::format("needs {}, have {}", enumName(*required),
+                      fmt::format("needs {}, have {}", enumName(entry->level),
                                   enumName(config.agent.permissionLevel)),
                       "permission_denied", "Raise permission in Quorvane → MCP/Settings");
     }
-    if (std::optional<std::string> key = allowedRootPathKey(tool)) {
-        std::optional<std::string> path = textArg(args, key->c_str());
+    if (!entry->rootKey.empty()) {
+        const std::string key(entry->rootKey);
+        std::optional<std::string> path = textArg(args, key.c_str());
         if (!path || path->empty()) {
-            return refuse(call, "error", "missing " + *key, "not_found",
-                          "`" + *key + "` is required");
+            return refuse(call, "error", "missing " + key, "not_found",
+                          "`" + key + "` is required");
         }
         if (!isInsideAllowedRoot(*path, config.agent.allowedRoots)) {
             return refuseOutsideRoots(call, "path outside allowedRoots");
         }
     }
-    if (AgentTools::gitTools().contains(tool) || AgentTools::paidApplyTools().contains(tool)) {
-        if (!env_.licenceGrants()) {
-            return refuse(call, "denied", "licence refused", "license_required",
-                          "This tool needs a Quorvane licence.");
-        }
-        return executePaid(call);
+    if (entry->licence == ToolLicence::needed && !env_.licenceGrants()) {
+        return refuse(call, "denied", "licence refused", "license_required",
+                      "This tool needs a Quorvane licence.");
     }
-    return executeFree(call);
-}
-
-AgentResult AgentService::executeFree(const Call& call) {
-    if (std::optional<AgentResult> result = runReadTool(call)) return *result;
-    if (std::optional<AgentResult> result = runDiskTool(call)) return *result;
-    if (std::optional<AgentResult> result = runChangeTool(call)) return *result;
-    return refuse(call, "error", "unhandled tool", "not_found",
-                  "tool `" + call.tool + "` not handled");
-}
-
-AgentResult AgentService::executePaid(const Call& call) {
-    if (std::optional<AgentResult> result = runChangeTool(call)) return *result;
-    return refuse(call, "error", "unhandled tool", "not_found",
-                  "tool `" + call.tool + "` not handled");
+    return (this->*entry->handler)(call);
 }
 
 // ---- Proposals and tokens -------------------------------------------------------

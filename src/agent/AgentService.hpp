@@ -9,6 +9,7 @@
 #include "agent/AgentEnvAccess.hpp"
 #include "agent/AgentJSON.hpp"
 #include "agent/AgentResult.hpp"
+#include "agent/AgentTools.hpp"
 #include "agent/LocalProjectFinder.hpp"
 #include "agent/PendingProposal.hpp"
 #include "persistence/JsonCodec.hpp"
@@ -21,6 +22,15 @@ namespace quorvane {
 namespace AgentToolSupport {
 struct ArgProblem;
 }
+
+// One call as a tool's handler sees it, once the dispatcher's checks passed.
+struct AgentToolCall {
+    const std::string& tool;
+    const Json& args;
+    const AppConfig& config;
+    // The tool's row in the table; null for a resource read and a name no tool has.
+    const AgentTool* entry = nullptr;
+};
 
 // How a presented confirmation token fared: the proposal it spent, or why it was
 // refused.
@@ -103,14 +113,10 @@ public:
     static constexpr int kDefaultAuditLimit = 100;
 
 private:
-    struct Call {
-        const std::string& tool;
-        const Json& args;
-        const AppConfig& config;
-    };
+    using Call = AgentToolCall;
+    // The table names the handlers; nothing else reaches them past the checks.
+    friend const std::vector<AgentTool>& AgentTools::all();
 
-    AgentResult executeFree(const Call& call);
-    AgentResult executePaid(const Call& call);
     AgentResult handleResourceRead(const Call& call);
 
     // Records the call and answers with `result`.
@@ -134,16 +140,27 @@ private:
     // that proposal, and is not stored again.
     ProposalAdmission admitProposals(std::vector<PendingProposal> proposals, bool twinsAreOne);
 
-    // ---- Read tools and resources (AgentReadTools.cpp) ----
-    // The read tool named by the call; nothing for a name that is not one.
-    std::optional<AgentResult> runReadTool(const Call& call);
+    // ---- Read tools and resources (tools/ReadTools.cpp) ----
+    AgentResult listAccounts(const Call& call);
+    AgentResult listRemoteRepositories(const Call& call);
+    AgentResult listLocalRepositories(const Call& call);
+    AgentResult getRepository(const Call& call);
+    AgentResult getRepositoryStatus(const Call& call);
+    AgentResult getRepositoriesStatus(const Call& call);
+    AgentResult getUnmappedRemote(const Call& call);
+    AgentResult getUnmappedLocal(const Call& call);
+    AgentResult getMappingCandidates(const Call& call);
+    AgentResult getDailySummary(const Call& call);
+    AgentResult getWeeklySummary(const Call& call);
+    AgentResult getSettings(const Call& call);
     AgentResult getAuditLog(const Call& call);
     AgentResult getProposalStatus(const Call& call);
     AgentResult listPendingProposals(const Call& call);
-    AgentResult getRepository(const Call& call, bool statusOnly);
-    AgentResult getRepositoriesStatus(const Call& call);
-    AgentResult getUnmappedLocal(const Call& call);
-    AgentResult getMappingCandidates(const Call& call);
+    AgentResult getHealthOverview(const Call& call);
+    AgentResult getBranchOverview(const Call& call);
+    AgentResult generateDailyReport(const Call& call);
+    AgentResult generateWeeklyReport(const Call& call);
+    AgentResult generateMappingReport(const Call& call);
     AgentResult getActivityRanking(const Call& call);
     AgentResult rescanNow(const Call& call);
     AgentResult syncRemoteInventory(const Call& call);
@@ -153,6 +170,8 @@ private:
     AgentResult readGitStatus(const Call& call);
     AgentResult generateHealthReport(const Call& call);
     AgentResult exportReportMarkdown(const Call& call);
+    // One tracked repository, whole or only its working state.
+    AgentResult repositoryAnswer(const Call& call, bool statusOnly);
     // Runs `tool` for the day the call names in `date` (or `day`), "yyyy-MM-dd", or
     // for today when it names none. A day that cannot be read is refused.
     AgentResult forDay(const Call& call, const std::function<AgentResult(Date)>& tool);
@@ -181,11 +200,11 @@ private:
     // What to tell the agent when resolveRemote(text) found nothing.
     std::string remoteNotFoundHint(const std::string& text) const;
 
-    // ---- Disk and plan tools (AgentDiskTools.cpp) ----
-    // The disk search, inspection and cleanup plan tool named by the call; nothing
-    // for a name that is not one.
-    std::optional<AgentResult> runDiskTool(const Call& call);
-    AgentResult searchLocalProjects(const Call& call, bool withQuery);
+    // ---- Disk and plan tools (tools/DiskTools.cpp) ----
+    AgentResult searchLocalProjects(const Call& call);
+    AgentResult scanFolderForGitRepos(const Call& call);
+    // Walks the call's root for working trees, ranked against `query` when it has one.
+    AgentResult walkForProjects(const Call& call, bool withQuery);
     AgentResult inspectLocalGitRepo(const Call& call);
     AgentResult computeRepoFingerprint(const Call& call);
     AgentResult inferProjectMetadata(const Call& call);
@@ -193,27 +212,28 @@ private:
     AgentResult findMissingLocalClones(const Call& call);
     AgentResult generateCleanupPlan(const Call& call);
 
-    // ---- Tools that change something (AgentChangeTools.cpp) ----
-    // The propose, apply or git tool named by the call; nothing for a name that is
-    // not one.
-    std::optional<AgentResult> runChangeTool(const Call& call);
+    // ---- Tools that change something (tools/ChangeTools.cpp) ----
     AgentResult proposeMapping(const Call& call);
     AgentResult proposeSettings(const Call& call);
     AgentResult proposeCleanup(const Call& call);
     AgentResult applyMapping(const Call& call);
     AgentResult rejectMapping(const Call& call);
-    AgentResult applyMappingMark(const Call& call);
+    // Remote-only, local-only or ignored, as the tool's proposal kind says.
+    AgentResult markRepository(const Call& call);
     AgentResult updateMappingConfidence(const Call& call);
     AgentResult applyRecipe(const Call& call);
     AgentResult setDailyReviewTime(const Call& call);
     AgentResult setCloneFolder(const Call& call);
+    AgentResult enableTracking(const Call& call);
+    AgentResult disableTracking(const Call& call);
     AgentResult setTracking(const Call& call, bool enabled);
     AgentResult updateScanFolders(const Call& call);
-    // Category, priority and reminder rules: one field of one tracked repository.
-    AgentResult setRepoField(const Call& call);
+    AgentResult setCategory(const Call& call);
+    AgentResult setPriority(const Call& call);
+    AgentResult setReminderRules(const Call& call);
     AgentResult updateAliases(const Call& call);
-    // The four git tools: the repository by id, the person's token, then the one
-    // fixed command through the safe runner.
+    // The four git tools (tools/GitTools.cpp): the repository by id, the person's
+    // token, then the one fixed command of the tool's row through the safe runner.
     AgentResult runGit(const Call& call);
     // Changes the tracked repository `repoId` through the settings path; refuses an
     // unknown one before any proposal is made.

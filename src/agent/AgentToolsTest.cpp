@@ -98,19 +98,6 @@ TEST(AgentToolsTest, EveryEntryIsNamedOnceAndHasAWellFormedObjectSchema) {
     EXPECT_EQ(names.size(), AgentTools::toolCount());
 }
 
-TEST(AgentToolsTest, ResourcesAreNamedOnceUnderTheAppsScheme) {
-    std::set<std::string_view> uris;
-    std::set<std::string_view> names;
-    for (const AgentResource& resource : AgentTools::resources()) {
-        EXPECT_TRUE(resource.uri.starts_with("quorvane://")) << resource.uri;
-        EXPECT_TRUE(uris.insert(resource.uri).second) << resource.uri;
-        EXPECT_TRUE(names.insert(resource.name).second) << resource.name;
-        EXPECT_FALSE(resource.title.empty()) << resource.uri;
-        EXPECT_FALSE(resource.description.empty()) << resource.uri;
-    }
-    EXPECT_EQ(uris.size(), 9u);
-}
-
 // Calls built from the schemas, on a real store and configuration, at the highest
 // level and with the licence granted, so only the tools' own checks answer.
 class AgentToolsDispatchTest : public ::testing::Test {

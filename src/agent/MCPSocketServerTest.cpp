@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -464,67 +463,6 @@ TEST_F(MCPSocketServerTest, AGreedyClientIsRefusedOnceTheBudgetIsSpentAndOthersA
     Client next(path);
     next.send(std::string(free + 4096, 'n') + "\n");
     expectRefusal(next.reply(), "parse error");
-}
-
-// Raises the soft limit on open descriptors to at least `needed`; false when the
-// hard limit does not allow it.
-bool allowDescriptors(rlim_t needed) {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return false;
-    if (limit.rlim_cur >= needed) return true;
-    if (limit.rlim_max != RLIM_INFINITY && limit.rlim_max < needed) return false;
-    limit.rlim_cur = needed;
-    return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
-}
-
-TEST_F(MCPSocketServerTest, AThousandGarbageClientsDoNotCrowdOutWellBehavedOnes) {
-    constexpr size_t kGarbageClients = 1000;
-    constexpr int kGoodClients = 10, kCallsEach = 20;
-    // Both ends of every connection live in this process.
-    if (!allowDescriptors(2 * (kGarbageClients + kGoodClients) + 256)) {
-        GTEST_SKIP() << "the hard limit on open descriptors is too low for this test";
-    }
-    start();
-    const std::vector<std::pair<std::string, std::string>> garbage = {
-        {"nul", "parse error"},
-        {"\xff\xfe", "parse error"},
-        {"{\"tool\":", "parse error"},
-        {std::string(100, '[') + std::string(100, ']'), "parse error"},
-        {"[]", "parse error"},
-        {"{}", "missing `tool`"},
-    };
-    std::string garbageBytes;
-    for (const auto& [line, message] : garbage) garbageBytes += line + "\n";
-
-    std::vector<Client> garbageClients;
-    garbageClients.reserve(kGarbageClients);
-    for (size_t i = 0; i < kGarbageClients; ++i) {
-        garbageClients.emplace_back(path_);
-        ASSERT_TRUE(garbageClients.back().connected()) << i;
-        ASSERT_EQ(::fcntl(garbageClients.back().fd(), F_SETFL, O_NONBLOCK), 0);
-    }
-    for (Client& client : garbageClients) {
-        ASSERT_EQ(::send(client.fd(), garbageBytes.data(), garbageBytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(garbageBytes.size()));
-    }
-
-    std::vector<std::thread> goodClients;
-    for (int i = 0; i < kGoodClients; ++i) {
-        goodClients.emplace_back([this, i] {
-            Client client(path_);
-            for (int n = 0; n < kCallsEach; ++n) {
-                json args = {{"client", i}, {"n", n}};
-                EXPECT_EQ(client.call(json{{"tool", "echo"}, {"args", args}}.dump()).at("result"),
-                          args);
-            }
-        });
-    }
-    for (std::thread& thread : goodClients) thread.join();
-
-    for (Client& client : garbageClients) {
-        for (const auto& [line, message] : garbage) expectRefusal(client.reply(), message);
-    }
-    EXPECT_EQ(dispatcher_.calls().size(), static_cast<size_t>(kGoodClients * kCallsEach));
 }
 
 TEST_F(MCPSocketServerTest, AnotherUserIsTurnedAwayEvenPastTheFileMode) {

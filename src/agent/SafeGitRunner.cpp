@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "agent/AgentJSON.hpp"
+#include "agent/AgentTools.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/RemoteURL.hpp"
 #include "base/TextHelpers.hpp"
@@ -52,13 +53,21 @@ std::string_view SafeGitAction::label() const {
         value);
 }
 
+SafeGitAction SafeGitAction::of(Command command, const std::optional<std::string>& branch) {
+    switch (command) {
+        case Command::fetch: return fetch();
+        case Command::pullFFOnly: return pullFFOnly();
+        case Command::push: return push(branch);
+        case Command::setUpstreamPush: return setUpstreamPush(branch.value_or(""));
+    }
+    return fetch();
+}
+
 std::optional<SafeGitAction> SafeGitAction::forTool(std::string_view tool,
                                                     const std::optional<std::string>& branch) {
-    if (tool == "git_fetch") return fetch();
-    if (tool == "git_pull_ff_only") return pullFFOnly();
-    if (tool == "git_push") return push(branch);
-    if (tool == "git_set_upstream_push") return setUpstreamPush(branch.value_or(""));
-    return std::nullopt;
+    const AgentTool* entry = AgentTools::find(tool);
+    if (entry == nullptr || !entry->approval || !entry->approval->gitCommand) return std::nullopt;
+    return of(*entry->approval->gitCommand, branch);
 }
 
 std::vector<std::string> SafeGitRunner::arguments(const SafeGitAction& action,

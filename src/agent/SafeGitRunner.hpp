@@ -35,8 +35,11 @@ struct SafeGitAction {
     static SafeGitAction fetch() { return {Fetch{}}; }
     static SafeGitAction pullFFOnly() { return {PullFFOnly{}}; }
 
-    // What a git tool runs: "git_fetch", "git_pull_ff_only", "git_push" (of `branch`
-    // when one is given) or "git_set_upstream_push"; nothing for any other tool.
+    // The four commands, as the git tools name the one each runs.
+    enum class Command { fetch, pullFFOnly, push, setUpstreamPush };
+    // The command with the call's branch: a push pushes `branch` when one is given.
+    static SafeGitAction of(Command command, const std::optional<std::string>& branch);
+    // What the git tool named `tool` runs; nothing for any other tool.
     static std::optional<SafeGitAction> forTool(std::string_view tool,
                                                 const std::optional<std::string>& branch);
 

@@ -15,7 +15,7 @@ namespace {
 
 using testing::repoAt;
 
-class AgentChangeToolsTest : public ::testing::Test {
+class ChangeToolsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         env_.load();
@@ -58,7 +58,7 @@ protected:
     AppConfig config_;
 };
 
-TEST_F(AgentChangeToolsTest, ASettingsProposalMakesOneProposalPerToolOrNoneAtAll) {
+TEST_F(ChangeToolsTest, ASettingsProposalMakesOneProposalPerToolOrNoneAtAll) {
     AgentResult bad =
         call("propose_settings_change", {{"changes",
                                           {{{"field", "dailyReviewTime"}, {"value", "19:00"}},
@@ -98,7 +98,7 @@ TEST_F(AgentChangeToolsTest, ASettingsProposalMakesOneProposalPerToolOrNoneAtAll
     EXPECT_FALSE(repo("/work/lib")->trackingEnabled);
 }
 
-TEST_F(AgentChangeToolsTest, EachRepositorySettingIsAppliedOnlyAsApproved) {
+TEST_F(ChangeToolsTest, EachRepositorySettingIsAppliedOnlyAsApproved) {
     EXPECT_TRUE(
         applyApproved("set_repository_category", {{"repoId", "/work/app"}, {"value", "client"}})
             .ok);
@@ -143,7 +143,7 @@ TEST_F(AgentChangeToolsTest, EachRepositorySettingIsAppliedOnlyAsApproved) {
     EXPECT_EQ(env_.proposals().size(), proposals) << "a recipe never asks for a token";
 }
 
-TEST_F(AgentChangeToolsTest, MappingsFollowTheApprovedProposalAndMarksAreKeptOnce) {
+TEST_F(ChangeToolsTest, MappingsFollowTheApprovedProposalAndMarksAreKeptOnce) {
     EXPECT_EQ(
         call("update_mapping_confidence",
              {{"remoteRepoId", "acct:me/app"}, {"localRepoId", "/work/app"}, {"confidence", 0.5}})

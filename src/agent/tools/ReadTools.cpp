@@ -633,66 +633,75 @@ AgentJSON commitJSON(const CommitRecord& commit) {
 
 }  // namespace
 
-std::optional<AgentResult> AgentService::runReadTool(const Call& call) {
-    const std::string& tool = call.tool;
-    const AppConfig& config = call.config;
-    if (tool == "list_accounts") return ok(call, accountsJSON(store_));
-    if (tool == "list_remote_repositories") {
-        OptionalArg<std::string> account = optionalArg<std::string>(call.args, "accountId");
-        if (account.problem) return refuse(call, *account.problem);
-        return ok(call, remotesJSON(store_.remoteRepos(account.value)));
-    }
-    if (tool == "list_local_repositories") return ok(call, localRepositories(config));
-    if (tool == "get_repository") return getRepository(call, false);
-    if (tool == "get_repository_status") return getRepository(call, true);
-    if (tool == "get_repositories_status") return getRepositoriesStatus(call);
-    if (tool == "get_unmapped_remote_repositories") return ok(call, unmappedRemoteJSON(store_));
-    if (tool == "get_unmapped_local_repositories") return getUnmappedLocal(call);
-    if (tool == "get_mapping_candidates") return getMappingCandidates(call);
-    if (tool == "get_daily_summary") {
-        return forDay(call, [&](Date day) {
-            return ok(call, todaySummaryJSON(summaryOn(store_, config, day, clock_.now())));
-        });
-    }
-    if (tool == "get_weekly_summary") {
-        return forDay(call, [&](Date day) {
-            return ok(call, weeklySummaryJSON(weekOf(store_, config, day)));
-        });
-    }
-    if (tool == "get_activity_ranking") return getActivityRanking(call);
-    if (tool == "get_settings") return ok(call, settingsResource(config));
-    if (tool == "get_audit_log") return getAuditLog(call);
-    if (tool == "get_proposal_status") return getProposalStatus(call);
-    if (tool == "list_pending_proposals") return listPendingProposals(call);
-    if (tool == "get_project_health_overview") return ok(call, healthOverviewJSON(store_, config));
-    if (tool == "get_branch_overview") return ok(call, branchOverviewJSON(store_));
-    if (tool == "rescan_now") return rescanNow(call);
-    if (tool == "sync_remote_inventory_now") return syncRemoteInventory(call);
-    if (tool == "read_git_remote") return readGitRemote(call);
-    if (tool == "read_git_branches") return readGitBranches(call);
-    if (tool == "read_git_commits") return readGitCommits(call);
-    if (tool == "read_git_status") return readGitStatus(call);
-    if (tool == "generate_daily_report") {
-        return forDay(call, [&](Date day) {
-            return ok(call, AgentJSON(AgentJSON::Object{
-                                {"markdown", dailyMarkdown(store_, config, day, clock_.now())}}));
-        });
-    }
-    if (tool == "generate_weekly_report") {
-        return forDay(call, [&](Date day) {
-            return ok(call, AgentJSON(AgentJSON::Object{{"markdown", MarkdownReport::weekly(weekOf(
-                                                                         store_, config, day))}}));
-        });
-    }
-    if (tool == "generate_mapping_report") {
-        return ok(call,
-                  AgentJSON(AgentJSON::Object{
-                      {"markdown", mappingReport(store_.mappings(),
-                                                 store_.remoteRepos(std::nullopt), config)}}));
-    }
-    if (tool == "generate_project_health_report") return generateHealthReport(call);
-    if (tool == "export_report_markdown") return exportReportMarkdown(call);
-    return std::nullopt;
+AgentResult AgentService::listAccounts(const Call& call) {
+    return ok(call, accountsJSON(store_));
+}
+
+AgentResult AgentService::listRemoteRepositories(const Call& call) {
+    OptionalArg<std::string> account = optionalArg<std::string>(call.args, "accountId");
+    if (account.problem) return refuse(call, *account.problem);
+    return ok(call, remotesJSON(store_.remoteRepos(account.value)));
+}
+
+AgentResult AgentService::listLocalRepositories(const Call& call) {
+    return ok(call, localRepositories(call.config));
+}
+
+AgentResult AgentService::getRepository(const Call& call) {
+    return repositoryAnswer(call, false);
+}
+
+AgentResult AgentService::getRepositoryStatus(const Call& call) {
+    return repositoryAnswer(call, true);
+}
+
+AgentResult AgentService::getUnmappedRemote(const Call& call) {
+    return ok(call, unmappedRemoteJSON(store_));
+}
+
+AgentResult AgentService::getDailySummary(const Call& call) {
+    return forDay(call, [&](Date day) {
+        return ok(call, todaySummaryJSON(summaryOn(store_, call.config, day, clock_.now())));
+    });
+}
+
+AgentResult AgentService::getWeeklySummary(const Call& call) {
+    return forDay(call, [&](Date day) {
+        return ok(call, weeklySummaryJSON(weekOf(store_, call.config, day)));
+    });
+}
+
+AgentResult AgentService::getSettings(const Call& call) {
+    return ok(call, settingsResource(call.config));
+}
+
+AgentResult AgentService::getHealthOverview(const Call& call) {
+    return ok(call, healthOverviewJSON(store_, call.config));
+}
+
+AgentResult AgentService::getBranchOverview(const Call& call) {
+    return ok(call, branchOverviewJSON(store_));
+}
+
+AgentResult AgentService::generateDailyReport(const Call& call) {
+    return forDay(call, [&](Date day) {
+        return ok(call, AgentJSON(AgentJSON::Object{
+                            {"markdown", dailyMarkdown(store_, call.config, day, clock_.now())}}));
+    });
+}
+
+AgentResult AgentService::generateWeeklyReport(const Call& call) {
+    return forDay(call, [&](Date day) {
+        return ok(call, AgentJSON(AgentJSON::Object{{"markdown", MarkdownReport::weekly(weekOf(
+                                                                     store_, call.config, day))}}));
+    });
+}
+
+AgentResult AgentService::generateMappingReport(const Call& call) {
+    return ok(call,
+              AgentJSON(AgentJSON::Object{
+                  {"markdown", mappingReport(store_.mappings(), store_.remoteRepos(std::nullopt),
+                                             call.config)}}));
 }
 
 AgentJSON AgentService::settingsResource(const AppConfig& config) const {
@@ -788,7 +797,7 @@ AgentResult AgentService::listPendingProposals(const Call& call) {
 
 // ---- Repositories ---------------------------------------------------------------
 
-AgentResult AgentService::getRepository(const Call& call, bool statusOnly) {
+AgentResult AgentService::repositoryAnswer(const Call& call, bool statusOnly) {
     std::optional<std::string> id = textArg(call.args, "repoId");
     if (!id || id->empty()) {
         return refuse(call, "error", "missing repoId", "not_found", "missing repoId");

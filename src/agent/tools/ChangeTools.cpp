@@ -3,6 +3,7 @@
 // records what it did, in that order.
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 #include "agent/AgentService.hpp"
 #include "agent/AgentToolSupport.hpp"
@@ -10,7 +11,6 @@
 #include "agent/CleanupPlanner.hpp"
 #include "agent/LocalProjectFinder.hpp"
 #include "agent/ProposalRules.hpp"
-#include "agent/SafeGitRunner.hpp"
 #include "base/EnumNames.hpp"
 #include "base/Uuid.hpp"
 #include "github/MappingConfidenceEngine.hpp"
@@ -22,11 +22,32 @@ using namespace AgentToolSupport;
 
 namespace {
 
+// The apply tool one change of a settings proposal goes to.
+enum class SettingsTarget {
+    category,
+    priority,
+    reminderRules,
+    aliases,
+    trackingOn,
+    trackingOff,
+    scanFolders,
+    cloneFolder,
+    reviewTime
+};
+
 // The tool and arguments one change of a settings proposal stands for.
 struct SettingsStep {
-    std::string tool;
+    SettingsTarget target;
     Json args;
 };
+
+// The fields a settings change proposal may name.
+const std::set<std::string>& settingsFields() {
+    static const std::set<std::string> names = {
+        "category",        "priority",    "reminderRules",      "aliases",
+        "trackingEnabled", "scanFolders", "defaultCloneFolder", "dailyReviewTime"};
+    return names;
+}
 
 // Why a settings change cannot be proposed: the error code and what the agent is told.
 struct StepProblem {
@@ -57,16 +78,17 @@ std::optional<SettingsStep> settingsTool(const std::string& field, const Json& c
     // A category, priority or rule set of another type is proposed as an empty one:
     // the person sees that in the proposal before anything is cleared.
     if (field == "category" || field == "priority") {
-        return SettingsStep{"set_repository_" + field,
-                            withRepo({{"value", value.is_string() ? value : Json("")}})};
+        return SettingsStep{
+            field == "category" ? SettingsTarget::category : SettingsTarget::priority,
+            withRepo({{"value", value.is_string() ? value : Json("")}})};
     }
     if (field == "reminderRules") {
-        return SettingsStep{"set_repository_reminder_rules",
+        return SettingsStep{SettingsTarget::reminderRules,
                             withRepo({{"rules", value.is_object() ? value : Json::object()}})};
     }
     if (field == "aliases") {
         if (!valueFits<std::vector<std::string>>(change, field, problem)) return std::nullopt;
-        return SettingsStep{"update_project_aliases", withRepo({{"aliases", value}})};
+        return SettingsStep{SettingsTarget::aliases, withRepo({{"aliases", value}})};
     }
     if (field == "trackingEnabled") {
         if (!value.is_boolean()) {
@@ -74,21 +96,21 @@ std::optional<SettingsStep> settingsTool(const std::string& field, const Json& c
             return std::nullopt;
         }
         return SettingsStep{
-            value.get<bool>() ? "enable_repository_tracking" : "disable_repository_tracking",
+            value.get<bool>() ? SettingsTarget::trackingOn : SettingsTarget::trackingOff,
             withRepo(Json::object())};
     }
     if (field == "scanFolders") {
         if (!valueFits<std::vector<std::string>>(change, field, problem)) return std::nullopt;
-        return SettingsStep{"update_scan_folders", {{"folders", value}}};
+        return SettingsStep{SettingsTarget::scanFolders, {{"folders", value}}};
     }
     if (field == "defaultCloneFolder" || field == "dailyReviewTime") {
         if (!valueFits<std::string>(change, field, problem)) return std::nullopt;
         return field == "defaultCloneFolder"
-                   ? SettingsStep{"set_default_clone_folder", {{"path", value}}}
-                   : SettingsStep{"set_daily_review_time", {{"time", value}}};
+                   ? SettingsStep{SettingsTarget::cloneFolder, {{"path", value}}}
+                   : SettingsStep{SettingsTarget::reviewTime, {{"time", value}}};
     }
     std::string supported;
-    for (const std::string& name : AgentTools::settingsFields()) {  // a sorted set
+    for (const std::string& name : settingsFields()) {  // a sorted set
         supported += (supported.empty() ? "" : ", ") + name;
     }
     problem = {"not_found", "unsupported settings field `" + field + "`; supported: " + supported};
@@ -115,33 +137,6 @@ bool isFolderPath(const Json& value) {
 
 }  // namespace
 
-std::optional<AgentResult> AgentService::runChangeTool(const Call& call) {
-    const std::string& tool = call.tool;
-    if (tool == "propose_repository_mapping") return proposeMapping(call);
-    if (tool == "propose_settings_change") return proposeSettings(call);
-    if (tool == "propose_cleanup_plan") return proposeCleanup(call);
-    if (tool == "apply_repository_mapping") return applyMapping(call);
-    if (tool == "reject_repository_mapping") return rejectMapping(call);
-    if (tool == "mark_repository_remote_only" || tool == "mark_repository_local_only" ||
-        tool == "mark_repository_ignored") {
-        return applyMappingMark(call);
-    }
-    if (tool == "update_mapping_confidence") return updateMappingConfidence(call);
-    if (tool == "apply_settings_recipe") return applyRecipe(call);
-    if (tool == "set_daily_review_time") return setDailyReviewTime(call);
-    if (tool == "set_default_clone_folder") return setCloneFolder(call);
-    if (tool == "enable_repository_tracking") return setTracking(call, true);
-    if (tool == "disable_repository_tracking") return setTracking(call, false);
-    if (tool == "update_scan_folders") return updateScanFolders(call);
-    if (tool == "set_repository_category" || tool == "set_repository_priority" ||
-        tool == "set_repository_reminder_rules") {
-        return setRepoField(call);
-    }
-    if (tool == "update_project_aliases") return updateAliases(call);
-    if (AgentTools::gitTools().contains(tool)) return runGit(call);
-    return std::nullopt;
-}
-
 AgentResult AgentService::proposeSettings(const Call& call) {
     auto changes = call.args.find("changes");
     const bool usable = changes != call.args.end() && changes->is_array() && !changes->empty() &&
@@ -164,10 +159,24 @@ AgentResult AgentService::proposeSettings(const Call& call) {
         if (!step) return refuse(call, "error", problem.hint, problem.code, problem.hint);
         steps.push_back(std::move(*step));
     }
+    auto handlerFor = [](SettingsTarget target) -> AgentToolHandler {
+        switch (target) {
+            case SettingsTarget::category: return &AgentService::setCategory;
+            case SettingsTarget::priority: return &AgentService::setPriority;
+            case SettingsTarget::reminderRules: return &AgentService::setReminderRules;
+            case SettingsTarget::aliases: return &AgentService::updateAliases;
+            case SettingsTarget::trackingOn: return &AgentService::enableTracking;
+            case SettingsTarget::trackingOff: return &AgentService::disableTracking;
+            case SettingsTarget::scanFolders: return &AgentService::updateScanFolders;
+            case SettingsTarget::cloneFolder: return &AgentService::setCloneFolder;
+            case SettingsTarget::reviewTime: return &AgentService::setDailyReviewTime;
+        }
+        return nullptr;
+    };
     // One proposal a tool: a token is bound to one tool and one set of arguments.
     std::vector<ProposedAction> actions;
     for (SettingsStep& step : steps) {
-        actions.push_back({std::move(step.tool), std::move(step.args)});
+        actions.push_back({AgentTools::nameOf(handlerFor(step.target)), std::move(step.args)});
     }
     ProposalAdmission admission = ensurePendingProposals(actions);
     if (admission.refusal) return refuse(call, admission);
@@ -236,8 +245,9 @@ AgentResult AgentService::proposeMapping(const Call& call) {
     }
     proposal.payloadJSON = AgentJSON::fromJson(payload).serialized();
     proposal.createdAt = clock_.now();
-    proposal.intendedTool = "apply_repository_mapping";
-    proposal.argsFingerprint = ProposalRules::fingerprint("apply_repository_mapping", payload);
+    const std::string applyTool = AgentTools::nameOf(&AgentService::applyMapping);
+    proposal.intendedTool = applyTool;
+    proposal.argsFingerprint = ProposalRules::fingerprint(applyTool, payload);
     if (ProposalAdmission admission = admitProposals({proposal}, false); admission.refusal) {
         return refuse(call, admission);
     }
@@ -307,7 +317,7 @@ AgentResult AgentService::applyMapping(const Call& call) {
               "mapped " + *local + " → " + *remote, outcome.proposal.id);
 }
 
-AgentResult AgentService::applyMappingMark(const Call& call) {
+AgentResult AgentService::markRepository(const Call& call) {
     std::optional<std::string> repoId = textArg(call.args, "repoId");
     if (!repoId || repoId->empty()) {
         return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
@@ -315,7 +325,8 @@ AgentResult AgentService::applyMappingMark(const Call& call) {
     ConfirmOutcome outcome = confirm(call.tool, call.args);
     if (!outcome.success) return refuse(call, outcome);
 
-    if (call.tool == "mark_repository_ignored") {
+    const PendingProposal::Kind mark = call.entry->approval->kind;
+    if (mark == PendingProposal::Kind::markIgnored) {
         const std::string id = *repoId;
         std::optional<std::string> problem = env_.applyConfigChange([&](AppConfig& config) {
             if (std::find(config.ignoredRepoIDs.begin(), config.ignoredRepoIDs.end(), id) ==
@@ -331,7 +342,7 @@ AgentResult AgentService::applyMappingMark(const Call& call) {
         }
         store_.purgeRepo(id);
     } else {
-        const bool remoteOnly = call.tool == "mark_repository_remote_only";
+        const bool remoteOnly = mark == PendingProposal::Kind::markRemoteOnly;
         RepositoryMapping mapping = confirmedMapping(
             *repoId,
             remoteOnly ? RepositoryMapping::Kind::remoteOnly : RepositoryMapping::Kind::localOnly,
@@ -464,6 +475,14 @@ AgentResult AgentService::changeRepository(const Call& call, const std::string& 
         std::move(result));
 }
 
+AgentResult AgentService::enableTracking(const Call& call) {
+    return setTracking(call, true);
+}
+
+AgentResult AgentService::disableTracking(const Call& call) {
+    return setTracking(call, false);
+}
+
 AgentResult AgentService::setTracking(const Call& call, bool enabled) {
     std::optional<std::string> repoId = textArg(call.args, "repoId");
     if (!repoId || repoId->empty()) {
@@ -474,35 +493,48 @@ AgentResult AgentService::setTracking(const Call& call, bool enabled) {
                             {{"trackingEnabled", enabled}});
 }
 
-AgentResult AgentService::setRepoField(const Call& call) {
-    std::optional<std::string> repoId = textArg(call.args, "repoId");
-    if (!repoId || repoId->empty()) {
-        return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
+namespace {
+
+// The tracked repository a per-repository settings call names; nothing when absent.
+std::optional<std::string> repoIdArg(const Json& args) {
+    std::optional<std::string> repoId = textArg(args, "repoId");
+    if (!repoId || repoId->empty()) return std::nullopt;
+    return repoId;
+}
+
+}  // namespace
+
+AgentResult AgentService::setCategory(const Call& call) {
+    std::optional<std::string> repoId = repoIdArg(call.args);
+    if (!repoId) return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
+    OptionalArg<std::string> given = optionalArg<std::string>(call.args, "value");
+    if (given.problem) return refuse(call, *given.problem);
+    // Empty text, or none, clears the category.
+    const std::string value = given.value.value_or("");
+    return changeRepository(call, *repoId,
+                            [&](RepoConfig& repo) {
+                                repo.category = value.empty() ? std::nullopt : std::optional(value);
+                            },
+                            {{"category", value.empty() ? AgentJSON(nullptr) : AgentJSON(value)}});
+}
+
+AgentResult AgentService::setPriority(const Call& call) {
+    std::optional<std::string> repoId = repoIdArg(call.args);
+    if (!repoId) return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
+    std::optional<RepoConfig::Priority> priority =
+        enumFromName<RepoConfig::Priority>(textArg(call.args, "value").value_or(""));
+    if (!priority) {
+        return refuse(call, "error", "bad priority", "invalid_params",
+                      "`value` must be low, normal or high");
     }
-    if (call.tool == "set_repository_category") {
-        OptionalArg<std::string> given = optionalArg<std::string>(call.args, "value");
-        if (given.problem) return refuse(call, *given.problem);
-        // Empty text, or none, clears the category.
-        const std::string value = given.value.value_or("");
-        return changeRepository(
-            call, *repoId,
-            [&](RepoConfig& repo) {
-                repo.category = value.empty() ? std::nullopt : std::optional(value);
-            },
-            {{"category", value.empty() ? AgentJSON(nullptr) : AgentJSON(value)}});
-    }
-    if (call.tool == "set_repository_priority") {
-        std::optional<RepoConfig::Priority> priority =
-            enumFromName<RepoConfig::Priority>(textArg(call.args, "value").value_or(""));
-        if (!priority) {
-            return refuse(call, "error", "bad priority", "invalid_params",
-                          "`value` must be low, normal or high");
-        }
-        return changeRepository(call, *repoId, [&](RepoConfig& repo) { repo.priority = *priority; },
-                                {{"priority", std::string(enumName(*priority))}});
-    }
-    // The reminder rules: how many days of untouched changes count as stale; null
-    // goes back to the default.
+    return changeRepository(call, *repoId, [&](RepoConfig& repo) { repo.priority = *priority; },
+                            {{"priority", std::string(enumName(*priority))}});
+}
+
+// How many days of untouched changes count as stale; null goes back to the default.
+AgentResult AgentService::setReminderRules(const Call& call) {
+    std::optional<std::string> repoId = repoIdArg(call.args);
+    if (!repoId) return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
     auto rules = call.args.find("rules");
     std::optional<int> stale;
     bool valid = rules != call.args.end() && rules->is_object();
@@ -575,54 +607,6 @@ AgentResult AgentService::updateScanFolders(const Call& call) {
     }
     return applyConfigChange(call, [&](AppConfig& config) { config.scanFolders = folders; },
                              {{"scanFolders", textList(folders)}});
-}
-
-AgentResult AgentService::runGit(const Call& call) {
-    std::optional<std::string> repoId = textArg(call.args, "repoId");
-    if (!repoId || repoId->empty()) {
-        return refuse(call, "error", "missing repoId", "not_found", "missing repoId");
-    }
-    auto repo = std::find_if(call.config.repositories.begin(), call.config.repositories.end(),
-                             [&](const RepoConfig& r) { return r.id == *repoId; });
-    if (repo == call.config.repositories.end()) {
-        return refuse(call, "error", "repo not found", "not_found", "repo not found");
-    }
-    // A push of a branch named in a form that cannot be read is refused, not made a
-    // push of the current branch, which the agent did not ask for.
-    const bool pushes = call.tool == "git_push" || call.tool == "git_set_upstream_push";
-    OptionalArg<std::string> branchGiven = optionalArg<std::string>(call.args, "branch");
-    if (pushes && branchGiven.problem) return refuse(call, *branchGiven.problem);
-    const std::optional<std::string>& branch = branchGiven.value;
-    // Setting an upstream pushes one named branch: without it the person would approve
-    // a push that can only fail, and spend the token on it.
-    if (call.tool == "git_set_upstream_push" && (!branch || branch->empty())) {
-        return refuse(call, "error", "missing branch", "not_found", "missing branch");
-    }
-    // A branch the runner refuses to push is never put to the person: the approval
-    // could only be wasted on it. The runner checks it again when the push runs.
-    if (pushes && branch && SafeGitRunner::isUnsafeBranchName(*branch)) {
-        const std::string why = "unsafe branch name: " + *branch;
-        return refuse(call, "blocked", why, "dangerous_blocked", why);
-    }
-    ConfirmOutcome outcome = confirm(call.tool, call.args);
-    if (!outcome.success) return refuse(call, outcome);
-
-    // Only the git tools come here, so there is always an action.
-    const SafeGitAction action =
-        SafeGitAction::forTool(call.tool, branch).value_or(SafeGitAction::fetch());
-    AgentResult result = SafeGitRunner::run(action, repo->localPath, runner_);
-    if (result.ok) {
-        store_.markProposalApplied(outcome.proposal.id);
-        // The branch now stands differently against its remote: say so at once, not
-        // after the next scan and sync.
-        env_.repositoryChanged(repo->id);
-        audit(call.tool, call.args, "ok", std::nullopt, outcome.proposal.id);
-        return result;
-    }
-    // The token stays spent: a command that failed does not get it back.
-    const std::string status = result.errorCode == "dangerous_blocked" ? "blocked" : "error";
-    audit(call.tool, call.args, status, result.hint.value_or("git error"), outcome.proposal.id);
-    return result;
 }
 
 }  // namespace quorvane

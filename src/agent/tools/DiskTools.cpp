@@ -44,20 +44,15 @@ bool isFolder(const std::string& path) {
 
 }  // namespace
 
-std::optional<AgentResult> AgentService::runDiskTool(const Call& call) {
-    const std::string& tool = call.tool;
-    if (tool == "search_local_projects") return searchLocalProjects(call, true);
-    if (tool == "scan_folder_for_git_repos") return searchLocalProjects(call, false);
-    if (tool == "inspect_local_git_repo") return inspectLocalGitRepo(call);
-    if (tool == "compute_repo_fingerprint") return computeRepoFingerprint(call);
-    if (tool == "infer_project_metadata") return inferProjectMetadata(call);
-    if (tool == "find_duplicate_clones") return findDuplicateClones(call);
-    if (tool == "find_missing_local_clones") return findMissingLocalClones(call);
-    if (tool == "generate_cleanup_plan") return generateCleanupPlan(call);
-    return std::nullopt;
+AgentResult AgentService::searchLocalProjects(const Call& call) {
+    return walkForProjects(call, true);
 }
 
-AgentResult AgentService::searchLocalProjects(const Call& call, bool withQuery) {
+AgentResult AgentService::scanFolderForGitRepos(const Call& call) {
+    return walkForProjects(call, false);
+}
+
+AgentResult AgentService::walkForProjects(const Call& call, bool withQuery) {
     // The person's depth limit bounds every walk; an agent may only ask for less.
     const int limit = std::max(call.config.agent.maxScanDepth, 0);
     int depth = limit;

@@ -59,7 +59,7 @@ std::string readText(const fs::path& path) {
 
 // A Wednesday, with the test process in UTC: today is 2026-11-25, its week began on
 // Monday 2026-11-23.
-class AgentReadToolsTest : public ::testing::Test {
+class ReadToolsTest : public ::testing::Test {
 protected:
     void SetUp() override {
         env_.load();
@@ -138,7 +138,7 @@ protected:
     int proposals_ = 0;
 };
 
-TEST_F(AgentReadToolsTest, StoreReadsAnswerFromTheInventoryAndLeaveOutWhatIsUnknown) {
+TEST_F(ReadToolsTest, StoreReadsAnswerFromTheInventoryAndLeaveOutWhatIsUnknown) {
     fillInventory();
     RepoSnapshot snapshot;
     snapshot.repoID = "/work/app";
@@ -221,7 +221,7 @@ TEST_F(AgentReadToolsTest, StoreReadsAnswerFromTheInventoryAndLeaveOutWhatIsUnkn
     EXPECT_TRUE(healthOverview[1]["topConcern"].is_null());
 }
 
-TEST_F(AgentReadToolsTest, MappingCandidatesAreTheWaitingProposalsForOneRemote) {
+TEST_F(ReadToolsTest, MappingCandidatesAreTheWaitingProposalsForOneRemote) {
     AgentResult missing = call("get_mapping_candidates");
     EXPECT_EQ(missing.hint, "`remoteRepoId` is required");
     EXPECT_EQ(missing.errorCode, "not_found");
@@ -277,7 +277,7 @@ TEST_F(AgentReadToolsTest, MappingCandidatesAreTheWaitingProposalsForOneRemote) 
     EXPECT_EQ(none.errorCode, "not_found");
 }
 
-TEST_F(AgentReadToolsTest, SummariesAndRankingCountTheDayAskedFor) {
+TEST_F(ReadToolsTest, SummariesAndRankingCountTheDayAskedFor) {
     for (const char* id : {"/work/app", "/work/web"}) {
         RepoSnapshot snapshot;
         snapshot.repoID = id;
@@ -370,7 +370,7 @@ TEST_F(AgentReadToolsTest, SummariesAndRankingCountTheDayAskedFor) {
               "`limit` must be a whole number, 0 or more");
 }
 
-TEST_F(AgentReadToolsTest, GitReadsAnswerForARepositoryInsideTheRootsAndNothingElse) {
+TEST_F(ReadToolsTest, GitReadsAnswerForARepositoryInsideTheRootsAndNothingElse) {
     TestRepo repo(dir_ / "ws" / "app");
     repo.commitFile("a.txt", "one\n", "first", at("2026-11-20T10:00:00Z"));
     repo.commitFile("b.txt", "two\n", "second | with a bar", at("2026-11-21T10:00:00Z"));
@@ -439,7 +439,7 @@ TEST_F(AgentReadToolsTest, GitReadsAnswerForARepositoryInsideTheRootsAndNothingE
     }
 }
 
-TEST_F(AgentReadToolsTest, GitReadsRefuseARepositoryKeptOutsideTheRoots) {
+TEST_F(ReadToolsTest, GitReadsRefuseARepositoryKeptOutsideTheRoots) {
     const fs::path roots = dir_ / "ws";
     env_.applyConfigChange(
         [&](AppConfig& config) { config.agent.allowedRoots = {roots.string()}; });
@@ -494,7 +494,7 @@ TEST_F(AgentReadToolsTest, GitReadsRefuseARepositoryKeptOutsideTheRoots) {
                                                (roots / "mine-topic").string()}));
 }
 
-TEST_F(AgentReadToolsTest, StatusNeverRunsTheRepositorysOwnFilters) {
+TEST_F(ReadToolsTest, StatusNeverRunsTheRepositorysOwnFilters) {
     TestRepo repo(dir_ / "ws" / "hostile");
     repo.write(".gitattributes", "*.txt filter=evil\n");
     repo.commitFile("a.txt", "aaaa", "first");
@@ -514,7 +514,7 @@ TEST_F(AgentReadToolsTest, StatusNeverRunsTheRepositorysOwnFilters) {
     EXPECT_FALSE(fs::exists(dir_ / "ran"));
 }
 
-TEST_F(AgentReadToolsTest, ReportsRenderTheStoreAndExportWritesThemPrivately) {
+TEST_F(ReadToolsTest, ReportsRenderTheStoreAndExportWritesThemPrivately) {
     fillInventory();
     CommitRecord commit;
     commit.repoID = "/work/app";
@@ -590,7 +590,7 @@ TEST_F(AgentReadToolsTest, ReportsRenderTheStoreAndExportWritesThemPrivately) {
     fs::remove_all(reports / "daily-2026-11-24.md");
 }
 
-TEST_F(AgentReadToolsTest, ResourcesAnswerTheirExactNamesOnly) {
+TEST_F(ReadToolsTest, ResourcesAnswerTheirExactNamesOnly) {
     fillInventory();
     SyncState synced, behind;
     synced.id = "/work/web";
@@ -638,25 +638,16 @@ TEST_F(AgentReadToolsTest, ResourcesAnswerTheirExactNamesOnly) {
     EXPECT_EQ(call("resources/read", {{"uri", 3}}).hint, "`uri` required");
 }
 
-TEST_F(AgentReadToolsTest, EveryListedResourceReadsAndNoUnlistedOneDoes) {
+// What a bridge lists, it can read; names beside them are refused by the test above.
+TEST_F(ReadToolsTest, EveryListedResourceReads) {
     fillInventory();
-    std::set<std::string> listed;
-    for (const AgentResource& listedResource : AgentTools::resources()) {
-        const std::string uri(listedResource.uri);
-        listed.insert(uri);
-        AgentResult answer = call("resources/read", {{"uri", uri}});
-        EXPECT_TRUE(answer.ok) << uri << ": " << answer.hint.value_or("");
-        EXPECT_FALSE(Json::parse(answer.json, nullptr, false).is_discarded()) << uri;
-    }
-    // Neighbours of listed names: a bridge that offered one would offer a failure.
-    for (const char* uri : {"quorvane://repositories", "quorvane://reports/month",
-                            "quorvane://settings/", "quorvane://audit"}) {
-        EXPECT_FALSE(listed.contains(uri)) << uri;
-        EXPECT_EQ(call("resources/read", {{"uri", uri}}).errorCode, "not_found") << uri;
+    for (const AgentResource& listed : AgentTools::resources()) {
+        AgentResult answer = call("resources/read", {{"uri", std::string(listed.uri)}});
+        EXPECT_TRUE(answer.ok) << listed.uri << ": " << answer.hint.value_or("");
     }
 }
 
-TEST_F(AgentReadToolsTest, RefreshingTellsWhatWasFoundAndNeedsAnAccountToSync) {
+TEST_F(ReadToolsTest, RefreshingTellsWhatWasFoundAndNeedsAnAccountToSync) {
     AgentResult sync = call("sync_remote_inventory_now");
     EXPECT_EQ(sync.errorCode, "not_found");
     EXPECT_EQ(sync.hint, "no GitHub account is connected — add one in Quorvane → Accounts");
