@@ -8,7 +8,6 @@
 
 #include <cstring>
 
-#include <fstream>
 #include <sstream>
 #include <thread>
 
@@ -19,7 +18,6 @@
 #include "platform/UnixSocket.hpp"
 #include "testing/LogCapture.hpp"
 #include "testing/SpentDescriptors.hpp"
-#include "testing/StrangerConnection.hpp"
 #include "testing/TempDir.hpp"
 
 namespace quorvane {
