@@ -147,7 +147,7 @@ TEST(UnixSocketServerTest, TakesOverADeadSocketButNeverALiveOneAFileOrAnotherUse
     UnixSocketServer second(path, {}, answering());
     std::optional<UnixSocketServer::Failure> refused = second.start();
     ASSERT_TRUE(refused.has_value());
-    EXPECT_THAT(refused->error, ::testing::HasSubstr(path.native()));
+    EXPECT_THAT(refused->error, ::testing::HasSubstr("listening"));
     EXPECT_EQ(firstWords(UnixSocket::connect(path).fd), "hello");
 
     // Someone else's socket put there meanwhile survives the first server's stop.
