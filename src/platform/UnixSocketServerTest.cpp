@@ -127,10 +127,12 @@ TEST(UnixSocketServerTest, TakesOverADeadSocketButNeverALiveOneAFileOrAnotherUse
     const std::filesystem::path path = dir / "server.sock";
     std::atomic<int> served{0};
     auto answering = [&served] {
-        return UnixSocketServer::Handlers{.serve = [&served](Fd connection) {
+        UnixSocketServer::Handlers handlers;
+        handlers.serve = [&served](Fd connection) {
             ++served;
             UnixSocket::sendAll(connection.get(), "hello", 1s);
-        }};
+        };
+        return handlers;
     };
     // A crashed server's socket file, with nobody listening: replaced.
     { ASSERT_TRUE(UnixSocket::listen(path).fd.valid()); }
