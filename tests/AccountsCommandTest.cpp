@@ -2,7 +2,6 @@
 // servers on loopback standing in for GitHub.
 #include <sys/stat.h>
 
-#include <fstream>
 #include <iterator>
 
 #include <gmock/gmock.h>
@@ -56,7 +55,7 @@ protected:
     void expectTokensOnlyInTheSecretStore() {
         for (const auto& entry : std::filesystem::directory_iterator(data_)) {
             if (entry.path().filename() == "secrets.json") continue;
-            std::string text = readAll(entry.path());
+            std::string text = testing::readFile(entry.path());
             for (const char* token : {kToken, kOtherToken}) {
                 EXPECT_THAT(text, Not(HasSubstr(token))) << entry.path();
             }
@@ -163,18 +162,18 @@ TEST_F(AccountsCommandTest, AnAccountIsValidatedSyncedCheckedAndRemovedWithItsTo
     EXPECT_THAT(switched.stdOut, HasSubstr("the token signs in as someone-else, not octocat"));
 
     expectTokensOnlyInTheSecretStore();
-    EXPECT_THAT(readAll(data_ / "secrets.json"), HasSubstr(kToken));
+    EXPECT_THAT(testing::readFile(data_ / "secrets.json"), HasSubstr(kToken));
 
     // Removing deletes its token and what was read through it, and nothing else.
     ShellResult removed = run({"accounts", "remove", "Work"});
     EXPECT_EQ(removed.exitCode, 0) << removed.stdErr;
-    EXPECT_THAT(readAll(data_ / "secrets.json"), Not(HasSubstr(kToken)));
-    EXPECT_THAT(readAll(data_ / "secrets.json"), HasSubstr(kOtherToken));
+    EXPECT_THAT(testing::readFile(data_ / "secrets.json"), Not(HasSubstr(kToken)));
+    EXPECT_THAT(testing::readFile(data_ / "secrets.json"), HasSubstr(kOtherToken));
     for (const char* file :
          {"remote_repos.json", "branches.json", "accounts.json", "config.json"}) {
-        EXPECT_THAT(readAll(data_ / file), Not(HasSubstr(workID))) << file;
+        EXPECT_THAT(testing::readFile(data_ / file), Not(HasSubstr(workID))) << file;
     }
-    EXPECT_THAT(readAll(data_ / "mappings.json"), Not(HasSubstr("Hello-World")));
+    EXPECT_THAT(testing::readFile(data_ / "mappings.json"), Not(HasSubstr("Hello-World")));
     EXPECT_EQ(run({"accounts", "remove", "Work"}).exitCode, 1);
     Json left = parse(run({"accounts", "list", "--json"}));
     ASSERT_EQ(left.size(), 1u);
@@ -208,7 +207,7 @@ TEST_F(AccountsCommandTest, TheGhLoginIsImportedOnceAndItsTokenNeverCopied) {
     // Removing a gh account leaves gh's token alone: there is none of its own.
     EXPECT_EQ(run({"accounts", "remove", "octocat"}).exitCode, 0);
     for (const auto& entry : std::filesystem::directory_iterator(data_)) {
-        EXPECT_THAT(readAll(entry.path()), Not(HasSubstr(kToken))) << entry.path();
+        EXPECT_THAT(testing::readFile(entry.path()), Not(HasSubstr(kToken))) << entry.path();
     }
     EXPECT_THAT(outputs_, Not(HasSubstr(kToken)));
 }
@@ -249,7 +248,7 @@ TEST_F(AccountsCommandTest, ARepositoryListThatLoopsFailsTheSyncAndKeepsWhatWasS
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_EQ(rows[0]["account"]["status"], "error");
     EXPECT_EQ(rows[0]["reposCount"], 2);
-    std::string stored = readAll(data_ / "remote_repos.json");
+    std::string stored = testing::readFile(data_ / "remote_repos.json");
     EXPECT_THAT(stored, HasSubstr("also-kept"));
     EXPECT_THAT(stored, Not(HasSubstr("page")));
     expectTokensOnlyInTheSecretStore();
@@ -300,7 +299,7 @@ TEST_F(AccountsCommandTest, AGhAccountsTokenComesFromThePersonsHelpersNotTheChec
         outputs_ += result.stdOut + result.stdErr;
         EXPECT_EQ(result.exitCode, 0) << arguments[1] << ": " << result.stdErr;
         EXPECT_FALSE(std::filesystem::exists(marker)) << arguments[1];
-        std::string ranIn(Text::trim(readAll(ghRanIn)));
+        std::string ranIn(Text::trim(testing::readFile(ghRanIn)));
         EXPECT_FALSE(ranIn.empty() || ranIn.starts_with(checkout.path().string()))
             << arguments[1] << ": gh ran in " << ranIn;
         std::filesystem::remove(ghRanIn);
@@ -323,7 +322,7 @@ TEST_F(AccountsCommandTest, ATokenTypedAtATerminalIsAskedForAndNotShown) {
     EXPECT_EQ(run.exitCode, 0) << run.shown;
     EXPECT_THAT(run.shown, HasSubstr("added Typed (octocat): connected"));
     EXPECT_THAT(run.shown, Not(HasSubstr(kToken)));
-    EXPECT_THAT(readAll(data_ / "secrets.json"), HasSubstr(kToken));
+    EXPECT_THAT(testing::readFile(data_ / "secrets.json"), HasSubstr(kToken));
 }
 
 }  // namespace

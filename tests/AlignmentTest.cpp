@@ -1,7 +1,6 @@
 // The alignment of real local repositories with a GitHub served on loopback: what
 // a sync stores and what alignment, inventory, backlog, health, branches and the
 // reminders show of it, run as the real program.
-#include <fstream>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -195,12 +194,9 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
                   .exitCode,
               0);
     // Archived repositories are read too, so the archived views have one.
-    {
-        std::ifstream in(data / "config.json");
-        Json config = Json::parse(in);
-        config["sync"]["syncArchived"] = true;
-        testing::writeFile(data / "config.json", config.dump());
-    }
+    Json archived = Json::parse(testing::readFile(data / "config.json"));
+    archived["sync"]["syncArchived"] = true;
+    testing::writeFile(data / "config.json", archived.dump());
     ShellResult synced = run(data, {"sync", "--json"});
     ASSERT_EQ(synced.exitCode, 0) << synced.stdErr;
 
@@ -320,14 +316,12 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     // one keeps its link and says its folder is not tracked, the other is remote
     // only until a sync says so too.
     {
-        std::ifstream in(data / "mappings.json");
-        Json mappings = Json::parse(in);
+        Json mappings = Json::parse(testing::readFile(data / "mappings.json"));
         for (Json& mapping : mappings) {
             if (mapping["id"] == syncedID) mapping["confirmedByUser"] = true;
         }
         testing::writeFile(data / "mappings.json", mappings.dump());
-        std::ifstream configIn(data / "config.json");
-        Json config = Json::parse(configIn);
+        Json config = Json::parse(testing::readFile(data / "config.json"));
         for (Json& repo : config["repositories"]) {
             if (repo["id"] == syncedID || repo["id"] == behindID) repo["trackingEnabled"] = false;
         }

@@ -1,6 +1,5 @@
 // The sync cycle against real HTTP servers on loopback, one per account.
 #include <atomic>
-#include <fstream>
 #include <iterator>
 
 #include <gmock/gmock.h>
@@ -132,8 +131,7 @@ TEST(SyncCycleTest, EachAccountIsReadOrReportedAndTrackedRepositoriesAreLinked) 
     for (const auto& entry : std::filesystem::recursive_directory_iterator(dir / "data")) {
         if (!entry.is_regular_file() || entry.path().filename() == "secrets.json") continue;
         ++files;
-        std::ifstream file(entry.path());
-        std::string text((std::istreambuf_iterator<char>(file)), {});
+        std::string text = testing::readFile(entry.path());
         EXPECT_EQ(text.find(kToken), std::string::npos) << entry.path();
     }
     EXPECT_GE(files, 16u);  // config.json and the store's fifteen files

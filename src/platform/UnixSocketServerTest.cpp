@@ -162,8 +162,7 @@ TEST(UnixSocketServerTest, TakesOverADeadSocketButNeverALiveOneAFileOrAnotherUse
     std::ofstream(path, std::ios::binary) << bytes;
     UnixSocketServer third(path, {}, answering());
     ASSERT_TRUE(third.start().has_value());
-    std::ifstream kept(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), bytes);
+    EXPECT_EQ(testing::readFile(path), bytes);
     std::filesystem::remove(path);
 
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
