@@ -22,19 +22,6 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::UnorderedElementsAre;
 
-const std::string& kRepos = testing::kGitHubRepositories;
-
-std::string repoJSON(const std::string& owner, const std::string& name, bool isPrivate = false,
-                     bool archived = false) {
-    Json repo = {{"name", name},
-                 {"full_name", owner + "/" + name},
-                 {"owner", {{"login", owner}}},
-                 {"private", isPrivate},
-                 {"archived", archived},
-                 {"default_branch", "main"}};
-    return repo.dump();
-}
-
 class AlignmentTest : public ::testing::Test {
 protected:
     ShellResult run(const std::filesystem::path& data, std::vector<std::string> arguments,
@@ -145,15 +132,13 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     elsewhere.git({"remote", "add", "origin", "https://gitlab.example.com/team/elsewhere.git"});
 
     testing::LoopbackHttpServer github;
-    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
-    github.set(kRepos, {200,
-                        {},
-                        "[" + repoJSON("octocat", "ahead", false, true) + "," +
-                            repoJSON("octocat", "behind") + "," + repoJSON("octocat", "insync") +
-                            "," + repoJSON("octocat", "noupstream") + "," +
-                            repoJSON("octocat", "cloud-only", true) + "," +
-                            repoJSON("octocat", "old", false, true) + "]",
-                        false});
+    github.serveGitHubAccount("octocat",
+                              testing::gitHubRepositories({{"octocat", "ahead", false, true},
+                                                           {"octocat", "behind"},
+                                                           {"octocat", "insync"},
+                                                           {"octocat", "noupstream"},
+                                                           {"octocat", "cloud-only", true},
+                                                           {"octocat", "old", false, true}}));
     for (const char* name : {"ahead", "behind", "insync", "noupstream"}) {
         github.set(std::string("/repos/octocat/") + name + "/branches?per_page=100",
                    {200,
@@ -423,13 +408,10 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
     }
 
     testing::LoopbackHttpServer github;
-    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
-    github.set(kRepos,
-               {200,
-                {},
-                "[" + repoJSON("octocat", "unpushed") + "," + repoJSON("octocat", "peek") + "," +
-                    repoJSON("octocat", "lagging") + "," + repoJSON("octocat", "pushed") + "]",
-                false});
+    github.serveGitHubAccount("octocat", testing::gitHubRepositories({{"octocat", "unpushed"},
+                                                                      {"octocat", "peek"},
+                                                                      {"octocat", "lagging"},
+                                                                      {"octocat", "pushed"}}));
     for (const char* name : {"unpushed", "peek", "lagging", "pushed"}) {
         github.set(std::string("/repos/octocat/") + name + "/branches?per_page=100",
                    {200, {}, R"([{"name": "main"}])", false});
