@@ -1,6 +1,5 @@
 // The AI summary of the extended daily report, run as the real program against a
 // real HTTP server on loopback that answers as Anthropic's Messages API does.
-#include <fstream>
 #include <iterator>
 
 #include <gmock/gmock.h>
@@ -35,11 +34,6 @@ std::string messageReply(const std::string& first, const std::string& second) {
                 {"stop_sequence", nullptr},
                 {"usage", {{"input_tokens", 112}, {"output_tokens", 31}}}}
         .dump();
-}
-
-std::string readAll(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return std::string((std::istreambuf_iterator<char>(file)), {});
 }
 
 class AISummaryTest : public ::testing::Test {
@@ -117,7 +111,8 @@ TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) 
     // The key lives in the secret store only.
     for (const auto& entry : std::filesystem::directory_iterator(data_)) {
         if (entry.path().filename() == "secrets.json" || !entry.is_regular_file()) continue;
-        EXPECT_TRUE(readAll(entry.path()).find(kKey) == std::string::npos) << entry.path();
+        EXPECT_TRUE(testing::readFile(entry.path()).find(kKey) == std::string::npos)
+            << entry.path();
     }
     EXPECT_TRUE(outputs_.find(kKey) == std::string::npos) << "the key was printed";
 }

@@ -1,7 +1,6 @@
 // The alignment of real local repositories with a GitHub served on loopback: what
 // a sync stores and what alignment, inventory, backlog, health, branches and the
 // reminders show of it, run as the real program.
-#include <fstream>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -22,19 +21,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::UnorderedElementsAre;
-
-const std::string& kRepos = testing::kGitHubRepositories;
-
-std::string repoJSON(const std::string& owner, const std::string& name, bool isPrivate = false,
-                     bool archived = false) {
-    Json repo = {{"name", name},
-                 {"full_name", owner + "/" + name},
-                 {"owner", {{"login", owner}}},
-                 {"private", isPrivate},
-                 {"archived", archived},
-                 {"default_branch", "main"}};
-    return repo.dump();
-}
 
 class AlignmentTest : public ::testing::Test {
 protected:
@@ -146,15 +132,13 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     elsewhere.git({"remote", "add", "origin", "https://gitlab.example.com/team/elsewhere.git"});
 
     testing::LoopbackHttpServer github;
-    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
-    github.set(kRepos, {200,
-                        {},
-                        "[" + repoJSON("octocat", "ahead", false, true) + "," +
-                            repoJSON("octocat", "behind") + "," + repoJSON("octocat", "insync") +
-                            "," + repoJSON("octocat", "noupstream") + "," +
-                            repoJSON("octocat", "cloud-only", true) + "," +
-                            repoJSON("octocat", "old", false, true) + "]",
-                        false});
+    github.serveGitHubAccount("octocat",
+                              testing::gitHubRepositories({{"octocat", "ahead", false, true},
+                                                           {"octocat", "behind"},
+                                                           {"octocat", "insync"},
+                                                           {"octocat", "noupstream"},
+                                                           {"octocat", "cloud-only", true},
+                                                           {"octocat", "old", false, true}}));
     for (const char* name : {"ahead", "behind", "insync", "noupstream"}) {
         github.set(std::string("/repos/octocat/") + name + "/branches?per_page=100",
                    {200,
@@ -195,12 +179,9 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
                   .exitCode,
               0);
     // Archived repositories are read too, so the archived views have one.
-    {
-        std::ifstream in(data / "config.json");
-        Json config = Json::parse(in);
-        config["sync"]["syncArchived"] = true;
-        testing::writeFile(data / "config.json", config.dump());
-    }
+    Json archived = Json::parse(testing::readFile(data / "config.json"));
+    archived["sync"]["syncArchived"] = true;
+    testing::writeFile(data / "config.json", archived.dump());
     ShellResult synced = run(data, {"sync", "--json"});
     ASSERT_EQ(synced.exitCode, 0) << synced.stdErr;
 
@@ -320,14 +301,12 @@ TEST_F(AlignmentTest, ASyncStoresHowEachRepositoryStandsAndEveryViewShowsIt) {
     // one keeps its link and says its folder is not tracked, the other is remote
     // only until a sync says so too.
     {
-        std::ifstream in(data / "mappings.json");
-        Json mappings = Json::parse(in);
+        Json mappings = Json::parse(testing::readFile(data / "mappings.json"));
         for (Json& mapping : mappings) {
             if (mapping["id"] == syncedID) mapping["confirmedByUser"] = true;
         }
         testing::writeFile(data / "mappings.json", mappings.dump());
-        std::ifstream configIn(data / "config.json");
-        Json config = Json::parse(configIn);
+        Json config = Json::parse(testing::readFile(data / "config.json"));
         for (Json& repo : config["repositories"]) {
             if (repo["id"] == syncedID || repo["id"] == behindID) repo["trackingEnabled"] = false;
         }
@@ -429,13 +408,10 @@ TEST_F(AlignmentTest, EveryViewNamesHowARepositoryStandsInTheSameHonestWords) {
     }
 
     testing::LoopbackHttpServer github;
-    github.set("/user", {200, {}, R"({"login": "octocat"})", false});
-    github.set(kRepos,
-               {200,
-                {},
-                "[" + repoJSON("octocat", "unpushed") + "," + repoJSON("octocat", "peek") + "," +
-                    repoJSON("octocat", "lagging") + "," + repoJSON("octocat", "pushed") + "]",
-                false});
+    github.serveGitHubAccount("octocat", testing::gitHubRepositories({{"octocat", "unpushed"},
+                                                                      {"octocat", "peek"},
+                                                                      {"octocat", "lagging"},
+                                                                      {"octocat", "pushed"}}));
     for (const char* name : {"unpushed", "peek", "lagging", "pushed"}) {
         github.set(std::string("/repos/octocat/") + name + "/branches?per_page=100",
                    {200, {}, R"([{"name": "main"}])", false});

@@ -224,8 +224,7 @@ TEST_F(DaemonControlTest, ATokenOrAPIKeyTypedHereGoesToTheDaemonAndNowhereElse) 
     }
     for (const auto& entry : std::filesystem::directory_iterator(dataDir())) {
         if (entry.path().filename() == "secrets.json") continue;
-        std::ifstream file(entry.path());
-        std::string content((std::istreambuf_iterator<char>(file)), {});
+        std::string content = testing::readFile(entry.path());
         EXPECT_TRUE(content.find(token) == std::string::npos &&
                     content.find(key) == std::string::npos)
             << entry.path();

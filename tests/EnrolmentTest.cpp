@@ -1,7 +1,5 @@
 // What ends up tracked: every repository once, and none whose path the data files
 // could not hold.
-#include <fstream>
-#include <iterator>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,10 +41,7 @@ TEST(EnrolmentTest, APathThatIsNotUtf8IsRefusedAndNoFolderIsEnrolledTwice) {
     // A repository tracked under a hand-written path is the same folder as the one a
     // scan folder finds.
     ASSERT_EQ(testing::runQuorvane(data, {"repos", "add", own.path().string()}).exitCode, 0);
-    Json written = JsonCodec::parse([&] {
-        std::ifstream in(data / "config.json");
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }());
+    Json written = JsonCodec::parse(testing::readFile(data / "config.json"));
     written["repositories"][0]["id"] = "~/" + name + "/";
     written["repositories"][0]["localPath"] = "~/" + name + "/";
     testing::writeFile(data / "config.json", written.dump(2));
@@ -79,10 +74,7 @@ TEST(EnrolmentTest, AScanFolderThatIsNotUtf8IsRefusedAndOneStoredReplacedCanBeRe
     EXPECT_EQ(testing::runQuorvane(data, {"folders", "list"}).stdOut, plain.string() + "\n");
 
     // As an older version kept them: each byte that was not UTF-8 replaced by U+FFFD.
-    Json written = JsonCodec::parse([&] {
-        std::ifstream in(data / "config.json");
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }());
+    Json written = JsonCodec::parse(testing::readFile(data / "config.json"));
     written["scanFolders"] = {(dir / "caf\xef\xbf\xbd").string(),
                               (dir / "na\xef\xbf\xbdve").string(), plain.string()};
     testing::writeFile(data / "config.json", written.dump(2));

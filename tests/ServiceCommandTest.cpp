@@ -1,7 +1,5 @@
 // quorvane service install|status|uninstall, with no service manager to reach: the
 // unit is written, checked by systemd's own verifier, reported and removed.
-#include <fstream>
-#include <iterator>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -44,8 +42,7 @@ TEST_F(ServiceCommandTest, TheUnitIsWrittenVerifiedReportedAndRemoved) {
     EXPECT_THAT(installed.stdOut, HasSubstr("systemctl --user enable --now quorvane.service"));
     EXPECT_THAT(installed.stdOut, HasSubstr("journalctl --user -u quorvane -f"));
 
-    std::ifstream file(unit_);
-    std::string unit((std::istreambuf_iterator<char>(file)), {});
+    std::string unit = testing::readFile(unit_);
     EXPECT_THAT(
         unit, HasSubstr(std::string("ExecStart=\"") + QUORVANE_BINARY + "\" daemon --data-dir \"" +
                         dir_.path().string() + "/my data %%h $$HOME\"\n"));

@@ -27,7 +27,6 @@ using testing::TestRepo;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
-const std::string& kRepos = testing::kGitHubRepositories;
 const std::string kLogin = "someone-at-the-client";
 const std::string kPayments = "payment-service-with-a-long-descriptive-name";
 const std::string kPortal = "customer-portal-frontend-with-server-side-rendering";
@@ -60,16 +59,6 @@ std::vector<std::string> linesOf(const std::string& text) {
         from = end + 1;
     }
     return lines;
-}
-
-std::string repoJSON(const std::string& name, bool isPrivate = false) {
-    Json repo = {{"name", name},
-                 {"full_name", kLogin + "/" + name},
-                 {"owner", {{"login", kLogin}}},
-                 {"private", isPrivate},
-                 {"archived", false},
-                 {"default_branch", "main"}};
-    return repo.dump();
 }
 
 class TerminalOutputTest : public ::testing::Test {
@@ -131,13 +120,12 @@ protected:
         ShellResult scanned = run({"scan"});
         ASSERT_EQ(scanned.exitCode, 0) << scanned.stdErr;
 
-        github_.set("/user", {200, {}, R"({"login": ")" + kLogin + R"("})", false});
-        github_.set(kRepos,
-                    {200,
-                     {},
-                     "[" + repoJSON(kPayments) + "," + repoJSON(kPortal) + "," + repoJSON(kTools) +
-                         "," + repoJSON("an-archived-prototype-from-the-early-days", true) + "]",
-                     false});
+        github_.serveGitHubAccount(
+            kLogin, testing::gitHubRepositories(
+                        {{kLogin, kPayments},
+                         {kLogin, kPortal},
+                         {kLogin, kTools},
+                         {kLogin, "an-archived-prototype-from-the-early-days", true}}));
         const std::string branches =
             R"([{"name": "main", "commit": {"sha": "0123456789abcdef"}},
                 {"name": ")" +

@@ -2,7 +2,6 @@
 // cannot be written, met by the real program.
 #include <sys/stat.h>
 
-#include <fstream>
 #include <iterator>
 
 #include <gmock/gmock.h>
@@ -16,11 +15,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-std::string fileText(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-}
 
 // The files of `dir` whose names start with `prefix`.
 std::vector<std::string> named(const std::filesystem::path& dir, const std::string& prefix) {
@@ -66,14 +60,14 @@ TEST_F(UnreadableFilesTest, ANumberNoDoubleHoldsCrashesNoCommand) {
             << command[0] << " ended with " << result.exitCode << ": " << result.stdErr;
         EXPECT_THAT(result.stdErr, Not(HasSubstr("terminate"))) << command[0];
     }
-    EXPECT_EQ(fileText(data() / "config.json"), huge);
+    EXPECT_EQ(testing::readFile(data() / "config.json"), huge);
 
     // The writer stops at the configuration, before it sets anything aside...
     ShellResult refused = testing::runQuorvane(data(), {"scan"});
     EXPECT_EQ(refused.exitCode, 1) << refused.stdErr;
     EXPECT_THAT(refused.stdErr, HasSubstr("config.json cannot be read: not valid JSON: number "
                                           "overflow parsing '1e400'"));
-    EXPECT_EQ(fileText(data() / "config.json"), huge);
+    EXPECT_EQ(testing::readFile(data() / "config.json"), huge);
     EXPECT_TRUE(named(data(), "commits.json.corrupt-").empty());
 
     // ...and once it is fixed, sets every bad store file aside and goes on.
@@ -82,7 +76,7 @@ TEST_F(UnreadableFilesTest, ANumberNoDoubleHoldsCrashesNoCommand) {
     EXPECT_EQ(scan.exitCode, 0) << scan.stdErr;
     EXPECT_EQ(named(data(), "commits.json.corrupt-").size(), 1u);
     EXPECT_EQ(named(data(), "journals.json.corrupt-").size(), 1u);
-    EXPECT_EQ(fileText(data() / "commits.json"), "[]\n");
+    EXPECT_EQ(testing::readFile(data() / "commits.json"), "[]\n");
 }
 
 TEST_F(UnreadableFilesTest, AFileTheUserCannotOpenIsSetAsideNotEmptied) {
@@ -99,7 +93,7 @@ TEST_F(UnreadableFilesTest, AFileTheUserCannotOpenIsSetAsideNotEmptied) {
     EXPECT_THAT(scan.stdErr, HasSubstr("Permission denied"));
     std::vector<std::string> aside = named(data(), "journals.json.corrupt-");
     ASSERT_EQ(aside.size(), 1u);
-    EXPECT_EQ(fileText(data() / aside[0]), journal);
+    EXPECT_EQ(testing::readFile(data() / aside[0]), journal);
 }
 
 TEST_F(UnreadableFilesTest, AReaderThatCannotReadTheDataFolderSaysWhyAndFails) {
@@ -128,7 +122,7 @@ TEST_F(UnreadableFilesTest, AReaderThatCannotReadTheDataFolderSaysWhyAndFails) {
     expectRefused("a file as the data folder", allViews, "plain-file is not a folder",
                   asUser(dir_ / "plain-file"));
 
-    const std::string config = fileText(data() / "config.json");
+    const std::string config = testing::readFile(data() / "config.json");
     std::filesystem::remove(data() / "config.json");
     ASSERT_EQ(::mkfifo((data() / "config.json").c_str(), 0600), 0);
     expectRefused("a FIFO as config.json", configViews, "config.json is a FIFO, not a regular file",

@@ -3,9 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iterator>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,11 +18,6 @@ using ::testing::HasSubstr;
 using namespace std::chrono_literals;
 
 const Date kNow = *DateHelpers::parseISO("2026-11-21T12:00:00Z");
-
-std::string fileText(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-}
 
 ino_t inode(const std::filesystem::path& path) {
     struct stat info {};
@@ -185,13 +177,13 @@ TEST_F(StoreTest, AFlushBeforeLoadIsRefusedAndTouchesNothing) {
     Store& writer = loaded();
     fillEverything(writer);
     writer.flush();
-    std::string before = fileText(dir_ / "commits.json");
+    std::string before = testing::readFile(dir_ / "commits.json");
 
     testing::LogCapture log;
     Store& early = fresh();
     EXPECT_TRUE(early.snapshots().empty());
     early.flush();
-    EXPECT_EQ(fileText(dir_ / "commits.json"), before);
+    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), before);
     ASSERT_EQ(log.lines().size(), 1u);
     EXPECT_EQ(log.lines()[0].category, "store");
     EXPECT_EQ(log.lines()[0].message,
@@ -202,7 +194,7 @@ TEST_F(StoreTest, ATruncatedFileIsQuarantinedWhileTheOtherFourteenLoad) {
     Store& writer = loaded();
     fillEverything(writer);
     writer.flush();
-    std::string text = fileText(dir_ / "commits.json");
+    std::string text = testing::readFile(dir_ / "commits.json");
     testing::writeFile(dir_ / "commits.json", text.substr(0, text.size() / 2));
 
     testing::LogCapture log;
@@ -214,7 +206,7 @@ TEST_F(StoreTest, ATruncatedFileIsQuarantinedWhileTheOtherFourteenLoad) {
 
     Store& store = loaded();
     std::filesystem::path quarantined = dir_ / "commits.json.corrupt-1795262400";
-    EXPECT_EQ(fileText(quarantined), text.substr(0, text.size() / 2));
+    EXPECT_EQ(testing::readFile(quarantined), text.substr(0, text.size() / 2));
     EXPECT_TRUE(store.commits(std::nullopt).empty());
     EXPECT_EQ(store.snapshots().size(), 1u);
     EXPECT_EQ(store.sessions(std::nullopt, std::nullopt).size(), 1u);
@@ -224,7 +216,7 @@ TEST_F(StoreTest, ATruncatedFileIsQuarantinedWhileTheOtherFourteenLoad) {
     EXPECT_THAT(log.lines().back().message, HasSubstr("commits.json unreadable — quarantined: "));
 
     store.flush();  // a new, empty file takes the name; the damaged one is kept
-    EXPECT_EQ(fileText(dir_ / "commits.json"), "[]\n");
+    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), "[]\n");
     EXPECT_TRUE(std::filesystem::exists(quarantined));
 }
 
@@ -232,7 +224,7 @@ TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
     Store& writer = loaded();
     fillEverything(writer);
     writer.flush();
-    const std::string reminders = fileText(dir_ / "reminders.json");
+    const std::string reminders = testing::readFile(dir_ / "reminders.json");
     // A folder, a FIFO (whose open must not wait for a writer) and a number beyond
     // any double each stand where a data file should be.
     std::filesystem::remove(dir_ / "commits.json");
@@ -245,9 +237,9 @@ TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
     testing::LogCapture log;
     Store& store = loaded();
     const std::string suffix = ".corrupt-1795262400";
-    EXPECT_EQ(fileText(dir_ / ("commits.json" + suffix) / "inside"), "kept");
+    EXPECT_EQ(testing::readFile(dir_ / ("commits.json" + suffix) / "inside"), "kept");
     EXPECT_TRUE(std::filesystem::is_fifo(dir_ / ("sessions.json" + suffix)));
-    EXPECT_EQ(fileText(dir_ / ("day_activity.json" + suffix)), huge);
+    EXPECT_EQ(testing::readFile(dir_ / ("day_activity.json" + suffix)), huge);
     std::vector<std::string> messages;
     for (const auto& line : log.lines()) messages.push_back(line.message);
     EXPECT_THAT(messages, ::testing::IsSupersetOf({
@@ -258,16 +250,16 @@ TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
     EXPECT_EQ(store.reminders(false).size(), 1u);  // the others still load
 
     ASSERT_TRUE(store.flush());
-    EXPECT_EQ(fileText(dir_ / "commits.json"), "[]\n");
-    EXPECT_EQ(fileText(dir_ / "reminders.json"), reminders);
+    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), "[]\n");
+    EXPECT_EQ(testing::readFile(dir_ / "reminders.json"), reminders);
 
     // Permission bits do not stop root, so only another user sees this one.
     if (::geteuid() != 0) {
         ::chmod((dir_ / "reminders.json").c_str(), 0);
         Store& again = loaded();
-        EXPECT_EQ(fileText(dir_ / ("reminders.json" + suffix)), reminders);
+        EXPECT_EQ(testing::readFile(dir_ / ("reminders.json" + suffix)), reminders);
         ASSERT_TRUE(again.flush());
-        EXPECT_EQ(fileText(dir_ / "reminders.json"), "[]\n");
+        EXPECT_EQ(testing::readFile(dir_ / "reminders.json"), "[]\n");
     }
 }
 
@@ -286,7 +278,7 @@ TEST_F(StoreTest, AFileThatCouldNotBeSetAsideIsNeverWritten) {
     store.upsertCommits({commit("/r", "abc1", kNow)});
     EXPECT_FALSE(store.flush());
     EXPECT_THAT(store.flushProblem(), HasSubstr("commits.json was not written"));
-    EXPECT_EQ(fileText(dir_ / "commits.json"), "[{");
+    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), "[{");
     EXPECT_TRUE(std::filesystem::exists(dir_ / "sessions.json"));  // the rest is written
 }
 
@@ -336,7 +328,7 @@ TEST_F(StoreTest, TheAuditLogKeepsNinetyDaysAndFiveThousandEntries) {
 
     // Appending is written at once, without a flush, and drops the oldest.
     exact.appendAudit(audit("newest", kNow));
-    EXPECT_THAT(fileText(dir_ / "agent_audit.json"), HasSubstr("\"newest\""));
+    EXPECT_THAT(testing::readFile(dir_ / "agent_audit.json"), HasSubstr("\"newest\""));
     std::vector<AuditLogEntry> kept = loaded().auditEntries();
     ASSERT_EQ(kept.size(), 5000u);
     EXPECT_EQ(kept.front().id, "newest");
@@ -370,7 +362,7 @@ TEST_F(StoreTest, TheRewrittenAuditLogIsTheSameAsOneWrittenAfresh) {
     for (int i = 0; i < 3; ++i) {
         store.appendAudit(audit("N" + std::to_string(i), kNow + std::chrono::seconds(i)));
     }
-    const std::string appended = fileText(dir_ / "agent_audit.json");
+    const std::string appended = testing::readFile(dir_ / "agent_audit.json");
 
     std::vector<AuditLogEntry> expected = {first, second};
     for (int i = 0; i < 3; ++i) {
@@ -383,7 +375,7 @@ TEST_F(StoreTest, TheRewrittenAuditLogIsTheSameAsOneWrittenAfresh) {
     store.appendAudit(audit("N3", kNow + 3s));
     expected.erase(expected.begin());
     expected.push_back(audit("N3", kNow + 3s));
-    EXPECT_EQ(fileText(dir_ / "agent_audit.json"), JsonCodec::pretty(toJson(expected)));
+    EXPECT_EQ(testing::readFile(dir_ / "agent_audit.json"), JsonCodec::pretty(toJson(expected)));
 }
 
 TEST_F(StoreTest, AConfirmationTokenIsSpentOnceAndOnlyWhileValid) {

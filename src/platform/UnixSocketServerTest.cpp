@@ -127,14 +127,12 @@ TEST(UnixSocketServerTest, TakesOverADeadSocketButNeverALiveOneAFileOrAnotherUse
     const std::filesystem::path path = dir / "server.sock";
     std::atomic<int> served{0};
     auto answering = [&served] {
-        return UnixSocketServer::Handlers{.serve =
-                                              [&served](Fd connection) {
-                                                  ++served;
-                                                  UnixSocket::sendAll(connection.get(), "hello",
-                                                                      1s);
-                                              },
-                                          .turnAway = {},
-                                          .report = {}};
+        UnixSocketServer::Handlers handlers;
+        handlers.serve = [&served](Fd connection) {
+            ++served;
+            UnixSocket::sendAll(connection.get(), "hello", 1s);
+        };
+        return handlers;
     };
     // A crashed server's socket file, with nobody listening: replaced.
     { ASSERT_TRUE(UnixSocket::listen(path).fd.valid()); }
@@ -164,8 +162,7 @@ TEST(UnixSocketServerTest, TakesOverADeadSocketButNeverALiveOneAFileOrAnotherUse
     std::ofstream(path, std::ios::binary) << bytes;
     UnixSocketServer third(path, {}, answering());
     ASSERT_TRUE(third.start().has_value());
-    std::ifstream kept(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(kept), {}), bytes);
+    EXPECT_EQ(testing::readFile(path), bytes);
     std::filesystem::remove(path);
 
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";

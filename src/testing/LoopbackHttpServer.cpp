@@ -197,6 +197,19 @@ void LoopbackHttpServer::serve() {
     }
 }
 
+std::string gitHubRepositories(const std::vector<GitHubRepository>& repositories) {
+    auto flag = [](bool on) { return std::string(on ? "true" : "false"); };
+    std::string listing;
+    for (const GitHubRepository& repo : repositories) {
+        listing += std::string(listing.empty() ? "[" : ",") + R"({"name": ")" + repo.name +
+                   R"(", "full_name": ")" + repo.owner + "/" + repo.name +
+                   R"(", "owner": {"login": ")" + repo.owner + R"("}, "private": )" +
+                   flag(repo.isPrivate) + R"(, "archived": )" + flag(repo.archived) +
+                   R"(, "default_branch": "main"})";
+    }
+    return listing.empty() ? "[]" : listing + "]";
+}
+
 void LoopbackHttpServer::serveGitHubAccount(const std::string& login,
                                             const std::string& repositoriesJSON) {
     set("/user", {200, {}, "{\"login\": \"" + login + "\"}", false});

@@ -13,6 +13,15 @@ namespace quorvane::testing {
 inline const std::string kGitHubRepositories =
     "/user/repos?per_page=100&affiliation=owner,collaborator,organization_member&sort=pushed";
 
+// One repository in a listing of GitHub's; its default branch is main.
+struct GitHubRepository {
+    std::string owner, name;
+    bool isPrivate = false, archived = false;
+};
+
+// The JSON array GitHub answers a listing of `repositories` with.
+std::string gitHubRepositories(const std::vector<GitHubRepository>& repositories);
+
 // A real HTTP/1.1 server on 127.0.0.1 at a port of its own, one connection at a
 // time, each closed after its reply. It answers each path (with its query) with
 // the reply a test set, else its fallback's, else 404, and records every request

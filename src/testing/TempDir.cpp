@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <vector>
 
@@ -30,6 +31,11 @@ void writeFile(const std::filesystem::path& path, const std::string& content) {
     std::ofstream stream(path, std::ios::binary | std::ios::trunc);
     stream << content;
     if (!stream) throw std::runtime_error("cannot write " + path.string());
+}
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
 }  // namespace quorvane::testing

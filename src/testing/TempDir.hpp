@@ -24,4 +24,7 @@ private:
 // Writes `content` to `path`, creating parent folders.
 void writeFile(const std::filesystem::path& path, const std::string& content);
 
+// The bytes of `path`, or "" when it cannot be read.
+std::string readFile(const std::filesystem::path& path);
+
 }  // namespace quorvane::testing
