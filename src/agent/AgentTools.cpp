@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <deque>
 
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane::AgentTools {
 

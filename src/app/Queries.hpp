@@ -8,9 +8,9 @@
 #include "base/DateHelpers.hpp"
 #include "git/ActivitySummaries.hpp"
 #include "git/Aggregator.hpp"
-#include "git/WorkSession.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/Store.hpp"
+#include "records/WorkSession.hpp"
 #include "reports/DailyReport.hpp"
 
 // The read-only questions the views ask between scans: each gathers what it needs

@@ -17,7 +17,7 @@
 #include "cli/CommandSupport.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/Store.hpp"
-#include "reports/DailyJournal.hpp"
+#include "records/DailyJournal.hpp"
 
 extern char** environ;
 

@@ -10,7 +10,7 @@
 #include "cli/CommandSupport.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
-#include "reports/ReminderEvent.hpp"
+#include "records/ReminderEvent.hpp"
 
 namespace quorvane::Commands {
 

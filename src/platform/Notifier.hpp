@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "reports/ReminderEvent.hpp"
+#include "records/ReminderEvent.hpp"
 
 namespace quorvane {
 

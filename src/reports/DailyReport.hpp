@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "git/ActivitySummaries.hpp"
-#include "reports/DailyJournal.hpp"
+#include "records/DailyJournal.hpp"
 
 namespace quorvane {
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "git/ActivitySummaries.hpp"
-#include "git/CommitRecord.hpp"
-#include "persistence/RepoConfig.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/RepoConfig.hpp"
 #include "reports/DailyReport.hpp"
 
 namespace quorvane {

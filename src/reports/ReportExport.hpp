@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "git/ActivitySummaries.hpp"
-#include "git/CommitRecord.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/JsonCodec.hpp"
 #include "reports/DailyReport.hpp"
 
 // Writes a day's report as a file for other tools: JSON for programs, CSV for
