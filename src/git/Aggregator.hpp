@@ -7,6 +7,7 @@
 
 #include "base/DateHelpers.hpp"
 #include "git/ActivitySummaries.hpp"
+#include "git/DailyReport.hpp"
 #include "git/Identity.hpp"
 #include "records/BranchRecord.hpp"
 #include "records/CommitRecord.hpp"
@@ -16,7 +17,6 @@
 #include "records/RepoSnapshot.hpp"
 #include "records/SyncState.hpp"
 #include "records/WorkSession.hpp"
-#include "reports/DailyReport.hpp"
 
 // Turns stored snapshots, commits, sessions and day records into what the views and
 // reports show. Every function reads only its arguments: the time and the data come

@@ -22,9 +22,4 @@ struct DailyReport {
     bool operator==(const DailyReport&) const = default;
 };
 
-// The line under a report's title when no scan recorded its day.
-inline constexpr const char* kNoScanRecordedNote =
-    "_Note: no scan recorded on that day, so its commits come from the history and its counts "
-    "may not show how it stood._";
-
 }  // namespace quorvane
