@@ -14,6 +14,8 @@ namespace quorvane {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
 using Kind = QuorvaneError::Kind;
 
 const Date kNow = *DateHelpers::parseISO("2026-11-25T10:00:00Z");
@@ -302,6 +304,32 @@ TEST_F(ApiClientTest, BranchesComeWithTheirHeadAndNeverADate) {
                                  "<https://api.test/r?a=o,c&page=3>; rel=\"next\", "
                                  "<https://api.test/r?a=o,c&page=9>; rel=\"last\""),
               "https://api.test/r?a=o,c&page=3");
+}
+
+TEST_F(ApiClientTest, ARealTransportWalksRealPagesAndSendsNoTokenItWasNotGiven) {
+    testing::LoopbackHttpServer server;
+    const std::string first =
+        "/user/repos?per_page=100&affiliation=owner,collaborator,"
+        "organization_member&sort=pushed";
+    auto listed = [](const std::string& name) {
+        return R"({"name": ")" + name + R"(", "full_name": "me/)" + name +
+               R"(", "owner": {"login": "me"}})";
+    };
+    server.set(first, {200,
+                       {{"Link", "<" + server.base() + "/user/repos?page=2>; rel=\"next\""}},
+                       "[" + listed("one") + "]",
+                       false});
+    server.set("/user/repos?page=2", {200, {}, "[" + listed("two") + "]", false});
+    CurlTransport transport;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-25T10:00:00Z"));
+    std::vector<RemoteRepository> repos =
+        ApiClient(std::nullopt, transport, clock, server.base()).listRepositories("a", true, true);
+    ASSERT_EQ(repos.size(), 2u);
+    EXPECT_EQ(repos[1].id, "a:me/two");
+    for (const std::string& request : server.requests()) {
+        EXPECT_THAT(request, Not(HasSubstr("Authorization")));
+        EXPECT_THAT(request, HasSubstr("User-Agent: Quorvane/2.0 (+https://github.com)\r\n"));
+    }
 }
 
 }  // namespace

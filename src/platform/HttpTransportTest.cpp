@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "github/ApiClient.hpp"
-#include "testing/FakeClock.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 
 namespace quorvane {
@@ -104,32 +102,6 @@ TEST(HttpTransportTest, TheLoopbackServerRefusesABodyLengthItCannotTrust) {
     EXPECT_EQ(statusWith({{"Content-Length", "2"}, {"content-length", "2"}}), 400);
     EXPECT_EQ(statusWith({}), 200);
     EXPECT_EQ(server.bodies(), (std::vector<std::string>{"", "", "", "{}"}));
-}
-
-TEST(HttpTransportTest, TheGitHubClientWalksRealPagesAndSendsNoTokenItWasNotGiven) {
-    testing::LoopbackHttpServer server;
-    const std::string first =
-        "/user/repos?per_page=100&affiliation=owner,collaborator,"
-        "organization_member&sort=pushed";
-    auto repo = [](const std::string& name) {
-        return R"({"name": ")" + name + R"(", "full_name": "me/)" + name +
-               R"(", "owner": {"login": "me"}})";
-    };
-    server.set(first, {200,
-                       {{"Link", "<" + server.base() + "/user/repos?page=2>; rel=\"next\""}},
-                       "[" + repo("one") + "]",
-                       false});
-    server.set("/user/repos?page=2", {200, {}, "[" + repo("two") + "]", false});
-    CurlTransport transport;
-    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-25T10:00:00Z"));
-    std::vector<RemoteRepository> repos =
-        ApiClient(std::nullopt, transport, clock, server.base()).listRepositories("a", true, true);
-    ASSERT_EQ(repos.size(), 2u);
-    EXPECT_EQ(repos[1].id, "a:me/two");
-    for (const std::string& request : server.requests()) {
-        EXPECT_THAT(request, Not(HasSubstr("Authorization")));
-        EXPECT_THAT(request, HasSubstr("User-Agent: Quorvane/2.0 (+https://github.com)\r\n"));
-    }
 }
 
 }  // namespace
