@@ -23,12 +23,12 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "agent/AuditLogEntry.hpp"
 #include "base/Uuid.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
 #include "platform/FileDescriptor.hpp"
 #include "platform/UnixSocket.hpp"
+#include "records/AuditLogEntry.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/LineClient.hpp"
 #include "testing/TempDir.hpp"

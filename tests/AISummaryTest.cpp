@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "persistence/JsonCodec.hpp"
 #include "platform/Shell.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"

@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "base/TextHelpers.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "platform/Shell.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/GitHubMaterial.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"

@@ -12,10 +12,10 @@
 #include <gtest/gtest.h>
 
 #include "cli/ControlClient.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Shell.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/ScopedEnvironment.hpp"

@@ -11,10 +11,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "persistence/JsonCodec.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Shell.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/ScopedEnvironment.hpp"

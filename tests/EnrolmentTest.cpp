@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "base/PathHelpers.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 #include "tests/CliRunner.hpp"

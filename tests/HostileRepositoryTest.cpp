@@ -10,9 +10,9 @@
 #include <gtest/gtest.h>
 
 #include "git/GitScanner.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Shell.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 #include "tests/CliRunner.hpp"
@@ -63,8 +63,8 @@ protected:
         repo.write(".gitattributes", "a.txt filter=evil diff=evil\nb.txt filter=proc\n");
         repo.write("a.txt", "alpha\n");
         repo.write("b.txt", "beta\n");
-        repo.git({"-c", "protocol.file.allow=always", "submodule", "add", "-q",
-                  sub.path().string(), "sm"});
+        repo.git({"-c", "protocol.file.allow=always", "submodule", "add", "-q", sub.path().string(),
+                  "sm"});
         repo.commitAll("first");
         // A commit that looks signed: with log.showSignature, `git log` hands it to gpg.
         std::string raw = repo.git({"cat-file", "commit", "HEAD"});
@@ -74,8 +74,8 @@ protected:
                                    "AAAA\n -----END PGP SIGNATURE-----" +
                                    raw.substr(body);
         testing::writeFile(dir_ / "commit.txt", signedCommit);
-        std::string sha = repo.gitLine(
-            {"hash-object", "-t", "commit", "-w", (dir_ / "commit.txt").string()});
+        std::string sha =
+            repo.gitLine({"hash-object", "-t", "commit", "-w", (dir_ / "commit.txt").string()});
         repo.git({"update-ref", "HEAD", sha});
 
         std::string include = (path.parent_path() / (path.filename().string() + ".inc")).string();
@@ -140,8 +140,7 @@ TEST_F(HostileRepositoryTest, TrackingScanningAndReadingRunNoneOfTheRepositorysP
     // Enrolment by hand and by discovery, each reading 90 days of history, then scans.
     ShellResult add = testing::runQuorvane(data, {"repos", "add", added.path().string()});
     EXPECT_EQ(add.exitCode, 0) << add.stdErr;
-    ShellResult folders =
-        testing::runQuorvane(data, {"folders", "add", (dir_ / "code").string()});
+    ShellResult folders = testing::runQuorvane(data, {"folders", "add", (dir_ / "code").string()});
     EXPECT_EQ(folders.exitCode, 0) << folders.stdErr;
     ShellResult scan = testing::runQuorvane(data, {"scan", "--json"});
     ASSERT_EQ(scan.exitCode, 0) << scan.stdErr;

@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "persistence/DataFolderLock.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/TempDir.hpp"
 #include "tests/CliRunner.hpp"
 

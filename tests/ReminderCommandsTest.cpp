@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "persistence/JsonCodec.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/TempDir.hpp"
 #include "tests/CliRunner.hpp"
 

@@ -10,8 +10,8 @@
 
 #include "base/TextHelpers.hpp"
 #include "persistence/ConfigService.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"

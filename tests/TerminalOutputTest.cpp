@@ -10,9 +10,9 @@
 
 #include "base/TextHelpers.hpp"
 #include "cli/CommandLine.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Shell.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/LoopbackHttpServer.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"

@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

@@ -11,11 +11,11 @@
 #include "agent/AgentResult.hpp"
 #include "agent/AgentTools.hpp"
 #include "agent/LocalProjectFinder.hpp"
-#include "agent/PendingProposal.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "persistence/Store.hpp"
 #include "platform/Clock.hpp"
 #include "platform/ProcessRunner.hpp"
+#include "records/JsonCodec.hpp"
+#include "records/PendingProposal.hpp"
 
 namespace quorvane {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "agent/AgentJSON.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane::AgentToolSupport {
 

@@ -4,7 +4,7 @@
 #include <deque>
 
 #include "agent/AgentService.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane::AgentTools {
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "agent/AgentResult.hpp"
-#include "agent/PendingProposal.hpp"
 #include "agent/SafeGitRunner.hpp"
 #include "persistence/AgentConfig.hpp"
+#include "records/PendingProposal.hpp"
 
 namespace quorvane {
 

@@ -3,12 +3,12 @@
 #include <string>
 #include <vector>
 
-#include "git/RepoSnapshot.hpp"
 #include "github/LocalProjectMatch.hpp"
-#include "github/RemoteRepository.hpp"
-#include "github/RepositoryMapping.hpp"
-#include "github/SyncState.hpp"
-#include "persistence/RepoConfig.hpp"
+#include "records/RemoteRepository.hpp"
+#include "records/RepoConfig.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/RepositoryMapping.hpp"
+#include "records/SyncState.hpp"
 
 namespace quorvane {
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "agent/PendingProposal.hpp"
 #include "persistence/AppConfig.hpp"
 #include "platform/ProcessRunner.hpp"
+#include "records/PendingProposal.hpp"
 
 namespace quorvane {
 

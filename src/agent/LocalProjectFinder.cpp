@@ -15,7 +15,7 @@
 #include "git/GitCommand.hpp"
 #include "git/GitParsing.hpp"
 #include "github/RepoMapper.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

@@ -10,7 +10,7 @@
 #include "agent/ProjectFiles.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

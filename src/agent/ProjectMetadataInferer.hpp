@@ -3,9 +3,9 @@
 #include <optional>
 #include <string>
 
-#include "agent/ProjectMetadata.hpp"
-#include "github/RemoteRepository.hpp"
 #include "platform/Clock.hpp"
+#include "records/ProjectMetadata.hpp"
+#include "records/RemoteRepository.hpp"
 
 namespace quorvane {
 

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "agent/PendingProposal.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
+#include "records/PendingProposal.hpp"
 
 namespace quorvane::ProposalRules {
 

@@ -10,8 +10,8 @@
 
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "platform/Shell.hpp"
+#include "records/JsonCodec.hpp"
 #include "testing/FakeProcessRunner.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"

@@ -7,9 +7,9 @@
 
 #include "github/ActionSuggestion.hpp"
 #include "github/AlignmentSummaries.hpp"
-#include "github/SyncState.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/Store.hpp"
+#include "records/SyncState.hpp"
 
 // The read-only questions about how local repositories stand against GitHub. Like
 // the other queries they read the store as the last scan and sync left it and

@@ -613,9 +613,13 @@ void AppEnvironment::requestScan() {
     timers_.runSoon(Scheduler::TaskID::scan);
 }
 
+// Each reminder is shown under its own id, headed by its kind's title, so the
+// reminder's later resolution takes down exactly its notification.
 void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
     if (notifier_ == nullptr) return;
-    for (const ReminderEvent& event : events) notifier_->post(event);
+    for (const ReminderEvent& event : events) {
+        notifier_->post(Notification{event.id, std::string(title(event.kind)), event.message});
+    }
 }
 
 // Resolved reminders leave the screen; the store has recorded them first.

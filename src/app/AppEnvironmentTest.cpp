@@ -461,9 +461,9 @@ TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T21:30:00Z"));
     FakeProcessRunner runner;
     struct Recorder final : Notifier {
-        void post(const ReminderEvent& event) override { shown.push_back(event); }
-        void close(const std::string& reminderID) override { closed.push_back(reminderID); }
-        std::vector<ReminderEvent> shown;
+        void post(const Notification& notification) override { shown.push_back(notification); }
+        void close(const std::string& key) override { closed.push_back(key); }
+        std::vector<Notification> shown;
         std::vector<std::string> closed;
     } notifier;
     AppEnvironment env(dir.path(), clock, runner, &notifier);
@@ -499,13 +499,14 @@ TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
 
     env.fireDayReviewIfEnabled();
     ASSERT_EQ(notifier.shown.size(), 1u);
-    EXPECT_EQ(notifier.shown[0].message,
+    EXPECT_EQ(notifier.shown[0].title, "Quorvane \u2014 End of day");
+    EXPECT_EQ(notifier.shown[0].body,
               "End of day: you worked on 2 projects. Review and note it in the journal.");
     clock.advance(24h);
     env.fireDayReviewIfEnabled();
     std::vector<ReminderEvent> open = env.unresolvedReminders();
     ASSERT_EQ(open.size(), 1u);  // the evening before was resolved, and leaves the screen
-    EXPECT_THAT(notifier.closed, ElementsAre(notifier.shown[0].id));
+    EXPECT_THAT(notifier.closed, ElementsAre(notifier.shown[0].key));
     EXPECT_EQ(open[0].message,
               "End of day: no active project today. Want to note anything in the journal?");
 
@@ -554,10 +555,12 @@ TEST(AppEnvironmentTest, TheRunningServiceFollowsANewReviewTimeAndSyncIntervalAt
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:59Z"));
     FakeProcessRunner runner;
     struct Reviews final : Notifier {
-        void post(const ReminderEvent& event) override {
+        explicit Reviews(const Clock& source) : timeSource(source) {}
+        // The review is shown as it falls due, while the test holds the clock still.
+        void post(const Notification&) override {
             {
                 std::lock_guard lock(mutex);
-                shown.push_back(event.triggeredAt);
+                shown.push_back(timeSource.now());
             }
             changed.notify_all();
         }
@@ -576,8 +579,9 @@ TEST(AppEnvironmentTest, TheRunningServiceFollowsANewReviewTimeAndSyncIntervalAt
         }
         std::mutex mutex;
         std::condition_variable changed;
+        const Clock& timeSource;
         std::vector<Date> shown;
-    } reviews;
+    } reviews(clock);
     auto at = [](const char* iso) { return *DateHelpers::parseISO(iso); };
     AppEnvironment env(dir.path(), clock, runner, &reviews);
     auto scannedAt = [&](const char* iso) {

@@ -2,7 +2,7 @@
 
 #include "base/DateHelpers.hpp"
 #include "git/RepoDiscovery.hpp"
-#include "persistence/RepoConfig.hpp"
+#include "records/RepoConfig.hpp"
 
 namespace quorvane {
 

@@ -8,10 +8,10 @@
 #include "base/DateHelpers.hpp"
 #include "git/ActivitySummaries.hpp"
 #include "git/Aggregator.hpp"
-#include "git/WorkSession.hpp"
+#include "git/DailyReport.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/Store.hpp"
-#include "reports/DailyReport.hpp"
+#include "records/WorkSession.hpp"
 
 // The read-only questions the views ask between scans: each gathers what it needs
 // from the store and hands it to the aggregator. Nothing here writes or prints, so

@@ -11,7 +11,6 @@
 #include "base/DateHelpers.hpp"
 #include "base/TextLayout.hpp"
 #include "cli/Commands.hpp"
-#include "git/RepoSnapshot.hpp"
 #include "github/RepoStanding.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/ConfigService.hpp"
@@ -19,6 +18,7 @@
 #include "persistence/Store.hpp"
 #include "platform/InterruptWatch.hpp"
 #include "platform/Notifier.hpp"
+#include "records/RepoSnapshot.hpp"
 
 // What the commands share: the data folder's access rules and the plain-text layout.
 namespace quorvane::Commands {

@@ -18,7 +18,7 @@
 #include "cli/CommandTable.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/Store.hpp"
-#include "reports/DailyJournal.hpp"
+#include "records/DailyJournal.hpp"
 
 extern char** environ;
 

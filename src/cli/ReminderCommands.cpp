@@ -11,7 +11,7 @@
 #include "cli/CommandTable.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
-#include "reports/ReminderEvent.hpp"
+#include "records/ReminderEvent.hpp"
 
 namespace quorvane::Commands {
 

@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "base/Tone.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "github/GitHubAccount.hpp"
 #include "github/RepoStanding.hpp"
-#include "github/SyncState.hpp"
-#include "reports/ReminderEvent.hpp"
+#include "records/GitHubAccount.hpp"
+#include "records/ReminderEvent.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/SyncState.hpp"
 
 namespace quorvane {
 

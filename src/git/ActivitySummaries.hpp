@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/DateHelpers.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "github/SyncState.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/SyncState.hpp"
 
 namespace quorvane {
 

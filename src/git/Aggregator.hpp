@@ -7,16 +7,16 @@
 
 #include "base/DateHelpers.hpp"
 #include "git/ActivitySummaries.hpp"
-#include "git/CommitRecord.hpp"
-#include "git/DayActivity.hpp"
+#include "git/DailyReport.hpp"
 #include "git/Identity.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "git/WorkSession.hpp"
-#include "github/BranchRecord.hpp"
-#include "github/SyncState.hpp"
-#include "persistence/RepoConfig.hpp"
-#include "reports/DailyJournal.hpp"
-#include "reports/DailyReport.hpp"
+#include "records/BranchRecord.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/DailyJournal.hpp"
+#include "records/DayActivity.hpp"
+#include "records/RepoConfig.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/SyncState.hpp"
+#include "records/WorkSession.hpp"
 
 // Turns stored snapshots, commits, sessions and day records into what the views and
 // reports show. Every function reads only its arguments: the time and the data come
@@ -86,8 +86,7 @@ TodaySummary summary(Date start, Date end, const std::string& label,
                      const std::vector<RepoConfig>& configs,
                      const std::vector<RepoSnapshot>& snapshots,
                      const std::vector<CommitRecord>& commits,
-                     const std::vector<WorkSession>& sessions, Date now,
-                     const Identity& identity);
+                     const std::vector<WorkSession>& sessions, Date now, const Identity& identity);
 
 // A past day's summary as that day's last scan left it: each line's branch, file
 // counts, sync counts and labels, and the counters, come from the day's records

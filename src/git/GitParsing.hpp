@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "git/CommitRecord.hpp"
-#include "git/RepoSnapshot.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/RepoSnapshot.hpp"
 
 namespace quorvane::GitParsing {
 

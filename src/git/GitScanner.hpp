@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "git/CommitRecord.hpp"
-#include "git/RepoSnapshot.hpp"
 #include "git/ScanMemo.hpp"
 #include "platform/Cancellation.hpp"
 #include "platform/Clock.hpp"
 #include "platform/ProcessRunner.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/RepoSnapshot.hpp"
 
 namespace quorvane {
 

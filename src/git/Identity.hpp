@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "git/CommitRecord.hpp"
-#include "git/RepoSnapshot.hpp"
 #include "persistence/AppConfig.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/RepoSnapshot.hpp"
 
 namespace quorvane {
 

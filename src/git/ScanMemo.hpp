@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "git/CommitRecord.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 
@@ -55,7 +55,8 @@ struct ScanMemo {
 
     // A fingerprint of the refs and files under `commonDir` that decide which
     // commits the branches hold and which a remote holds: refs/heads, refs/remotes,
-    // refs/replace, packed-refs, shallow and info/grafts. Read without following links or opening any file.
+    // refs/replace, packed-refs, shallow and info/grafts. Read without following links or opening
+    // any file.
     static std::string refsFingerprintOf(const std::string& commonDir);
 
     // The user's and the system's configuration files, which apply to every

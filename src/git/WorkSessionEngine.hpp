@@ -7,8 +7,8 @@
 
 #include "base/DateHelpers.hpp"
 #include "base/Uuid.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "git/WorkSession.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/WorkSession.hpp"
 
 namespace quorvane::WorkSessionEngine {
 

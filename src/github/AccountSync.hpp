@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "github/ApiClient.hpp"
-#include "github/BranchRecord.hpp"
-#include "github/GitHubAccount.hpp"
 #include "persistence/AppConfig.hpp"
 #include "persistence/KeychainStore.hpp"
 #include "platform/ProcessRunner.hpp"
+#include "records/BranchRecord.hpp"
+#include "records/GitHubAccount.hpp"
 
 namespace quorvane {
 

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "github/ActionSuggestion.hpp"
-#include "github/SyncState.hpp"
+#include "records/SyncState.hpp"
 
 // The git command that moves a repository toward its remote without risking work:
 // push, publish, pull with rebase, or clone. Pure: reads only its arguments.

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

@@ -9,9 +9,9 @@
 
 #include "base/DateHelpers.hpp"
 #include "github/RepoStanding.hpp"
-#include "github/RepositoryMapping.hpp"
-#include "github/SyncState.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
+#include "records/RepositoryMapping.hpp"
+#include "records/SyncState.hpp"
 
 namespace quorvane {
 

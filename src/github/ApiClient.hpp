@@ -9,10 +9,10 @@
 
 #include "base/QuorvaneError.hpp"
 #include "github/RemoteBranch.hpp"
-#include "github/RemoteRepository.hpp"
-#include "persistence/JsonCodec.hpp"
 #include "platform/Clock.hpp"
 #include "platform/HttpTransport.hpp"
+#include "records/JsonCodec.hpp"
+#include "records/RemoteRepository.hpp"
 
 namespace quorvane {
 

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "git/GitScanner.hpp"
-#include "github/BranchRecord.hpp"
 #include "github/RemoteBranch.hpp"
+#include "records/BranchRecord.hpp"
 
 // The merged list of a repository's branches, local and on GitHub. Pure: reads
 // only its arguments, and the clock comes in as `now`.

@@ -4,13 +4,13 @@
 #include <string>
 #include <string_view>
 
-#include "github/BranchRecord.hpp"
 #include "github/MappingCandidate.hpp"
-#include "github/ProjectHealthSnapshot.hpp"
 #include "github/RemoteBranch.hpp"
-#include "github/RemoteRepository.hpp"
-#include "github/RepositoryMapping.hpp"
-#include "github/SyncState.hpp"
+#include "records/BranchRecord.hpp"
+#include "records/ProjectHealthSnapshot.hpp"
+#include "records/RemoteRepository.hpp"
+#include "records/RepositoryMapping.hpp"
+#include "records/SyncState.hpp"
 
 namespace quorvane {
 namespace {

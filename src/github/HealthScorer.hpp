@@ -3,9 +3,9 @@
 #include <optional>
 
 #include "base/DateHelpers.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "github/ProjectHealthSnapshot.hpp"
-#include "github/SyncState.hpp"
+#include "records/ProjectHealthSnapshot.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/SyncState.hpp"
 
 // One number per repository, 100 less a fixed deduction for each problem, with the
 // reasons for and against it. Pure: the clock comes in as an argument.

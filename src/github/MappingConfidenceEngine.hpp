@@ -4,7 +4,7 @@
 
 #include "github/LocalProjectMatch.hpp"
 #include "github/MappingCandidate.hpp"
-#include "github/RemoteRepository.hpp"
+#include "records/RemoteRepository.hpp"
 
 // How likely a local folder is to be the checkout of a remote repository. The
 // score is a ladder, not a sum: the first rung that applies sets it, and says why

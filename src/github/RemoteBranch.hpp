@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/DateHelpers.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/DateHelpers.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "git/RepoSnapshot.hpp"
-#include "github/RemoteRepository.hpp"
-#include "github/RepositoryMapping.hpp"
-#include "persistence/RepoConfig.hpp"
+#include "records/RemoteRepository.hpp"
+#include "records/RepoConfig.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/RepositoryMapping.hpp"
 
 // Which remote repository each tracked local one belongs to, from its remote URL,
 // merged with the links the user confirmed. Pure: reads only its arguments.

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "base/Tone.hpp"
-#include "git/RepoSnapshot.hpp"
 #include "github/ActionSuggestion.hpp"
-#include "github/SyncState.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/SyncState.hpp"
 
 namespace quorvane {
 

@@ -3,10 +3,10 @@
 #include <optional>
 #include <string>
 
-#include "git/RepoSnapshot.hpp"
-#include "github/RemoteRepository.hpp"
-#include "github/RepositoryMapping.hpp"
-#include "github/SyncState.hpp"
+#include "records/RemoteRepository.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/RepositoryMapping.hpp"
+#include "records/SyncState.hpp"
 
 // How one repository stands against its GitHub counterpart. Pure: reads only its
 // arguments, and the clock comes in as `now`.

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

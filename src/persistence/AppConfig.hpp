@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "github/GitHubAccount.hpp"
 #include "persistence/AgentConfig.hpp"
-#include "persistence/JsonCodec.hpp"
-#include "persistence/RepoConfig.hpp"
+#include "records/GitHubAccount.hpp"
+#include "records/JsonCodec.hpp"
+#include "records/RepoConfig.hpp"
 
 namespace quorvane {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "persistence/AppConfig.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 // The settings of config.json a person reads and changes by name: one dotted name
 // per setting ("sync.interval"), the rule a new value must meet, and reading and

@@ -6,7 +6,7 @@
 
 #include "base/Log.hpp"
 #include "persistence/AtomicFile.hpp"
-#include "persistence/JsonCodec.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

@@ -8,22 +8,22 @@
 #include <string>
 #include <vector>
 
-#include "agent/AuditLogEntry.hpp"
-#include "agent/PendingProposal.hpp"
-#include "agent/ProjectMetadata.hpp"
-#include "git/CommitRecord.hpp"
-#include "git/DayActivity.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "git/WorkSession.hpp"
-#include "github/BranchRecord.hpp"
-#include "github/GitHubAccount.hpp"
-#include "github/ProjectHealthSnapshot.hpp"
-#include "github/RemoteRepository.hpp"
-#include "github/RepositoryMapping.hpp"
-#include "github/SyncState.hpp"
 #include "platform/Clock.hpp"
-#include "reports/DailyJournal.hpp"
-#include "reports/ReminderEvent.hpp"
+#include "records/AuditLogEntry.hpp"
+#include "records/BranchRecord.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/DailyJournal.hpp"
+#include "records/DayActivity.hpp"
+#include "records/GitHubAccount.hpp"
+#include "records/PendingProposal.hpp"
+#include "records/ProjectHealthSnapshot.hpp"
+#include "records/ProjectMetadata.hpp"
+#include "records/ReminderEvent.hpp"
+#include "records/RemoteRepository.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/RepositoryMapping.hpp"
+#include "records/SyncState.hpp"
+#include "records/WorkSession.hpp"
 
 namespace quorvane {
 

@@ -43,19 +43,20 @@ struct DesktopNotifier::BusHandles {
     }
 };
 
-void DesktopNotifier::post(const ReminderEvent& event) {
+void DesktopNotifier::post(const Notification& notification) {
     std::lock_guard lock(mutex_);
     BusHandles h;
     if (!connect(h)) return;
 
     uint32_t replacesID = 0;
-    if (auto known = shown_.find(event.id); known != shown_.end()) replacesID = known->second;
-    std::string summary(title(event.kind));
+    if (auto known = shown_.find(notification.key); known != shown_.end()) {
+        replacesID = known->second;
+    }
     int r = sd_bus_message_new_method_call(h.bus, &h.call, kService, kPath, kInterface, "Notify");
     // app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout
     if (r >= 0) {
-        r = sd_bus_message_append(h.call, "susss", "Quorvane", replacesID, "", summary.c_str(),
-                                  event.message.c_str());
+        r = sd_bus_message_append(h.call, "susss", "Quorvane", replacesID, "",
+                                  notification.title.c_str(), notification.body.c_str());
     }
     if (r >= 0) r = sd_bus_message_append(h.call, "as", 0);
     if (r >= 0) r = sd_bus_message_append(h.call, "a{sv}", 1, "sound-name", "s", kSoundName);
@@ -76,16 +77,16 @@ void DesktopNotifier::post(const ReminderEvent& event) {
         noteFailure("the notification server's answer holds no id", r);
         return;
     }
-    shown_[event.id] = id;
+    shown_[notification.key] = id;
 }
 
-void DesktopNotifier::close(const std::string& reminderID) {
+void DesktopNotifier::close(const std::string& key) {
     std::lock_guard lock(mutex_);
-    auto known = shown_.find(reminderID);
+    auto known = shown_.find(key);
     if (known == shown_.end()) return;
     uint32_t id = known->second;
-    // Forgotten whatever comes of the call: a resolved reminder is never shown again,
-    // so its id would serve nothing.
+    // Forgotten whatever comes of the call: a closed key posted again is a notification
+    // of its own, so its id would serve nothing.
     shown_.erase(known);
     BusHandles h;
     if (!connect(h)) return;

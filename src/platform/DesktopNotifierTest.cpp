@@ -17,17 +17,12 @@ namespace {
 
 using ::testing::ElementsAre;
 
-ReminderEvent staleReminder() {
-    ReminderEvent event;
-    event.id = "0B8E7A52-0000-4000-8000-000000000002";
-    event.repoID = "/home/dev/code/app";
-    event.kind = ReminderEvent::Kind::staleDirty;
-    event.message = "app: uncommitted changes for more than 3 days.";
-    event.triggeredAt = *DateHelpers::parseISO("2026-11-21T15:00:00Z");
-    return event;
+Notification staleReminder() {
+    return {"0B8E7A52-0000-4000-8000-000000000002", "Quorvane \u2014 Stale changes",
+            "app: uncommitted changes for more than 3 days."};
 }
 
-TEST(DesktopNotifier, PostsOneNotificationTitledByKind) {
+TEST(DesktopNotifier, PostsOneNotificationWithItsTitleAndBody) {
     testing::NotificationServer server;
     ASSERT_EQ(server.problem(), "");
     DesktopNotifier notifier;
@@ -50,9 +45,9 @@ TEST(DesktopNotifier, ARepostedReminderReplacesItsOwnNotificationAndCloseTakesIt
     testing::NotificationServer server;
     ASSERT_EQ(server.problem(), "");
     DesktopNotifier notifier;
-    ReminderEvent stale = staleReminder();
-    ReminderEvent other = stale;
-    other.id = "0B8E7A52-0000-4000-8000-000000000003";
+    Notification stale = staleReminder();
+    Notification other = stale;
+    other.key = "0B8E7A52-0000-4000-8000-000000000003";
     notifier.post(stale);
     notifier.post(other);
     notifier.post(stale);
@@ -62,8 +57,8 @@ TEST(DesktopNotifier, ARepostedReminderReplacesItsOwnNotificationAndCloseTakesIt
     EXPECT_EQ(received[1].replacesID, 0u) << "another reminder is a notification of its own";
     EXPECT_EQ(received[2].replacesID, received[0].id);
 
-    notifier.close(stale.id);
-    notifier.close(stale.id);  // forgotten once closed
+    notifier.close(stale.key);
+    notifier.close(stale.key);  // forgotten once closed
     notifier.close("0B8E7A52-0000-4000-8000-00000000FFFF");
     EXPECT_THAT(server.closed(), ElementsAre(received[0].id));
     // Closed means forgotten: shown again, it is a notification of its own.

@@ -2,24 +2,33 @@
 
 #include <string>
 
-#include "reports/ReminderEvent.hpp"
-
 namespace quorvane {
 
-// Shows reminders to the user, and takes them down once resolved. The real one is
-// DesktopNotifier; tests substitute one that records what it was given. Both
-// operations may be called from any thread, never throw and report nothing back: a
-// reminder is stored whether or not it could be shown.
+// What the desktop shows: a headline and a line of text. `key` names what is shown,
+// so a notification posted again under the same key replaces the earlier one and
+// `close(key)` takes it down.
+struct Notification {
+    std::string key;
+    std::string title;
+    std::string body;
+
+    bool operator==(const Notification&) const = default;
+};
+
+// Shows notifications to the user, and takes them down once they no longer hold. The
+// real one is DesktopNotifier; tests substitute one that records what it was given.
+// Both operations may be called from any thread, never throw and report nothing back:
+// whatever a notification tells of is kept whether or not it could be shown.
 class Notifier {
 public:
     virtual ~Notifier() = default;
 
-    // Shows `event`; a reminder shown before replaces its own notification.
-    virtual void post(const ReminderEvent& event) = 0;
+    // Shows `notification`; one shown before under the same key is replaced.
+    virtual void post(const Notification& notification) = 0;
 
-    // Takes down the notification of the reminder with id `reminderID`, now resolved.
-    // Does nothing for a reminder this notifier has not shown.
-    virtual void close(const std::string& reminderID) = 0;
+    // Takes down the notification shown under `key`. Does nothing for a key this
+    // notifier has not shown.
+    virtual void close(const std::string& key) = 0;
 };
 
 }  // namespace quorvane

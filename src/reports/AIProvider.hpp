@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "persistence/JsonCodec.hpp"
 #include "platform/HttpTransport.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane {
 

@@ -5,11 +5,16 @@
 #include <vector>
 
 #include "git/ActivitySummaries.hpp"
-#include "git/CommitRecord.hpp"
-#include "persistence/RepoConfig.hpp"
-#include "reports/DailyReport.hpp"
+#include "git/DailyReport.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/RepoConfig.hpp"
 
 namespace quorvane {
+
+// The line under a report's title when no scan recorded its day.
+inline constexpr const char* kNoScanRecordedNote =
+    "_Note: no scan recorded on that day, so its commits come from the history and its counts "
+    "may not show how it stood._";
 
 // "7m" below an hour, "1h 5m" from an hour on; seconds are dropped, so 59 reads "0m".
 // A negative length reads "0m".

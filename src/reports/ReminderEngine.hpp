@@ -6,11 +6,11 @@
 
 #include "base/DateHelpers.hpp"
 #include "base/Uuid.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "git/WorkSession.hpp"
 #include "persistence/AppConfig.hpp"
-#include "persistence/RepoConfig.hpp"
-#include "reports/ReminderEvent.hpp"
+#include "records/ReminderEvent.hpp"
+#include "records/RepoConfig.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/WorkSession.hpp"
 
 // The reminders that the local scan alone can justify: commits to push, work left
 // uncommitted, a branch behind its remote, changes left lying for days. Pure: the

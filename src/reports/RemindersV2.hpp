@@ -6,13 +6,13 @@
 
 #include "base/DateHelpers.hpp"
 #include "base/Uuid.hpp"
-#include "git/RepoSnapshot.hpp"
-#include "github/GitHubAccount.hpp"
-#include "github/SyncState.hpp"
 #include "persistence/AppConfig.hpp"
-#include "persistence/RepoConfig.hpp"
+#include "records/GitHubAccount.hpp"
+#include "records/ReminderEvent.hpp"
+#include "records/RepoConfig.hpp"
+#include "records/RepoSnapshot.hpp"
+#include "records/SyncState.hpp"
 #include "reports/ReminderEngine.hpp"
-#include "reports/ReminderEvent.hpp"
 
 // The reminders that need the GitHub alignment: a branch behind or without an
 // upstream, repositories that exist only on GitHub, an account whose token stopped

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "git/ActivitySummaries.hpp"
-#include "git/CommitRecord.hpp"
-#include "persistence/JsonCodec.hpp"
-#include "reports/DailyReport.hpp"
+#include "git/DailyReport.hpp"
+#include "records/CommitRecord.hpp"
+#include "records/JsonCodec.hpp"
 
 // Writes a day's report as a file for other tools: JSON for programs, CSV for
 // spreadsheets. Each file is written whole in one step into the reports folder,

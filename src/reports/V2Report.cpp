@@ -4,6 +4,7 @@
 
 #include "base/TextHelpers.hpp"
 #include "github/RepoStanding.hpp"
+#include "reports/MarkdownReport.hpp"
 
 namespace quorvane::V2Report {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "git/DailyReport.hpp"
 #include "github/AlignmentSummaries.hpp"
-#include "reports/DailyReport.hpp"
 
 namespace quorvane {
 

@@ -3,9 +3,9 @@
 #include <string_view>
 #include <vector>
 
-#include "github/GitHubAccount.hpp"
-#include "github/RemoteRepository.hpp"
-#include "github/RepositoryMapping.hpp"
+#include "records/GitHubAccount.hpp"
+#include "records/RemoteRepository.hpp"
+#include "records/RepositoryMapping.hpp"
 
 namespace quorvane {
 

@@ -10,7 +10,7 @@
 #include "git/ActivitySummaries.hpp"
 #include "github/ActionSuggestion.hpp"
 #include "github/AlignmentSummaries.hpp"
-#include "github/SyncState.hpp"
+#include "records/SyncState.hpp"
 
 // The alignment, inventory and backlog screens: what each shows, built from what
 // the alignment queries answer. The command line prints them, and the dashboard

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "persistence/JsonCodec.hpp"
 #include "platform/FileDescriptor.hpp"
+#include "records/JsonCodec.hpp"
 
 namespace quorvane::testing {
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "persistence/RepoConfig.hpp"
+#include "records/RepoConfig.hpp"
 
 namespace quorvane::testing {
 
