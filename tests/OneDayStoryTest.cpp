@@ -182,7 +182,7 @@ TEST_F(OneDayStoryTest, EveryViewCountsThePersonsOwnCommitsOnceAndAgrees) {
         SystemClock clock;
         Shell shell;
         struct Recorder final : Notifier {
-            void post(const ReminderEvent& event) override { shown.push_back(event.message); }
+            void post(const Notification& shownNow) override { shown.push_back(shownNow.body); }
             void close(const std::string&) override {}
             std::vector<std::string> shown;
         } notifier;
