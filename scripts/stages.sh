@@ -7,7 +7,12 @@ stage() {
   local name=$1 began=$SECONDS
   shift
   echo "== $name"
-  "$@"
+  local status=0
+  "$@" || status=$?
+  if [ "$status" -ne 0 ]; then
+    echo "-- $name: failed (exit $status) after $((SECONDS - began)) s"
+    return "$status"
+  fi
   echo "-- $name: $((SECONDS - began)) s"
 }
 
