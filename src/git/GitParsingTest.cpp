@@ -61,30 +61,34 @@ TEST(GitParsingTest, CommitsComeFromNulFieldsAndRecordsWithoutARealHashAreDroppe
                       nulFields({sha3, "d", "Short hash", "x@y", noon, noon, "dropped"}) +
                       // Output cut short: an incomplete last record is not read.
                       nulFields({sha1, "aaaa", "Cut"}) + "off";
-    std::vector<CommitRecord> records = GitParsing::commits(log, "/repo", "feature");
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].sha, sha1);
-    EXPECT_EQ(records[0].shortSha, "aaaaaaa");
-    EXPECT_EQ(records[0].authorName, "Ada | Lovelace");
-    EXPECT_EQ(records[0].authorEmail, "ada@example.org");
-    EXPECT_EQ(records[0].message, "Fix a|b parsing");
-    EXPECT_EQ(DateHelpers::isoString(records[0].committedAt), "2026-11-21T09:15:00Z");
-    EXPECT_EQ(records[0].id(), "/repo:" + sha1);
-    EXPECT_EQ(records[0].branch, "feature");
-    EXPECT_FALSE(records[0].isLocalOnly);
-    EXPECT_FALSE(records[0].insertions.has_value());
+    auto record = [](std::string sha, std::string shortSha, std::string subject, std::string name,
+                     std::string email, const char* when, std::string branch) {
+        return CommitRecord{"/repo",
+                            std::move(sha),
+                            std::move(shortSha),
+                            std::move(subject),
+                            std::move(name),
+                            std::move(email),
+                            *DateHelpers::parseISO(when),
+                            std::move(branch),
+                            false,
+                            std::nullopt,
+                            std::nullopt};
+    };
     // Without an author date the commit keeps its committer's; without both, no day holds it.
-    EXPECT_EQ(records[1].message, "Keep me");
-    EXPECT_EQ(DateHelpers::isoString(records[1].committedAt), noon);
+    EXPECT_EQ(GitParsing::commits(log, "/repo", "feature"),
+              (std::vector<CommitRecord>{
+                  record(sha1, "aaaaaaa", "Fix a|b parsing", "Ada | Lovelace", "ada@example.org",
+                         "2026-11-21T09:15:00Z", "feature"),
+                  record(sha2, "bbbb", "Keep me", "", "", noon.c_str(), "feature")}));
 
     std::string history =
         nulFields({sha1, "aaaa", "A", "a@x", noon, noon, "refs/heads/topic", "one"}) +
         nulFields({sha2, "bbbb", "B", "b@x", noon, noon, "main", "two"});
-    std::vector<CommitRecord> branches = GitParsing::historyCommits(history, "/repo");
-    ASSERT_EQ(branches.size(), 2u);
-    EXPECT_EQ(branches[0].branch, "topic");
-    EXPECT_EQ(branches[1].branch, "main");
-    EXPECT_EQ(branches[1].message, "two");
+    EXPECT_EQ(
+        GitParsing::historyCommits(history, "/repo"),
+        (std::vector<CommitRecord>{record(sha1, "aaaa", "one", "A", "a@x", noon.c_str(), "topic"),
+                                   record(sha2, "bbbb", "two", "B", "b@x", noon.c_str(), "main")}));
 }
 
 TEST(GitParsingTest, ChangedPathsTakeTheNewNameAndStripQuotes) {
