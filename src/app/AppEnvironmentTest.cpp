@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include "base/PathHelpers.hpp"
-#include "git/GitParsing.hpp"
 #include "persistence/AtomicFile.hpp"
 #include "persistence/ConfigKeys.hpp"
 #include "platform/Cancellation.hpp"
@@ -38,57 +37,6 @@ RepoConfig trackedAt(const std::string& path) {
 
 bool isWorkTreeCheck(const ProcessRequest& request) {
     return request.arguments.size() == 2 && request.arguments[1] == "--is-inside-work-tree";
-}
-
-bool isTodaysLog(const ProcessRequest& request) {
-    return request.arguments[0] == "log" && request.arguments.back() == GitParsing::kHistoryFormat;
-}
-
-TEST(AppEnvironmentTest, TheNinthRepositoryStartsOnlyWhenOneOfTheFirstEightHasFinished) {
-    testing::TempDir dir;
-    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
-    std::mutex orderMutex;
-    std::vector<std::string> events;
-    testing::BoundedLatch firstEight(8);
-    std::atomic<bool> allEightMet = true;
-    // The first eight hold each other until all have started: with fewer than eight
-    // at once they give up waiting, and a ninth started early shows up before any "end".
-    FakeProcessRunner runner([&](const ProcessRequest& request) {
-        std::string repo = std::filesystem::path(*request.cwd).filename().string();
-        if (isWorkTreeCheck(request)) {
-            {
-                std::lock_guard lock(orderMutex);
-                events.push_back("start " + repo);
-            }
-            if (repo < "repo8" && !firstEight.arriveAndWait()) allEightMet = false;
-            return ShellResult{"true\n", "", 0};
-        }
-        if (isTodaysLog(request)) {
-            std::lock_guard lock(orderMutex);
-            events.push_back("end " + repo);
-        }
-        return ShellResult{"", "", 1};
-    });
-    AppEnvironment env(dir.path(), clock, runner);
-    env.load();
-    env.applyConfigChange([](AppConfig& config) {
-        for (int i = 0; i < 9; ++i)
-            config.repositories.push_back(trackedAt("/fake/repo" + std::to_string(i)));
-    });
-    env.scanNow();
-
-    EXPECT_TRUE(allEightMet) << "fewer than eight repositories were read at once";
-    ASSERT_EQ(events.size(), 18u);
-    auto position = [&](const std::string& event) {
-        return std::find(events.begin(), events.end(), event) - events.begin();
-    };
-    auto firstEnd = std::find_if(events.begin(), events.end(),
-                                 [](const std::string& e) { return e.starts_with("end "); });
-    EXPECT_GT(position("start repo8"), firstEnd - events.begin());
-    // Results are applied in configuration order whatever order they finished in.
-    std::vector<RepoSnapshot> stored = env.store().snapshots();
-    EXPECT_EQ(stored.size(), 9u);
-    EXPECT_EQ(env.lastScanAt(), clock.now());
 }
 
 TEST(AppEnvironmentTest, OnlyAReadableSnapshotChangesARemoteURL) {
@@ -275,86 +223,62 @@ TEST(AppEnvironmentTest, AShutdownStopsTheReadsInFlightStartsNoOtherAndKeepsWhat
     EXPECT_EQ(runner.requests().size(), firstScan + 8 * 4);
 }
 
-// Answers enrolment's git children for folders that only look like repositories:
-// history reads ("log --branches") wait for each other until eight are in flight or
-// `hold` says to stay, so how many ran at once shows; everything else fails at once.
-class EnrolmentRunner {
-public:
-    ShellResult answer(const ProcessRequest& request) {
+// Enrolment's git children for folders that only look like repositories: the
+// history read ("log --branches") goes through `historyRead`, everything else fails.
+FakeProcessRunner enrolmentRunner(std::function<void()> historyRead) {
+    return FakeProcessRunner([historyRead](const ProcessRequest& request) {
         if (request.arguments[0] != "log" || request.arguments[2] != "--branches") {
             return ShellResult{"", "", 1};
         }
-        std::unique_lock lock(mutex_);
-        maxInFlight_ = std::max(maxInFlight_, ++inFlight_);
-        ++started_;
-        changed_.notify_all();
-        changed_.wait_for(lock, 5s, [&] { return (started_ >= 8 || released_) && !hold_; });
-        --inFlight_;
+        historyRead();
         return ShellResult{"", "", 0};
-    }
-    void holdAll() {
-        std::lock_guard lock(mutex_);
-        hold_ = true;
-    }
-    void release() {
-        {
-            std::lock_guard lock(mutex_);
-            hold_ = false;
-            released_ = true;
-        }
-        changed_.notify_all();
-    }
-    bool waitForStarted(int count) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, 10s, [&] { return started_ >= count; });
-    }
-    int maxInFlight() {
-        std::lock_guard lock(mutex_);
-        return maxInFlight_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    int inFlight_ = 0, maxInFlight_ = 0, started_ = 0;
-    bool hold_ = false, released_ = false;
-};
+    });
+}
 
 TEST(AppEnvironmentTest, EnrolmentReadsEightAtOnceAndAShutdownCutsItShortWithoutHalfAdding) {
     testing::TempDir dir;
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
     for (int i = 0; i < 20; ++i)
         std::filesystem::create_directories(dir / ("code/repo" + std::to_string(i)) / ".git");
-    auto enrolled = [&](AppEnvironment& env) { return env.config().repositories.size(); };
+    auto enrolling = [&](AppEnvironment& env) {
+        env.load();
+        env.applyConfigChange(
+            [&](AppConfig& config) { config.scanFolders = {(dir / "code").string()}; });
+    };
 
-    EnrolmentRunner all;
-    FakeProcessRunner allRunner([&](const ProcessRequest& r) { return all.answer(r); });
+    // The first eight reads wait for each other: with fewer at once they give up.
+    std::atomic<int> inFlight = 0, most = 0;
+    testing::BoundedLatch firstEight(8);
+    FakeProcessRunner allRunner = enrolmentRunner([&] {
+        int now = ++inFlight;
+        for (int seen = most; now > seen && !most.compare_exchange_weak(seen, now);) {}
+        EXPECT_TRUE(firstEight.arriveAndWait()) << "fewer than eight history reads at once";
+        --inFlight;
+    });
     AppEnvironment env(dir / "data", clock, allRunner);
-    env.load();
-    env.applyConfigChange(
-        [&](AppConfig& config) { config.scanFolders = {(dir / "code").string()}; });
+    enrolling(env);
     env.scanNow();
-    EXPECT_EQ(all.maxInFlight(), 8);
-    EXPECT_EQ(enrolled(env), 20u);
+    EXPECT_EQ(most, 8);
+    EXPECT_EQ(env.config().repositories.size(), 20u);
 
-    EnrolmentRunner cut;
-    cut.holdAll();
-    FakeProcessRunner cutRunner([&](const ProcessRequest& r) { return cut.answer(r); });
+    testing::BoundedLatch eightStarted(8), release(1);
+    FakeProcessRunner cutRunner = enrolmentRunner([&] {
+        eightStarted.countDown();
+        EXPECT_TRUE(release.wait()) << "a held history read was never let go on";
+    });
     AppEnvironment stopped(dir / "data2", clock, cutRunner);
-    stopped.load();
-    stopped.applyConfigChange(
-        [&](AppConfig& config) { config.scanFolders = {(dir / "code").string()}; });
+    enrolling(stopped);
     std::jthread scan([&] { stopped.scanNow(); });
-    ASSERT_TRUE(cut.waitForStarted(8));
+    ASSERT_TRUE(eightStarted.wait());
     size_t before = cutRunner.requests().size();
     std::jthread stopper([&] { stopped.shutdown(); });
     ASSERT_TRUE(testing::eventually(10s, [&] { return stopped.isShuttingDown(); }));
-    cut.release();
+    release.countDown();
     stopper.join();
     scan.join();
     // The eight in flight were the last children; none of the twenty is half-enrolled.
     EXPECT_EQ(cutRunner.requests().size(), before);
-    EXPECT_EQ(enrolled(stopped), 0u);
+    EXPECT_TRUE(stopped.config().repositories.empty());
 }
 
 // Which files are a sign of work is FileWatcherTest's; here, that the running service
