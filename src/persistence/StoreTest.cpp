@@ -153,24 +153,17 @@ TEST_F(StoreTest, EveryCollectionSurvivesAFlushAndALoad) {
         EXPECT_EQ(info.st_mode & 0777, 0600u) << name;
     }
 
-    Store& second = loaded();
-    EXPECT_EQ(second.snapshots(), first.snapshots());
-    EXPECT_EQ(second.commits(std::nullopt), first.commits(std::nullopt));
-    EXPECT_EQ(second.sessions(std::nullopt, std::nullopt),
-              first.sessions(std::nullopt, std::nullopt));
-    EXPECT_EQ(second.dayActivities("2026-11-21"), first.dayActivities("2026-11-21"));
-    EXPECT_EQ(second.journal("2026-11-21"), first.journal("2026-11-21"));
-    EXPECT_EQ(second.reminders(false), first.reminders(false));
-    EXPECT_EQ(second.accounts(), first.accounts());
-    EXPECT_EQ(second.remoteRepos(std::nullopt), first.remoteRepos(std::nullopt));
-    EXPECT_EQ(second.mappings(), first.mappings());
-    EXPECT_EQ(second.branches(std::nullopt), first.branches(std::nullopt));
-    EXPECT_EQ(second.syncStates(), first.syncStates());
-    EXPECT_EQ(second.health(std::nullopt), first.health(std::nullopt));
-    EXPECT_EQ(second.proposals(std::nullopt), first.proposals(std::nullopt));
-    EXPECT_EQ(second.auditEntries(), first.auditEntries());
-    EXPECT_EQ(second.metadata("/r"), first.metadata("/r"));
-    EXPECT_EQ(second.commits(std::nullopt).size(), 1u);
+    auto everything = [](Store& store) {
+        return std::tuple(store.snapshots(), store.commits(std::nullopt),
+                          store.sessions(std::nullopt, std::nullopt),
+                          store.dayActivities("2026-11-21"), store.journal("2026-11-21"),
+                          store.reminders(false), store.accounts(), store.remoteRepos(std::nullopt),
+                          store.mappings(), store.branches(std::nullopt), store.syncStates(),
+                          store.health(std::nullopt), store.proposals(std::nullopt),
+                          store.auditEntries(), store.metadata("/r"));
+    };
+    EXPECT_EQ(everything(loaded()), everything(first));
+    EXPECT_EQ(first.commits(std::nullopt).size(), 1u);
 }
 
 TEST_F(StoreTest, AFlushBeforeLoadIsRefusedAndTouchesNothing) {
