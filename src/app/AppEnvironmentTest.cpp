@@ -155,20 +155,6 @@ TEST(AppEnvironmentTest, AScanDuringAScanReturnsAtOnce) {
     EXPECT_EQ(runner.requests().size(), 5u);
 }
 
-TEST(AppEnvironmentTest, WithNothingTrackedAScanStillFlushesAndStampsItsTime) {
-    testing::TempDir dir;
-    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
-    FakeProcessRunner runner;
-    AppEnvironment env(dir.path(), clock, runner);
-    env.load();
-    env.scanNow();
-    EXPECT_EQ(env.lastScanAt(), clock.now());
-    for (const std::string& name : Store::flushOrder()) {
-        EXPECT_TRUE(std::filesystem::exists(dir / name)) << name;
-    }
-    EXPECT_TRUE(runner.requests().empty());
-}
-
 TEST(AppEnvironmentTest, AShutdownStopsTheReadsInFlightStartsNoOtherAndKeepsWhatWasStored) {
     testing::TempDir dir;
     testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T12:00:00Z"));
@@ -529,6 +515,11 @@ TEST(AppEnvironmentTest, TheRunningServiceFollowsANewReviewTimeAndSyncIntervalAt
     ASSERT_TRUE(env.applyConfigChange(setting("scanIntervalMinutes", "2")));
     clock.advance(2min);
     EXPECT_TRUE(scannedAt("2026-11-21T12:13:00Z"));
+    // With nothing tracked a scan still stamps its time and saves, and runs no git.
+    EXPECT_TRUE(runner.requests().empty());
+    for (const std::string& name : Store::flushOrder()) {
+        EXPECT_TRUE(std::filesystem::exists(dir / name)) << name;
+    }
 
     // An edit by hand, taken in by a scan, is followed the same way.
     AppConfig byHand = env.config();
