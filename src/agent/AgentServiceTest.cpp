@@ -8,11 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "agent/AgentTools.hpp"
-#include "app/AppEnvironment.hpp"
-#include "platform/Shell.hpp"
-#include "testing/FakeClock.hpp"
-#include "testing/RepoConfigs.hpp"
-#include "testing/TempDir.hpp"
+#include "tests/AgentToolFixture.hpp"
 
 namespace quorvane {
 namespace {
@@ -42,44 +38,15 @@ private:
     bool grants_;
 };
 
-class AgentServiceTest : public ::testing::Test {
+class AgentServiceTest : public testing::ToolTest {
 protected:
-    void SetUp() override {
-        env_.load();
-        env_.applyConfigChange([&](AppConfig& config) {
-            config.repositories.push_back(repoAt("/work/app"));
-            config.agent.allowedRoots = {dir_.path().string()};
-        });
-    }
-
-    AgentResult call(const std::string& tool, const Json& args = Json::object()) {
-        return env_.agentService().handle(tool, args.dump());
-    }
-    Json result(const AgentResult& answer) { return Json::parse(answer.json); }
-    void setLevel(AgentPermissionLevel level) {
-        env_.applyConfigChange([&](AppConfig& config) { config.agent.permissionLevel = level; });
+    void configure(AppConfig& config) override {
+        config.repositories.push_back(repoAt("/work/app"));
     }
     size_t auditCount() { return env_.store().auditEntries().size(); }
-    AuditLogEntry lastAudit() { return env_.store().auditEntries(1).at(0); }
-    std::string approve(const std::string& id) {
-        AppEnvironment::ProposalDecision decision = env_.approveProposal(id);
-        EXPECT_EQ(decision.problem, "");
-        return decision.token;
+    std::string proposalFor(std::string_view tool, const Json& args) {
+        return proposalIn(call(tool, args));
     }
-    // The proposal id an apply call without a token was answered with.
-    std::string proposalFor(const std::string& tool, const Json& args) {
-        AgentResult answer = call(tool, args);
-        EXPECT_EQ(answer.errorCode, "confirmation_required");
-        const std::string prefix = "(proposal ";
-        size_t at = answer.hint.value_or("").find(prefix);
-        if (at == std::string::npos) return "";
-        return answer.hint->substr(at + prefix.size(), 36);
-    }
-
-    testing::TempDir dir_;
-    testing::FakeClock clock_{*DateHelpers::parseISO("2026-11-25T10:00:00Z")};
-    Shell shell_;
-    AppEnvironment env_{dir_ / "data", clock_, shell_};
 };
 
 TEST_F(AgentServiceTest, ChecksRunInOrderAndEachCallLeavesOneAuditEntry) {

@@ -8,12 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/AgentService.hpp"
-#include "app/AppEnvironment.hpp"
-#include "platform/Shell.hpp"
-#include "testing/FakeClock.hpp"
-#include "testing/RepoConfigs.hpp"
-#include "testing/TempDir.hpp"
+#include "tests/AgentToolFixture.hpp"
 
 namespace quorvane {
 namespace {
@@ -100,15 +95,14 @@ TEST(AgentToolsTest, EveryEntryIsNamedOnceAndHasAWellFormedObjectSchema) {
 
 // Calls built from the schemas, on a real store and configuration, at the highest
 // level and with the licence granted, so only the tools' own checks answer.
-class AgentToolsDispatchTest : public ::testing::Test {
+class AgentToolsDispatchTest : public testing::ToolTest {
 protected:
+    void configure(AppConfig& config) override {
+        config.repositories = {repoAt("/work/app")};
+        config.agent.permissionLevel = AgentPermissionLevel::safeGit;
+    }
     void SetUp() override {
-        env_.load();
-        env_.applyConfigChange([&](AppConfig& config) {
-            config.repositories = {repoAt("/work/app")};
-            config.agent.allowedRoots = {dir_.path().string()};
-            config.agent.permissionLevel = AgentPermissionLevel::safeGit;
-        });
+        ToolTest::SetUp();
         // The remote the samples name, so a tool that looks it up goes on to its
         // other arguments.
         RemoteRepository remote;
@@ -118,10 +112,6 @@ protected:
         remote.fullName = "alice/app";
         remote.id = remote.composedID();
         env_.store().replaceRemoteRepos("acct", {remote});
-    }
-
-    AgentResult call(std::string_view tool, const Json& args) {
-        return env_.agentService().handle(std::string(tool), args.dump());
     }
 
     // A value the tool accepts for `key`: the first of its enum, else one that fits
@@ -155,11 +145,6 @@ protected:
     }
 
     size_t proposalCount() { return env_.proposals().size(); }
-
-    testing::TempDir dir_;
-    testing::FakeClock clock_{*DateHelpers::parseISO("2026-11-25T10:00:00Z")};
-    Shell shell_;
-    AppEnvironment env_{dir_ / "data", clock_, shell_};
 };
 
 TEST_F(AgentToolsDispatchTest, ATokenIsDeclaredAndExplainedExactlyWhereTheDispatcherAsksForOne) {

@@ -1,47 +1,17 @@
 // The propose and apply tools, through the dispatcher on a real store and
 // configuration: each change waits for the person's approval and is carried out
 // once, exactly as approved.
-#include <gtest/gtest.h>
-
-#include "agent/AgentService.hpp"
-#include "app/AppEnvironment.hpp"
-#include "platform/Shell.hpp"
-#include "testing/FakeClock.hpp"
-#include "testing/RepoConfigs.hpp"
-#include "testing/TempDir.hpp"
+#include "tests/AgentToolFixture.hpp"
 
 namespace quorvane {
 namespace {
 
 using testing::repoAt;
 
-class ChangeToolsTest : public ::testing::Test {
+class ChangeToolsTest : public testing::ToolTest {
 protected:
-    void SetUp() override {
-        env_.load();
-        env_.applyConfigChange([&](AppConfig& config) {
-            config.repositories = {repoAt("/work/app"), repoAt("/work/lib")};
-            config.agent.allowedRoots = {"/work"};
-        });
-    }
-
-    AgentResult call(const std::string& tool, const Json& args = Json::object()) {
-        return env_.agentService().handle(tool, args.dump());
-    }
-    Json result(const AgentResult& answer) { return Json::parse(answer.json); }
-    AuditLogEntry lastAudit() { return env_.store().auditEntries(1).at(0); }
-    std::string pendingIdOf(const AgentResult& answer) {
-        EXPECT_EQ(answer.errorCode, "confirmation_required") << answer.hint.value_or("");
-        const std::string prefix = "(proposal ";
-        size_t at = answer.hint.value_or("").find(prefix);
-        return at == std::string::npos ? "" : answer.hint->substr(at + prefix.size(), 36);
-    }
-    // The whole road: the call makes a proposal, the person approves it, the same
-    // call with the token applies it.
-    AgentResult applyApproved(const std::string& tool, Json args) {
-        const std::string id = pendingIdOf(call(tool, args));
-        args["confirmationToken"] = env_.approveProposal(id).token;
-        return call(tool, args);
+    void configure(AppConfig& config) override {
+        config.repositories = {repoAt("/work/app"), repoAt("/work/lib")};
     }
     const RepoConfig* repo(const std::string& id) {
         config_ = env_.config();
@@ -51,10 +21,6 @@ protected:
         return nullptr;
     }
 
-    testing::TempDir dir_;
-    testing::FakeClock clock_{*DateHelpers::parseISO("2026-11-25T10:00:00Z")};
-    Shell shell_;
-    AppEnvironment env_{dir_ / "data", clock_, shell_};
     AppConfig config_;
 };
 
@@ -91,7 +57,7 @@ TEST_F(ChangeToolsTest, ASettingsProposalMakesOneProposalPerToolOrNoneAtAll) {
     EXPECT_EQ(result(call("propose_settings_change", changes))["proposalIds"], ids);
 
     // Each is applied by its own tool with its own token.
-    const std::string token = env_.approveProposal(ids[1]).token;
+    const std::string token = approve(ids[1]);
     AgentResult applied = call("disable_repository_tracking",
                                {{"repoId", "/work/lib"}, {"confirmationToken", token}});
     EXPECT_TRUE(applied.ok) << applied.hint.value_or("");
@@ -160,7 +126,7 @@ TEST_F(ChangeToolsTest, MappingsFollowTheApprovedProposalAndMarksAreKeptOnce) {
     shown.payloadJSON = R"({"localRepoId":"/work/app","remoteRepoId":"acct:me/app"})";
     shown.createdAt = clock_.now();
     env_.store().upsertProposal(shown);
-    const std::string token = env_.approveProposal("MAP-1").token;
+    const std::string token = approve("MAP-1");
     AgentResult mapped = call("apply_repository_mapping", {{"remoteRepoId", "acct:me/other"},
                                                            {"localRepoId", "/work/lib"},
                                                            {"confirmationToken", token}});
@@ -186,7 +152,7 @@ TEST_F(ChangeToolsTest, MappingsFollowTheApprovedProposalAndMarksAreKeptOnce) {
 
     // Ignoring is destructive and says so; used twice, the id is kept once.
     const std::string ignore =
-        pendingIdOf(call("mark_repository_ignored", {{"repoId", "/work/lib"}}));
+        proposalIn(call("mark_repository_ignored", {{"repoId", "/work/lib"}}));
     EXPECT_TRUE(env_.store().proposal(ignore)->summary.starts_with(
         "DESTRUCTIVE: stops tracking /work/lib"));
     EXPECT_TRUE(applyApproved("mark_repository_ignored", {{"repoId", "/work/lib"}}).ok);

@@ -1,11 +1,5 @@
-#include <gtest/gtest.h>
-
-#include "agent/AgentService.hpp"
-#include "app/AppEnvironment.hpp"
-#include "platform/Shell.hpp"
-#include "testing/FakeClock.hpp"
-#include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/AgentToolFixture.hpp"
 
 namespace quorvane {
 namespace {
@@ -13,25 +7,9 @@ namespace {
 namespace fs = std::filesystem;
 using testing::TestRepo;
 
-// The disk tools through the service's front door, on a real application
-// environment whose allowed root is the test's folder.
-class DiskToolsTest : public ::testing::Test {
+class DiskToolsTest : public testing::ToolTest {
 protected:
-    void SetUp() override {
-        env_.load();
-        env_.applyConfigChange([&](AppConfig& config) {
-            config.agent.allowedRoots = {root_};
-            config.agent.maxScanDepth = 2;
-        });
-    }
-
-    AgentResult call(const std::string& tool, const Json& args = Json::object()) {
-        return env_.agentService().handle(tool, args.dump());
-    }
-    Json result(const AgentResult& answer) {
-        EXPECT_TRUE(answer.ok) << answer.hint.value_or("");
-        return Json::parse(answer.json);
-    }
+    void configure(AppConfig& config) override { config.agent.maxScanDepth = 2; }
     // The refusal's code and hint, and the status its audit entry was written with.
     std::string refusal(const std::string& tool, const Json& args) {
         AgentResult answer = call(tool, args);
@@ -68,12 +46,6 @@ protected:
             }
         });
     }
-
-    testing::TempDir dir_;
-    const std::string root_ = fs::canonical(dir_.path()).string();
-    testing::FakeClock clock_{*DateHelpers::parseISO("2026-11-25T10:00:00Z")};
-    Shell shell_;
-    AppEnvironment env_{dir_ / "data", clock_, shell_};
 };
 
 TEST_F(DiskToolsTest, SearchAndScanWalkTheRootNoDeeperThanTheSettingAllows) {

@@ -8,14 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include "agent/AgentService.hpp"
 #include "agent/AgentTools.hpp"
-#include "app/AppEnvironment.hpp"
-#include "platform/Shell.hpp"
-#include "testing/FakeClock.hpp"
-#include "testing/RepoConfigs.hpp"
-#include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
+#include "tests/AgentToolFixture.hpp"
 
 namespace quorvane {
 namespace {
@@ -59,30 +54,17 @@ std::string readText(const fs::path& path) {
 
 // A Wednesday, with the test process in UTC: today is 2026-11-25, its week began on
 // Monday 2026-11-23.
-class ReadToolsTest : public ::testing::Test {
+class ReadToolsTest : public testing::ToolTest {
 protected:
-    void SetUp() override {
-        env_.load();
-        env_.applyConfigChange([&](AppConfig& config) {
-            config.repositories = {repoAt("/work/app", "git@github.com:alice/app.git"),
-                                   repoAt("/work/lib"),
-                                   repoAt("/work/web", "https://github.com/alice/web.git")};
-            RepoConfig off = repoAt("/work/off");
-            off.trackingEnabled = false;
-            config.repositories.push_back(off);
-            config.agent.allowedRoots = {dir_.path().string()};
-        });
-    }
-
-    AgentResult call(const std::string& tool, const Json& args = Json::object()) {
-        return env_.agentService().handle(tool, args.dump());
-    }
-    Json result(const AgentResult& answer) {
-        EXPECT_TRUE(answer.ok) << answer.hint.value_or("");
-        return Json::parse(answer.json);
+    void configure(AppConfig& config) override {
+        config.repositories = {repoAt("/work/app", "git@github.com:alice/app.git"),
+                               repoAt("/work/lib"),
+                               repoAt("/work/web", "https://github.com/alice/web.git")};
+        RepoConfig off = repoAt("/work/off");
+        off.trackingEnabled = false;
+        config.repositories.push_back(off);
     }
     Json resource(const std::string& uri) { return result(call("resources/read", {{"uri", uri}})); }
-    AuditLogEntry lastAudit() { return store().auditEntries(1).at(0); }
     Store& store() { return env_.store(); }
 
     // The GitHub side as a sync would leave it: two accounts, one holding a
@@ -131,10 +113,6 @@ protected:
         return proposal.id;
     }
 
-    testing::TempDir dir_;
-    testing::FakeClock clock_{at("2026-11-25T10:00:00Z")};
-    Shell shell_;
-    AppEnvironment env_{dir_ / "data", clock_, shell_};
     int proposals_ = 0;
 };
 
@@ -636,15 +614,8 @@ TEST_F(ReadToolsTest, ResourcesAnswerTheirExactNamesOnly) {
         EXPECT_EQ(lastAudit().detail, std::string("unknown uri ") + uri);
     }
     EXPECT_EQ(call("resources/read", {{"uri", 3}}).hint, "`uri` required");
-}
-
-// What a bridge lists, it can read; names beside them are refused by the test above.
-TEST_F(ReadToolsTest, EveryListedResourceReads) {
-    fillInventory();
-    for (const AgentResource& listed : AgentTools::resources()) {
-        AgentResult answer = call("resources/read", {{"uri", std::string(listed.uri)}});
-        EXPECT_TRUE(answer.ok) << listed.uri << ": " << answer.hint.value_or("");
-    }
+    // What a bridge lists, it can read.
+    for (const AgentResource& listed : AgentTools::resources()) resource(std::string(listed.uri));
 }
 
 TEST_F(ReadToolsTest, RefreshingTellsWhatWasFoundAndNeedsAnAccountToSync) {
