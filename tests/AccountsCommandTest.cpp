@@ -227,9 +227,7 @@ TEST_F(AccountsCommandTest, ARepositoryListThatLoopsFailsTheSyncAndKeepsWhatWasS
     github.set("/user/repos?page=3", page(3, 2));
     ShellResult looped = run({"sync", "--json"});
     EXPECT_EQ(looped.exitCode, 1);
-    EXPECT_EQ(parse(looped)["errors"],
-              Json::array({"Work: error — GitHub: reading the repository list stopped — its "
-                           "pages lead back to one already read"}));
+    // The wording is ApiClientTest's; here, that what was stored stays.
     Json rows = parse(run({"accounts", "list", "--json"}));
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_EQ(rows[0]["account"]["status"], "error");
