@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -140,26 +138,6 @@ TEST_F(DaemonTest, FileEditsAndCommitsBecomeASessionAndEverythingIsSavedOnSigter
     EXPECT_EQ(testing::runQuorvane(dataDir(), {"scan"}).exitCode, 0);
 }
 
-// Whether a git child of `parent` is running with `folder` as its working directory.
-bool gitChildRunsIn(pid_t parent, const std::filesystem::path& folder) {
-    std::error_code ec;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc", ec)) {
-        std::ifstream stat(entry.path() / "stat");
-        std::string line;
-        if (!std::getline(stat, line)) continue;
-        // "pid (comm) state ppid ...": the name may hold spaces, so read after the ")".
-        size_t close = line.rfind(')');
-        if (close == std::string::npos || line.find("(git)") == std::string::npos) continue;
-        std::istringstream rest(line.substr(close + 2));
-        char state = 0;
-        pid_t ppid = 0;
-        rest >> state >> ppid;
-        if (ppid != parent) continue;
-        if (std::filesystem::read_symlink(entry.path() / "cwd", ec) == folder) return true;
-    }
-    return false;
-}
-
 TEST_F(DaemonTest, ASignalStopsAGitChildThatHangsOnTheRepositoryAndStartsNoOther) {
     testing::TestRepo fine(codeDir() / "fine");
     fine.commitFile("a.txt", "a", "first");
@@ -173,8 +151,9 @@ TEST_F(DaemonTest, ASignalStopsAGitChildThatHangsOnTheRepositoryAndStartsNoOther
 
     auto daemon = startDaemon();
     // Enrolment reads the new repository with git, which now hangs on it.
-    ASSERT_TRUE(testing::eventually(30s, [&] { return gitChildRunsIn(daemon->pid(), stuckPath); }))
-        << daemon->output();
+    ASSERT_TRUE(testing::eventually(30s, [&] {
+        return !testing::gitProcessesIn(stuckPath).empty();
+    })) << daemon->output();
     auto signalled = std::chrono::steady_clock::now();
     daemon->signal(SIGTERM);
     std::optional<int> status = daemon->waitForExit(60s);
@@ -184,7 +163,7 @@ TEST_F(DaemonTest, ASignalStopsAGitChildThatHangsOnTheRepositoryAndStartsNoOther
     // The hung child had 15 s left before its own timeout, and each further child
     // another 15: a stop that waits for neither is well inside that.
     EXPECT_LT(waited, 10s) << daemon->output();
-    EXPECT_FALSE(gitChildRunsIn(daemon->pid(), stuckPath));
+    EXPECT_TRUE(testing::gitProcessesIn(stuckPath).empty());
     // Cut short, its enrolment is not half-recorded: the next start enrols it whole.
     Json repos = read({"repos", "list", "--json"});
     for (const Json& repo : repos) EXPECT_NE(repo.at("id"), stuckPath.string());

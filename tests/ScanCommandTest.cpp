@@ -3,8 +3,6 @@
 #include <signal.h>
 #include <sys/stat.h>
 
-#include <fstream>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -166,22 +164,6 @@ TEST_F(ScanCommandTest, UpstreamsDetachedEmptyAndBrokenRepositoriesInConfigurati
     EXPECT_EQ(find(snapshots, bare.path())["error"], "Not a git working tree");
 }
 
-// The git processes whose working folder is `folder`, by process id.
-std::vector<std::string> gitProcessesIn(const std::filesystem::path& folder) {
-    std::vector<std::string> found;
-    std::error_code ec;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc", ec)) {
-        std::error_code linkError;
-        std::filesystem::path cwd = std::filesystem::read_symlink(entry.path() / "cwd", linkError);
-        std::string name;
-        std::ifstream(entry.path() / "comm") >> name;
-        if (!linkError && cwd == folder && name == "git") {
-            found.push_back(entry.path().filename().string());
-        }
-    }
-    return found;
-}
-
 TEST_F(ScanCommandTest, CtrlCStopsTheGitChildrenOfAScan) {
     // An exclude file that is a FIFO: git status waits on it for as long as nobody
     // writes, well past any patience of the person who pressed Ctrl-C.
@@ -195,12 +177,14 @@ TEST_F(ScanCommandTest, CtrlCStopsTheGitChildrenOfAScan) {
     for (int signal : {SIGINT, SIGTERM}) {
         testing::BackgroundProcess scan(QUORVANE_BINARY, {"scan", "--data-dir", dataDir().string()},
                                         dir_ / "scan.log");
-        ASSERT_TRUE(testing::eventually(60s, [&] { return !gitProcessesIn(repo.path()).empty(); }))
-            << scan.output();
+        ASSERT_TRUE(testing::eventually(60s, [&] {
+            return !testing::gitProcessesIn(repo.path()).empty();
+        })) << scan.output();
         scan.signal(signal);
         EXPECT_EQ(scan.waitForExit(60s), 128 + signal) << scan.output();
-        EXPECT_TRUE(testing::eventually(10s, [&] { return gitProcessesIn(repo.path()).empty(); }))
-            << "left running: " << gitProcessesIn(repo.path()).front();
+        EXPECT_TRUE(
+            testing::eventually(10s, [&] { return testing::gitProcessesIn(repo.path()).empty(); }))
+            << "left running: " << testing::gitProcessesIn(repo.path()).front();
     }
 }
 
