@@ -131,8 +131,10 @@ TEST_F(CommandLineTest, ARepositoryIsListedAndRemovedByPathNameOrDisplayNameButN
     EXPECT_EQ(config().ignoredRepoIDs, std::vector<std::string>{second.path().string()});
 }
 
-TEST_F(CommandLineTest, FoldersAreCanonicalUniqueAndMustExist) {
-    std::filesystem::create_directories(dir_ / "code");
+TEST_F(CommandLineTest, AScanFolderIsCanonicalUniqueAndMustExistAndTheNextScanEnrolsWhatItHolds) {
+    TestRepo first(dir_ / "code" / "first");
+    TestRepo second(dir_ / "code" / "group" / "second");
+    first.commitFile("a.txt", "a", "one");
     std::filesystem::create_symlink(dir_ / "code", dir_ / "code-link");
     EXPECT_EQ(quorvane({"folders", "add", (dir_ / "code-link").string()}).exitCode, 0);
     EXPECT_THAT(quorvane({"folders", "add", (dir_ / "code").string()}).stdOut,
@@ -142,17 +144,6 @@ TEST_F(CommandLineTest, FoldersAreCanonicalUniqueAndMustExist) {
     EXPECT_THAT(missing.stdErr, HasSubstr("no such folder"));
     EXPECT_EQ(config().scanFolders, std::vector<std::string>{(dir_ / "code").string()});
     EXPECT_EQ(quorvane({"folders", "list"}).stdOut, (dir_ / "code").string() + "\n");
-
-    EXPECT_EQ(quorvane({"folders", "remove", (dir_ / "nope").string()}).exitCode, 1);
-    EXPECT_EQ(quorvane({"folders", "remove", (dir_ / "code-link").string()}).exitCode, 0);
-    EXPECT_TRUE(config().scanFolders.empty());
-}
-
-TEST_F(CommandLineTest, TheNextScanEnrolsWhatAScanFolderHolds) {
-    TestRepo first(dir_ / "code" / "first");
-    TestRepo second(dir_ / "code" / "group" / "second");
-    first.commitFile("a.txt", "a", "one");
-    ASSERT_EQ(quorvane({"folders", "add", (dir_ / "code").string()}).exitCode, 0);
     EXPECT_TRUE(config().repositories.empty());
 
     ShellResult scan = quorvane({"scan"});
@@ -162,11 +153,14 @@ TEST_F(CommandLineTest, TheNextScanEnrolsWhatAScanFolderHolds) {
     ASSERT_EQ(config().repositories.size(), 2u);
     // Its history came along: the commit is stored before any scan of the day reads it.
     EXPECT_EQ(Json::parse(quorvane({"commits", "--json"}).stdOut).size(), 1u);
-
     EXPECT_THAT(quorvane({"scan"}).stdOut, ::testing::Not(HasSubstr("newly tracked")));
     ASSERT_EQ(quorvane({"repos", "remove", second.path().string()}).exitCode, 0);
     EXPECT_THAT(quorvane({"scan"}).stdOut, ::testing::Not(HasSubstr("newly tracked")));
     EXPECT_EQ(config().repositories.size(), 1u);
+
+    EXPECT_EQ(quorvane({"folders", "remove", (dir_ / "nope").string()}).exitCode, 1);
+    EXPECT_EQ(quorvane({"folders", "remove", (dir_ / "code-link").string()}).exitCode, 0);
+    EXPECT_TRUE(config().scanFolders.empty());
 }
 
 TEST_F(CommandLineTest, ScanPrintsARowPerRepositoryAndStoresWhatStatusAndCommitsReadBack) {
