@@ -49,18 +49,13 @@ protected:
         return result;
     }
 
-    void useAnthropic() {
-        ASSERT_EQ(run({"config", "set", "ai.provider", "anthropic"}).exitCode, 0);
-        ASSERT_EQ(run({"config", "set", "ai.anthropicBaseURL", anthropic_.base()}).exitCode, 0);
-    }
-
     testing::TempDir dir_;
     std::filesystem::path data_ = dir_ / "data";
     testing::LoopbackHttpServer anthropic_;
     std::string outputs_;
 };
 
-TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) {
+TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsNeverAFilesContentsAndAFailureNoSummary) {
     // A secret in a committed file, in a commit's body, and in the uncommitted diff.
     // A second apart, so that their order is known.
     Date now = std::chrono::time_point_cast<std::chrono::seconds>(std::chrono::system_clock::now());
@@ -75,7 +70,21 @@ TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) 
     ASSERT_EQ(run({"scan"}).exitCode, 0) << outputs_;
     ASSERT_EQ(run({"journal", "--notes", "Talked to the payments team."}).exitCode, 0) << outputs_;
 
-    useAnthropic();
+    ASSERT_EQ(run({"config", "set", "ai.provider", "anthropic"}).exitCode, 0);
+    ASSERT_EQ(run({"config", "set", "ai.anthropicBaseURL", anthropic_.base()}).exitCode, 0);
+    // No key stored: no provider, and no request is made; an empty line stores none.
+    ShellResult plain = run({"report", "daily", "--extended"});
+    ASSERT_EQ(plain.exitCode, 0) << plain.stdErr;
+    ShellResult noKey = run({"report", "daily", "--extended", "--ai"});
+    EXPECT_EQ(noKey.exitCode, 0);
+    EXPECT_EQ(noKey.stdOut, plain.stdOut);
+    EXPECT_EQ(noKey.stdErr, std::string(kFailure) +
+                                "No Anthropic API key is stored: quorvane config set-secret ai.\n");
+    ShellResult empty = run({"config", "set-secret", "ai"}, "\n");
+    EXPECT_EQ(empty.exitCode, 1);
+    EXPECT_THAT(empty.stdErr, HasSubstr("no API key on standard input"));
+    EXPECT_TRUE(anthropic_.requests().empty());
+
     ShellResult stored = run({"config", "set-secret", "ai"}, std::string(kKey) + "\n");
     ASSERT_EQ(stored.exitCode, 0) << stored.stdErr;
     EXPECT_THAT(stored.stdOut, HasSubstr("Stored the API key as com.qvn.quorvane.ai.key in"));
@@ -108,35 +117,8 @@ TEST_F(AISummaryTest, TheRequestCarriesSubjectsAndCountsButNeverAFilesContents) 
     EXPECT_THAT(asked, HasSubstr("- Add the service settings\n- Describe the service\n"));
     EXPECT_THAT(asked, HasSubstr("## Notes\nTalked to the payments team."));
 
-    // The key lives in the secret store only.
-    for (const auto& entry : std::filesystem::directory_iterator(data_)) {
-        if (entry.path().filename() == "secrets.json" || !entry.is_regular_file()) continue;
-        EXPECT_TRUE(testing::readFile(entry.path()).find(kKey) == std::string::npos)
-            << entry.path();
-    }
-    EXPECT_TRUE(outputs_.find(kKey) == std::string::npos) << "the key was printed";
-}
-
-TEST_F(AISummaryTest, WithoutAKeyOrWithARefusalTheReportComesWithoutASummary) {
-    useAnthropic();
-    ShellResult plain = run({"report", "daily", "--extended"});
-    ASSERT_EQ(plain.exitCode, 0) << plain.stdErr;
-
-    // No key stored: no provider, and no request is made.
-    ShellResult noKey = run({"report", "daily", "--extended", "--ai"});
-    EXPECT_EQ(noKey.exitCode, 0);
-    EXPECT_EQ(noKey.stdOut, plain.stdOut);
-    EXPECT_EQ(noKey.stdErr, std::string(kFailure) +
-                                "No Anthropic API key is stored: quorvane config set-secret ai.\n");
-    EXPECT_TRUE(anthropic_.requests().empty());
-
-    // An empty line stores nothing.
-    ShellResult empty = run({"config", "set-secret", "ai"}, "\n");
-    EXPECT_EQ(empty.exitCode, 1);
-    EXPECT_THAT(empty.stdErr, HasSubstr("no API key on standard input"));
-
-    // A key Anthropic refuses: its message, never the key.
-    ASSERT_EQ(run({"config", "set-secret", "ai"}, std::string(kKey) + "\n").exitCode, 0);
+    // A key Anthropic refuses: its message, never the key, and the report without a
+    // summary; removed, the key is gone again.
     anthropic_.set("/v1/messages", {401,
                                     {{"Content-Type", "application/json"}},
                                     R"({"type":"error","error":{"type":"authentication_error",)"
@@ -146,10 +128,15 @@ TEST_F(AISummaryTest, WithoutAKeyOrWithARefusalTheReportComesWithoutASummary) {
     EXPECT_EQ(refused.exitCode, 0);
     EXPECT_EQ(refused.stdOut, plain.stdOut);
     EXPECT_EQ(refused.stdErr, std::string(kFailure) + "Anthropic API 401: invalid x-api-key\n");
-
-    // Removed, the key is gone again.
     EXPECT_EQ(run({"config", "set-secret", "ai", "--remove"}).exitCode, 0);
     EXPECT_EQ(run({"report", "daily", "--extended", "--ai"}).stdErr, noKey.stdErr);
+
+    // The key lives in the secret store only.
+    for (const auto& entry : std::filesystem::directory_iterator(data_)) {
+        if (entry.path().filename() == "secrets.json" || !entry.is_regular_file()) continue;
+        EXPECT_TRUE(testing::readFile(entry.path()).find(kKey) == std::string::npos)
+            << entry.path();
+    }
     EXPECT_TRUE(outputs_.find(kKey) == std::string::npos) << "the key was printed";
 }
 

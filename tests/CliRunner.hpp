@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -158,6 +159,23 @@ inline TerminalRun runOnTerminal(std::vector<std::string> words,
     ::close(terminal);
     std::erase(run.shown, '\r');
     return run;
+}
+
+// The git processes whose working folder is `folder`, by process id, whoever
+// started them: a child its parent left behind counts too.
+inline std::vector<std::string> gitProcessesIn(const std::filesystem::path& folder) {
+    std::vector<std::string> found;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", ec)) {
+        std::error_code linkError;
+        std::filesystem::path cwd = std::filesystem::read_symlink(entry.path() / "cwd", linkError);
+        std::string name;
+        std::ifstream(entry.path() / "comm") >> name;
+        if (!linkError && cwd == folder && name == "git") {
+            found.push_back(entry.path().filename().string());
+        }
+    }
+    return found;
 }
 
 }  // namespace quorvane::testing

@@ -63,7 +63,6 @@ TEST_F(ConfigCommandTest, SetChangesOneSettingSaysWhatChangedAndGetAndListReadIt
     EXPECT_THAT(list.stdOut, HasSubstr("scanIntervalMinutes = 5\n"
                                        "    minutes between the daemon's scans (1 to 1440)\n"));
     EXPECT_THAT(list.stdOut, HasSubstr("sync.interval = m30\n"));
-    EXPECT_THAT(wideLines(list.stdOut), ::testing::IsEmpty());
     Json listed = Json::parse(quorvane({"config", "list", "--json"}).stdOut);
     EXPECT_EQ(listed["scanIntervalMinutes"], 5);
     EXPECT_EQ(listed["agent.autoApproveConfidenceThreshold"], nullptr);
@@ -79,8 +78,6 @@ TEST_F(ConfigCommandTest, SetChangesOneSettingSaysWhatChangedAndGetAndListReadIt
     EXPECT_EQ(absent.stdErr, "quorvane: identities holds no jo smith\n");
     EXPECT_EQ(ConfigService::decode(onDisk()).identities,
               std::vector<std::string>{"Me@Work.example"});
-    EXPECT_THAT(quorvane({"config", "set", "identities", "x"}).stdErr,
-                HasSubstr("'quorvane config add identities VALUE'"));
 
     ShellResult help = quorvane({"config", "--help"});
     EXPECT_EQ(help.exitCode, 0);
@@ -104,14 +101,12 @@ TEST_F(ConfigCommandTest, ARefusedSettingLeavesConfigJsonByteForByteAsItWas) {
         int exitCode;
         std::string says;
     };
-    // Each kind of refusal once; every value's own rule is pinned beside the keys.
+    // A refused value and a refused command line once each; every key's and value's
+    // own refusal is pinned in ConfigKeysTest.
     const std::vector<Refused> cases = {
         // A negative number is a value, not an option.
         {{"set", "historyDays", "-5"}, 1, "historyDays takes a whole number from 0 to 3650"},
-        {{"set", "scanInterval", "5"}, 1, "did you mean scanIntervalMinutes?"},
-        {{"set", "scanFolders", "/tmp"}, 1, "'quorvane folders add'"},
         {{"set", "scanIntervalMinutes"}, 2, "VALUE is required"},
-        {{"set"}, 2, "KEY is required"},
     };
     for (const Refused& refused : cases) {
         std::vector<std::string> arguments = {"config"};

@@ -1,11 +1,9 @@
 // The journal through the built program: showing, setting, clearing and editing.
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "persistence/DataFolderLock.hpp"
 #include "records/JsonCodec.hpp"
 #include "testing/TempDir.hpp"
 #include "tests/CliRunner.hpp"
@@ -84,16 +82,6 @@ TEST_F(JournalCommandTest, TheEditorRewritesTheEntryOrChangesNothing) {
     for (const auto& file : std::filesystem::directory_iterator(dir_ / "data")) {
         EXPECT_FALSE(file.path().filename().string().starts_with("journal-")) << file.path();
     }
-}
-
-TEST_F(JournalCommandTest, WritingWaitsForTheDataFolderButReadingDoesNot) {
-    std::filesystem::create_directories(dir_ / "data");
-    LockAttempt held = DataFolderLock::acquire(dir_ / "data");
-    ASSERT_TRUE(held.lock.has_value());
-    ShellResult refused = quorvane({"journal", "--notes", "x"});
-    EXPECT_EQ(refused.exitCode, 1);
-    EXPECT_THAT(refused.stdErr, HasSubstr("(pid " + std::to_string(::getpid()) + ")"));
-    EXPECT_EQ(quorvane({"journal"}).exitCode, 0);
 }
 
 }  // namespace

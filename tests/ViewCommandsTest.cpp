@@ -93,9 +93,6 @@ TEST_F(ViewCommandsTest, HistoryReadAtEnrolmentShowsInEveryView) {
                                                 {keyDaysAgo(40), 2},
                                                 {keyDaysAgo(85), 1}}));
 
-    Json week = json({"week", "--date", keyDaysAgo(40)});
-    EXPECT_EQ(week["totalCommits"], 2);
-    EXPECT_EQ(week["perDay"][weekdayIndex(noonDaysAgo(40))]["commitCount"], 2);
     ShellResult weekText = quorvane({"week", "--date", keyDaysAgo(10)});
     std::vector<std::string_view> lines = Text::nonEmptyLines(weekText.stdOut);
     ASSERT_GE(lines.size(), 10u);
@@ -170,15 +167,7 @@ TEST_F(ViewCommandsTest, SessionsOfADayOldestFirstWithOpenOnesMarked) {
     EXPECT_THAT(text.stdOut, HasSubstr("2 sessions, 1h 17m"));
 }
 
-TEST_F(ViewCommandsTest, ViewsReadBesideAWriterAndRefuseBadUsage) {
-    LockAttempt held = DataFolderLock::acquire(dir_ / "data");
-    ASSERT_TRUE(held.lock.has_value());
-    for (const char* view : {"today", "sessions", "week", "heatmap", "ranking", "insights"}) {
-        ShellResult result = quorvane({view});
-        EXPECT_EQ(result.exitCode, 0) << view << ": " << result.stdErr;
-        EXPECT_FALSE(result.stdOut.empty()) << view;
-    }
-
+TEST_F(ViewCommandsTest, BadUsageOfAViewExitsTwo) {
     ShellResult badDate = quorvane({"week", "--date", "2026-13-01"});
     EXPECT_EQ(badDate.exitCode, 2);
     EXPECT_THAT(badDate.stdErr, HasSubstr("\"2026-13-01\" is not a date: expected YYYY-MM-DD"));
@@ -187,8 +176,6 @@ TEST_F(ViewCommandsTest, ViewsReadBesideAWriterAndRefuseBadUsage) {
     EXPECT_EQ(quorvane({"heatmap", "--days", "100000"}).exitCode, 2);
     EXPECT_EQ(quorvane({"insights", "--period", "year"}).exitCode, 2);
     EXPECT_EQ(quorvane({"sessions", "--repo", "/not/tracked"}).exitCode, 1);
-    EXPECT_THAT(testing::runQuorvane(dir_ / "empty", {"today"}).stdOut,
-                HasSubstr("No repositories are tracked yet"));
 }
 
 TEST_F(ViewCommandsTest, EveryViewSaysHowOldWhatItShowsIsOnceAMinuteHasPassed) {
@@ -237,7 +224,7 @@ TEST_F(ViewCommandsTest, EveryViewSaysHowOldWhatItShowsIsOnceAMinuteHasPassed) {
     EXPECT_THAT(quorvane({"today"}).stdOut, Not(HasSubstr("as of")));
 }
 
-TEST_F(ViewCommandsTest, TodayScansAFreshFolderButOnlyReadsBesideAWriter) {
+TEST_F(ViewCommandsTest, TodayScansAFreshFolderButEveryViewOnlyReadsBesideAWriter) {
     TestRepo other(dir_ / "code" / "other");
     other.commitFile("a.txt", "a", "other's first");
     std::filesystem::path fresh = dir_ / "fresh";
@@ -257,6 +244,11 @@ TEST_F(ViewCommandsTest, TodayScansAFreshFolderButOnlyReadsBesideAWriter) {
     ASSERT_TRUE(held.lock.has_value());
     Json read = Json::parse(testing::runQuorvane(fresh, {"today", "--json"}).stdOut);
     EXPECT_EQ(read["totalCommits"], 1);
+    for (const char* view : {"sessions", "week", "heatmap", "ranking", "insights"}) {
+        ShellResult result = testing::runQuorvane(fresh, {view});
+        EXPECT_EQ(result.exitCode, 0) << view << ": " << result.stdErr;
+        EXPECT_FALSE(result.stdOut.empty()) << view;
+    }
     held.lock.reset();
     Json scanned = Json::parse(testing::runQuorvane(fresh, {"today", "--json"}).stdOut);
     EXPECT_EQ(scanned["totalCommits"], 2);

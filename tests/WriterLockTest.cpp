@@ -1,7 +1,9 @@
 // One writer per data folder, seen from the command line.
 #include <unistd.h>
 
-#include <thread>
+#include <fstream>
+#include <map>
+#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,70 +20,72 @@ namespace {
 
 using ::testing::HasSubstr;
 
-class WriterLockTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::filesystem::create_directories(dataDir());
-        for (int i = 0; i < 40; ++i) {
-            testing::TestRepo repo(dir_ / ("repo" + std::to_string(i)));
-            repo.commitFile("a.txt", "a", "first");
-            paths_.push_back(repo.path().string());
-        }
-        std::vector<std::string> add = {"repos", "add"};
-        add.insert(add.end(), paths_.begin(), paths_.end());
-        ASSERT_EQ(testing::runQuorvane(dataDir(), add).exitCode, 0);
+// Every file of the data folder with its contents, to see that a refused writer
+// left it as it was.
+std::map<std::string, std::string> contentsOf(const std::filesystem::path& dir) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) {
+        if (!entry.is_regular_file()) continue;
+        std::ifstream in(entry.path(), std::ios::binary);
+        std::ostringstream text;
+        text << in.rdbuf();
+        files[entry.path().lexically_relative(dir).string()] = text.str();
     }
-    std::filesystem::path dataDir() const { return dir_ / "data"; }
-
-    testing::TempDir dir_;
-    std::vector<std::string> paths_;
-};
-
-TEST_F(WriterLockTest, WritersAreRefusedByNameWhileReadersGoOn) {
-    ASSERT_EQ(testing::runQuorvane(dataDir(), {"scan"}).exitCode, 0);
-    LockAttempt held = DataFolderLock::acquire(dataDir());
-    ASSERT_TRUE(held.lock.has_value());
-    std::string pid = "(pid " + std::to_string(::getpid()) + ")";
-
-    for (std::vector<std::string> command : {std::vector<std::string>{"scan"},
-                                             {"repos", "remove", paths_[0]},
-                                             {"folders", "add", dir_.path().string()}}) {
-        ShellResult refused = testing::runQuorvane(dataDir(), command);
-        EXPECT_EQ(refused.exitCode, 1) << command[0];
-        EXPECT_THAT(refused.stdErr, HasSubstr(pid)) << command[0];
-    }
-    ShellResult status = testing::runQuorvane(dataDir(), {"status", "--json"});
-    EXPECT_EQ(status.exitCode, 0) << status.stdErr;
-    EXPECT_EQ(Json::parse(status.stdOut).size(), 40u);
-    EXPECT_EQ(testing::runQuorvane(dataDir(), {"commits", "--json"}).exitCode, 0);
-    EXPECT_EQ(testing::runQuorvane(dataDir(), {"repos", "list"}).exitCode, 0);
-    EXPECT_THAT(testing::runQuorvane(dataDir(), {"doctor"}).stdOut, HasSubstr("held by pid"));
+    return files;
 }
 
-TEST_F(WriterLockTest, TwoScansAtOnceOneScansTheOtherIsRefusedAndNothingIsDamaged) {
-    ShellResult first;
-    std::jthread running([&] { first = testing::runQuorvane(dataDir(), {"scan"}); });
-    // Start the second scan once the first holds the data folder.
-    for (int i = 0; i < 20000 && !DataFolderLock::currentHolder(dataDir()); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+// The test holds the writer lock exactly as a running scan does, so a second
+// scan meets a first one that is provably still inside its scan.
+TEST(WriterLockTest,
+     WhileOneWriterHoldsTheFolderOthersAreRefusedByNameChangeNothingAndReadersGoOn) {
+    testing::TempDir dir;
+    std::filesystem::path data = dir / "data";
+    std::filesystem::create_directories(data);
+    std::vector<std::string> add = {"repos", "add"};
+    for (int i = 0; i < 3; ++i) {
+        testing::TestRepo repo(dir / ("repo" + std::to_string(i)));
+        repo.commitFile("a.txt", "a", "first");
+        add.push_back(repo.path().string());
     }
-    std::optional<pid_t> holder = DataFolderLock::currentHolder(dataDir());
-    ASSERT_TRUE(holder.has_value()) << "the first scan never took the lock";
-    ShellResult second = testing::runQuorvane(dataDir(), {"scan"});
-    running.join();
+    ASSERT_EQ(testing::runQuorvane(data, add).exitCode, 0);
+    ASSERT_EQ(testing::runQuorvane(data, {"scan"}).exitCode, 0);
 
-    EXPECT_EQ(first.exitCode, 0) << first.stdErr;
-    EXPECT_EQ(second.exitCode, 1);
-    EXPECT_THAT(second.stdErr, HasSubstr("in use by another quorvane process (pid "));
+    {
+        LockAttempt held = DataFolderLock::acquire(data);
+        ASSERT_TRUE(held.lock.has_value());
+        std::map<std::string, std::string> before = contentsOf(data);
+        std::string byName =
+            "in use by another quorvane process (pid " + std::to_string(::getpid()) + ")";
+        for (std::vector<std::string> command : {std::vector<std::string>{"scan"},
+                                                 {"repos", "remove", add[2]},
+                                                 {"folders", "add", dir.path().string()},
+                                                 {"journal", "--notes", "x"}}) {
+            ShellResult refused = testing::runQuorvane(data, command);
+            EXPECT_EQ(refused.exitCode, 1) << command[0];
+            EXPECT_THAT(refused.stdErr, HasSubstr(byName)) << command[0];
+        }
+        EXPECT_TRUE(contentsOf(data) == before) << "a refused writer changed the data folder";
 
+        ShellResult status = testing::runQuorvane(data, {"status", "--json"});
+        EXPECT_EQ(status.exitCode, 0) << status.stdErr;
+        EXPECT_EQ(Json::parse(status.stdOut).size(), 3u);
+        EXPECT_EQ(testing::runQuorvane(data, {"commits", "--json"}).exitCode, 0);
+        EXPECT_EQ(testing::runQuorvane(data, {"repos", "list"}).exitCode, 0);
+        EXPECT_EQ(testing::runQuorvane(data, {"journal"}).exitCode, 0);
+        EXPECT_THAT(testing::runQuorvane(data, {"doctor"}).stdOut, HasSubstr("held by pid"));
+    }
+
+    // Once the holder is gone the next scan runs, on a store nobody damaged.
+    ShellResult again = testing::runQuorvane(data, {"scan"});
+    EXPECT_EQ(again.exitCode, 0) << again.stdErr;
     testing::LogCapture log;
     SystemClock clock;
-    Store store(dataDir(), clock, Store::Access::readOnly);
+    Store store(data, clock, Store::Access::readOnly);
     store.load();
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_EQ(store.snapshots().size(), 40u);
-    EXPECT_EQ(store.commits(std::nullopt).size(), 40u);
-    for (const auto& entry : std::filesystem::directory_iterator(dataDir())) {
+    EXPECT_EQ(store.snapshots().size(), 3u);
+    EXPECT_EQ(store.commits(std::nullopt).size(), 3u);
+    for (const auto& entry : std::filesystem::directory_iterator(data)) {
         EXPECT_EQ(entry.path().filename().string().find(".corrupt-"), std::string::npos);
     }
 }
