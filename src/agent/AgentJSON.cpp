@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "base/JsonScan.hpp"
 #include "base/TextHelpers.hpp"
 
 namespace quorvane {
@@ -126,28 +127,16 @@ void appendJsonDouble(std::string& out, double value) {
 
 bool nestedDeeperThan(std::string_view json, size_t limit) {
     size_t depth = 0;
-    bool inString = false;
-    bool escaped = false;
-    for (char c : json) {
-        if (inString) {
-            if (escaped) {
-                escaped = false;
-            } else if (c == '\\') {
-                escaped = true;
-            } else if (c == '"') {
-                inString = false;
-            }
-            continue;
-        }
-        if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            if (++depth > limit) return true;
+    bool deeper = false;
+    scanJsonOutsideStrings(json, 0, [&](size_t, char c) {
+        if (c == '[' || c == '{') {
+            deeper = ++depth > limit;
         } else if ((c == ']' || c == '}') && depth > 0) {
             --depth;
         }
-    }
-    return false;
+        return !deeper;
+    });
+    return deeper;
 }
 
 }  // namespace quorvane

@@ -23,8 +23,6 @@ namespace quorvane {
 
 namespace {
 
-constexpr std::chrono::seconds kDay{86400};
-
 std::vector<std::string> idsOf(const AppConfig& config) {
     std::vector<std::string> ids;
     for (const RepoConfig& repo : config.repositories) ids.push_back(repo.id);

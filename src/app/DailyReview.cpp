@@ -14,7 +14,6 @@ namespace quorvane::DailyReview {
 namespace {
 
 constexpr std::chrono::seconds kMinute{60};
-constexpr std::chrono::seconds kDay{86400};
 
 std::optional<int> decimal(std::string_view text) {
     int value = 0;
@@ -23,22 +22,15 @@ std::optional<int> decimal(std::string_view text) {
     return value;
 }
 
-std::tm localParts(Date date) {
-    std::time_t t = date.time_since_epoch().count();
-    std::tm parts{};
-    localtime_r(&t, &parts);
-    return parts;
-}
-
 // The first instant of the local day `day` at which the clock reads hour:minute or
 // later. Walking the day a minute at a time settles both daylight-saving cases
 // without asking the C library to guess: a skipped time lands on the first minute
 // after the gap, and a repeated one on its first occurrence.
 std::optional<Date> firstAtOrAfter(Date day, int hour, int minute) {
-    std::tm start = localParts(day);
+    std::tm start = DateHelpers::localParts(day);
     auto dayOf = [](const std::tm& t) { return std::tuple(t.tm_year, t.tm_yday); };
     for (Date x = day; x < day + kDay + std::chrono::hours(2); x += kMinute) {
-        std::tm parts = localParts(x);
+        std::tm parts = DateHelpers::localParts(x);
         if (dayOf(parts) > dayOf(start)) return x;  // the gap ran past midnight
         if (std::tuple(parts.tm_hour, parts.tm_min) >= std::tuple(hour, minute)) return x;
     }

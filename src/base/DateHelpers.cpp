@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 namespace quorvane::DateHelpers {
-namespace {
 
 std::tm localParts(Date date) {
     std::time_t t = date.time_since_epoch().count();
@@ -15,6 +14,8 @@ std::tm localParts(Date date) {
     localtime_r(&t, &parts);
     return parts;
 }
+
+namespace {
 
 std::string formatLocal(Date date, const char* pattern) {
     std::tm parts = localParts(date);

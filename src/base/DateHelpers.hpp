@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,7 +12,14 @@ namespace quorvane {
 // Files carry whole seconds, so a value survives a save and a load unchanged.
 using Date = std::chrono::sys_seconds;
 
+// One day of wall time, for windows and retention counted in whole days.
+inline constexpr std::chrono::seconds kDay{86400};
+
 namespace DateHelpers {
+
+// The instant broken down in the local time zone, for the views and the day's
+// boundaries that need its hour, weekday or month.
+std::tm localParts(Date date);
 
 // "yyyy-MM-dd" of the instant in the local time zone (the process's TZ); a day's
 // boundary is local midnight.

@@ -109,10 +109,6 @@ std::optional<std::string> readTokenLine(const CommandContext& context, const st
     return token;
 }
 
-std::string shortID(const std::string& id) {
-    return id.substr(0, 8);
-}
-
 std::string authWord(const GitHubAccount& account) {
     return account.authType == GitHubAccount::AuthType::ghCLI ? "gh" : "token";
 }

@@ -172,6 +172,10 @@ std::string plural(int count, std::string_view noun) {
     return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
+std::string shortID(const std::string& id) {
+    return id.substr(0, 8);
+}
+
 std::string localClockTime(Date date) {
     std::time_t t = date.time_since_epoch().count();
     std::tm parts{};

@@ -122,6 +122,10 @@ std::string plural(int count, std::string_view noun);
 // "18:58" in local time.
 std::string localClockTime(Date date);
 
+// The first eight characters of an id: UUIDs differ there, so a list can show
+// these and a person can type them back.
+std::string shortID(const std::string& id);
+
 // How old what the views show is: when the latest scan of a tracked repository
 // began over a minute before `now`, "as of 14:03", or "as of 2026-03-01 14:03" when
 // it was another day. Empty when it is fresher, or nothing tracked was scanned.

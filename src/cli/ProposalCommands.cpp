@@ -28,12 +28,6 @@ inline constexpr int kDefaultAuditLines = 50;
 
 namespace {
 
-constexpr size_t kShortID = 8;
-
-std::string shortID(const std::string& id) {
-    return id.substr(0, kShortID);
-}
-
 std::string localTime(Date date) {
     return DateHelpers::dateKey(date) + " " + localClockTime(date);
 }

@@ -15,17 +15,6 @@
 
 namespace quorvane::Commands {
 
-namespace {
-
-// Ids are UUIDs; the first eight characters are enough to tell them apart in a list.
-constexpr size_t kShortID = 8;
-
-std::string shortID(const std::string& id) {
-    return id.substr(0, kShortID);
-}
-
-}  // namespace
-
 // Lists the open reminders (all of them with `all`), newest first.
 int reminders(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);

@@ -165,13 +165,6 @@ const char* shade(int commits, int busiest) {
     return kShades[static_cast<size_t>(std::clamp(level, 1, 4))];
 }
 
-std::tm localParts(Date date) {
-    std::time_t t = date.time_since_epoch().count();
-    std::tm parts{};
-    localtime_r(&t, &parts);
-    return parts;
-}
-
 // Rows Monday to Sunday, one column per week, the oldest week on the left; the month
 // labels sit above the column holding each month's first day.
 void printCalendar(std::ostream& out, std::span<const DayBreakdown> days) {
@@ -204,7 +197,7 @@ void printCalendar(std::ostream& out, std::span<const DayBreakdown> days) {
         grid[cell % 7][cell / 7] = shade(days[i].commitCount, busiest);
         std::optional<Date> date = DateHelpers::parseDateKey(days[i].dateKey);
         if (!date) continue;
-        std::tm parts = localParts(*date);
+        std::tm parts = DateHelpers::localParts(*date);
         if (parts.tm_mday == 1) {
             label(cell / 7, parts.tm_mon);
         } else if (i == 0) {

@@ -53,17 +53,10 @@ bool inWindow(Date date, Date start, Date end) {
     return date >= start && date <= end;
 }
 
-std::tm localParts(Date date) {
-    std::time_t t = date.time_since_epoch().count();
-    std::tm parts{};
-    localtime_r(&t, &parts);
-    return parts;
-}
-
 // `date` moved by whole calendar days at the same wall-clock time, so a day with a
 // daylight-saving change still counts as one day; no value when it is out of range.
 std::optional<Date> addCalendarDays(Date date, int days) {
-    std::tm parts = localParts(date);
+    std::tm parts = DateHelpers::localParts(date);
     long long mday = static_cast<long long>(parts.tm_mday) + days;
     if (mday < INT_MIN || mday > INT_MAX) return std::nullopt;
     parts.tm_mday = static_cast<int>(mday);
@@ -75,7 +68,7 @@ std::optional<Date> addCalendarDays(Date date, int days) {
 
 // Local midnight `offset` days after the day that starts at `dayStart`.
 Date dayStartAfter(Date dayStart, int offset) {
-    std::tm parts = localParts(dayStart);
+    std::tm parts = DateHelpers::localParts(dayStart);
     return DateHelpers::fromLocal(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday + offset, 0,
                                   0, 0);
 }
@@ -113,7 +106,7 @@ std::optional<Date> latest(std::optional<Date> a, std::optional<Date> b) {
 // The seven local midnights of the Monday-to-Sunday week holding `date`.
 std::array<Date, 7> weekDays(Date date) {
     Date start = DateHelpers::startOfDay(date);
-    int sinceMonday = (localParts(start).tm_wday + 6) % 7;
+    int sinceMonday = (DateHelpers::localParts(start).tm_wday + 6) % 7;
     std::array<Date, 7> days{};
     for (int i = 0; i < 7; ++i)
         days[static_cast<size_t>(i)] = dayStartAfter(start, i - sinceMonday);

@@ -14,8 +14,6 @@ namespace quorvane {
 
 namespace {
 
-constexpr std::chrono::seconds kDay{86400};
-
 // The pretty-printed array of `records`, built one record at a time so a large
 // collection never exists twice in memory as a JSON tree.
 // One record as an element of a pretty-printed array: its lines indented by two.

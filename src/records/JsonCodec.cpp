@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "base/JsonScan.hpp"
 #include "base/TextHelpers.hpp"
 
 namespace quorvane {
@@ -44,29 +45,17 @@ bool isSpace(char c) {
 // strings and nested brackets. Validity is left to the parser.
 size_t valueEnd(std::string_view text, size_t pos) {
     int depth = 0;
-    bool inString = false;
-    for (; pos < text.size(); ++pos) {
-        char c = text[pos];
-        if (inString) {
-            if (c == '\\') {
-                ++pos;
-            } else if (c == '"') {
-                inString = false;
-            }
-            continue;
-        }
-        if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
+    return scanJsonOutsideStrings(text, pos, [&](size_t, char c) {
+        if (c == '[' || c == '{') {
             ++depth;
         } else if (c == ']' || c == '}') {
-            if (depth == 0) return pos;
+            if (depth == 0) return false;
             --depth;
         } else if (c == ',' && depth == 0) {
-            return pos;
+            return false;
         }
-    }
-    return pos;
+        return true;
+    });
 }
 
 }  // namespace
