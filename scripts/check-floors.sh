@@ -13,7 +13,7 @@
 set -u
 src=${1:-$(dirname "$0")/../src}
 
-order="base platform records persistence git github reports agent app screens cli"
+order="base platform records persistence git github reports agent app screens web cli"
 lower="base platform records persistence"
 
 # The folders `floor` may include: itself and every one before it in the order.

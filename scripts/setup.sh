@@ -9,6 +9,7 @@ packages=(
   build-essential g++ cmake ninja-build pkg-config git
   nlohmann-json3-dev libcli11-dev libfmt-dev
   libcurl4-openssl-dev libsecret-1-dev libsystemd-dev uuid-dev libicu-dev
+  libcpp-httplib-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
   dbus-daemon gnome-keyring libsecret-tools
   nodejs npm systemd

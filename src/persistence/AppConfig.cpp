@@ -43,6 +43,12 @@ void fromJson(const Json& json, MappingPrefs& out, const std::string& path) {
     out.ignoreRemoteArchived = reader.required<bool>("ignoreRemoteArchived");
 }
 
+void fromJson(const Json& json, DashboardPrefs& out, const std::string& path) {
+    ObjectReader reader(json, path);
+    out.enabled = reader.orDefault("enabled", DashboardPrefs{}.enabled);
+    out.port = reader.orDefault("port", DashboardPrefs{}.port);
+}
+
 void fromJson(const Json& json, AppConfig& out, const std::string& path) {
     ObjectReader reader(json, path);
     AppConfig defaults;
@@ -62,6 +68,7 @@ void fromJson(const Json& json, AppConfig& out, const std::string& path) {
     out.ai = reader.orDefault("ai", defaults.ai);
     out.mapping = reader.orDefault("mapping", defaults.mapping);
     out.agent = reader.orDefault("agent", defaults.agent);
+    out.dashboard = reader.orDefault("dashboard", defaults.dashboard);
     out.historyDays = reader.orDefault("historyDays", defaults.historyDays);
     out.identities = reader.orDefault("identities", defaults.identities);
     out.countOnlyMyCommits = reader.orDefault("countOnlyMyCommits", defaults.countOnlyMyCommits);
@@ -101,6 +108,10 @@ Json toJson(const MappingPrefs& prefs) {
                 {"ignoreRemoteArchived", prefs.ignoreRemoteArchived}};
 }
 
+Json toJson(const DashboardPrefs& prefs) {
+    return Json{{"enabled", prefs.enabled}, {"port", prefs.port}};
+}
+
 Json toJson(const AppConfig& config) {
     return Json{{"scanFolders", toJson(config.scanFolders)},
                 {"scanIntervalMinutes", config.scanIntervalMinutes},
@@ -118,6 +129,7 @@ Json toJson(const AppConfig& config) {
                 {"ai", toJson(config.ai)},
                 {"mapping", toJson(config.mapping)},
                 {"agent", toJson(config.agent)},
+                {"dashboard", toJson(config.dashboard)},
                 {"historyDays", config.historyDays},
                 {"identities", toJson(config.identities)},
                 {"countOnlyMyCommits", config.countOnlyMyCommits}};

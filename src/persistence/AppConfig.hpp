@@ -67,6 +67,16 @@ struct MappingPrefs {
     bool operator==(const MappingPrefs&) const = default;
 };
 
+// The dashboard the daemon serves on the loopback address. Each key may be
+// absent: files written before the dashboard existed still load.
+struct DashboardPrefs {
+    bool enabled = true;
+    // When it is taken, the daemon serves on the next free port and logs it.
+    int port = 7717;
+
+    bool operator==(const DashboardPrefs&) const = default;
+};
+
 // The root of config.json. Each key may be absent (or null) and then takes its
 // default, so older files keep loading as the configuration grows; a key of the
 // wrong type makes the whole file unreadable.
@@ -89,6 +99,7 @@ struct AppConfig {
     AIPrefs ai;
     MappingPrefs mapping;
     AgentConfig agent;
+    DashboardPrefs dashboard;
     // Days of commits read into the store when a repository is enrolled, so the week
     // and heatmap views have a past from the first day; 0 reads none.
     int historyDays = 90;
@@ -126,12 +137,14 @@ void fromJson(const Json& json, ReminderPrefs& out, const std::string& path);
 void fromJson(const Json& json, SyncPrefs& out, const std::string& path);
 void fromJson(const Json& json, AIPrefs& out, const std::string& path);
 void fromJson(const Json& json, MappingPrefs& out, const std::string& path);
+void fromJson(const Json& json, DashboardPrefs& out, const std::string& path);
 void fromJson(const Json& json, AppConfig& out, const std::string& path);
 
 Json toJson(const ReminderPrefs& prefs);
 Json toJson(const SyncPrefs& prefs);
 Json toJson(const AIPrefs& prefs);
 Json toJson(const MappingPrefs& prefs);
+Json toJson(const DashboardPrefs& prefs);
 Json toJson(const AppConfig& config);
 
 }  // namespace quorvane

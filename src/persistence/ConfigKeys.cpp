@@ -96,6 +96,10 @@ std::vector<Key> makeKeys() {
             {},
             "link confidence approved unasked"},
         typed("agent.socketPath", socketPath, "the agent socket"),
+
+        flag("dashboard.enabled", "serve the dashboard on the loopback address"),
+        // Below 1024 a port needs privileges the daemon does not have.
+        number("dashboard.port", 1024, 65535, "the dashboard's port, or the next free one"),
     };
 }
 
@@ -120,7 +124,8 @@ constexpr KeptElsewhere kKeptElsewhere[] = {
      "'quorvane service uninstall' stops that"},
 };
 
-constexpr std::string_view kGroups[] = {"reminders", "sync", "ai", "mapping", "agent"};
+constexpr std::string_view kGroups[] = {"reminders", "sync", "ai", "mapping", "agent",
+                                         "dashboard"};
 
 std::vector<std::string> knownNames() {
     std::vector<std::string> names;
