@@ -259,8 +259,9 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     for (auto declare : {declareReposCommands, declareScanCommands, declareAccountCommands,
                          declareAlignmentCommands, declareViewCommands, declareReportCommands,
                          declareDoctorCommand, declareJournalCommand, declareReminderCommands,
-                         declareProposalCommands, declareAgentCommands, declareDaemonCommand,
-                         declareServiceCommands, declareConfigCommands, declareReferenceCommands}) {
+                         declareProposalCommands, declareAgentCommands, declareDashboardCommands,
+                         declareDaemonCommand, declareServiceCommands, declareConfigCommands,
+                         declareReferenceCommands}) {
         declare(table);
     }
     table.finish();

@@ -95,6 +95,7 @@ void declareJournalCommand(CommandTable& table);
 void declareReminderCommands(CommandTable& table);
 void declareProposalCommands(CommandTable& table);
 void declareAgentCommands(CommandTable& table);
+void declareDashboardCommands(CommandTable& table);
 void declareDaemonCommand(CommandTable& table);
 void declareServiceCommands(CommandTable& table);
 void declareConfigCommands(CommandTable& table);

@@ -15,6 +15,9 @@
 #include "cli/CommandTable.hpp"
 #include "cli/ControlServer.hpp"
 #include "platform/DesktopNotifier.hpp"
+#include "web/DashboardAddress.hpp"
+#include "web/DashboardKey.hpp"
+#include "web/DashboardServer.hpp"
 
 namespace quorvane::Commands {
 
@@ -40,6 +43,29 @@ public:
 private:
     sigset_t previous_;
 };
+
+// Serves the dashboard when the settings ask for it. A dashboard that cannot start
+// is logged and leaves the rest of the daemon running.
+void startDashboard(DashboardServer& server, const AppConfig& config,
+                    const std::filesystem::path& dataDir, Date now, std::ostream& err) {
+    if (!config.dashboard.enabled) return;
+    DashboardKey::Loaded key = DashboardKey::loadOrCreate(dataDir, now);
+    if (key.setAside) {
+        Log::app().error(fmt::format("the dashboard key could not be used and was moved to {}",
+                                     key.setAside->string()));
+    }
+    std::string problem = key.problem;
+    if (problem.empty()) {
+        problem = server.start({.port = config.dashboard.port, .tries = 10, .key = key.key});
+    }
+    if (problem.empty()) problem = DashboardAddress::publish(dataDir, server.port());
+    if (!problem.empty()) {
+        Log::app().error("no dashboard: " + problem);
+        return;
+    }
+    err << fmt::format("quorvane daemon: dashboard on {} ('quorvane open' logs you in)\n",
+                       server.address());
+}
 
 }  // namespace
 
@@ -68,6 +94,7 @@ int daemon(CommandContext& context) {
             return runForwardedCommand(request, out, err, context.runner, context.clock, env,
                                        context.dataDir);
         });
+    DashboardServer dashboard(context.clock);
     std::string failure;
     // The first scan can take a while; the main thread stays free to answer signals.
     // Until it is joined, this thread alone writes to context.err.
@@ -80,6 +107,8 @@ int daemon(CommandContext& context) {
                     "refused while the daemon runs",
                     problem));
             }
+            startDashboard(dashboard, env.config(), context.dataDir, context.clock.now(),
+                           context.err);
             env.bootstrap();
             if (env.isShuttingDown()) return;
             AppConfig config = env.config();
@@ -111,6 +140,9 @@ int daemon(CommandContext& context) {
     control.beginStop();
     env.shutdown();
     starter.join();
+    // After the starter, which may still have been starting it.
+    dashboard.stop();
+    DashboardAddress::withdraw(context.dataDir);
     control.stop();
     if (!failure.empty()) {
         context.err << fmt::format("quorvane: the daemon could not start: {}\n", failure);

@@ -1,0 +1,103 @@
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <fmt/format.h>
+
+#include "base/DateHelpers.hpp"
+#include "cli/CommandTable.hpp"
+#include "web/DashboardAddress.hpp"
+#include "web/DashboardKey.hpp"
+#include "web/LoginLink.hpp"
+
+namespace quorvane::Commands {
+
+namespace {
+
+// The one-time address that logs this browser in and leads to `page`, or nothing
+// with the reason on stderr.
+std::optional<std::string> loginAddress(CommandContext& context, const std::string& page) {
+    DashboardAddress::Found found = DashboardAddress::find(context.dataDir);
+    if (!found.port) {
+        context.err << "quorvane: " << found.problem << "\n";
+        return std::nullopt;
+    }
+    DashboardKey::Loaded key = DashboardKey::read(context.dataDir);
+    if (key.key.empty()) {
+        context.err << "quorvane: " << key.problem << "\n";
+        return std::nullopt;
+    }
+    return fmt::format("http://127.0.0.1:{}{}", *found.port,
+                       LoginLink::path(key.key, context.clock.now(), page));
+}
+
+std::optional<std::filesystem::path> xdgOpen() {
+    for (const char* path : {"/usr/bin/xdg-open", "/bin/xdg-open"}) {
+        if (::access(path, X_OK) == 0) return path;
+    }
+    return std::nullopt;
+}
+
+int dashboardUrl(CommandContext& context, const std::string& page) {
+    std::optional<std::string> address = loginAddress(context, page);
+    if (!address) return 1;
+    context.out << *address << "\n";
+    return 0;
+}
+
+int openDashboard(CommandContext& context, const std::string& page) {
+    std::optional<std::string> address = loginAddress(context, page);
+    if (!address) return 1;
+    bool desktop = std::getenv("WAYLAND_DISPLAY") || std::getenv("DISPLAY");
+    std::optional<std::filesystem::path> opener = xdgOpen();
+    if (desktop && opener) {
+        ProcessRequest request;
+        request.executable = opener->string();
+        request.arguments = {*address};
+        LaunchResult launched = context.runner.startDetached(request);
+        if (launched.error.empty()) {
+            context.out << fmt::format("Opened the dashboard's {} page in your browser.\n", page);
+            return 0;
+        }
+        context.err << "quorvane: cannot start xdg-open: " << launched.error << "\n";
+    }
+    // Without a desktop (over SSH, say) the person opens it where a browser is.
+    context.out << fmt::format("Open this address within {} s; it logs in once:\n{}\n",
+                               LoginLink::kLifetime.count(), *address);
+    return 0;
+}
+
+}  // namespace
+}  // namespace quorvane::Commands
+
+namespace quorvane {
+
+void declareDashboardCommands(CommandTable& table) {
+    const std::string pages = "today, review or settings";
+    auto pageOption = [&](CLI::App* command, std::string& page) {
+        command->add_option("PAGE", page, "The page: " + pages + " (default today)")
+            ->check(CLI::IsMember({"today", "review", "settings"}));
+    };
+    auto& openPage = table.keep<std::string>("today");
+    CLI::App* open = table.add(
+        "open",
+        "Open the dashboard in your browser, logged in\n"
+        "The running daemon serves it on the loopback address. The address carries a\n"
+        "login that works once, within two minutes, and leaves nothing in the browser's\n"
+        "history. Without a desktop it is printed instead.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::openDashboard(c, openPage); }});
+    pageOption(open, openPage);
+
+    CLI::App* dashboard = table.group("dashboard", "The dashboard the daemon serves");
+    auto& urlPage = table.keep<std::string>("today");
+    CLI::App* url = table.add(
+        dashboard, "url",
+        "Print a one-time login address of the dashboard\n"
+        "For a browser on another machine, through an SSH tunnel to the same port. It\n"
+        "works once, within two minutes.",
+        {DataUse::reads, [&](CommandContext& c) { return Commands::dashboardUrl(c, urlPage); }});
+    pageOption(url, urlPage);
+}
+
+}  // namespace quorvane
