@@ -15,6 +15,7 @@
 #include "cli/CommandTable.hpp"
 #include "cli/ControlServer.hpp"
 #include "platform/DesktopNotifier.hpp"
+#include "web/Dashboard.hpp"
 #include "web/DashboardAddress.hpp"
 #include "web/DashboardKey.hpp"
 #include "web/DashboardServer.hpp"
@@ -46,8 +47,10 @@ private:
 
 // Serves the dashboard when the settings ask for it. A dashboard that cannot start
 // is logged and leaves the rest of the daemon running.
-void startDashboard(DashboardServer& server, const AppConfig& config,
-                    const std::filesystem::path& dataDir, Date now, std::ostream& err) {
+void startDashboard(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+                    const std::filesystem::path& dataDir, std::ostream& err) {
+    AppConfig config = env.config();
+    Date now = clock.now();
     if (!config.dashboard.enabled) return;
     DashboardKey::Loaded key = DashboardKey::loadOrCreate(dataDir, now);
     if (key.setAside) {
@@ -56,6 +59,7 @@ void startDashboard(DashboardServer& server, const AppConfig& config,
     }
     std::string problem = key.problem;
     if (problem.empty()) {
+        Dashboard::route(server, env, clock);
         problem = server.start({.port = config.dashboard.port, .tries = 10, .key = key.key});
     }
     if (problem.empty()) problem = DashboardAddress::publish(dataDir, server.port());
@@ -107,8 +111,7 @@ int daemon(CommandContext& context) {
                     "refused while the daemon runs",
                     problem));
             }
-            startDashboard(dashboard, env.config(), context.dataDir, context.clock.now(),
-                           context.err);
+            startDashboard(dashboard, env, context.clock, context.dataDir, context.err);
             env.bootstrap();
             if (env.isShuttingDown()) return;
             AppConfig config = env.config();
