@@ -12,7 +12,7 @@ packages=(
   libcpp-httplib-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
   dbus-daemon gnome-keyring libsecret-tools
-  nodejs npm systemd
+  nodejs npm systemd chromium
   zsh fish groff-base file dpkg-dev
 )
 

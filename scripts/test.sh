@@ -12,6 +12,8 @@ stage "setup" bash scripts/setup.sh
 stage "GitHub material" bash scripts/github-material.sh
 # The published MCP client library, which drives quorvane-mcp end to end.
 stage "MCP client" bash scripts/mcp-client.sh
+# puppeteer-core and axe-core, which drive Debian's chromium through the dashboard.
+stage "browser tools" bash scripts/browser-tools.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 # A compiler cache, when the machine has one, makes a second run cheap.
