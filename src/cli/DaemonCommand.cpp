@@ -48,7 +48,8 @@ private:
 // Serves the dashboard when the settings ask for it. A dashboard that cannot start
 // is logged and leaves the rest of the daemon running.
 void startDashboard(DashboardServer& server, AppEnvironment& env, const Clock& clock,
-                    const std::filesystem::path& dataDir, std::ostream& err) {
+                    const ProcessRunner& runner, const std::filesystem::path& dataDir,
+                    std::ostream& err) {
     AppConfig config = env.config();
     Date now = clock.now();
     if (!config.dashboard.enabled) return;
@@ -59,7 +60,7 @@ void startDashboard(DashboardServer& server, AppEnvironment& env, const Clock& c
     }
     std::string problem = key.problem;
     if (problem.empty()) {
-        Dashboard::route(server, env, clock);
+        Dashboard::route(server, env, clock, runner);
         problem = server.start({.port = config.dashboard.port, .tries = 10, .key = key.key});
     }
     if (problem.empty()) problem = DashboardAddress::publish(dataDir, server.port());
@@ -111,7 +112,8 @@ int daemon(CommandContext& context) {
                     "refused while the daemon runs",
                     problem));
             }
-            startDashboard(dashboard, env, context.clock, context.dataDir, context.err);
+            startDashboard(dashboard, env, context.clock, context.runner, context.dataDir,
+                           context.err);
             env.bootstrap();
             if (env.isShuttingDown()) return;
             AppConfig config = env.config();

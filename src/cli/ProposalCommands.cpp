@@ -21,6 +21,7 @@
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
 #include "platform/UnixSocket.hpp"
+#include "screens/ProposalReviewModel.hpp"
 
 namespace quorvane::Commands {
 
@@ -64,17 +65,6 @@ std::optional<PendingProposal> findProposal(const CommandContext& context,
                          : "quorvane: {} matches several proposals; give more of the id\n"),
         key);
     return std::nullopt;
-}
-
-Json proposalJson(const PendingProposal& proposal) {
-    // Everything but the token: a listing never hands one out.
-    Json json = toJson(proposal);
-    json.erase("confirmationToken");
-    return json;
-}
-
-bool isDestructive(const PendingProposal& proposal) {
-    return proposal.summary.starts_with("DESTRUCTIVE");
 }
 
 // The arguments exactly as the action will take them: JSON in which every
@@ -158,7 +148,8 @@ int proposalsList(CommandContext& context, bool all, bool json) {
             : std::optional<PendingProposal::Status>(PendingProposal::Status::pending));
     if (json) {
         Json array = Json::array();
-        for (const PendingProposal& proposal : proposals) array.push_back(proposalJson(proposal));
+        for (const PendingProposal& proposal : proposals)
+            array.push_back(ProposalReviewModel::listing(proposal));
         context.out << JsonCodec::pretty(array);
         return 0;
     }
@@ -180,8 +171,10 @@ int proposalsList(CommandContext& context, bool all, bool json) {
             {Style::paint(context, Tone::dim, shortID(proposal.id)), localTime(proposal.createdAt),
              std::string(enumName(proposal.kind)),
              Style::paint(context, statusTone(proposal.status), enumName(proposal.status)),
-             Style::paint(context, isDestructive(proposal) ? Tone::problem : Tone::plain,
-                          titleShown(proposal, review))});
+             Style::paint(
+                 context,
+                 ProposalReviewModel::isDestructive(proposal) ? Tone::problem : Tone::plain,
+                 titleShown(proposal, review))});
     }
     using TextLayout::Shrink;
     printTable(context.out, rows,
@@ -201,7 +194,7 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
         findProposal(context, store.proposals(std::nullopt), id);
     if (!proposal) return 1;
     if (json) {
-        context.out << JsonCodec::pretty(proposalJson(*proposal));
+        context.out << JsonCodec::pretty(ProposalReviewModel::listing(*proposal));
         return 0;
     }
     std::ostream& out = context.out;
@@ -234,7 +227,9 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     out << "\n";
     const std::string summary = Text::visible(proposal->summary);
     printWrapped(out,
-                 isDestructive(*proposal) ? Style::paint(context, Tone::problem, summary) : summary,
+                 ProposalReviewModel::isDestructive(*proposal)
+                     ? Style::paint(context, Tone::problem, summary)
+                     : summary,
                  context.columns, "  ");
     for (const std::string& line : proposal->evidence) {
         printWrapped(out, Text::visible(line), context.columns, "  - ");

@@ -10,6 +10,7 @@ import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import http from 'node:http';
+import net from 'node:net';
 import { createRequire } from 'node:module';
 import os from 'node:os';
 import path from 'node:path';
@@ -56,6 +57,24 @@ function raw(pathname, headers = {}) {
       answer.resume();
       answer.on('end', () => resolve(answer.statusCode));
     }).on('error', reject);
+  });
+}
+
+// One call on the daemon's agent socket, as an agent makes it: a JSON line out, a
+// JSON line back.
+function agentCall(tool, args) {
+  return new Promise((resolve, reject) => {
+    const socket = net.connect(path.join(data, 'quorvane-agent.sock'));
+    let reply = '';
+    socket.on('connect', () => socket.write(`${JSON.stringify({ tool, args })}\n`));
+    socket.on('data', (chunk) => {
+      reply += chunk;
+      if (reply.includes('\n')) {
+        socket.end();
+        resolve(JSON.parse(reply.slice(0, reply.indexOf('\n'))));
+      }
+    });
+    socket.on('error', reject);
   });
 }
 
@@ -107,12 +126,44 @@ test('quorvane open logs the browser in, and Today shows what today --json gives
   await page.close();
 });
 
+test('Agent Review shows an agent\'s proposal, and Approve and Reject decide it', async () => {
+  const propose = (time) => agentCall('propose_settings_change',
+    { changes: [{ field: 'dailyReviewTime', value: time }] });
+  const first = await propose('20:15');
+  const second = await propose('20:45');
+  assert.equal(first.ok, true, 'a proposal is made and waits for the person');
+  assert.equal(second.ok, true);
+  const page = await browser.newPage();
+  await page.goto(q('dashboard', 'url', 'review').trim());
+  await page.waitForSelector('#review-list .card');
+  const cards = await page.$$eval('#review-list .card', (all) => all.map((c) => c.textContent));
+  assert.equal(cards.length, 2);
+  const early = cards.findIndex((text) => text.includes('20:15'));
+  assert.ok(early >= 0 && cards.some((text) => text.includes('20:45')), 'each with its change');
+
+  await page.click(`#review-list .card:nth-child(${early + 1}) button.approve`);
+  await page.waitForFunction(() => /Approved/.test(document.getElementById('review-token').textContent));
+  const shown = await page.$eval('#review-token code', (code) => code.textContent);
+  assert.match(shown, /\S{16,}/, 'the token is shown once, to hand to the agent');
+  await page.waitForFunction(() => document.querySelectorAll('#review-list .card').length === 1);
+  await page.click('#review-list .card button:not(.approve)');
+  await page.waitForFunction(() => /Rejected/.test(document.getElementById('review-token').textContent));
+  await page.waitForFunction(() => !document.getElementById('review-empty').hidden);
+  const decided = JSON.parse(q('proposals', '--all', '--json'));
+  const statusOf = (time) => decided.find((p) => p.payloadJSON.includes(time)).status;
+  assert.deepEqual([statusOf('20:15'), statusOf('20:45')], ['approved', 'rejected']);
+  await page.close();
+});
+
 test('without the cookie or from another Host the server refuses', async () => {
   assert.equal(await raw('/api/v1/today'), 401);
   assert.equal(await raw('/api/v1/today', { Host: `rebound.example:${port}` }), 403);
 });
 
 test('each screen is readable light and dark, wide and narrow, with no serious accessibility fault', async () => {
+  // Something to review, so that the screen is seen with a proposal on it.
+  await agentCall('propose_settings_change',
+    { changes: [{ field: 'scanFolders', value: [path.join(home, 'code')] }] });
   const page = await browser.newPage();
   // axe is injected as a script of its own; the dashboard's policy forbids that.
   await page.setBypassCSP(true);
@@ -120,6 +171,7 @@ test('each screen is readable light and dark, wide and narrow, with no serious a
   fs.mkdirSync(shots, { recursive: true });
   for (const screen of ['today', 'review', 'settings']) {
     await page.goto(`http://127.0.0.1:${port}/${screen}`);
+    if (screen === 'review') await page.waitForSelector('#review-list .card');
     await page.addScriptTag({ content: axeSource });
     const faults = await page.evaluate(async () =>
       (await axe.run()).violations.filter((v) => ['serious', 'critical'].includes(v.impact))

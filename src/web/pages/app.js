@@ -7,6 +7,23 @@ async function api(path) {
   return answer.json();
 }
 
+// A change: the session's CSRF token goes with it, which only this page can read.
+let csrf;
+async function change(path) {
+  csrf ??= (await api('/api/v1/session')).csrfToken;
+  const answer = await fetch(path, {method: 'POST', headers: {'X-Quorvane-CSRF': csrf}});
+  const body = await answer.json();
+  if (!answer.ok) throw new Error(body.error ?? `${path}: ${answer.status}`);
+  return body;
+}
+
+function element(tag, text, className) {
+  const made = document.createElement(tag);
+  if (text !== undefined) made.textContent = text;
+  if (className) made.className = className;
+  return made;
+}
+
 function cell(row, text, className) {
   const td = document.createElement('td');
   td.textContent = text;
@@ -31,6 +48,68 @@ async function showToday() {
   }
 }
 
+// One proposal as the person must read it before deciding.
+function proposalCard(proposal) {
+  const card = element('li', undefined, 'card');
+  const title = element('h2');
+  if (proposal.destructive) title.append(element('span', 'DESTRUCTIVE', 'destructive'));
+  title.append(proposal.title);
+  card.append(title, element('p', proposal.summary));
+  if (proposal.evidence?.length) {
+    const list = element('ul');
+    for (const line of proposal.evidence) list.append(element('li', line));
+    card.append(list);
+  }
+  const facts = element('dl', undefined, 'change');
+  const fact = (name, value) => facts.append(element('dt', name), element('dd', value));
+  if (proposal.intendedTool) fact('Tool', proposal.intendedTool);
+  if (proposal.git) {
+    const command = element('dd');
+    command.append(element('code', proposal.git.command.join(' ')));
+    facts.append(element('dt', 'Runs'), command);
+    fact('Connects to', [proposal.git.remote, ...proposal.git.urls].join(' '));
+  } else if (proposal.payloadJSON && proposal.payloadJSON !== '{}') {
+    fact('Change', proposal.payloadJSON);
+  }
+  if (proposal.confidence !== undefined && proposal.confidence !== null) {
+    fact('Confidence', `${proposal.confidence}%`);
+  }
+  card.append(facts);
+  const actions = element('div', undefined, 'actions');
+  const approve = element('button', 'Approve', 'approve');
+  const reject = element('button', 'Reject');
+  approve.addEventListener('click', () => decide(proposal, 'approve'));
+  reject.addEventListener('click', () => decide(proposal, 'reject'));
+  actions.append(approve, reject);
+  card.append(actions);
+  return card;
+}
+
+async function decide(proposal, decision) {
+  const notice = document.getElementById('review-token');
+  try {
+    const answer = await change(`/api/v1/proposals/${proposal.id}/${decision}`);
+    notice.replaceChildren();
+    if (decision === 'approve') {
+      notice.append(`Approved: ${proposal.title}. The agent fetches its token itself; it is shown `
+        + `once here, valid until ${new Date(answer.expiresAt).toLocaleTimeString()}: `);
+      notice.append(element('code', answer.confirmationToken));
+    } else {
+      notice.append(`Rejected: ${proposal.title}.`);
+    }
+  } catch (error) {
+    notice.textContent = `Not done: ${error.message}`;
+  }
+  notice.hidden = false;
+  await showReview();
+}
+
+async function showReview() {
+  const proposals = await api('/api/v1/proposals');
+  document.getElementById('review-list').replaceChildren(...proposals.map(proposalCard));
+  document.getElementById('review-empty').hidden = proposals.length > 0;
+}
+
 function show() {
   const name = location.pathname.slice(1);
   const page = pages.includes(name) ? name : 'today';
@@ -41,6 +120,10 @@ function show() {
   }
   if (page === 'today') showToday().catch((error) => {
     document.getElementById('today-figures').textContent = `Cannot read today: ${error.message}`;
+  });
+  if (page === 'review') showReview().catch((error) => {
+    document.getElementById('review-empty').textContent = `Cannot read proposals: ${error.message}`;
+    document.getElementById('review-empty').hidden = false;
   });
 }
 
