@@ -2,6 +2,7 @@
 
 #include "agent/GitProposalReview.hpp"
 #include "app/Queries.hpp"
+#include "persistence/ConfigKeys.hpp"
 #include "records/JsonCodec.hpp"
 #include "screens/ProposalReviewModel.hpp"
 #include "web/DashboardPages.hpp"
@@ -74,6 +75,58 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                    }
                    sendJson(response, list);
                });
+    // Settings: the values as 'config list --json' gives them, what each means, and
+    // a change checked and saved as 'config set' does it.
+    server.get("/api/v1/settings", [&env](const httplib::Request&, httplib::Response& response,
+                                          const DashboardSessions::Session&) {
+        AppConfig config = env.config();
+        Json values = Json::object();
+        for (const ConfigKeys::Key& key : ConfigKeys::all()) {
+            values[key.name] = ConfigKeys::valueOf(config, key);
+        }
+        sendJson(response, values);
+    });
+    server.get("/api/v1/settings/keys", [](const httplib::Request&, httplib::Response& response,
+                                           const DashboardSessions::Session&) {
+        Json keys = Json::array();
+        for (const ConfigKeys::Key& key : ConfigKeys::all()) {
+            if (key.type == ConfigKeys::ValueType::textList) continue;
+            keys.push_back(
+                {{"name", key.name}, {"meaning", key.meaning}, {"allowed", key.allowed()}});
+        }
+        sendJson(response, keys);
+    });
+    server.post("/api/v1/settings", [&env](const httplib::Request& request,
+                                           httplib::Response& response,
+                                           const DashboardSessions::Session&) {
+        Json body = Json::parse(request.body, nullptr, false);
+        if (!body.is_object() || !body["name"].is_string() || !body["value"].is_string()) {
+            response.status = 400;
+            sendJson(response, Json{{"error", "send {\"name\": KEY, \"value\": TEXT}"}});
+            return;
+        }
+        ConfigKeys::Parsed parsed =
+            ConfigKeys::parse(body["name"].get<std::string>(), body["value"].get<std::string>());
+        if (!parsed.error.empty()) {
+            response.status = 400;
+            sendJson(response, Json{{"error", parsed.error}});
+            return;
+        }
+        env.adoptConfigEdits();
+        Json before;
+        bool saved = env.applyConfigChange([&](AppConfig& config) {
+            before = ConfigKeys::valueOf(config, *parsed.key);
+            ConfigKeys::apply(config, *parsed.key, parsed.value);
+        });
+        if (!saved) {
+            response.status = 500;
+            sendJson(response, Json{{"error", "not saved: " + env.saveProblem()}});
+            return;
+        }
+        sendJson(response,
+                 Json{{"name", parsed.key->name}, {"before", before}, {"after", parsed.value}});
+    });
+
     // The person's decisions, as 'proposals approve' and 'reject' take them.
     const std::string proposal = R"(/api/v1/proposals/([0-9A-Fa-f-]{36}))";
     server.post(

@@ -155,6 +155,25 @@ test('Agent Review shows an agent\'s proposal, and Approve and Reject decide it'
   await page.close();
 });
 
+test('a setting changed in Settings is in config.json, and a refused one says why', async () => {
+  const page = await browser.newPage();
+  await page.goto(q('dashboard', 'url', 'settings').trim());
+  const field = '#setting-dailyReviewTime';
+  await page.waitForSelector(field);
+  assert.deepEqual(JSON.parse(await page.evaluate(() =>
+    fetch('/api/v1/settings').then((a) => a.text()))), JSON.parse(q('config', 'list', '--json')),
+    'the page reads what config list --json gives');
+  await page.$eval(field, (input) => { input.value = '19:05'; });
+  await page.click(`${field} ~ button`);
+  await page.waitForFunction(() => /→ 19:05/.test(document.getElementById('settings-notice').textContent));
+  const saved = JSON.parse(fs.readFileSync(path.join(data, 'config.json'), 'utf8'));
+  assert.equal(saved.dailyReviewTime, '19:05');
+  await page.$eval(field, (input) => { input.value = '25:00'; });
+  await page.click(`${field} ~ button`);
+  await page.waitForFunction(() => /Not saved/.test(document.getElementById('settings-notice').textContent));
+  await page.close();
+});
+
 test('without the cookie or from another Host the server refuses', async () => {
   assert.equal(await raw('/api/v1/today'), 401);
   assert.equal(await raw('/api/v1/today', { Host: `rebound.example:${port}` }), 403);

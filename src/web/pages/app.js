@@ -9,12 +9,15 @@ async function api(path) {
 
 // A change: the session's CSRF token goes with it, which only this page can read.
 let csrf;
-async function change(path) {
+async function change(path, body) {
   csrf ??= (await api('/api/v1/session')).csrfToken;
-  const answer = await fetch(path, {method: 'POST', headers: {'X-Quorvane-CSRF': csrf}});
-  const body = await answer.json();
-  if (!answer.ok) throw new Error(body.error ?? `${path}: ${answer.status}`);
-  return body;
+  const headers = {'X-Quorvane-CSRF': csrf};
+  if (body !== undefined) headers['Content-Type'] = 'application/json';
+  const answer = await fetch(path, {method: 'POST', headers,
+    body: body === undefined ? undefined : JSON.stringify(body)});
+  const reply = await answer.json();
+  if (!answer.ok) throw new Error(reply.error ?? `${path}: ${answer.status}`);
+  return reply;
 }
 
 function element(tag, text, className) {
@@ -110,6 +113,57 @@ async function showReview() {
   document.getElementById('review-empty').hidden = proposals.length > 0;
 }
 
+// A value as a person reads and types it, as the command line shows it.
+function display(value) {
+  if (value === null) return 'none';
+  return typeof value === 'string' ? value : String(value);
+}
+
+const groups = [['', 'General'], ['reminders', 'Reminders'], ['sync', 'GitHub sync'],
+  ['ai', 'AI summaries'], ['mapping', 'Mapping'], ['agent', 'MCP'], ['dashboard', 'Dashboard']];
+
+async function showSettings() {
+  const [values, keys] = await Promise.all([api('/api/v1/settings'), api('/api/v1/settings/keys')]);
+  const holder = document.getElementById('settings-groups');
+  holder.replaceChildren();
+  for (const [prefix, title] of groups) {
+    const inGroup = keys.filter((key) =>
+      prefix ? key.name.startsWith(`${prefix}.`) : !key.name.includes('.'));
+    if (!inGroup.length) continue;
+    const section = element('section');
+    section.setAttribute('aria-label', title);
+    section.append(element('h2', title));
+    for (const key of inGroup) {
+      const form = element('form', undefined, 'setting');
+      const id = `setting-${key.name.replace('.', '-')}`;
+      const label = element('label', key.name);
+      label.htmlFor = id;
+      const input = element('input');
+      input.id = id;
+      input.name = key.name;
+      input.value = display(values[key.name]);
+      input.setAttribute('aria-describedby', `${id}-meaning`);
+      const save = element('button', 'Save');
+      save.type = 'submit';
+      const meaning = element('p', `${key.meaning} (${key.allowed})`, 'meaning');
+      meaning.id = `${id}-meaning`;
+      form.append(label, input, save, meaning);
+      form.addEventListener('submit', async (event) => {
+        event.preventDefault();
+        const notice = document.getElementById('settings-notice');
+        try {
+          const saved = await change('/api/v1/settings', {name: key.name, value: input.value});
+          notice.textContent = `${saved.name}: ${display(saved.before)} → ${display(saved.after)}`;
+        } catch (error) {
+          notice.textContent = `Not saved: ${error.message}`;
+        }
+      });
+      section.append(form);
+    }
+    holder.append(section);
+  }
+}
+
 function show() {
   const name = location.pathname.slice(1);
   const page = pages.includes(name) ? name : 'today';
@@ -120,6 +174,9 @@ function show() {
   }
   if (page === 'today') showToday().catch((error) => {
     document.getElementById('today-figures').textContent = `Cannot read today: ${error.message}`;
+  });
+  if (page === 'settings') showSettings().catch((error) => {
+    document.getElementById('settings-notice').textContent = `Cannot read settings: ${error.message}`;
   });
   if (page === 'review') showReview().catch((error) => {
     document.getElementById('review-empty').textContent = `Cannot read proposals: ${error.message}`;
