@@ -98,8 +98,9 @@ before(async () => {
   browser = await puppeteer.launch({
     executablePath: chromium,
     headless: true,
-    // The sandbox needs namespaces a CI container may not give.
-    args: ['--no-sandbox', '--disable-gpu'],
+    // The sandbox needs namespaces a CI container may not give, and a container's
+    // /dev/shm is often too small for the browser's shared memory.
+    args: ['--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage'],
   });
 });
 
