@@ -16,42 +16,31 @@ void sendJson(httplib::Response& response, const Json& json) {
                          "application/json");
 }
 
-const DashboardPages::Page* pageAt(std::string_view path) {
+// The embedded file at `path`, or 404.
+void sendPage(httplib::Response& response, std::string_view path) {
     for (const DashboardPages::Page& page : DashboardPages::all()) {
-        if (page.path == path) return &page;
+        if (page.path == path) {
+            response.set_content(std::string(page.bytes), std::string(page.contentType));
+            return;
+        }
     }
-    return nullptr;
+    response.status = 404;
 }
 
 }  // namespace
 
 void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
            const ProcessRunner& runner) {
-    auto serve = [](std::string_view path) {
-        return [path](const httplib::Request&, httplib::Response& response,
-                      const DashboardSessions::Session&) {
-            const DashboardPages::Page* page = pageAt(path);
-            if (!page) {
-                response.status = 404;
-                return;
-            }
-            response.set_content(std::string(page->bytes), std::string(page->contentType));
-        };
-    };
     // Every screen is the one page, which shows the section its address names.
     for (const char* screen : {"/", "/today", "/review", "/settings"}) {
-        server.get(screen, serve("/assets/index.html"));
+        server.get(screen, [](const httplib::Request&, httplib::Response& response,
+                              const DashboardSessions::Session&) {
+            sendPage(response, "/assets/index.html");
+        });
     }
     server.get(R"(/assets/([a-z]+\.(html|css|js|svg)))",
                [](const httplib::Request& request, httplib::Response& response,
-                  const DashboardSessions::Session&) {
-                   const DashboardPages::Page* page = pageAt(request.path);
-                   if (!page) {
-                       response.status = 404;
-                       return;
-                   }
-                   response.set_content(std::string(page->bytes), std::string(page->contentType));
-               });
+                  const DashboardSessions::Session&) { sendPage(response, request.path); });
     server.get("/api/v1/today", [&env, &clock](const httplib::Request&, httplib::Response& response,
                                                const DashboardSessions::Session&) {
         sendJson(response, toJson(Queries::todaySummary(env.store(), env.config(), clock.now())));
