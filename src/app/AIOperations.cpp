@@ -16,6 +16,11 @@ void AppEnvironment::removeAIKey() {
     keychain().remove(config().ai.keychainRef);
 }
 
+bool AppEnvironment::hasAIKey() {
+    std::optional<std::string> key = keychain().string(config().ai.keychainRef);
+    return key && !key->empty();
+}
+
 std::string AppEnvironment::secretStoreDescription() {
     return keychain().backendDescription();
 }

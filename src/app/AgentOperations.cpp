@@ -147,6 +147,8 @@ void AppEnvironment::recordDecision(const PendingProposal& proposal, const std::
     entry.detail = detail;
     entry.proposalId = proposal.id;
     store_.appendAudit(entry);
+    events_.publish("proposal",
+                    Json{{"id", proposal.id}, {"status", enumName(proposal.status)}}.dump());
 }
 
 AppEnvironment::ProposalDecision AppEnvironment::approveProposal(const std::string& id) {

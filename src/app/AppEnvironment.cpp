@@ -317,9 +317,12 @@ bool AppEnvironment::scanNow() {
     if (!store_.flush()) noteSaveProblem(store_.flushProblem());
     saveScanMemos();
     std::vector<ReminderEvent> open = store_.reminders(true);
-    std::lock_guard lock(mutex_);
-    unresolvedReminders_ = std::move(open);
-    lastScanAt_ = now;
+    {
+        std::lock_guard lock(mutex_);
+        unresolvedReminders_ = std::move(open);
+        lastScanAt_ = now;
+    }
+    events_.publish("scan", Json{{"at", toJson(now)}}.dump());
     return true;
 }
 
@@ -614,6 +617,8 @@ void AppEnvironment::requestScan() {
 // Each reminder is shown under its own id, headed by its kind's title, so the
 // reminder's later resolution takes down exactly its notification.
 void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
+    if (events.empty()) return;
+    events_.publish("reminder", Json{{"count", events.size()}}.dump());
     if (notifier_ == nullptr) return;
     for (const ReminderEvent& event : events) {
         notifier_->post(Notification{event.id, std::string(title(event.kind)), event.message});

@@ -16,6 +16,7 @@
 #include "agent/AgentEnvAccess.hpp"
 #include "agent/AgentService.hpp"
 #include "app/Scheduler.hpp"
+#include "base/EventFeed.hpp"
 #include "git/FileWatcher.hpp"
 #include "git/GitScanner.hpp"
 #include "git/RepoDiscovery.hpp"
@@ -165,6 +166,8 @@ public:
     // when the store refuses it; removing a missing key is no failure.
     bool setAIKey(const std::string& key);
     void removeAIKey();
+    // Whether a key is stored, for a screen to say so without ever showing it.
+    bool hasAIKey();
     // Which secret store holds the keys, for the person to know where they went.
     std::string secretStoreDescription();
     // Whether GitHub's answer names the login the account knew; an account that knew
@@ -218,6 +221,10 @@ public:
     // What the agent tools reach the application through.
     AgentEnvAccess& agentAccess();
     AgentService& agentService() { return *agentService_; }
+
+    // What open screens follow: scans finished, reminders raised, proposals arrived
+    // and decided.
+    EventFeed& events() { return events_; }
 
     // Proposals, newest first.
     std::vector<PendingProposal> proposals() const;
@@ -308,6 +315,7 @@ private:
     const Clock& clock_;
     const ProcessRunner& runner_;
     Notifier* const notifier_;
+    EventFeed events_;
     // Cancelled once by shutdown: stops the git children of scans, discovery and
     // history reads, and keeps new ones from starting.
     Cancellation shutdownSignal_;

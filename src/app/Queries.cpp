@@ -1,5 +1,8 @@
 #include "app/Queries.hpp"
 
+#include "base/EnumNames.hpp"
+#include "github/RepoStanding.hpp"
+
 #include <algorithm>
 
 namespace quorvane::Queries {
@@ -39,6 +42,31 @@ TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now)
     return summaryOver(store, config, now, Aggregator::dayRange(now), DateHelpers::dateKey(now));
 }
 
+Json todayJson(const Store& store, const AppConfig& config, Date now) {
+    TodaySummary today = todaySummary(store, config, now);
+    Json json = toJson(today);
+    for (size_t i = 0; i < today.lines.size(); ++i) {
+        const RepoTodayLine& line = today.lines[i];
+        std::optional<RepoSnapshot> snapshot = store.snapshot(line.repoID);
+        std::optional<SyncState> sync = store.syncState(line.repoID);
+        RepoStanding::Description described = RepoStanding::describe(
+            line.statuses, snapshot ? &*snapshot : nullptr, sync ? &*sync : nullptr);
+        Json words = Json::array();
+        for (const StatusWord& word : described.words) {
+            words.push_back({{"text", word.text}, {"tone", enumName(word.tone)}});
+        }
+        json["lines"][i]["standing"] = std::move(words);
+    }
+    return json;
+}
+
+std::vector<ReminderEvent> remindersNewestFirst(const Store& store, bool all) {
+    std::vector<ReminderEvent> events = store.reminders(!all);
+    std::stable_sort(events.begin(), events.end(),
+                     [](const auto& a, const auto& b) { return a.triggeredAt > b.triggeredAt; });
+    return events;
+}
+
 TodaySummary summary(const Store& store, const AppConfig& config, Date now, Date from, Date to) {
     Aggregator::DateRange range{Aggregator::dayRange(from).start, Aggregator::dayRange(to).end};
     std::string fromKey = DateHelpers::dateKey(from);
@@ -64,10 +92,10 @@ DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date n
                                            store.branches(std::nullopt));
     input.report.scanRecorded = Aggregator::scanRecorded(dayRecords);
     // The store's order, newest first; grouping keeps it within each repository.
-    input.commitsByRepo = Aggregator::countedCommits(store.commits(std::nullopt),
-                                                     Aggregator::dayRange(day),
-                                                     identity(store, config))
-                              .byRepo;
+    input.commitsByRepo =
+        Aggregator::countedCommits(store.commits(std::nullopt), Aggregator::dayRange(day),
+                                   identity(store, config))
+            .byRepo;
     return input;
 }
 
@@ -104,10 +132,9 @@ std::vector<DayBreakdown> heatmap(const Store& store, const AppConfig& config, D
 std::vector<ActivityRow> activityRanking(const Store& store, const AppConfig& config, Date now,
                                          Aggregator::RankingOrder order) {
     Aggregator::DateRange today = Aggregator::dayRange(now);
-    return Aggregator::activityRanking(now, config.repositories, store.snapshots(),
-                                       store.commitsBetween(today.start, today.end),
-                                       sessionsEndingIn(store, today), store.syncStates(), now,
-                                       order, identity(store, config));
+    return Aggregator::activityRanking(
+        now, config.repositories, store.snapshots(), store.commitsBetween(today.start, today.end),
+        sessionsEndingIn(store, today), store.syncStates(), now, order, identity(store, config));
 }
 
 std::vector<WorkSession> sessionsOn(const Store& store, Date day,

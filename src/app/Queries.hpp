@@ -25,6 +25,12 @@ namespace quorvane::Queries {
 Identity identity(const Store& store, const AppConfig& config);
 
 TodaySummary todaySummary(const Store& store, const AppConfig& config, Date now);
+// Today as 'today --json' and the dashboard give it: the summary, each line also
+// with its status in words ("standing": text and tone, as the table shows them),
+// so a screen never has to name a state itself.
+Json todayJson(const Store& store, const AppConfig& config, Date now);
+// The reminders still open (every one with `all`), newest first.
+std::vector<ReminderEvent> remindersNewestFirst(const Store& store, bool all);
 
 // The work from the start of the day of `from` to the end of the day of `to`. The label
 // is the date key of `from`, or "<from> → <to>" when the two are different days.

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "app/AppEnvironment.hpp"
+#include "app/Queries.hpp"
 #include "base/EnumNames.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
@@ -19,9 +20,7 @@ namespace quorvane::Commands {
 int reminders(CommandContext& context, bool all, bool json) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     if (!loadForReading(context, store)) return 1;
-    std::vector<ReminderEvent> events = store.reminders(!all);
-    std::stable_sort(events.begin(), events.end(),
-                     [](const auto& a, const auto& b) { return a.triggeredAt > b.triggeredAt; });
+    std::vector<ReminderEvent> events = Queries::remindersNewestFirst(store, all);
     if (json) {
         Json array = Json::array();
         for (const ReminderEvent& event : events) array.push_back(toJson(event));

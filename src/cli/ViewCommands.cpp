@@ -318,11 +318,11 @@ int today(CommandContext& context, bool json, bool scanFirst) {
         for (const std::string& id : enrolled)
             context.out << fmt::format("newly tracked: {}\n", Text::visible(id));
     }
-    TodaySummary summary = Queries::todaySummary(view.store, view.config, view.now);
     if (json) {
-        context.out << JsonCodec::pretty(toJson(summary));
+        context.out << JsonCodec::pretty(Queries::todayJson(view.store, view.config, view.now));
         return 0;
     }
+    TodaySummary summary = Queries::todaySummary(view.store, view.config, view.now);
     if (trackedRepos(view.config).empty()) {
         context.out << kNothingTracked;
         return 0;

@@ -1,5 +1,9 @@
 #include "web/Dashboard.hpp"
 
+#include <atomic>
+#include <charconv>
+#include <memory>
+
 #include "agent/GitProposalReview.hpp"
 #include "app/Queries.hpp"
 #include "persistence/ConfigKeys.hpp"
@@ -8,6 +12,68 @@
 #include "web/DashboardPages.hpp"
 
 namespace quorvane::Dashboard {
+
+namespace {
+
+// Open pages follow the service on a stream each, and each stream holds one of the
+// server's workers for as long as its page is open: beyond this many, a page is
+// told to reload by hand rather than leave no worker for the requests.
+constexpr int kMaxStreams = 4;
+// The rows a history or audit list shows; older ones stay in the data folder.
+constexpr size_t kHistoryRows = 200;
+// A comment line this often finds a page that went away, and keeps proxies from
+// closing a quiet stream.
+constexpr auto kStreamQuiet = std::chrono::seconds(15);
+
+void sendJson(httplib::Response& response, const Json& json);
+
+}  // namespace
+
+// Server-sent events: each of the feed's events after the one the page last saw
+// (a reconnecting page says which in Last-Event-ID) as "event: KIND" with its JSON.
+void routeEvents(DashboardServer& server, EventFeed& feed) {
+    auto streams = std::make_shared<std::atomic<int>>(0);
+    server.whenStopping([&feed] { feed.close(); });
+    server.get("/api/v1/events", [&feed, streams](const httplib::Request& request,
+                                                  httplib::Response& response,
+                                                  const DashboardSessions::Session&) {
+        if (streams->fetch_add(1) >= kMaxStreams) {
+            streams->fetch_sub(1);
+            response.status = 503;
+            sendJson(response, Json{{"error", "too many open dashboard pages"}});
+            return;
+        }
+        uint64_t seen = feed.latest();
+        if (request.has_header("Last-Event-ID")) {
+            uint64_t asked = 0;
+            const std::string& text = request.get_header_value("Last-Event-ID");
+            auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), asked);
+            if (problem == std::errc() && end == text.data() + text.size() && asked <= seen)
+                seen = asked;
+        }
+        response.set_chunked_content_provider(
+            "text/event-stream",
+            [&feed, seen, first = true](size_t, httplib::DataSink& sink) mutable {
+                // At once, so the page knows it is connected: a page that loses the
+                // stream tries again two seconds later.
+                if (first) {
+                    first = false;
+                    return sink.write("retry: 2000\n\n", 13);
+                }
+                std::string text;
+                std::vector<FeedEvent> events = feed.after(seen, kStreamQuiet);
+                if (feed.closed()) return false;
+                for (const FeedEvent& event : events) {
+                    text += fmt::format("id: {}\nevent: {}\ndata: {}\n\n", event.number, event.kind,
+                                        event.data);
+                    seen = event.number;
+                }
+                if (events.empty()) text += ": still here\n\n";
+                return sink.write(text.data(), text.size());
+            },
+            [streams](bool) { streams->fetch_sub(1); });
+    });
+}
 
 namespace {
 
@@ -43,8 +109,24 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                   const DashboardSessions::Session&) { sendPage(response, request.path); });
     server.get("/api/v1/today", [&env, &clock](const httplib::Request&, httplib::Response& response,
                                                const DashboardSessions::Session&) {
-        sendJson(response, toJson(Queries::todaySummary(env.store(), env.config(), clock.now())));
+        sendJson(response, Queries::todayJson(env.store(), env.config(), clock.now()));
     });
+    server.get("/api/v1/reminders", [&env](const httplib::Request&, httplib::Response& response,
+                                           const DashboardSessions::Session&) {
+        Json list = Json::array();
+        for (const ReminderEvent& event : Queries::remindersNewestFirst(env.store(), false))
+            list.push_back(toJson(event));
+        sendJson(response, list);
+    });
+    // The scan runs on the service's own schedule thread; the page hears of its end
+    // on the event stream.
+    server.post("/api/v1/scan", [&env](const httplib::Request&, httplib::Response& response,
+                                       const DashboardSessions::Session&) {
+        env.requestScan();
+        response.status = 202;
+        sendJson(response, Json{{"requested", true}});
+    });
+    routeEvents(server, env.events());
 
     // Agent Review: what waits for the person, newest first as the store gives them,
     // each as they must read it before deciding.
@@ -64,6 +146,66 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                    }
                    sendJson(response, list);
                });
+    // What was decided, newest first, and the agent's calls as the audit log keeps
+    // them, narrowed by tool, status or who acted.
+    server.get("/api/v1/proposals/history",
+               [&env](const httplib::Request&, httplib::Response& response,
+                      const DashboardSessions::Session&) {
+                   Json list = Json::array();
+                   for (const PendingProposal& proposal : env.proposals()) {
+                       if (proposal.status == PendingProposal::Status::pending) continue;
+                       list.push_back(ProposalReviewModel::listing(proposal));
+                       if (list.size() == kHistoryRows) break;
+                   }
+                   sendJson(response, list);
+               });
+    server.get("/api/v1/audit", [&env](const httplib::Request& request, httplib::Response& response,
+                                       const DashboardSessions::Session&) {
+        auto wanted = [&](const char* name, const std::string& value) {
+            std::string asked = request.get_param_value(name);
+            return asked.empty() || asked == value;
+        };
+        Json list = Json::array();
+        for (const AuditLogEntry& entry : env.store().auditEntries()) {
+            if (!wanted("tool", entry.tool) || !wanted("status", entry.status) ||
+                !wanted("actor", entry.actor))
+                continue;
+            list.push_back(toJson(entry));
+            if (list.size() == kHistoryRows) break;
+        }
+        sendJson(response, list);
+    });
+    // The agent server as the person sets it up: on or off and its level are
+    // settings like any other; these are what 'config list' does not show.
+    server.get("/api/v1/agent", [&env](const httplib::Request&, httplib::Response& response,
+                                       const DashboardSessions::Session&) {
+        AppConfig config = env.config();
+        sendJson(response, Json{{"toolCount", AppEnvironment::mcpToolCount()},
+                                {"socket", env.agentSocketPath().string()},
+                                {"running", env.isAgentServerRunning()},
+                                {"allowedRoots", config.agent.allowedRoots},
+                                {"aiKeyStored", env.hasAIKey()}});
+    });
+    // The AI provider's key goes into the secret store and nowhere else; the answer
+    // says where it went, never what it is.
+    server.post(
+        "/api/v1/ai-key", [&env](const httplib::Request& request, httplib::Response& response,
+                                 const DashboardSessions::Session&) {
+            Json body = Json::parse(request.body, nullptr, false);
+            if (!body.is_object() || !body["key"].is_string() ||
+                body["key"].get<std::string>().empty()) {
+                response.status = 400;
+                sendJson(response, Json{{"error", "type the API key"}});
+                return;
+            }
+            if (!env.setAIKey(body["key"].get<std::string>())) {
+                response.status = 500;
+                sendJson(response, Json{{"error", "not stored: " + env.saveProblem()}});
+                return;
+            }
+            sendJson(response, Json{{"stored", true}, {"where", env.secretStoreDescription()}});
+        });
+
     // Settings: the values as 'config list --json' gives them, what each means, and
     // a change checked and saved as 'config set' does it.
     server.get("/api/v1/settings", [&env](const httplib::Request&, httplib::Response& response,

@@ -77,6 +77,41 @@ void refuse(httplib::Response& response, int status, const std::string& reason) 
     response.set_content(nlohmann::json{{"error", reason}}.dump(), "application/json");
 }
 
+std::string escapeHtml(std::string_view text) {
+    std::string escaped;
+    for (char c : text) {
+        switch (c) {
+            case '&': escaped += "&amp;"; break;
+            case '<': escaped += "&lt;"; break;
+            case '>': escaped += "&gt;"; break;
+            case '"': escaped += "&quot;"; break;
+            default: escaped += c;
+        }
+    }
+    return escaped;
+}
+
+// A person who opened an address in the browser reads a page, not JSON: what went
+// wrong and the command that lets them in.
+void refuse(const httplib::Request& request, httplib::Response& response, int status,
+            const std::string& reason) {
+    if (request.get_header_value("Accept").find("text/html") == std::string::npos) {
+        refuse(response, status, reason);
+        return;
+    }
+    response.status = status;
+    response.set_content(
+        fmt::format("<!doctype html><html lang=\"en\"><head><meta charset=\"utf-8\">"
+                    "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
+                    "<title>Quorvane: not let in</title></head><body><main>"
+                    "<h1>Quorvane: not let in</h1><p>{}.</p>"
+                    "<p>Run <code>quorvane open</code> in a terminal: it opens the dashboard "
+                    "with a link that logs you in. Over SSH, <code>quorvane dashboard url</code> "
+                    "prints one.</p></main></body></html>",
+                    escapeHtml(reason)),
+        "text/html; charset=utf-8");
+}
+
 }  // namespace
 
 DashboardServer::DashboardServer(const Clock& clock) : clock_(clock) {
@@ -109,7 +144,7 @@ DashboardServer::DashboardServer(const Clock& clock) : clock_(clock) {
         std::string page;
         LoginLink::Verdict verdict = tickets_.redeem(key_, query, clock_.now(), &page);
         if (verdict != LoginLink::Verdict::accepted) {
-            refuse(response, 401, std::string(LoginLink::explain(verdict)));
+            refuse(request, response, 401, std::string(LoginLink::explain(verdict)));
             return;
         }
         DashboardSessions::Session session = sessions_.open(clock_.now());
@@ -147,7 +182,7 @@ httplib::Server::HandlerResponse DashboardServer::guard(const httplib::Request& 
                                   header(std::string(DashboardAccess::kCsrfHeader).c_str())};
     DashboardAccess::Verdict verdict = DashboardAccess::check(seen, port_, sessions_, clock_.now());
     if (verdict.status == 0) return httplib::Server::HandlerResponse::Unhandled;
-    refuse(response, verdict.status, verdict.reason);
+    refuse(request, response, verdict.status, verdict.reason);
     return httplib::Server::HandlerResponse::Handled;
 }
 
@@ -164,7 +199,7 @@ httplib::Server::Handler DashboardServer::wrap(Handler handler) {
         if (cookie) session = sessions_.find(*cookie, clock_.now());
         // The guard has let the request in; a session that ended since is refused.
         if (!session) {
-            refuse(response, 401, "log in with the link 'quorvane open' gives");
+            refuse(request, response, 401, "log in with the link 'quorvane open' gives");
             return;
         }
         handler(request, response, *session);
@@ -192,7 +227,11 @@ std::string DashboardServer::start(const Options& options) {
                 Log::app().info(
                     fmt::format("dashboard: port {} is taken, serving on {}", options.port, port));
             }
-            thread_ = std::thread([this] { server_.listen_after_bind(); });
+            listenEnded_ = false;
+            thread_ = std::thread([this] {
+                server_.listen_after_bind();
+                listenEnded_ = true;
+            });
             return "";
         }
     }
@@ -204,7 +243,18 @@ std::string DashboardServer::address() const {
     return fmt::format("http://127.0.0.1:{}/", port_);
 }
 
+void DashboardServer::whenStopping(std::function<void()> action) {
+    stopActions_.push_back(std::move(action));
+}
+
 void DashboardServer::stop() {
+    for (const auto& action : stopActions_) action();
+    // httplib's stop does nothing until its loop has begun, and a loop begun after
+    // it would wait in accept for ever: a server stopped at once after its start
+    // waits for the loop first, which takes no longer than a thread takes to start.
+    while (thread_.joinable() && !server_.is_running() && !listenEnded_) {
+        std::this_thread::yield();
+    }
     server_.stop();
     if (thread_.joinable()) thread_.join();
 }

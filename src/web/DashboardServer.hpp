@@ -2,10 +2,12 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/Clock.hpp"
 #include "web/DashboardAccess.hpp"
@@ -24,8 +26,9 @@ public:
         // When `port` is taken, the next ones are tried, up to this many in all.
         int tries = 10;
         std::string key;  // the data folder's dashboard key
-        // Connections served at once; more wait in the kernel's queue.
-        size_t workers = 4;
+        // Connections served at once; more wait in the kernel's queue. An open
+        // page's event stream holds one for as long as the page is open.
+        size_t workers = 8;
     };
 
     using Handler = std::function<void(const httplib::Request&, httplib::Response&,
@@ -47,7 +50,10 @@ public:
     // The address a person opens, without any login part.
     std::string address() const;
     // Stops accepting, lets the requests in flight finish and joins the thread.
+    // What `whenStopping` was given runs first, so long answers (an event stream)
+    // can end.
     void stop();
+    void whenStopping(std::function<void()> action);
 
     // Everything a request may hold; beyond it the answer is 413.
     static constexpr size_t kMaxBody = 64 * 1024;
@@ -64,6 +70,8 @@ private:
     std::string key_;
     int port_ = 0;
     std::thread thread_;
+    std::atomic<bool> listenEnded_{false};
+    std::vector<std::function<void()>> stopActions_;
 };
 
 }  // namespace quorvane
