@@ -117,42 +117,74 @@ test('quorvane open logs the browser in, and Today shows what today --json gives
   await page.goto(link);
   assert.equal(new URL(page.url()).pathname, '/today', 'the login leaves a clean address');
   const today = JSON.parse(q('today', '--json', '--no-scan'));
-  const expected = `${today.activeProjects} active projects, ${today.totalCommits} commits`;
+  const plural = (count, word) => `${count} ${word}${count === 1 ? '' : 's'}`;
+  const expected = `${plural(today.activeProjects, 'active project')}, ${plural(today.totalCommits, 'commit')}`;
   await page.waitForFunction((text) =>
     document.getElementById('today-figures').textContent.startsWith(text), {}, expected);
-  assert.equal(await page.$$eval('#today-lines tbody tr', (rows) => rows.length), today.lines.length);
+  const statuses = await page.$$eval('#today-lines tbody tr td:last-child',
+    (cells) => cells.map((c) => [...c.querySelectorAll('.word')].map((w) => w.textContent)));
+  assert.deepEqual(statuses, today.lines.map((line) => line.standing.map((word) => word.text)),
+    'each repository\'s status in the words the command line uses');
+  assert.ok(statuses.flat().length > 0);
+
+  // Scan now: the page hears the scan end on its event stream and reads again.
+  await page.click('#scan-now');
+  await page.waitForFunction(() => document.getElementById('scan-now').textContent === 'Scan now'
+    && !document.getElementById('scan-now').disabled);
 
   await page.goto(link);
   assert.match(await page.content(), /used already/, 'a login link works once');
   await page.close();
 });
 
-test('Agent Review shows an agent\'s proposal, and Approve and Reject decide it', async () => {
+test('a proposal appears in Agent Review unasked, and Approve yields the token the agent spends', async () => {
+  const page = await browser.newPage();
+  await page.goto(q('dashboard', 'url', 'review').trim());
+  await page.waitForFunction(() => !document.getElementById('review-empty').hidden);
   const propose = (time) => agentCall('propose_settings_change',
     { changes: [{ field: 'dailyReviewTime', value: time }] });
   const first = await propose('20:15');
-  const second = await propose('20:45');
   assert.equal(first.ok, true, 'a proposal is made and waits for the person');
+  // The open page is told: no reload, and no more than two seconds.
+  await page.waitForSelector('#review-list .card', { timeout: 2000 });
+  const second = await propose('20:45');
   assert.equal(second.ok, true);
-  const page = await browser.newPage();
-  await page.goto(q('dashboard', 'url', 'review').trim());
-  await page.waitForSelector('#review-list .card');
+  await page.waitForFunction(() => document.querySelectorAll('#review-list .card').length === 2,
+    { timeout: 2000 });
   const cards = await page.$$eval('#review-list .card', (all) => all.map((c) => c.textContent));
-  assert.equal(cards.length, 2);
   const early = cards.findIndex((text) => text.includes('20:15'));
   assert.ok(early >= 0 && cards.some((text) => text.includes('20:45')), 'each with its change');
+  const rows = await page.$$eval(`#review-list .card:nth-child(${early + 1}) .before-after tbody tr`,
+    (all) => all.map((row) => [...row.cells].map((c) => c.textContent)));
+  const configured = JSON.parse(q('config', 'list', '--json')).dailyReviewTime;
+  assert.deepEqual(rows, [['dailyReviewTime', configured, '20:15']], 'the setting now and after');
 
   await page.click(`#review-list .card:nth-child(${early + 1}) button.approve`);
   await page.waitForFunction(() => /Approved/.test(document.getElementById('review-token').textContent));
-  const shown = await page.$eval('#review-token code', (code) => code.textContent);
-  assert.match(shown, /\S{16,}/, 'the token is shown once, to hand to the agent');
+  const token = await page.$eval('#review-token code', (code) => code.textContent);
+  assert.match(token, /\S{16,}/, 'the token is shown once, to hand to the agent');
+  const spent = await agentCall('set_daily_review_time', { time: '20:15', confirmationToken: token });
+  assert.equal(spent.ok, true, JSON.stringify(spent));
+  const saved = JSON.parse(fs.readFileSync(path.join(data, 'config.json'), 'utf8'));
+  assert.equal(saved.dailyReviewTime, '20:15', 'the approved change is applied');
+  const again = await agentCall('set_daily_review_time', { time: '20:15', confirmationToken: token });
+  assert.equal(again.ok, false, 'a token works once');
+
   await page.waitForFunction(() => document.querySelectorAll('#review-list .card').length === 1);
   await page.click('#review-list .card button:not(.approve)');
   await page.waitForFunction(() => /Rejected/.test(document.getElementById('review-token').textContent));
   await page.waitForFunction(() => !document.getElementById('review-empty').hidden);
   const decided = JSON.parse(q('proposals', '--all', '--json'));
   const statusOf = (time) => decided.find((p) => p.payloadJSON.includes(time)).status;
-  assert.deepEqual([statusOf('20:15'), statusOf('20:45')], ['approved', 'rejected']);
+  assert.deepEqual([statusOf('20:15'), statusOf('20:45')], ['applied', 'rejected']);
+  await page.waitForFunction(() => document.querySelectorAll('#review-history tbody tr').length === 2);
+  const audited = await page.$$eval('#review-audit tbody tr', (all) => all.map((r) => r.cells[2].textContent));
+  assert.ok(audited.includes('agent_review.confirm') && audited.includes('set_daily_review_time'),
+    'the audit log shows the person\'s decision and the agent\'s call');
+  await page.type('#audit-tool', 'agent_review.reject');
+  await page.click('#audit-filters button');
+  await page.waitForFunction(() => [...document.querySelectorAll('#review-audit tbody tr')]
+    .every((r) => r.cells[2].textContent === 'agent_review.reject'));
   await page.close();
 });
 
@@ -177,6 +209,11 @@ test('a setting changed in Settings is in config.json, and a refused one says wh
 
 test('without the cookie or from another Host the server refuses', async () => {
   assert.equal(await raw('/api/v1/today'), 401);
+  const page = await browser.createBrowserContext().then((context) => context.newPage());
+  const answer = await page.goto(`http://127.0.0.1:${port}/review`);
+  assert.equal(answer.status(), 401);
+  assert.match(await page.content(), /Run <code>quorvane open<\/code>/, 'a person reads what to do');
+  await page.close();
   assert.equal(await raw('/api/v1/today', { Host: `rebound.example:${port}` }), 403);
 });
 
