@@ -156,13 +156,15 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
         EXPECT_EQ(standing->lastLocalCommitSha, unpushed);
     }
 
+    // A push the runner would refuse is refused at once: nothing waits for approval.
     for (const char* branch : {"terraform", "clean"}) {
         app.git({"branch", branch});
-        Json blocked = approvedCall(agent, "git_push", {{"repoId", appID}, {"branch", branch}});
+        Json blocked = agent.call("git_push", {{"repoId", appID}, {"branch", branch}});
         EXPECT_EQ(blocked["error"]["code"], "dangerous_blocked") << blocked;
         EXPECT_NE(origin.gitResult({"rev-parse", "--verify", "--quiet", branch}).exitCode, 0)
             << branch << " never reached the remote";
     }
+    EXPECT_EQ(quorvaneJson({"proposals"}), Json::array());
     Json log = agent.call("get_audit_log", {{"limit", 3}});
     EXPECT_EQ(log["result"][0]["status"], "blocked");
 
