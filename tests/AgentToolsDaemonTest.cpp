@@ -84,6 +84,11 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
         testing::runQuorvane(dataDir(), {"config", "set", "sync.syncOnStart", "false"}).exitCode,
         0);
     const std::string appID = std::filesystem::canonical(app.path()).string();
+    // A shell without a terminal, as an agent's own, approves nothing: refused before
+    // the proposal is even looked for.
+    ShellResult unattended = testing::runQuorvane(dataDir(), {"proposals", "approve", "0000"});
+    EXPECT_EQ(unattended.exitCode, 1);
+    EXPECT_THAT(unattended.stdErr, ::testing::HasSubstr("(quorvane open review)"));
     {
         SystemClock clock;
         Store store(dataDir(), clock);
@@ -135,6 +140,14 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
     ASSERT_FALSE(proposed["result"]["candidates"].empty());
     EXPECT_EQ(proposed["result"]["candidates"][0]["localPath"], sitePath);
     const std::string proposalId = proposed["result"]["proposalId"];
+    // Also when the daemon would do the approving: the client asks before sending.
+    ShellResult fromShell = testing::runQuorvane(dataDir(), {"proposals", "approve", proposalId});
+    EXPECT_EQ(fromShell.exitCode, 1);
+    EXPECT_THAT(fromShell.stdErr,
+                ::testing::HasSubstr("quorvane config set agent.requireGuiConfirmation false"));
+    Json waiting = agent.call("get_proposal_status", {{"proposalId", proposalId}});
+    EXPECT_EQ(waiting["result"]["status"], "pending");
+    EXPECT_FALSE(waiting["result"].contains("confirmationToken")) << "a token was minted";
     testing::TerminalRun approved = approveOnTerminal(proposalId);
     ASSERT_EQ(approved.exitCode, 0) << approved.shown;
     Json status = agent.call("get_proposal_status", {{"proposalId", proposalId}});
@@ -176,69 +189,6 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
     EXPECT_EQ(quorvaneJson({"proposals"}), Json::array());
     Json log = agent.call("get_audit_log", {{"limit", 3}});
     EXPECT_EQ(log["result"][0]["status"], "blocked");
-
-    daemon.signal(SIGTERM);
-    EXPECT_EQ(daemon.waitForExit(60s), 0) << daemon.output();
-}
-
-TEST_F(AgentToolsDaemonTest, AnApprovalFromAShellWithoutATerminalIsRefusedUnlessTurnedOff) {
-    {
-        SystemClock clock;
-        Store store(dataDir(), clock);
-        store.load();
-        PendingProposal proposal;
-        proposal.id = "5E1F0000-0000-4000-8000-000000000001";
-        proposal.kind = PendingProposal::Kind::settingsChange;
-        proposal.title = "Apply set_daily_review_time";
-        proposal.payloadJSON = R"({"time":"06:00"})";
-        proposal.createdAt = clock.now();
-        proposal.intendedTool = "set_daily_review_time";
-        proposal.argsFingerprint = R"(set_daily_review_time|{"time":"06:00"})";
-        store.upsertProposal(proposal);
-        ASSERT_TRUE(store.flush());
-    }
-    const std::string id = "5E1F0000";
-    auto stored = [&] {
-        SystemClock clock;
-        Store store(dataDir(), clock, Store::Access::readOnly);
-        store.load();
-        return store.proposal("5E1F0000-0000-4000-8000-000000000001");
-    };
-    auto stillPending = [&](const std::string& when) {
-        std::optional<PendingProposal> proposal = stored();
-        ASSERT_TRUE(proposal.has_value()) << when;
-        EXPECT_EQ(proposal->status, PendingProposal::Status::pending) << when;
-        EXPECT_FALSE(proposal->confirmationToken.has_value()) << when << ": a token was minted";
-    };
-    // An agent's own shell approving what the agent proposed: refused in the program
-    // it started, with the daemon running or not.
-    auto refused = [&](const std::string& when) {
-        ShellResult result = testing::runQuorvane(dataDir(), {"proposals", "approve", id});
-        EXPECT_EQ(result.exitCode, 1) << when;
-        // Not printed on failure: it would hold the token.
-        EXPECT_TRUE(result.stdOut.empty()) << when;
-        EXPECT_THAT(result.stdErr, ::testing::HasSubstr("quorvane open review")) << when;
-        EXPECT_THAT(result.stdErr,
-                    ::testing::HasSubstr("quorvane config set agent.requireGuiConfirmation false"))
-            << when;
-        stillPending(when);
-    };
-    refused("without a daemon");
-    testing::BackgroundProcess daemon(QUORVANE_BINARY, {"daemon", "--data-dir", dataDir().string()},
-                                      dir_ / "daemon.log");
-    ASSERT_TRUE(testing::eventually(60s, [&] {
-        return daemon.output().find("quorvane daemon: ready") != std::string::npos;
-    })) << daemon.output();
-    refused("beside the daemon");
-
-    // The person who turned the check off approves from a script.
-    ASSERT_EQ(
-        testing::runQuorvane(dataDir(), {"config", "set", "agent.requireGuiConfirmation", "false"})
-            .exitCode,
-        0);
-    ShellResult scripted = testing::runQuorvane(dataDir(), {"proposals", "approve", id});
-    EXPECT_EQ(scripted.exitCode, 0) << scripted.stdErr;
-    EXPECT_EQ(stored()->status, PendingProposal::Status::approved);
 
     daemon.signal(SIGTERM);
     EXPECT_EQ(daemon.waitForExit(60s), 0) << daemon.output();
