@@ -33,6 +33,15 @@ protected:
         return result.exitCode == 0 ? Json::parse(result.stdOut) : Json();
     }
 
+    // The person's approval, typed at a terminal of their own.
+    testing::TerminalRun approveOnTerminal(const std::string& id) {
+        return testing::runOnTerminal(
+            {QUORVANE_BINARY, "proposals", "approve", id, "--data-dir", dataDir().string()},
+            {"TERM=dumb", "HOME=" + dir_.path().string(), "PATH=/usr/bin:/bin",
+             "DBUS_SESSION_BUS_ADDRESS=unix:path=" + (dir_ / "no-bus").string()},
+            100);
+    }
+
     // The agent's side of the road: the call makes a proposal, the person approves
     // it with the command, the agent fetches the token and calls again with it.
     Json approvedCall(LineClient& agent, const std::string& tool, Json args) {
@@ -42,8 +51,8 @@ protected:
         const size_t at = hint.find("(proposal ");
         if (at == std::string::npos) return asked;
         const std::string id = hint.substr(at + 10, 36);
-        ShellResult approved = testing::runQuorvane(dataDir(), {"proposals", "approve", id});
-        EXPECT_EQ(approved.exitCode, 0) << approved.stdErr;
+        testing::TerminalRun approved = approveOnTerminal(id);
+        EXPECT_EQ(approved.exitCode, 0) << approved.shown;
         Json status = agent.call("get_proposal_status", {{"proposalId", id}});
         args["confirmationToken"] = status["result"].value("confirmationToken", "");
         return agent.call(tool, args);
@@ -75,6 +84,11 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
         testing::runQuorvane(dataDir(), {"config", "set", "sync.syncOnStart", "false"}).exitCode,
         0);
     const std::string appID = std::filesystem::canonical(app.path()).string();
+    // A shell without a terminal, as an agent's own, approves nothing: refused before
+    // the proposal is even looked for.
+    ShellResult unattended = testing::runQuorvane(dataDir(), {"proposals", "approve", "0000"});
+    EXPECT_EQ(unattended.exitCode, 1);
+    EXPECT_THAT(unattended.stdErr, ::testing::HasSubstr("(quorvane open review)"));
     {
         SystemClock clock;
         Store store(dataDir(), clock);
@@ -126,8 +140,16 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
     ASSERT_FALSE(proposed["result"]["candidates"].empty());
     EXPECT_EQ(proposed["result"]["candidates"][0]["localPath"], sitePath);
     const std::string proposalId = proposed["result"]["proposalId"];
-    ShellResult approved = testing::runQuorvane(dataDir(), {"proposals", "approve", proposalId});
-    ASSERT_EQ(approved.exitCode, 0) << approved.stdErr;
+    // Also when the daemon would do the approving: the client asks before sending.
+    ShellResult fromShell = testing::runQuorvane(dataDir(), {"proposals", "approve", proposalId});
+    EXPECT_EQ(fromShell.exitCode, 1);
+    EXPECT_THAT(fromShell.stdErr,
+                ::testing::HasSubstr("quorvane config set agent.requireGuiConfirmation false"));
+    Json waiting = agent.call("get_proposal_status", {{"proposalId", proposalId}});
+    EXPECT_EQ(waiting["result"]["status"], "pending");
+    EXPECT_FALSE(waiting["result"].contains("confirmationToken")) << "a token was minted";
+    testing::TerminalRun approved = approveOnTerminal(proposalId);
+    ASSERT_EQ(approved.exitCode, 0) << approved.shown;
     Json status = agent.call("get_proposal_status", {{"proposalId", proposalId}});
     Json applied = agent.call("apply_repository_mapping",
                               {{"remoteRepoId", "acct:octocat/site"},
@@ -156,13 +178,15 @@ TEST_F(AgentToolsDaemonTest, AnAgentMapsARepositoryAndPushesOnlyWhatThePersonApp
         EXPECT_EQ(standing->lastLocalCommitSha, unpushed);
     }
 
+    // A push the runner would refuse is refused at once: nothing waits for approval.
     for (const char* branch : {"terraform", "clean"}) {
         app.git({"branch", branch});
-        Json blocked = approvedCall(agent, "git_push", {{"repoId", appID}, {"branch", branch}});
+        Json blocked = agent.call("git_push", {{"repoId", appID}, {"branch", branch}});
         EXPECT_EQ(blocked["error"]["code"], "dangerous_blocked") << blocked;
         EXPECT_NE(origin.gitResult({"rev-parse", "--verify", "--quiet", branch}).exitCode, 0)
             << branch << " never reached the remote";
     }
+    EXPECT_EQ(quorvaneJson({"proposals"}), Json::array());
     Json log = agent.call("get_audit_log", {{"limit", 3}});
     EXPECT_EQ(log["result"][0]["status"], "blocked");
 

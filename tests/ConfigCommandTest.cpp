@@ -92,6 +92,59 @@ TEST_F(ConfigCommandTest, SetChangesOneSettingSaysWhatChangedAndGetAndListReadIt
     EXPECT_THAT(wideLines(help.stdOut), ::testing::IsEmpty());
 }
 
+TEST_F(ConfigCommandTest, AllowedRootsAreKeptAsTheAgentsChecksReadThem) {
+    const std::filesystem::path home = dir_ / "home", code = home / "code";
+    std::filesystem::create_directories(code / "app");
+    std::filesystem::create_directories(home / "notes");
+    std::filesystem::create_symlink(code, dir_ / "code-link");
+    testing::writeFile(home / "todo.txt", "");
+    // Typed in `cwd` by a person whose home is `home`.
+    auto typed = [&](std::vector<std::string> words, const std::filesystem::path& cwd) {
+        ProcessRequest request;
+        request.executable = QUORVANE_BINARY;
+        request.arguments = std::move(words);
+        request.arguments.insert(request.arguments.end(), {"--data-dir", dataDir().string()});
+        request.cwd = cwd.string();
+        request.environment = {{"HOME", home.string()}};
+        request.timeout = 120;
+        return Shell().run(request);
+    };
+    auto roots = [&] { return ConfigService::decode(onDisk()).agent.allowedRoots; };
+    const std::string codeRoot = std::filesystem::canonical(code).string();
+    const std::string notesRoot = std::filesystem::canonical(home / "notes").string();
+    const std::string appRoot = std::filesystem::canonical(code / "app").string();
+
+    // "~", a relative path, a link and a trailing slash all name the folder itself;
+    // one named twice is kept once.
+    ShellResult added = typed({"config", "add", "agent.allowedRoots", "~/code/", "./app",
+                               (dir_ / "code-link").string(), "../notes"},
+                              code);
+    ASSERT_EQ(added.exitCode, 0) << added.stdErr;
+    EXPECT_EQ(roots(), (std::vector<std::string>{codeRoot, appRoot, notesRoot}));
+    EXPECT_EQ(added.stdOut,
+              fmt::format("agent.allowedRoots: none → {}, {}, {}\n", codeRoot, appRoot, notesRoot));
+
+    // Not a folder, or no path at all: refused, and nothing changes.
+    for (const char* refused : {"~/todo.txt", "~/missing", ""}) {
+        ShellResult result = typed({"config", "add", "agent.allowedRoots", refused}, home);
+        EXPECT_EQ(result.exitCode, 1) << refused;
+        EXPECT_THAT(result.stdErr, HasSubstr("agent.allowedRoots")) << refused;
+    }
+    EXPECT_EQ(roots().size(), 3u);
+
+    // Removed by any spelling of the same folder; one not there is said and exits 1.
+    ShellResult removed =
+        typed({"config", "remove", "agent.allowedRoots", "app/", "~/notes", "~/elsewhere"}, code);
+    EXPECT_EQ(removed.exitCode, 1);
+    EXPECT_EQ(removed.stdErr, "quorvane: agent.allowedRoots holds no " +
+                                  (std::filesystem::canonical(home) / "elsewhere").string() + "\n");
+    EXPECT_EQ(roots(), std::vector<std::string>{codeRoot});
+
+    ShellResult help = quorvane({"config", "add", "--help"});
+    EXPECT_THAT(help.stdOut, HasSubstr("quorvane config add agent.allowedRoots"));
+    EXPECT_EQ(quorvane({"config", "get", "agent.allowedRoots"}).stdOut, codeRoot + "\n");
+}
+
 TEST_F(ConfigCommandTest, ARefusedSettingLeavesConfigJsonByteForByteAsItWas) {
     ASSERT_EQ(quorvane({"config", "set", "historyDays", "30"}).exitCode, 0);
     const std::string before = onDisk();

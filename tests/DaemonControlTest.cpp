@@ -102,6 +102,9 @@ TEST_F(DaemonControlTest, EveryWritingCommandRunsInTheDaemonAndItActsOnItAtOnce)
     EXPECT_THAT(added.stdOut, HasSubstr("tracking app (" + appID + ")"));
     ShellResult folder = quorvane({"folders", "add", "."}, codeDir());
     EXPECT_EQ(folder.exitCode, 0) << folder.stdErr;
+    ShellResult root = quorvane({"config", "add", "agent.allowedRoots", "app"}, codeDir());
+    EXPECT_EQ(root.exitCode, 0) << root.stdErr;
+    EXPECT_THAT(root.stdOut, HasSubstr("→ " + appID + "\n"));
     ShellResult scanned = quorvane({"scan"});
     EXPECT_EQ(scanned.exitCode, 0) << scanned.stdErr;
     // The scan the daemon ran enrolled lib from the scan folder just added.

@@ -176,17 +176,32 @@ TEST_F(AgentServiceTest, ARepeatedCallNamesOneProposalAndOnlyRelevantArgumentsCo
               "invalid_params");
     setLevel(AgentPermissionLevel::safeGit);
     EXPECT_EQ(call("git_set_upstream_push", {{"repoId", "/work/app"}}).hint, "missing branch");
-    // A branch git would read as a pattern, or could never name, is no push to approve.
+    // Whatever the runner would refuse to run is never put to the person: an option, a
+    // forced refspec, a name git reads as a pattern or cannot make a ref of, and a
+    // name that is itself one of the runner's forbidden words ("rm " ends "terraform").
     for (const char* tool : {"git_push", "git_set_upstream_push"}) {
-        for (const char* branch : {"*", "refs/heads/*", "main~1", "a..b"}) {
+        for (const char* branch :
+             {"*",        "refs/heads/*", "main~1",        "a..b",     "--force", "-f",
+              "-x",       "+main",        "a:b",           "a b",      "main\n",  "clean",
+              "reset",    "merge",        "rebase",        "gc",       "prune",   "REVERT",
+              "checkout", "cherry-pick",  "filter-branch", "terraform"}) {
+            const size_t before = env_.store().proposals(std::nullopt).size();
             AgentResult refused = call(tool, {{"repoId", "/work/app"}, {"branch", branch}});
             EXPECT_EQ(refused.errorCode, "dangerous_blocked") << tool << " " << branch;
-            EXPECT_EQ(lastAudit().status, "blocked");
+            EXPECT_EQ(lastAudit().status, "blocked") << tool << " " << branch;
+            EXPECT_EQ(env_.store().proposals(std::nullopt).size(), before)
+                << tool << " " << branch << " stored a proposal";
         }
     }
+    // A branch of a safe push stays one to approve, though it holds a forbidden word.
+    EXPECT_EQ(
+        proposalFor("git_push", {{"repoId", "/work/app"}, {"branch", "feature/clean"}}).size(),
+        36u);
     EXPECT_EQ(call("git_push", {{"repoId", "/work/app"}, {"branch", "*"}}).hint,
               "unsafe branch name: *");
-    EXPECT_EQ(env_.proposals().size(), proposals);
+    EXPECT_EQ(call("git_push", {{"repoId", "/work/app"}, {"branch", "clean"}}).hint,
+              "refusing unsafe git invocation: push --end-of-options origin clean");
+    EXPECT_EQ(env_.proposals().size(), proposals + 1);
 }
 
 TEST_F(AgentServiceTest, WaitingProposalsAreCappedPerToolAndInAll) {

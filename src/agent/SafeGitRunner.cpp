@@ -134,14 +134,10 @@ bool SafeGitRunner::isUnsafeBranchName(std::string_view name) {
     }
 }
 
-AgentResult SafeGitRunner::run(const SafeGitAction& action, const std::string& repoPath,
-                               const ProcessRunner& runner) {
-    const std::string path = PathHelpers::expandTilde(repoPath);
-    if (!exists(path + "/.git")) return AgentResult::failure("not_found", "no .git at " + path);
-
-    std::vector<std::string> args = arguments(action, path);
+std::optional<AgentResult> SafeGitRunner::refusal(const SafeGitAction& action) {
     // The check reads the command without "-C" and the path, so a folder named
     // "reset" or "clean" does not block a push from it.
+    const std::vector<std::string> args = arguments(action, "");
     std::string checked;
     for (size_t i = 2; i < args.size(); ++i) {
         if (!checked.empty()) checked += ' ';
@@ -155,6 +151,15 @@ AgentResult SafeGitRunner::run(const SafeGitAction& action, const std::string& r
         branch && isUnsafeBranchName(*branch)) {
         return AgentResult::failure("dangerous_blocked", "unsafe branch name: " + *branch);
     }
+    return std::nullopt;
+}
+
+AgentResult SafeGitRunner::run(const SafeGitAction& action, const std::string& repoPath,
+                               const ProcessRunner& runner) {
+    const std::string path = PathHelpers::expandTilde(repoPath);
+    if (!exists(path + "/.git")) return AgentResult::failure("not_found", "no .git at " + path);
+    if (std::optional<AgentResult> refused = refusal(action)) return *refused;
+    std::vector<std::string> args = arguments(action, path);
 
     // The person confirmed this exact command, so it runs as when they type it: their
     // credential helpers, hooks and transports apply. It may not prompt, though;

@@ -74,6 +74,12 @@ public:
     // and "clean" does not, and "rm " hits any text ending in "rm" ("terraform").
     static bool isDangerous(std::string_view commandText);
 
+    // Why the runner would refuse the action whatever the repository: a dangerous
+    // command line, then an unsafe branch name, as "dangerous_blocked". Nothing when
+    // it would run. Public so that a git tool refuses such a call before the person
+    // is asked to approve a command that could never run.
+    static std::optional<AgentResult> refusal(const SafeGitAction& action);
+
     // Runs the action in the repository at `repoPath` ("~" expanded) through
     // `runner`, or says why not: "not_found" without a .git there, then
     // "dangerous_blocked" for a dangerous command or an unsafe branch name. Git's
@@ -82,8 +88,7 @@ public:
                            const ProcessRunner& runner);
 
     // A name git could read as an option, a refspec or a pattern of refs, or one it
-    // refuses to make a ref of. An empty name is not unsafe by this test. Public so
-    // that such a push is refused before the person is asked to approve it.
+    // refuses to make a ref of. An empty name is not unsafe by this test.
     static bool isUnsafeBranchName(std::string_view name);
 };
 

@@ -1,10 +1,13 @@
 // The settings of config.json, read and changed by name.
 #include <algorithm>
+#include <filesystem>
 #include <ostream>
 
 #include <fmt/format.h>
 
+#include "agent/AgentService.hpp"
 #include "app/AppEnvironment.hpp"
+#include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/CommandTable.hpp"
@@ -17,6 +20,45 @@ enum class ListChange { add, remove };
 namespace {
 
 constexpr size_t kHelpWidth = 80;
+
+constexpr std::string_view kAllowedRoots = "agent.allowedRoots";
+
+// A folder typed for agent.allowedRoots, as the agent's checks read it: "~"
+// expanded, made absolute against the folder the command was typed in, ".." taken
+// as the folders on disk take it, and links resolved. Empty, with the reason in
+// `problem`, when it cannot be such a path, or is no folder while `folderOnly`.
+std::string allowedRootOf(const CommandContext& context, const std::string& typed, bool folderOnly,
+                          std::string& problem) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    fs::path path = PathHelpers::expandTilde(typed);
+    if (path.is_relative()) {
+        // The daemon runs a sent command in its own folder; the client's comes with it.
+        fs::path base = context.workingDir.empty() ? fs::current_path(ec) : context.workingDir;
+        if (ec) {
+            problem = fmt::format("cannot tell the current folder to resolve {}: {}",
+                                  Text::visible(typed), ec.message());
+            return "";
+        }
+        path = base / path;
+    }
+    // The agent refuses a root that holds "..", so none is kept.
+    fs::path resolved = fs::weakly_canonical(path, ec);
+    std::string root = ec ? "" : AgentService::canonical(resolved.string());
+    if (root.empty()) {
+        problem = fmt::format(
+            "{} cannot hold {}: a part of it cannot be resolved (a dangling or looping link, "
+            "or a folder that cannot be read)",
+            kAllowedRoots, Text::visible(typed));
+        return "";
+    }
+    if (folderOnly && !isFolder(root)) {
+        problem =
+            fmt::format("{} holds folders, and {} is none", kAllowedRoots, Text::visible(root));
+        return "";
+    }
+    return root;
+}
 
 // The group a key belongs to: "sync" for "sync.interval", "" for a top-level key.
 std::string_view groupOf(const std::string& name) {
@@ -117,31 +159,40 @@ int configSet(CommandContext& context, const std::string& name, const std::strin
     return 0;
 }
 
-// Adds entries to a list setting (`identities`), or takes them from it; an entry
-// already there is not added twice, and one that is not there is said on stderr and
-// makes the exit 1.
+// Adds entries to a list setting (`identities`, `agent.allowedRoots`), or takes them
+// from it; an entry already there is not added twice, and one that is not there is
+// said on stderr and makes the exit 1. An allowed root is kept as the agent's checks
+// read it, so that any spelling of a folder names the same root.
 int configChangeList(CommandContext& context, const std::string& name,
                      const std::vector<std::string>& texts, ListChange change) {
     std::vector<std::string> entries;
     const ConfigKeys::Key* key = nullptr;
     for (const std::string& text : texts) {
         ConfigKeys::Parsed parsed = ConfigKeys::parseEntry(name, text);
+        std::string entry = parsed.error.empty() ? parsed.value.get<std::string>() : "";
+        if (parsed.error.empty() && parsed.key->name == kAllowedRoots) {
+            // A folder gone from the disk can still be taken off the list.
+            entry = allowedRootOf(context, entry, change == ListChange::add, parsed.error);
+        }
         if (!parsed.error.empty()) {
             context.err << fmt::format("quorvane: {}\n", parsed.error);
             return 1;
         }
         key = parsed.key;
-        entries.push_back(parsed.value.get<std::string>());
+        entries.push_back(std::move(entry));
     }
     if (key == nullptr) return 1;
     if (!readConfig(context)) {
         context.err << "quorvane: nothing was changed\n";
         return 1;
     }
-    // An address is the same whatever its case; a name is as written.
-    auto same = [](const std::string& a, const std::string& b) {
-        bool address = a.find('@') != std::string::npos;
-        return address ? Text::asciiLower(a) == Text::asciiLower(b) : a == b;
+    const bool roots = key->name == kAllowedRoots;
+    // An address is the same whatever its case; a name is as written. A root kept
+    // by hand in another spelling is the same folder when it resolves to it.
+    auto same = [roots](const std::string& kept, const std::string& entry) {
+        if (roots) return kept == entry || AgentService::canonical(kept) == entry;
+        bool address = kept.find('@') != std::string::npos;
+        return address ? Text::asciiLower(kept) == Text::asciiLower(entry) : kept == entry;
     };
     std::optional<WriterAccess> access = WriterAccess::open(context);
     if (!access) return 1;
@@ -244,7 +295,7 @@ void declareConfigCommands(CommandTable& table) {
         "or sync interval, review time or set of watched folders needs no restart. Lists\n"
         "keep their own commands: 'folders' for scanFolders, 'repos' for repositories\n"
         "and ignoredRepoIDs, 'accounts' for accounts, 'config add' and 'config remove'\n"
-        "for identities.");
+        "for identities and agent.allowedRoots.");
     auto& key = table.keep<std::string>();
     auto& value = table.keep<std::string>();
     auto& json = table.keep<bool>();
@@ -278,7 +329,7 @@ void declareConfigCommands(CommandTable& table) {
             config, name, what, {DataUse::writes, [&, change](CommandContext& c) {
                                      return Commands::configChangeList(c, key, entries, change);
                                  }});
-        command->add_option("KEY", key, "A list key: identities")->required();
+        command->add_option("KEY", key, "A list key: identities or agent.allowedRoots")->required();
         command->add_option("VALUE", entries, "One entry or more")->required();
     };
     listCommand("add",
@@ -286,11 +337,17 @@ void declareConfigCommands(CommandTable& table) {
                 "identities: your e-mail addresses and author names besides the user.email your\n"
                 "repositories give, so your commits count as yours wherever you made them:\n"
                 "  quorvane config add identities me@home.example \"Ann Example\"\n"
+                "agent.allowedRoots: the folders a coding agent may look into, and everything\n"
+                "below them; a path outside all of them is refused to the agent:\n"
+                "  quorvane config add agent.allowedRoots ~/code ../notes\n"
+                "A folder is kept as the agent reads it: ~ expanded, relative to where you\n"
+                "typed it, and with its links resolved.\n"
                 "An entry already there is not added again; an address matches in any case.",
                 Commands::ListChange::add);
     listCommand("remove",
                 "Take entries from a list setting\n"
-                "An entry that is not there is said on standard error, and the exit status is 1.",
+                "A folder of agent.allowedRoots is named in any spelling that leads to it. An\n"
+                "entry that is not there is said on standard error, and the exit status is 1.",
                 Commands::ListChange::remove);
     auto& name = table.keep<std::string>();
     auto& remove = table.keep<bool>();

@@ -1,6 +1,7 @@
 // The person's side of the agent: what agents proposed, the decision on each, the
 // audit log of every agent call, and whether the agent socket is up.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -134,6 +135,23 @@ std::string socketPathProblem(const std::filesystem::path& path) {
     return "nothing listens on the socket file there";
 }
 
+// Whether an approval must be refused because no one typed it at a terminal. A
+// coding agent runs commands in a shell of its own, whose standard input is no
+// terminal: without this it could approve what it proposed itself. Asked in the
+// program that was started, before anything is sent: the daemon's own input says
+// nothing of the client's. True, with the reason on stderr, refuses.
+bool approvalNeedsTerminal(const CommandContext& context) {
+    if (::isatty(STDIN_FILENO) == 1) return false;
+    const std::optional<AppConfig> config = readConfig(context);
+    if (!config) return true;  // readConfig has said why
+    if (!config->agent.requireGuiConfirmation) return false;
+    context.err << "quorvane: not approved: standard input is not a terminal, so this may be a "
+                   "coding agent's own shell approving its own proposal. Approve it in the "
+                   "dashboard's Agent Review (quorvane open review) or from a terminal; "
+                   "'quorvane config set agent.requireGuiConfirmation false' lifts this check\n";
+    return true;
+}
+
 }  // namespace
 
 // What agents have asked for, and the person's answer. Listing, showing and the
@@ -245,6 +263,8 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
 }
 
 int proposalsApprove(CommandContext& context, const std::string& id, bool json) {
+    // Sent to the daemon, the client asked before sending.
+    if (context.service == nullptr && approvalNeedsTerminal(context)) return 1;
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
     AppEnvironment& env = writer->env();
@@ -438,11 +458,17 @@ void declareProposalCommands(CommandTable& table) {
         {DataUse::reads, [&](CommandContext& c) { return Commands::proposalsShow(c, id, json); }});
     show->add_option("ID", id, "Proposal id, or its first characters")->required();
     show->add_flag("--json", json, "Print the proposal as JSON");
-    CLI::App* approve =
-        table.add(proposals, "approve",
-                  "Approve a proposal: prints the one-time token for it and when it expires",
-                  {DataUse::writes,
-                   [&](CommandContext& c) { return Commands::proposalsApprove(c, id, json); }});
+    CLI::App* approve = table.add(
+        proposals, "approve",
+        "Approve a proposal: prints the one-time token for it and when it expires\n"
+        "Only from a terminal, so that an agent's own shell cannot approve what the agent\n"
+        "proposed; the dashboard's Agent Review (quorvane open review) approves too.\n"
+        "'quorvane config set agent.requireGuiConfirmation false' lets a script approve.",
+        {DataUse::writes,
+         [&](CommandContext& c) { return Commands::proposalsApprove(c, id, json); },
+         [](CommandContext& c, ControlProtocol::Request&) {
+             return !Commands::approvalNeedsTerminal(c);
+         }});
     approve->add_option("ID", id, "Proposal id, or its first characters")->required();
     approve->add_flag("--json", json, "Print the id, token and expiry as JSON");
     table

@@ -86,6 +86,8 @@ std::vector<Key> makeKeys() {
 
         flag("agent.enabled", "serve coding agents on the agent socket"),
         oneOf("agent.permissionLevel", namesOf<AgentPermissionLevel>(), "what an agent may do"),
+        // Kept as the agent's checks read a path: absolute, with links resolved.
+        typed("agent.allowedRoots", textList, "folders an agent may look into"),
         // Also how deep scan folders are searched for repositories to track.
         number("agent.maxScanDepth", 0, 20, "folder depth of repository searches"),
         flag("agent.requireGuiConfirmation", "agent changes need your approval"),
@@ -117,15 +119,12 @@ constexpr KeptElsewhere kKeptElsewhere[] = {
      "which takes a repository off it"},
     {"accounts",
      "is a list kept by 'quorvane accounts add', 'accounts remove' and 'accounts list'"},
-    {"agent.allowedRoots",
-     "is a list: edit it in config.json (a running daemon takes the edit in at its next scan)"},
     {"startAtLogin",
      "is not set here: 'quorvane service install' starts the daemon at each login and "
      "'quorvane service uninstall' stops that"},
 };
 
-constexpr std::string_view kGroups[] = {"reminders", "sync", "ai", "mapping", "agent",
-                                         "dashboard"};
+constexpr std::string_view kGroups[] = {"reminders", "sync", "ai", "mapping", "agent", "dashboard"};
 
 std::vector<std::string> knownNames() {
     std::vector<std::string> names;
@@ -363,9 +362,9 @@ Parsed parseEntry(std::string_view name, std::string_view text) {
     if (lookup.key == nullptr) return {nullptr, nullptr, lookup.error};
     const Key& key = *lookup.key;
     if (key.type != ValueType::textList) {
-        return {&key, nullptr,
-                fmt::format("{0} is no list: set it with 'quorvane config set {0} VALUE'",
-                            key.name)};
+        return {
+            &key, nullptr,
+            fmt::format("{0} is no list: set it with 'quorvane config set {0} VALUE'", key.name)};
     }
     if (!Text::isValidUtf8(text)) return {&key, nullptr, key.name + " takes UTF-8 text only"};
     if (hasControlCharacters(text)) {

@@ -166,6 +166,8 @@ describe('quorvane-mcp between the MCP client library and a running daemon', () 
     await git(path.join(codeDir, 'app'), ['commit', '-q', '-m', 'first']);
     await quorvaneCli(['folders', 'add', codeDir]);
     await quorvaneCli(['scan']);
+    // The person's approval comes from this script, which has no terminal.
+    await quorvaneCli(['config', 'set', 'agent.requireGuiConfirmation', 'false']);
     await startDaemon('daemon.log');
 
     transport = new StdioClientTransport({

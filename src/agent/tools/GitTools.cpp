@@ -34,17 +34,17 @@ AgentResult AgentService::runGit(const Call& call) {
     if (command == SafeGitAction::Command::setUpstreamPush && (!branch || branch->empty())) {
         return refuse(call, "error", "missing branch", "not_found", "missing branch");
     }
-    // A branch the runner refuses to push is never put to the person: the approval
-    // could only be wasted on it. The runner checks it again when the push runs.
-    if (pushes && branch && SafeGitRunner::isUnsafeBranchName(*branch)) {
-        const std::string why = "unsafe branch name: " + *branch;
+    // A command the runner refuses to run is never put to the person: the approval
+    // could only be wasted on it. The same check runs again when the command runs.
+    const SafeGitAction action = SafeGitAction::of(command, branch);
+    if (std::optional<AgentResult> refused = SafeGitRunner::refusal(action)) {
+        const std::string why = refused->hint.value_or("git error");
         return refuse(call, "blocked", why, "dangerous_blocked", why);
     }
     ConfirmOutcome outcome = confirm(call.tool, call.args);
     if (!outcome.success) return refuse(call, outcome);
 
-    AgentResult result =
-        SafeGitRunner::run(SafeGitAction::of(command, branch), repo->localPath, runner_);
+    AgentResult result = SafeGitRunner::run(action, repo->localPath, runner_);
     if (result.ok) {
         store_.markProposalApplied(outcome.proposal.id);
         // The branch now stands differently against its remote: say so at once, not
