@@ -277,9 +277,13 @@ Change changeOf(const PendingProposal& proposal, const std::optional<GitProposal
             b.warn("the stored history of " + shown + " is deleted for good");
             break;
         }
-        case settingsChange: settingsToolChange(b, tool); break;
-        // Older proposals name the folders without always naming their tool.
-        case scanFolders: b.scanFolders(); break;
+        // A scan folders proposal is a settings change by an older name, which may
+        // name its folders without naming its tool.
+        case settingsChange:
+        case scanFolders:
+            settingsToolChange(
+                b, tool.empty() && proposal.kind == scanFolders ? "update_scan_folders" : tool);
+            break;
         case recipe: {
             std::string name = textArg(args, "recipe");
             if (name.empty()) name = textArg(args, "recipeId");
