@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "app/AppEnvironment.hpp"
+#include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandLine.hpp"
 #include "persistence/ConfigService.hpp"
@@ -228,7 +229,17 @@ TEST_F(AgentLoopTest, AProposalIsApprovedByThePersonAndAppliedOnce) {
     EXPECT_EQ(proposalIn(agent.call("set_daily_review_time", args)), id) << "one proposal";
 
     EXPECT_THAT(read({"proposals"}), HasSubstr("Apply set_daily_review_time"));
-    EXPECT_THAT(read({"proposals", "show", id.substr(0, 6)}), HasSubstr("time=18:00"));
+    EXPECT_THAT(read({"proposals", "show", id.substr(0, 6)}),
+                HasSubstr("\n\nChange:\n  dailyReviewTime: 21:30 → 18:00\n\n  time=18:00\n"));
+    // A folder to scan is looked for on disk before the person decides.
+    std::filesystem::create_directories(dir_ / "empty");
+    const std::string folders = proposalIn(
+        agent.call("update_scan_folders", {{"folders", {(dir_ / "empty").string(), "~/nowhere"}}}));
+    EXPECT_THAT(
+        read({"proposals", "show", folders}),
+        HasSubstr("Change:\n  scan folder: - → " + (dir_ / "empty").string() +
+                  "\n  scan folder: - → ~/nowhere\n  warning: " + (dir_ / "empty").string() +
+                  " holds no repository\n  warning: ~/nowhere does not exist\n"));
     const std::string token = approve(id);
     ASSERT_EQ(token.size(), 36u);
     EXPECT_EQ(env_->store().auditEntries(1).at(0).tool, "agent_review.confirm");
@@ -295,7 +306,7 @@ TEST_F(AgentLoopTest, AnAgentsArgumentsAreReviewedWithTheirControlsShownNotObeye
 }
 
 TEST_F(AgentLoopTest, AGitProposalShowsTheCommandWhereItConnectsAndWhatTheRepositoryRuns) {
-    testing::TestRepo repo(dir_ / "api");
+    testing::TestRepo repo(PathHelpers::homeDirectory() / "code/api");
     repo.commitFile("a.txt", "a", "first");
     repo.git({"remote", "add", "origin", "https://tok3n@github.com/me/api.git"});
     repo.git({"config", "core.sshCommand", "/opt/tools/ssh -i key"});
@@ -310,8 +321,9 @@ TEST_F(AgentLoopTest, AGitProposalShowsTheCommandWhereItConnectsAndWhatTheReposi
     ASSERT_EQ(id.size(), 36u);
 
     const std::string shown = read({"proposals", "show", id});
-    EXPECT_THAT(shown, HasSubstr("  Command:   /usr/bin/git -C " + path + " push "));
-    EXPECT_THAT(shown, HasSubstr(" main\n"));
+    EXPECT_THAT(shown, HasSubstr("\nRuns: /usr/bin/git -C ~/code/api push --end-of-options "
+                                 "origin main\n  Remote:"));
+    EXPECT_THAT(shown, ::testing::Not(HasSubstr("Command:"))) << "the command is said once";
     EXPECT_THAT(shown, HasSubstr("  Remote:    origin https://github.com/me/api.git\n"));
     EXPECT_THAT(shown, HasSubstr("core.sshcommand=/opt/tools/ssh -i key"));
     const std::string listed = read({"proposals"});

@@ -15,11 +15,13 @@
 #include "agent/GitProposalReview.hpp"
 #include "app/AppEnvironment.hpp"
 #include "base/EnumNames.hpp"
+#include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
 #include "cli/CommandTable.hpp"
 #include "cli/ControlProtocol.hpp"
 #include "cli/Style.hpp"
+#include "git/RepoDiscovery.hpp"
 #include "persistence/Store.hpp"
 #include "platform/UnixSocket.hpp"
 #include "screens/ProposalReviewModel.hpp"
@@ -88,14 +90,27 @@ std::string titleShown(const PendingProposal& proposal,
     return title;
 }
 
+// A command line after `label`, wrapped so that the lines pasted into a shell still
+// run as one command.
+void printCommand(std::ostream& out, const std::string& label, const std::string& command,
+                  size_t columns) {
+    std::vector<std::string> lines =
+        TextLayout::wrapCommand(command, columns > label.size() ? columns - label.size() : 0);
+    for (size_t i = 0; i < lines.size(); ++i) {
+        out << (i == 0 ? label : std::string(label.size(), ' ')) << lines[i] << "\n";
+    }
+}
+
+// Whether a git review starts with the command line, or leaves it to a line that
+// has already said it.
+enum class CommandLine { shown, alreadySaid };
+
 // A git command's own lines: what runs, where it connects, and what of the
 // repository's configuration takes part; every value with its controls visible.
-void printGitReview(std::ostream& out, const GitProposalReview& review, size_t columns) {
-    const std::string label = "  Command:   ";
-    std::vector<std::string> command = TextLayout::wrapCommand(
-        Text::commandLine(review.command), columns > label.size() ? columns - label.size() : 0);
-    for (size_t i = 0; i < command.size(); ++i) {
-        out << (i == 0 ? label : std::string(label.size(), ' ')) << command[i] << "\n";
+void printGitReview(std::ostream& out, const GitProposalReview& review, size_t columns,
+                    CommandLine commandLine = CommandLine::shown) {
+    if (commandLine == CommandLine::shown) {
+        printCommand(out, "  Command:   ", Text::commandLine(review.command), columns);
     }
     std::string remote = Text::visible(review.remote.name);
     for (const std::string& url : review.remote.urls) remote += " " + Text::visible(url);
@@ -114,6 +129,41 @@ void printGitReview(std::ostream& out, const GitProposalReview& review, size_t c
                  "It runs as if you typed it, with your own and the repository's settings, "
                  "hooks and credential helpers.",
                  columns, "  ");
+}
+
+// What approving `proposal` changes, measured against the configuration and links
+// as they stand and the folders as they are on disk now.
+ProposalReviewModel::Change changeFrom(const CommandContext& context,
+                                       const PendingProposal& proposal,
+                                       const std::optional<GitProposalReview>& review,
+                                       const AppConfig& config,
+                                       const std::vector<RepositoryMapping>& mappings) {
+    const RepoDiscovery discovery(context.runner);
+    const ProposalReviewModel::Standing standing{
+        config, mappings, PathHelpers::homeDirectory().string(), [&](const std::string& folder) {
+            return discovery.repositoriesUnder(folder, config.agent.maxScanDepth);
+        }};
+    return ProposalReviewModel::changeOf(proposal, review, standing);
+}
+
+// "Change:", a line per thing changed as "what: before → after", what to know
+// first, and the command line that runs. The model's texts are ready to show.
+void printChange(const CommandContext& context, const ProposalReviewModel::Change& change) {
+    std::ostream& out = context.out;
+    out << "\n";
+    if (change.rows.empty() && change.warnings.empty() && !change.command) {
+        out << "Change:    none\n";
+        return;
+    }
+    if (!change.rows.empty() || !change.warnings.empty()) out << "Change:\n";
+    for (const ProposalReviewModel::Row& row : change.rows) {
+        printWrapped(out, row.what + ": " + row.before + " → " + row.after, context.columns, "  ");
+    }
+    for (const std::string& warning : change.warnings) {
+        printWrapped(out, Style::paint(context, Tone::attention, "warning: " + warning),
+                     context.columns, "  ");
+    }
+    if (change.command) printCommand(out, "Runs: ", *change.command, context.columns);
 }
 
 // What keeps a listening socket from being made at `path`, as far as can be told
@@ -228,19 +278,19 @@ int proposalsShow(CommandContext& context, const std::string& id, bool json) {
     if (!proposal->payloadJSON.empty() && proposal->payloadJSON != "{}") {
         out << fmt::format("  Arguments: {}\n", argumentsShown(proposal->payloadJSON));
     }
-    const bool runsGit =
-        proposal->intendedTool && AgentTools::gitTools().contains(*proposal->intendedTool);
-    if (std::optional<AppConfig> config = runsGit ? readConfig(context) : std::nullopt; !config) {
-        if (runsGit) out << "  Command:   not shown: config.json cannot be read (see above)\n";
-    } else if (std::optional<GitProposalReview> review =
-                   GitProposalReview::of(*proposal, *config, context.runner)) {
-        printGitReview(out, *review, context.columns);
-    }
     if (proposal->confidence) out << fmt::format("  Confidence: {}%\n", *proposal->confidence);
     if (proposal->status == PendingProposal::Status::approved && proposal->expiresAt) {
         const bool lapsed = *proposal->expiresAt < context.clock.now();
         out << fmt::format("  Token:     {} {}\n", lapsed ? "expired at" : "valid until",
                            localTime(*proposal->expiresAt));
+    }
+    if (std::optional<AppConfig> config = readConfig(context); !config) {
+        out << "Change:    not shown: config.json cannot be read (see above)\n";
+    } else {
+        std::optional<GitProposalReview> review =
+            GitProposalReview::of(*proposal, *config, context.runner);
+        printChange(context, changeFrom(context, *proposal, review, *config, store.mappings()));
+        if (review) printGitReview(out, *review, context.columns, CommandLine::alreadySaid);
     }
     out << "\n";
     const std::string summary = Text::visible(proposal->summary);

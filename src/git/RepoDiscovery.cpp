@@ -100,8 +100,8 @@ std::vector<DiscoveredRepo> RepoDiscovery::discover(
     }
     // The walk is cheap and sequential; reading the new repositories is what costs,
     // so it runs like a scan, a few at a time.
-    std::vector<DiscoveredRepo> repos = boundedParallelMap<DiscoveredRepo>(
-        found.size(), kMaxParallelReads, [&](size_t i) {
+    std::vector<DiscoveredRepo> repos =
+        boundedParallelMap<DiscoveredRepo>(found.size(), kMaxParallelReads, [&](size_t i) {
             return knownRepoIDs.contains(found[i]) ? knownRepo(found[i]) : makeRepo(found[i]);
         });
     // Stable, so equal names keep the order in which they were found.
@@ -111,8 +111,19 @@ std::vector<DiscoveredRepo> RepoDiscovery::discover(
     return repos;
 }
 
-void RepoDiscovery::walk(const fs::path& path, int depth, int maxDepth,
-                         std::set<std::string>& seen, std::vector<std::string>& found) const {
+std::optional<size_t> RepoDiscovery::repositoriesUnder(const std::string& folder,
+                                                       int maxDepth) const {
+    std::string start = PathHelpers::canonicalPath(folder);
+    std::error_code ec;
+    if (start.empty() || !fs::is_directory(start, ec)) return std::nullopt;
+    std::set<std::string> seen;
+    std::vector<std::string> found;
+    walk(start, 0, maxDepth, seen, found);
+    return found.size();
+}
+
+void RepoDiscovery::walk(const fs::path& path, int depth, int maxDepth, std::set<std::string>& seen,
+                         std::vector<std::string>& found) const {
     std::error_code ec;
     // A ".git" file counts as much as a folder: linked worktrees and submodules have one.
     if (fs::exists(path / ".git", ec)) {

@@ -34,8 +34,7 @@ public:
     // Once `cancellation` (when given) is cancelled no further git child starts; the
     // repositories read by then are still listed, the others come back as if git
     // had failed on them.
-    explicit RepoDiscovery(const ProcessRunner& runner,
-                           const Cancellation* cancellation = nullptr)
+    explicit RepoDiscovery(const ProcessRunner& runner, const Cancellation* cancellation = nullptr)
         : runner_(runner), cancellation_(cancellation) {}
 
     // Folder names the walk never enters: dependencies, build output and tool data,
@@ -53,6 +52,10 @@ public:
     // so in the log once per path for the life of this object.
     std::vector<DiscoveredRepo> discover(const std::vector<std::string>& folders, int maxDepth,
                                          const std::set<std::string>& knownRepoIDs) const;
+
+    // How many repositories `discover` would find under `folder` alone, found by the
+    // same walk but without reading any of them; nothing when it is no folder.
+    std::optional<size_t> repositoriesUnder(const std::string& folder, int maxDepth) const;
 
     // The record for the repository at `path`: current branch, origin URL and the
     // remote's default branch (else the current branch, else "main").

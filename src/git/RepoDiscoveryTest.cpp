@@ -48,6 +48,13 @@ TEST_F(RepoDiscoveryTest, PrunesNestedSkippedHiddenAndLinkedFoldersAndListsEachR
     EXPECT_THAT(found({at("code/outer")}, 0), ElementsAre(at("code/outer")));
     EXPECT_THAT(found({at("code")}, 0), ElementsAre());
     EXPECT_THAT(found({at("code")}, 2), ElementsAre(at("code/outer")));
+    // Counted by the same walk, and without reading any of them.
+    testing::FakeProcessRunner none;
+    EXPECT_EQ(RepoDiscovery(none).repositoriesUnder("~/discoveryCode", 5), 2u);
+    EXPECT_EQ(RepoDiscovery(none).repositoriesUnder(at("code/a"), 1), 0u);
+    EXPECT_EQ(RepoDiscovery(none).repositoriesUnder(at("plain.txt"), 5), std::nullopt);
+    EXPECT_EQ(RepoDiscovery(none).repositoriesUnder(at("no"), 5), std::nullopt);
+    EXPECT_TRUE(none.requests().empty());
     fs::remove(fs::path(getenv("HOME")) / "discoveryCode");
 }
 

@@ -6,6 +6,8 @@
 
 #include "agent/GitProposalReview.hpp"
 #include "app/Queries.hpp"
+#include "base/PathHelpers.hpp"
+#include "git/RepoDiscovery.hpp"
 #include "persistence/ConfigKeys.hpp"
 #include "records/JsonCodec.hpp"
 #include "screens/ProposalReviewModel.hpp"
@@ -134,6 +136,13 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                [&env, &runner](const httplib::Request&, httplib::Response& response,
                                const DashboardSessions::Session&) {
                    AppConfig config = env.config();
+                   const std::vector<RepositoryMapping> mappings = env.store().mappings();
+                   const RepoDiscovery discovery(runner);
+                   const ProposalReviewModel::Standing standing{
+                       config, mappings, PathHelpers::homeDirectory().string(),
+                       [&](const std::string& folder) {
+                           return discovery.repositoriesUnder(folder, config.agent.maxScanDepth);
+                       }};
                    std::vector<PendingProposal> waiting;
                    for (const PendingProposal& proposal : env.proposals()) {
                        if (proposal.status == PendingProposal::Status::pending)
@@ -142,7 +151,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                    Json list = Json::array();
                    for (const PendingProposal& proposal : waiting) {
                        list.push_back(ProposalReviewModel::review(
-                           proposal, GitProposalReview::of(proposal, config, runner)));
+                           proposal, GitProposalReview::of(proposal, config, runner), standing));
                    }
                    sendJson(response, list);
                });
