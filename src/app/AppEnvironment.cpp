@@ -616,7 +616,7 @@ void AppEnvironment::requestScan() {
 void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
     if (notifier_ == nullptr) return;
     for (const ReminderEvent& event : events) {
-        notifier_->post(Notification{event.id, std::string(title(event.kind)), event.message});
+        notifier_->post(Notification{event.id, std::string(title(event.kind)), event.message, {}});
     }
 }
 
