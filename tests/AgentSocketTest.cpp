@@ -16,19 +16,24 @@
 #include "base/TextHelpers.hpp"
 #include "cli/CommandLine.hpp"
 #include "persistence/ConfigService.hpp"
+#include "platform/HttpTransport.hpp"
 #include "platform/Shell.hpp"
 #include "testing/BackgroundProcess.hpp"
 #include "testing/FakeClock.hpp"
 #include "testing/LineClient.hpp"
+#include "testing/NotificationServer.hpp"
 #include "testing/RepoConfigs.hpp"
+#include "testing/ScopedEnvironment.hpp"
 #include "testing/TempDir.hpp"
 #include "testing/TestRepo.hpp"
 #include "tests/CliRunner.hpp"
+#include "web/DashboardAddress.hpp"
 
 namespace quorvane {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using testing::LineClient;
 
@@ -166,6 +171,76 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     second->signal(SIGTERM);
     EXPECT_EQ(second->waitForExit(60s), 0);
     std::filesystem::remove_all(shortDir);
+}
+
+TEST_F(AgentSocketTest, AProposalIsShownWithAButtonThatOpensAgentReviewUntilItIsDecided) {
+    testing::NotificationServer server;
+    ASSERT_EQ(server.problem(), "");
+    // A desktop without a desktop environment: xdg-open hands the address to
+    // $BROWSER, which writes it down, and finds no browser of the machine's own.
+    const std::filesystem::path browser = dir_ / "browser";
+    testing::writeFile(browser, "#!/bin/sh\nprintf '%s' \"$1\" > \"$0.opened\"\n");
+    std::filesystem::permissions(browser, std::filesystem::perms::owner_all);
+    testing::ScopedEnvironment display("DISPLAY", ":99"), wayland("WAYLAND_DISPLAY", std::nullopt),
+        browserVariable("BROWSER", browser.string()), desktop("XDG_CURRENT_DESKTOP", std::nullopt),
+        dataDirs("XDG_DATA_DIRS", (dir_ / "none").string()),
+        configDirs("XDG_CONFIG_DIRS", (dir_ / "none").string());
+    auto daemon = startDaemon("daemon.log");
+    LineClient agent(agentSocket());
+    ASSERT_TRUE(agent.connected());
+
+    Json one = agent.call(
+        R"({"tool":"propose_settings_change","args":{"changes":[{"field":"dailyReviewTime","value":"20:15"}]}})");
+    const std::string single = one["result"].value("proposalId", "");
+    ASSERT_EQ(single.size(), 36u) << one.dump();
+    // The call answers once the notification is posted.
+    std::vector<testing::NotificationServer::Notification> shown = server.notifications();
+    ASSERT_EQ(shown.size(), 1u) << daemon->output();
+    EXPECT_EQ(shown[0].summary, "Quorvane \u2014 Agent Review");
+    EXPECT_EQ(shown[0].body, "Apply set_daily_review_time");
+    EXPECT_THAT(shown[0].actions, ElementsAre("review", "Review"));
+
+    ASSERT_TRUE(server.invokeAction(shown[0].id, "review"));
+    const std::filesystem::path opened = dir_ / "browser.opened";
+    ASSERT_TRUE(testing::eventually(30s, [&] { return fileText(opened).size() > 0; }))
+        << daemon->output();
+    // What the browser was given logs in once, on the daemon's dashboard, and leads
+    // to Agent Review. The address itself is a login and is never printed.
+    const std::string address = fileText(opened);
+    std::optional<int> port = DashboardAddress::find(dataDir()).port;
+    ASSERT_TRUE(port.has_value());
+    const std::string origin = "http://127.0.0.1:" + std::to_string(*port) + "/";
+    ASSERT_EQ(address.rfind(origin + "login?", 0), 0u);
+    CurlTransport http;
+    HttpResponse login = http.get({address, {}, 10, nullptr});
+    EXPECT_EQ(login.status, 303);
+    EXPECT_EQ(login.header("Location"), "/review");
+    EXPECT_EQ(http.get({address, {}, 10, nullptr}).status / 100, 4) << "it is spent";
+
+    // Several proposals of one call are one notification, taken down once the last
+    // of them is decided, wherever that is.
+    Json two = agent.call("propose_settings_change",
+                          {{"changes",
+                            {{{"field", "dailyReviewTime"}, {"value", "21:00"}},
+                             {{"field", "dailyReviewTime"}, {"value", "22:00"}}}}});
+    ASSERT_EQ(two["result"]["proposalIds"].size(), 2u) << two.dump();
+    shown = server.notifications();
+    ASSERT_EQ(shown.size(), 2u);
+    EXPECT_EQ(shown[1].body, "2 proposals wait for your review");
+    EXPECT_EQ(shown[1].replacesID, 0u);
+
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"proposals", "reject", single}).exitCode, 0);
+    EXPECT_THAT(server.closed(), ElementsAre(shown[0].id));
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"proposals", "reject",
+                                               two["result"]["proposalIds"][0].get<std::string>()})
+                  .exitCode,
+              0);
+    EXPECT_THAT(server.closed(), ElementsAre(shown[0].id)) << "one of the two still waits";
+    const std::string last = two["result"]["proposalIds"][1].get<std::string>();
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"proposals", "approve", last}).exitCode, 0);
+    EXPECT_THAT(server.closed(), ElementsAre(shown[0].id, shown[1].id));
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
 }
 
 // The propose, approve, apply loop with the person's commands, beside the

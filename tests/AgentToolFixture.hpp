@@ -57,11 +57,20 @@ protected:
         return call(tool, args);
     }
 
+    // What the person was shown and what was taken down again, by key.
+    struct ShownNotifications final : Notifier {
+        void post(const Notification& notification) override { posted.push_back(notification); }
+        void close(const std::string& key) override { closed.push_back(key); }
+        std::vector<Notification> posted;
+        std::vector<std::string> closed;
+    };
+
     TempDir dir_;
     const std::string root_ = dir_.path().string();
     FakeClock clock_{*DateHelpers::parseISO("2026-11-25T10:00:00Z")};
     Shell shell_;
-    AppEnvironment env_{dir_ / "data", clock_, shell_};
+    ShownNotifications notifier_;
+    AppEnvironment env_{dir_ / "data", clock_, shell_, &notifier_};
 };
 
 }  // namespace quorvane::testing

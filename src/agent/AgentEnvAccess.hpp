@@ -7,6 +7,7 @@
 
 #include "github/RemoteSyncSummary.hpp"
 #include "persistence/AppConfig.hpp"
+#include "records/PendingProposal.hpp"
 
 namespace quorvane {
 
@@ -32,6 +33,10 @@ public:
         const std::function<void(AppConfig&)>& change) = 0;
     // Whether the licence allows applying changes and running git.
     virtual bool licenceGrants() = 0;
+    // After proposals were stored to wait for the person, all those one call made.
+    virtual void proposalsAdded(const std::vector<PendingProposal>&) {}
+    // After the agent withdrew the proposal `id` from the person's review.
+    virtual void proposalWithdrawn(const std::string&) {}
 };
 
 }  // namespace quorvane

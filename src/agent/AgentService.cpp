@@ -280,7 +280,7 @@ AgentService::ProposalAdmission AgentService::admitProposals(std::vector<Pending
             detail};
     };
 
-    std::lock_guard lock(proposalMutex_);
+    std::unique_lock lock(proposalMutex_);
     // The one look at the waiting proposals a call makes: counted and searched at once.
     std::vector<PendingProposal> waiting = store_.proposals(PendingProposal::Status::pending);
     std::map<std::string, size_t> perGroup;
@@ -314,6 +314,10 @@ AgentService::ProposalAdmission AgentService::admitProposals(std::vector<Pending
         fresh.push_back(std::move(proposal));
     }
     for (const PendingProposal& proposal : fresh) store_.upsertProposal(proposal);
+    lock.unlock();
+    // Outside the lock: telling the person may take a moment, and other calls need not
+    // wait for it.
+    if (!fresh.empty()) env_.proposalsAdded(fresh);
     return admission;
 }
 

@@ -392,6 +392,9 @@ TEST_F(AgentServiceTest, TheReadToolsAnswerFromTheStoreAndConfiguration) {
 
     EXPECT_TRUE(call("reject_repository_mapping", {{"proposalId", id}}).ok);
     EXPECT_EQ(env_.store().proposal(id)->status, PendingProposal::Status::rejected);
+    ASSERT_EQ(notifier_.posted.size(), 1u);
+    EXPECT_EQ(notifier_.posted[0].key, id);
+    EXPECT_EQ(notifier_.closed, std::vector<std::string>{id}) << "withdrawn, it is taken down";
     EXPECT_FALSE(env_.approveProposal(id).problem.empty()) << "a rejected proposal stays so";
 }
 

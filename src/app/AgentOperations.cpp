@@ -33,6 +33,10 @@ public:
         return env_.saveProblem();
     }
     bool licenceGrants() override { return licence_.grants(); }
+    void proposalsAdded(const std::vector<PendingProposal>& proposals) override {
+        env_.proposalNotices().added(proposals);
+    }
+    void proposalWithdrawn(const std::string& id) override { env_.proposalNotices().decided(id); }
 
 private:
     AppEnvironment& env_;
@@ -173,6 +177,7 @@ AppEnvironment::ProposalDecision AppEnvironment::approveProposal(const std::stri
         return decision;
     }
     if (!decision.problem.empty()) return decision;
+    proposalNotices_.decided(id);
     decision.token = token;
     recordDecision(*decision.proposal, "agent_review.confirm",
                    fmt::format("approved {}; token valid 15m", enumName(decision.proposal->kind)));
@@ -198,6 +203,7 @@ AppEnvironment::ProposalDecision AppEnvironment::rejectProposal(const std::strin
         return decision;
     }
     if (!decision.problem.empty()) return decision;
+    proposalNotices_.decided(id);
     recordDecision(*decision.proposal, "agent_review.reject", "rejected by user");
     return decision;
 }

@@ -621,7 +621,7 @@ void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
     events_.publish("reminder", Json{{"count", events.size()}}.dump());
     if (notifier_ == nullptr) return;
     for (const ReminderEvent& event : events) {
-        notifier_->post(Notification{event.id, std::string(title(event.kind)), event.message});
+        notifier_->post(Notification{event.id, std::string(title(event.kind)), event.message, {}});
     }
 }
 

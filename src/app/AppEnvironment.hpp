@@ -15,6 +15,7 @@
 
 #include "agent/AgentEnvAccess.hpp"
 #include "agent/AgentService.hpp"
+#include "app/ProposalNotices.hpp"
 #include "app/Scheduler.hpp"
 #include "base/EventFeed.hpp"
 #include "git/FileWatcher.hpp"
@@ -245,6 +246,9 @@ public:
 
     static constexpr int kTokenLifetimeSeconds = 900;
 
+    // The notifications that tell the person of proposals waiting for them.
+    ProposalNotices& proposalNotices() { return proposalNotices_; }
+
     AppConfig config() const;
     std::optional<Date> lastScanAt() const;
     bool isScanning() const;
@@ -367,6 +371,8 @@ private:
                         const std::string& detail);
 
     CommunityLicence licence_;
+    // Before the agent service, which tells it of new proposals, so it outlives it.
+    ProposalNotices proposalNotices_{notifier_};
     std::unique_ptr<AgentEnvAccess> agentAccess_;
     std::unique_ptr<AgentService> agentService_;
     mutable std::mutex agentLifecycle_;

@@ -18,6 +18,7 @@
 #include "web/Dashboard.hpp"
 #include "web/DashboardAddress.hpp"
 #include "web/DashboardKey.hpp"
+#include "web/DashboardOpener.hpp"
 #include "web/DashboardServer.hpp"
 
 namespace quorvane::Commands {
@@ -72,6 +73,30 @@ void startDashboard(DashboardServer& server, AppEnvironment& env, const Clock& c
                        server.address());
 }
 
+// The person pressed "Review" on a notification of waiting proposals: Agent Review
+// opens in their browser as `quorvane open review` opens it. Runs on the notifier's
+// thread; a failure can only be logged, without the address, which is a login.
+void openAgentReview(const CommandContext& context) {
+    DashboardOpener::LoginAddress login =
+        DashboardOpener::loginAddress(context.dataDir, context.clock.now(), "review");
+    if (login.address.empty()) {
+        Log::app().error("cannot open Agent Review: " + login.problem);
+        return;
+    }
+    DashboardOpener::Opened opened = DashboardOpener::openInBrowser(context.runner, login.address);
+    switch (opened.outcome) {
+        case DashboardOpener::Outcome::opened: return;
+        case DashboardOpener::Outcome::noDesktop:
+            Log::app().error(
+                "cannot open Agent Review: no desktop session or no xdg-open; 'quorvane open "
+                "review' opens it");
+            return;
+        case DashboardOpener::Outcome::failed:
+            Log::app().error("cannot open Agent Review: cannot start xdg-open: " + opened.problem);
+            return;
+    }
+}
+
 }  // namespace
 
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
@@ -90,6 +115,10 @@ int daemon(CommandContext& context) {
     context.err.flush();
 
     DesktopNotifier notifier;
+    // The context outlives the notifier, whose destructor waits for a call in progress.
+    notifier.setActionHandler([&context](const std::string&, const std::string& action) {
+        if (action == ProposalNotices::kReviewAction) openAgentReview(context);
+    });
     AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
     // Commands that change the data folder come here while the daemon holds it, and
     // run on the state it owns.

@@ -1,14 +1,10 @@
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
+#include <optional>
+#include <string>
 
 #include <fmt/format.h>
 
-#include "base/DateHelpers.hpp"
 #include "cli/CommandTable.hpp"
-#include "web/DashboardAddress.hpp"
-#include "web/DashboardKey.hpp"
+#include "web/DashboardOpener.hpp"
 #include "web/LoginLink.hpp"
 
 namespace quorvane::Commands {
@@ -18,25 +14,13 @@ namespace {
 // The one-time address that logs this browser in and leads to `page`, or nothing
 // with the reason on stderr.
 std::optional<std::string> loginAddress(CommandContext& context, const std::string& page) {
-    DashboardAddress::Found found = DashboardAddress::find(context.dataDir);
-    if (!found.port) {
-        context.err << "quorvane: " << found.problem << "\n";
+    DashboardOpener::LoginAddress login =
+        DashboardOpener::loginAddress(context.dataDir, context.clock.now(), page);
+    if (login.address.empty()) {
+        context.err << "quorvane: " << login.problem << "\n";
         return std::nullopt;
     }
-    DashboardKey::Loaded key = DashboardKey::read(context.dataDir);
-    if (key.key.empty()) {
-        context.err << "quorvane: " << key.problem << "\n";
-        return std::nullopt;
-    }
-    return fmt::format("http://127.0.0.1:{}{}", *found.port,
-                       LoginLink::path(key.key, context.clock.now(), page));
-}
-
-std::optional<std::filesystem::path> xdgOpen() {
-    for (const char* path : {"/usr/bin/xdg-open", "/bin/xdg-open"}) {
-        if (::access(path, X_OK) == 0) return path;
-    }
-    return std::nullopt;
+    return login.address;
 }
 
 int dashboardUrl(CommandContext& context, const std::string& page) {
@@ -49,18 +33,15 @@ int dashboardUrl(CommandContext& context, const std::string& page) {
 int openDashboard(CommandContext& context, const std::string& page) {
     std::optional<std::string> address = loginAddress(context, page);
     if (!address) return 1;
-    bool desktop = std::getenv("WAYLAND_DISPLAY") || std::getenv("DISPLAY");
-    std::optional<std::filesystem::path> opener = xdgOpen();
-    if (desktop && opener) {
-        ProcessRequest request;
-        request.executable = opener->string();
-        request.arguments = {*address};
-        LaunchResult launched = context.runner.startDetached(request);
-        if (launched.error.empty()) {
+    DashboardOpener::Opened opened = DashboardOpener::openInBrowser(context.runner, *address);
+    switch (opened.outcome) {
+        case DashboardOpener::Outcome::opened:
             context.out << fmt::format("Opened the dashboard's {} page in your browser.\n", page);
             return 0;
-        }
-        context.err << "quorvane: cannot start xdg-open: " << launched.error << "\n";
+        case DashboardOpener::Outcome::failed:
+            context.err << "quorvane: cannot start xdg-open: " << opened.problem << "\n";
+            break;
+        case DashboardOpener::Outcome::noDesktop: break;
     }
     // Without a desktop (over SSH, say) the person opens it where a browser is.
     context.out << fmt::format("Open this address within {} s; it logs in once:\n{}\n",

@@ -1,7 +1,11 @@
 #include <stdlib.h>
 
+#include <condition_variable>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,10 +20,43 @@ namespace quorvane {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::Pair;
+
+Notification reviewRequest() {
+    return {"6F1C2D3E-0000-4000-8000-000000000001",
+            "Quorvane \u2014 Agent Review",
+            "Apply set_daily_review_time",
+            {{"review", "Review"}}};
+}
+
+// What the owner was told of pressed buttons, in order; the notifier tells it on a
+// thread of its own.
+class PressedActions {
+public:
+    DesktopNotifier::ActionHandler handler() {
+        return [this](const std::string& key, const std::string& action) {
+            std::lock_guard lock(mutex_);
+            pressed_.emplace_back(key, action);
+            changed_.notify_all();
+        };
+    }
+    std::vector<std::pair<std::string, std::string>> waitFor(size_t count) {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, std::chrono::seconds(10), [&] { return pressed_.size() >= count; });
+        return pressed_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::pair<std::string, std::string>> pressed_;
+};
 
 Notification staleReminder() {
-    return {"0B8E7A52-0000-4000-8000-000000000002", "Quorvane \u2014 Stale changes",
-            "app: uncommitted changes for more than 3 days."};
+    return {"0B8E7A52-0000-4000-8000-000000000002",
+            "Quorvane \u2014 Stale changes",
+            "app: uncommitted changes for more than 3 days.",
+            {}};
 }
 
 TEST(DesktopNotifier, PostsOneNotificationWithItsTitleAndBody) {
@@ -68,13 +105,61 @@ TEST(DesktopNotifier, ARepostedReminderReplacesItsOwnNotificationAndCloseTakesIt
     EXPECT_EQ(received[3].replacesID, 0u);
 }
 
+TEST(DesktopNotifier, ActionsAreOfferedAndThePressedOneOfItsOwnNotificationsReachesTheOwner) {
+    testing::NotificationServer server;
+    ASSERT_EQ(server.problem(), "");
+    PressedActions pressed;
+    DesktopNotifier notifier;
+    notifier.setActionHandler(pressed.handler());
+    notifier.post(reviewRequest());
+    notifier.post(staleReminder());
+    auto received = server.notifications();
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_THAT(received[0].actions, ElementsAre("review", "Review"));
+    EXPECT_TRUE(received[1].actions.empty());
+
+    // The person dismisses the reminder; then come signals for what this notifier
+    // never showed or never offered, then the button. Signals arrive in order, so
+    // once the button is heard the others were weighed.
+    ASSERT_TRUE(server.dismiss(received[1].id));
+    ASSERT_TRUE(server.invokeAction(received[1].id + 100, "review"));
+    ASSERT_TRUE(server.invokeAction(received[0].id, "delete-everything"));
+    ASSERT_TRUE(server.invokeAction(received[0].id, "review"));
+    EXPECT_THAT(pressed.waitFor(1), ElementsAre(Pair(reviewRequest().key, "review")));
+
+    // Dismissed means forgotten: shown again, the reminder is new, and a close takes
+    // down only what is still shown.
+    notifier.post(staleReminder());
+    notifier.close(staleReminder().key);
+    notifier.close(reviewRequest().key);
+    received = server.notifications();
+    ASSERT_EQ(received.size(), 3u);
+    EXPECT_EQ(received[2].replacesID, 0u);
+    EXPECT_THAT(server.closed(), ElementsAre(received[2].id, received[0].id));
+    EXPECT_EQ(server.capabilityQueries(), 1u) << "the server is asked once";
+}
+
+TEST(DesktopNotifier, AServerWithoutButtonsGetsTheNotificationWithoutThem) {
+    testing::NotificationServer server(testing::NotificationServer::Actions::notOffered);
+    ASSERT_EQ(server.problem(), "");
+    DesktopNotifier notifier;
+    notifier.post(reviewRequest());
+    notifier.post(reviewRequest());
+    auto received = server.notifications();
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_TRUE(received[0].actions.empty());
+    EXPECT_EQ(received[1].replacesID, received[0].id);
+    EXPECT_EQ(received[1].summary, "Quorvane \u2014 Agent Review");
+    EXPECT_EQ(server.capabilityQueries(), 1u);
+}
+
 TEST(DesktopNotifier, WithoutASessionBusNothingIsShownAndOneLineSaysSo) {
     testing::LogCapture log;
     std::optional<testing::ScopedEnvironment> bus(std::in_place, "DBUS_SESSION_BUS_ADDRESS",
                                                   std::nullopt);
     DesktopNotifier unset;
     EXPECT_NO_THROW(unset.post(staleReminder()));
-    EXPECT_NO_THROW(unset.post(staleReminder()));
+    EXPECT_NO_THROW(unset.post(reviewRequest()));
     EXPECT_EQ(log.lines().size(), 1u) << "a second failure is not logged again";
 
     testing::TempDir dir("no-bus");

@@ -1,16 +1,28 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace quorvane {
 
+// A button on a notification: `key` is what the owner is told when the person
+// presses it, `label` what the button reads.
+struct NotificationAction {
+    std::string key;
+    std::string label;
+
+    bool operator==(const NotificationAction&) const = default;
+};
+
 // What the desktop shows: a headline and a line of text. `key` names what is shown,
 // so a notification posted again under the same key replaces the earlier one and
-// `close(key)` takes it down.
+// `close(key)` takes it down. `actions` are offered where the desktop can offer them
+// and left out where it cannot, so nothing may depend on one being pressed.
 struct Notification {
     std::string key;
     std::string title;
     std::string body;
+    std::vector<NotificationAction> actions;
 
     bool operator==(const Notification&) const = default;
 };

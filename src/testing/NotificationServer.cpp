@@ -13,6 +13,7 @@ namespace quorvane::testing {
 struct NotificationServerHandlers {
     static int notify(sd_bus_message* call, void* userdata, sd_bus_error* error);
     static int closeNotification(sd_bus_message* call, void* userdata, sd_bus_error* error);
+    static int getCapabilities(sd_bus_message* call, void* userdata, sd_bus_error* error);
 };
 
 namespace {
@@ -66,6 +67,10 @@ const sd_bus_vtable kVtable[] = {
                   SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("CloseNotification", "u", "", NotificationServerHandlers::closeNotification,
                   SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("GetCapabilities", "", "as", NotificationServerHandlers::getCapabilities,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_SIGNAL("ActionInvoked", "us", 0),
+    SD_BUS_SIGNAL("NotificationClosed", "uu", 0),
     SD_BUS_VTABLE_END};
 
 }  // namespace
@@ -111,7 +116,21 @@ int NotificationServerHandlers::closeNotification(sd_bus_message* call, void* us
     return sd_bus_reply_method_return(call, "");
 }
 
-NotificationServer::NotificationServer() : problem_(bus_.problem()) {
+int NotificationServerHandlers::getCapabilities(sd_bus_message* call, void* userdata,
+                                                sd_bus_error*) {
+    auto* server = static_cast<NotificationServer*>(userdata);
+    bool actions = false;
+    {
+        std::lock_guard lock(server->mutex_);
+        ++server->capabilityQueries_;
+        actions = server->actions_ == NotificationServer::Actions::offered;
+    }
+    return actions ? sd_bus_reply_method_return(call, "as", 3, "body", "actions", "sound")
+                   : sd_bus_reply_method_return(call, "as", 2, "body", "sound");
+}
+
+NotificationServer::NotificationServer(Actions actions)
+    : problem_(bus_.problem()), actions_(actions) {
     if (!problem_.empty()) return;
     std::promise<std::string> ready;
     std::future<std::string> outcome = ready.get_future();
@@ -156,6 +175,7 @@ void NotificationServer::serve(std::promise<std::string>* ready) {
         // Short waits, so the destructor never waits long for the thread to see it.
         r = sd_bus_wait(bus, 50'000);
         if (r < 0 && r != -EINTR) break;
+        sendQueued(bus);
     }
     sd_bus_slot_unref(slot);
     sd_bus_flush_close_unref(bus);
@@ -173,6 +193,50 @@ uint32_t NotificationServer::record(Notification notification) {
 void NotificationServer::recordClose(uint32_t id) {
     std::lock_guard lock(mutex_);
     closed_.push_back(id);
+}
+
+bool NotificationServer::invokeAction(uint32_t id, const std::string& action) {
+    return send(id, action);
+}
+
+bool NotificationServer::dismiss(uint32_t id) {
+    return send(id, std::nullopt);
+}
+
+bool NotificationServer::send(uint32_t id, std::optional<std::string> action) {
+    if (!problem_.empty()) return false;
+    auto signal = std::make_shared<Signal>();
+    signal->id = id;
+    signal->action = std::move(action);
+    std::future<bool> sent = signal->sent.get_future();
+    {
+        std::lock_guard lock(mutex_);
+        queued_.push_back(signal);
+    }
+    // The server thread looks at the queue at least every 50 ms.
+    return sent.wait_for(std::chrono::seconds(5)) == std::future_status::ready && sent.get();
+}
+
+void NotificationServer::sendQueued(sd_bus* bus) {
+    std::vector<std::shared_ptr<Signal>> signals;
+    {
+        std::lock_guard lock(mutex_);
+        signals.swap(queued_);
+    }
+    for (const auto& signal : signals) {
+        // 2: dismissed by the user.
+        int r = signal->action ? sd_bus_emit_signal(bus, kPath, kName, "ActionInvoked", "us",
+                                                    signal->id, signal->action->c_str())
+                               : sd_bus_emit_signal(bus, kPath, kName, "NotificationClosed", "uu",
+                                                    signal->id, uint32_t{2});
+        if (r >= 0) r = sd_bus_flush(bus);
+        signal->sent.set_value(r >= 0);
+    }
+}
+
+size_t NotificationServer::capabilityQueries() const {
+    std::lock_guard lock(mutex_);
+    return capabilityQueries_;
 }
 
 std::vector<uint32_t> NotificationServer::closed() const {

@@ -6,12 +6,16 @@
 #include <cstdint>
 #include <future>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "testing/PrivateSessionBus.hpp"
+
+struct sd_bus;
 
 namespace quorvane::testing {
 
@@ -20,8 +24,12 @@ namespace quorvane::testing {
 // org.freedesktop.Notifications served on it from a thread of its own. It records
 // every Notify call and answers it with ids 1, 2, 3..., or with its replaces_id when
 // that is not 0, as servers do; it records the id of every CloseNotification call.
+// It lists the "actions" capability unless told not to, and sends the signals a
+// server sends when the person presses a button or dismisses a notification.
 class NotificationServer {
 public:
+    enum class Actions { offered, notOffered };
+
     // One Notify call as the server received it.
     struct Notification {
         uint32_t id = 0;  // what the server answered
@@ -37,7 +45,7 @@ public:
         int32_t expireTimeout = 0;
     };
 
-    NotificationServer();
+    explicit NotificationServer(Actions actions = Actions::offered);
     ~NotificationServer();
     NotificationServer(const NotificationServer&) = delete;
     NotificationServer& operator=(const NotificationServer&) = delete;
@@ -57,7 +65,25 @@ public:
     // the answer, so a close made before this is in.
     std::vector<uint32_t> closed() const;
 
+    // How many times GetCapabilities was called.
+    size_t capabilityQueries() const;
+
+    // Sends ActionInvoked(id, action), as when the person presses that button, or
+    // NotificationClosed(id, 2), as when they dismiss the notification. True once
+    // the signal has left for the bus; any id may be named.
+    bool invokeAction(uint32_t id, const std::string& action);
+    bool dismiss(uint32_t id);
+
 private:
+    struct Signal {
+        uint32_t id = 0;
+        std::optional<std::string> action;  // ActionInvoked with it, NotificationClosed without
+        std::promise<bool> sent;
+    };
+    bool send(uint32_t id, std::optional<std::string> action);
+    // On the server thread: sends what send() queued.
+    void sendQueued(sd_bus* bus);
+
     // The server thread: connects, takes the name, reports through `ready`, then
     // answers calls until `stopping_` is set.
     void serve(std::promise<std::string>* ready);
@@ -75,6 +101,9 @@ private:
     std::vector<Notification> received_;
     std::vector<uint32_t> closed_;
     uint32_t nextID_ = 1;
+    const Actions actions_;
+    size_t capabilityQueries_ = 0;
+    std::vector<std::shared_ptr<Signal>> queued_;
 
     friend struct NotificationServerHandlers;
 };

@@ -1,12 +1,14 @@
 #include "testing/PrivateSessionBus.hpp"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
-#include <thread>
+#include <string>
 #include <vector>
 
 extern char** environ;
@@ -17,24 +19,43 @@ PrivateSessionBus::PrivateSessionBus() {
     std::filesystem::path runtime = dir_ / "runtime";
     std::filesystem::create_directories(runtime);
     std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
-    std::string socket = (dir_ / "bus").string();
-
+    // dbus-daemon prints its address on descriptor 3 once it accepts connections: the
+    // socket file alone appears before it listens, and a client then finds it refusing.
+    int ready[2] = {-1, -1};
+    if (::pipe2(ready, O_CLOEXEC) != 0) {
+        problem_ = "cannot make a pipe for dbus-daemon";
+        return;
+    }
     std::string addressArgument = "--address=" + address_;
-    std::vector<std::string> arguments = {"/usr/bin/dbus-daemon", "--session", "--nofork",
-                                          "--nopidfile", addressArgument};
+    std::vector<std::string> arguments = {
+        "/usr/bin/dbus-daemon", "--session",         "--nofork",
+        "--nopidfile",          "--print-address=3", addressArgument};
     std::vector<char*> argv;
     for (auto& argument : arguments) argv.push_back(argument.data());
     argv.push_back(nullptr);
-    if (posix_spawn(&pid_, argv[0], nullptr, nullptr, argv.data(), environ) != 0) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ready[1], 3);
+    int spawned = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(ready[1]);
+    if (spawned != 0) {
+        ::close(ready[0]);
         pid_ = -1;
         problem_ = "cannot start dbus-daemon";
         return;
     }
-    // The daemon is ready once its socket exists; it is up within milliseconds.
-    for (int attempt = 0; attempt < 500 && !std::filesystem::exists(socket); ++attempt) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // It is up within milliseconds; the limit only keeps a broken one from hanging.
+    std::string printed;
+    pollfd readable{ready[0], POLLIN, 0};
+    while (printed.find('\n') == std::string::npos && ::poll(&readable, 1, 5000) > 0) {
+        char buffer[256];
+        ssize_t n = ::read(ready[0], buffer, sizeof buffer);
+        if (n <= 0) break;
+        printed.append(buffer, static_cast<size_t>(n));
     }
-    if (!std::filesystem::exists(socket)) problem_ = "dbus-daemon did not create its socket";
+    ::close(ready[0]);
+    if (printed.find('\n') == std::string::npos) problem_ = "dbus-daemon did not get ready";
 }
 
 PrivateSessionBus::~PrivateSessionBus() {

@@ -408,6 +408,7 @@ AgentResult AgentService::rejectMapping(const Call& call) {
         return refuse(call, "error", "proposal not found", "not_found", "proposal not found");
     }
     store_.rejectProposal(*id);
+    env_.proposalWithdrawn(*id);
     return ok(call, AgentJSON(AgentJSON::Object{{"rejected", true}}), std::nullopt, *id);
 }
 
