@@ -237,7 +237,7 @@ TEST_F(AgentSocketTest, AProposalIsShownWithAButtonThatOpensAgentReviewUntilItIs
               0);
     EXPECT_THAT(server.closed(), ElementsAre(shown[0].id)) << "one of the two still waits";
     const std::string last = two["result"]["proposalIds"][1].get<std::string>();
-    ASSERT_EQ(testing::runQuorvane(dataDir(), {"proposals", "approve", last}).exitCode, 0);
+    ASSERT_EQ(testing::runQuorvane(dataDir(), {"proposals", "reject", last}).exitCode, 0);
     EXPECT_THAT(server.closed(), ElementsAre(shown[0].id, shown[1].id));
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->waitForExit(60s), 0) << daemon->output();

@@ -118,6 +118,30 @@ std::optional<std::string> AgentService::allowedRootPathKey(std::string_view too
     return std::string(entry->rootKey);
 }
 
+std::string AgentService::allowedRootOf(const std::string& typed, const std::filesystem::path& base,
+                                        bool folderOnly, std::string& problem) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    fs::path path = PathHelpers::expandTilde(typed);
+    if (path.is_relative()) path = base / path;
+    // The agent refuses a root that holds "..", so none is kept.
+    fs::path resolved = fs::weakly_canonical(path, ec);
+    std::string root = ec ? "" : canonical(resolved.string());
+    if (root.empty()) {
+        problem = fmt::format(
+            "agent.allowedRoots cannot hold {}: a part of it cannot be resolved (a dangling or "
+            "looping link, or a folder that cannot be read)",
+            Text::visible(typed));
+        return "";
+    }
+    if (folderOnly && !fs::is_directory(root, ec)) {
+        problem =
+            fmt::format("agent.allowedRoots holds folders, and {} is none", Text::visible(root));
+        return "";
+    }
+    return root;
+}
+
 std::string AgentService::canonical(std::string_view path) {
     const std::string expanded = PathHelpers::expandTilde(path);
     if (expanded.empty() || expanded.front() != '/') return "";

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -78,6 +79,12 @@ public:
     // The path with "~" expanded, "." and repeated slashes removed and symbolic links
     // resolved; empty (refused) when it is relative or still climbs with "..".
     static std::string canonical(std::string_view path);
+    // A folder typed for agent.allowedRoots, as the checks read it: "~" expanded,
+    // made absolute against `base`, ".." taken as the folders on disk take it, and
+    // links resolved. Empty, with the reason in `problem`, when it cannot be such a
+    // path, or is no folder while `folderOnly`.
+    static std::string allowedRootOf(const std::string& typed, const std::filesystem::path& base,
+                                     bool folderOnly, std::string& problem);
     // Whether the path, resolved, is one of the roots or lies below one. "/a/bc" is
     // not below "/a/b"; no roots refuse every path.
     static bool isInsideAllowedRoot(std::string_view path, const std::vector<std::string>& roots);

@@ -35,8 +35,16 @@ public:
     bool licenceGrants() override { return licence_.grants(); }
     void proposalsAdded(const std::vector<PendingProposal>& proposals) override {
         env_.proposalNotices().added(proposals);
+        for (const PendingProposal& proposal : proposals) {
+            env_.events().publish(
+                "proposal",
+                Json{{"id", proposal.id}, {"status", enumName(proposal.status)}}.dump());
+        }
     }
-    void proposalWithdrawn(const std::string& id) override { env_.proposalNotices().decided(id); }
+    void proposalWithdrawn(const std::string& id) override {
+        env_.proposalNotices().decided(id);
+        env_.events().publish("proposal", Json{{"id", id}, {"status", "rejected"}}.dump());
+    }
 
 private:
     AppEnvironment& env_;

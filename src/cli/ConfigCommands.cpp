@@ -23,41 +23,20 @@ constexpr size_t kHelpWidth = 80;
 
 constexpr std::string_view kAllowedRoots = "agent.allowedRoots";
 
-// A folder typed for agent.allowedRoots, as the agent's checks read it: "~"
-// expanded, made absolute against the folder the command was typed in, ".." taken
-// as the folders on disk take it, and links resolved. Empty, with the reason in
-// `problem`, when it cannot be such a path, or is no folder while `folderOnly`.
+// A folder typed for agent.allowedRoots, made absolute against the folder the
+// command was typed in. The daemon runs a sent command in its own folder; the
+// client's comes with it.
 std::string allowedRootOf(const CommandContext& context, const std::string& typed, bool folderOnly,
                           std::string& problem) {
-    namespace fs = std::filesystem;
     std::error_code ec;
-    fs::path path = PathHelpers::expandTilde(typed);
-    if (path.is_relative()) {
-        // The daemon runs a sent command in its own folder; the client's comes with it.
-        fs::path base = context.workingDir.empty() ? fs::current_path(ec) : context.workingDir;
-        if (ec) {
-            problem = fmt::format("cannot tell the current folder to resolve {}: {}",
-                                  Text::visible(typed), ec.message());
-            return "";
-        }
-        path = base / path;
-    }
-    // The agent refuses a root that holds "..", so none is kept.
-    fs::path resolved = fs::weakly_canonical(path, ec);
-    std::string root = ec ? "" : AgentService::canonical(resolved.string());
-    if (root.empty()) {
-        problem = fmt::format(
-            "{} cannot hold {}: a part of it cannot be resolved (a dangling or looping link, "
-            "or a folder that cannot be read)",
-            kAllowedRoots, Text::visible(typed));
+    std::filesystem::path base =
+        context.workingDir.empty() ? std::filesystem::current_path(ec) : context.workingDir;
+    if (ec) {
+        problem = fmt::format("cannot tell the current folder to resolve {}: {}",
+                              Text::visible(typed), ec.message());
         return "";
     }
-    if (folderOnly && !isFolder(root)) {
-        problem =
-            fmt::format("{} holds folders, and {} is none", kAllowedRoots, Text::visible(root));
-        return "";
-    }
-    return root;
+    return AgentService::allowedRootOf(typed, base, folderOnly, problem);
 }
 
 // The group a key belongs to: "sync" for "sync.interval", "" for a top-level key.

@@ -31,7 +31,7 @@ constexpr const char* kSoundName = "message-new-instant";
 
 // A server that is being started by bus activation answers within a few seconds; a
 // reminder is not worth holding a scan up longer than this.
-constexpr uint64_t kCallTimeoutMicroseconds = 5'000'000;
+constexpr uint64_t kNotifierCallTimeoutMicroseconds = 5'000'000;
 
 std::string errorText(int error) {
     return std::error_code(-error, std::generic_category()).message();
@@ -209,7 +209,7 @@ void DesktopNotifier::post(const Notification& notification) {
         noteFailure("cannot build the notification", r);
         return;
     }
-    r = sd_bus_call(h.bus, h.call, kCallTimeoutMicroseconds, &h.error, &h.reply);
+    r = sd_bus_call(h.bus, h.call, kNotifierCallTimeoutMicroseconds, &h.error, &h.reply);
     if (r < 0) {
         noteFailure(sd_bus_error_is_set(&h.error) ? h.error.name : "the notification call failed",
                     r);
@@ -244,7 +244,7 @@ void DesktopNotifier::close(const std::string& key) {
     }
     // The user may have dismissed the notification already, and some servers answer
     // that with an error; either way it is gone, so the answer is not looked at.
-    sd_bus_call(h.bus, h.call, kCallTimeoutMicroseconds, &h.error, &h.reply);
+    sd_bus_call(h.bus, h.call, kNotifierCallTimeoutMicroseconds, &h.error, &h.reply);
 }
 
 bool DesktopNotifier::canOfferActions(BusHandles& h) {

@@ -9,7 +9,7 @@ namespace quorvane {
 namespace {
 
 // A NetworkManager that does not answer in this long is as good as none.
-constexpr uint64_t kCallTimeoutMicroseconds = 2'000'000;
+constexpr uint64_t kMeteredCallTimeoutMicroseconds = 2'000'000;
 
 }  // namespace
 
@@ -24,7 +24,7 @@ bool NetworkManagerMetered::isMetered() const {
     } else {
         r = sd_bus_open_system(&bus);
     }
-    if (r >= 0) r = sd_bus_set_method_call_timeout(bus, kCallTimeoutMicroseconds);
+    if (r >= 0) r = sd_bus_set_method_call_timeout(bus, kMeteredCallTimeoutMicroseconds);
     uint32_t metered = 0;
     if (r >= 0) {
         sd_bus_error error = SD_BUS_ERROR_NULL;

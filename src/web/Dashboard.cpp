@@ -1,9 +1,11 @@
 #include "web/Dashboard.hpp"
 
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <memory>
 
+#include "agent/AgentService.hpp"
 #include "agent/GitProposalReview.hpp"
 #include "app/Queries.hpp"
 #include "base/PathHelpers.hpp"
@@ -194,6 +196,54 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                                 {"running", env.isAgentServerRunning()},
                                 {"allowedRoots", config.agent.allowedRoots},
                                 {"aiKeyStored", env.hasAIKey()}});
+    });
+    // Allowed Roots, added and removed as 'config add|remove agent.allowedRoots' does
+    // it; a page has no current folder, so a root is typed in full or from "~".
+    server.post("/api/v1/agent/allowed-roots", [&env](const httplib::Request& request,
+                                                      httplib::Response& response,
+                                                      const DashboardSessions::Session&) {
+        Json body = Json::parse(request.body, nullptr, false);
+        const bool shaped = body.is_object() && body["path"].is_string() &&
+                            (body["action"] == "add" || body["action"] == "remove");
+        const std::string typed = shaped ? body["path"].get<std::string>() : "";
+        std::string problem;
+        if (!shaped) {
+            problem = "send {\"action\": \"add\" or \"remove\", \"path\": FOLDER}";
+        } else if (!typed.starts_with('/') && !typed.starts_with('~')) {
+            problem = "type the folder in full, or from ~";
+        }
+        const bool adding = shaped && body["action"] == "add";
+        std::string root =
+            problem.empty() ? AgentService::allowedRootOf(typed, "/", adding, problem) : "";
+        if (!problem.empty()) {
+            response.status = 400;
+            sendJson(response, Json{{"error", problem}});
+            return;
+        }
+        env.adoptConfigEdits();
+        bool absent = false;
+        std::vector<std::string> roots;
+        bool saved = env.applyConfigChange([&](AppConfig& config) {
+            std::vector<std::string>& list = config.agent.allowedRoots;
+            auto kept = std::find_if(list.begin(), list.end(), [&](const std::string& each) {
+                return each == root || AgentService::canonical(each) == root;
+            });
+            absent = kept == list.end();
+            if (adding && absent) list.push_back(root);
+            if (!adding && !absent) list.erase(kept);
+            roots = list;
+        });
+        if (!adding && absent) {
+            response.status = 400;
+            sendJson(response, Json{{"error", root + " is not one of the allowed roots"}});
+            return;
+        }
+        if (!saved) {
+            response.status = 500;
+            sendJson(response, Json{{"error", "not saved: " + env.saveProblem()}});
+            return;
+        }
+        sendJson(response, Json{{"allowedRoots", roots}});
     });
     // The AI provider's key goes into the secret store and nowhere else; the answer
     // says where it went, never what it is.

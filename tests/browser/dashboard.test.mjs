@@ -121,6 +121,8 @@ test('quorvane open logs the browser in, and Today shows what today --json gives
   const expected = `${plural(today.activeProjects, 'active project')}, ${plural(today.totalCommits, 'commit')}`;
   await page.waitForFunction((text) =>
     document.getElementById('today-figures').textContent.startsWith(text), {}, expected);
+  assert.deepEqual(JSON.parse(await page.evaluate(() => fetch('/api/v1/today').then((a) => a.text()))),
+    today, 'the page reads what today --json gives');
   const statuses = await page.$$eval('#today-lines tbody tr td:last-child',
     (cells) => cells.map((c) => [...c.querySelectorAll('.word')].map((w) => w.textContent)));
   assert.deepEqual(statuses, today.lines.map((line) => line.standing.map((word) => word.text)),
@@ -178,9 +180,11 @@ test('a proposal appears in Agent Review unasked, and Approve yields the token t
   const statusOf = (time) => decided.find((p) => p.payloadJSON.includes(time)).status;
   assert.deepEqual([statusOf('20:15'), statusOf('20:45')], ['applied', 'rejected']);
   await page.waitForFunction(() => document.querySelectorAll('#review-history tbody tr').length === 2);
-  const audited = await page.$$eval('#review-audit tbody tr', (all) => all.map((r) => r.cells[2].textContent));
-  assert.ok(audited.includes('agent_review.confirm') && audited.includes('set_daily_review_time'),
-    'the audit log shows the person\'s decision and the agent\'s call');
+  // The audit log is read after the decisions: it shows the person's and the agent's.
+  await page.waitForFunction(() => {
+    const tools = [...document.querySelectorAll('#review-audit tbody tr')].map((r) => r.cells[2].textContent);
+    return tools.includes('agent_review.confirm') && tools.includes('set_daily_review_time');
+  });
   await page.type('#audit-tool', 'agent_review.reject');
   await page.click('#audit-filters button');
   await page.waitForFunction(() => [...document.querySelectorAll('#review-audit tbody tr')]
@@ -204,6 +208,22 @@ test('a setting changed in Settings is in config.json, and a refused one says wh
   await page.$eval(field, (input) => { input.value = '25:00'; });
   await page.click(`${field} ~ button`);
   await page.waitForFunction(() => /Not saved/.test(document.getElementById('settings-notice').textContent));
+
+  // The MCP section: what the agent's hints name, and the roots it may look into.
+  const headings = await page.$$eval('h2, h3', (all) => all.map((h) => h.textContent));
+  assert.ok(headings.includes('MCP') && headings.includes('Allowed Roots'), headings.join(', '));
+  const rootsNow = () => JSON.parse(fs.readFileSync(path.join(data, 'config.json'), 'utf8'))
+    .agent.allowedRoots;
+  const before = rootsNow();
+  await page.type('#allowed-root-new', home);
+  await page.click('#allowed-root-new ~ button');
+  await page.waitForFunction((root) => [...document.querySelectorAll('.roots code')]
+    .some((code) => code.textContent === root), {}, home);
+  assert.deepEqual(rootsNow(), [...before, home]);
+  await page.click(`.roots button[aria-label="Remove ${home}"]`);
+  await page.waitForFunction((root) => ![...document.querySelectorAll('.roots code')]
+    .some((code) => code.textContent === root), {}, home);
+  assert.deepEqual(rootsNow(), before);
   await page.close();
 });
 
@@ -232,13 +252,13 @@ test('each screen is readable light and dark, wide and narrow, with no serious a
     await page.addScriptTag({ content: axeSource });
     const faults = await page.evaluate(async () =>
       (await axe.run()).violations.filter((v) => ['serious', 'critical'].includes(v.impact))
-        .map((v) => `${v.id}: ${v.help}`));
+        .map((v) => `${v.id}: ${v.help} at ${v.nodes.map((n) => n.target.join(' ')).join(', ')}`));
     assert.deepEqual(faults, [], `${screen} has no serious accessibility fault`);
     for (const [width, height] of [[1280, 800], [390, 844]]) {
       for (const scheme of ['light', 'dark']) {
         await page.setViewport({ width, height });
         await page.emulateMediaFeatures([{ name: 'prefers-color-scheme', value: scheme }]);
-        await page.screenshot({ path: path.join(shots, `${screen}-${width}x${height}-${scheme}.png`) });
+        await page.screenshot({ path: path.join(shots, `${screen}-${width}x${height}-${scheme}.png`), fullPage: true });
       }
     }
   }

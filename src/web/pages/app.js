@@ -174,10 +174,31 @@ async function decide(proposal, decision) {
   await showReview();
 }
 
+// The cards on the screen, by proposal id. A card stays the same element for as
+// long as its proposal waits, so reading the list again (on every event) neither
+// moves the person's focus nor replaces the button under their pointer.
+const cards = new Map();
+function placeCards(proposals) {
+  const list = document.getElementById('review-list');
+  const wanted = proposals.map((proposal) => {
+    if (!cards.has(proposal.id)) cards.set(proposal.id, proposalCard(proposal));
+    return cards.get(proposal.id);
+  });
+  for (const [id, card] of cards) {
+    if (!wanted.includes(card)) {
+      card.remove();
+      cards.delete(id);
+    }
+  }
+  wanted.forEach((card, index) => {
+    if (list.children[index] !== card) list.insertBefore(card, list.children[index] ?? null);
+  });
+}
+
 async function showReview() {
   const [proposals, history] = await Promise.all([api('/api/v1/proposals'),
     api('/api/v1/proposals/history')]);
-  document.getElementById('review-list').replaceChildren(...proposals.map(proposalCard));
+  placeCards(proposals);
   document.getElementById('review-empty').hidden = proposals.length > 0;
   const body = document.querySelector('#review-history tbody');
   body.replaceChildren();
