@@ -51,12 +51,12 @@ function git(cwd, ...args) {
 }
 
 // A request the browser would never send: another Host, no cookie.
-function raw(pathname, headers = {}) {
+function raw(pathname, headers = {}, method = 'GET') {
   return new Promise((resolve, reject) => {
-    http.get({ host: '127.0.0.1', port, path: pathname, headers }, (answer) => {
+    http.request({ host: '127.0.0.1', port, path: pathname, headers, method }, (answer) => {
       answer.resume();
       answer.on('end', () => resolve(answer.statusCode));
-    }).on('error', reject);
+    }).on('error', reject).end();
   });
 }
 
@@ -133,6 +133,15 @@ test('quorvane open logs the browser in, and Today shows what today --json gives
   await page.click('#scan-now');
   await page.waitForFunction(() => document.getElementById('scan-now').textContent === 'Scan now'
     && !document.getElementById('scan-now').disabled);
+
+  // A change needs the page's CSRF token and its own Origin, whatever the cookie.
+  const refused = await page.evaluate(() => fetch('/api/v1/scan', { method: 'POST' }).then((a) => a.status));
+  assert.equal(refused, 403, 'a POST without the CSRF token');
+  const cookie = (await page.cookies()).map((c) => `${c.name}=${c.value}`).join('; ');
+  const csrf = await page.evaluate(() => fetch('/api/v1/session').then((a) => a.json()))
+    .then((session) => session.csrfToken);
+  assert.equal(await raw('/api/v1/scan', { Cookie: cookie, 'X-Quorvane-CSRF': csrf,
+    Origin: 'http://evil.example' }, 'POST'), 403, 'a POST from another Origin');
 
   await page.goto(link);
   assert.match(await page.content(), /used already/, 'a login link works once');
