@@ -18,15 +18,25 @@ namespace quorvane::bench {
 
 namespace {
 
+// When commit `c` of the `older` ones before today's was made: one a day back from
+// the day before yesterday, or spread evenly from `spanDays` days back to yesterday.
+Date olderCommitDate(Date now, int c, int older, int spanDays) {
+    if (spanDays <= 0) return now - std::chrono::hours(24 * (2 + older - c));
+    // In minutes, so that a hundred commits in a span of days are hours apart.
+    long span = static_cast<long>(spanDays - 1) * 24 * 60;
+    long back = 24 * 60 + span * (older - c) / std::max(older, 1);
+    return now - std::chrono::minutes(back);
+}
+
 // One repository: `commits` commits over `files` files, the newest `today` of them
 // dated today, fed to git fast-import in one child.
-void buildHistory(const testing::TestRepo& repo, int commits, int files, int today) {
+void buildHistory(const testing::TestRepo& repo, int commits, int files, int today, int spanDays) {
     Date now = SystemClock().now();
     std::string stream;
     for (int c = 0; c < commits; ++c) {
         bool isToday = c >= commits - today;
         long when = (isToday ? now - std::chrono::minutes(commits - c)
-                             : now - std::chrono::hours(24 * (2 + commits - c)))
+                             : olderCommitDate(now, c, commits - today, spanDays))
                         .time_since_epoch()
                         .count();
         std::string message = fmt::format("change {} | part of the benchmark", c);
@@ -84,7 +94,7 @@ void shapeState(const testing::TestRepo& repo, int i, int commits) {
 
 }  // namespace
 
-Corpus buildCorpus(const std::filesystem::path& root, int count) {
+Corpus buildCorpus(const std::filesystem::path& root, int count, int spanDays) {
     static constexpr int kCommits[] = {2, 10, 40, 150, 600};
     static constexpr int kFiles[] = {5, 40, 200, 1000};
     Corpus corpus;
@@ -96,7 +106,7 @@ Corpus buildCorpus(const std::filesystem::path& root, int count) {
         int commits = kCommits[i % 5];
         int files = kFiles[(i / 5) % 4];
         int today = i % 3 == 0 ? std::min(commits, 1 + i % 7) : 0;
-        buildHistory(repo, commits, files, today);
+        buildHistory(repo, commits, files, today, spanDays);
         shapeState(repo, i, commits);
         corpus.commits += commits;
         corpus.files += files;

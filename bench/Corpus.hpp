@@ -17,8 +17,10 @@ struct Corpus {
 
 // `count` repositories under `root`: 2 to 600 commits over 5 to 1000 files, some
 // dated today, in states from clean to detached, and a few without any commit.
-// Progress goes to standard error.
-Corpus buildCorpus(const std::filesystem::path& root, int count);
+// The older commits are one a day back from the day before yesterday, or, with a
+// `spanDays`, spread evenly over that many days back from yesterday. Progress goes
+// to standard error.
+Corpus buildCorpus(const std::filesystem::path& root, int count, int spanDays = 0);
 
 // Sets a git identity for the commits the corpus makes.
 void useBenchIdentity();
