@@ -8,6 +8,7 @@
 #include "agent/AgentService.hpp"
 #include "agent/GitProposalReview.hpp"
 #include "app/Queries.hpp"
+#include "base/BoundedParallel.hpp"
 #include "base/PathHelpers.hpp"
 #include "git/RepoDiscovery.hpp"
 #include "persistence/ConfigKeys.hpp"
@@ -23,6 +24,8 @@ namespace {
 // server's workers for as long as its page is open: beyond this many, a page is
 // told to reload by hand rather than leave no worker for the requests.
 constexpr int kMaxStreams = 4;
+// The git children one Agent Review answer runs at once, as many as a scan does.
+constexpr size_t kGitReviewsAtOnce = 8;
 // The rows a history or audit list shows; older ones stay in the data folder.
 constexpr size_t kHistoryRows = 200;
 // A comment line this often finds a page that went away, and keeps proxies from
@@ -134,29 +137,34 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
 
     // Agent Review: what waits for the person, newest first as the store gives them,
     // each as they must read it before deciding.
-    server.get("/api/v1/proposals",
-               [&env, &runner](const httplib::Request&, httplib::Response& response,
-                               const DashboardSessions::Session&) {
-                   AppConfig config = env.config();
-                   const std::vector<RepositoryMapping> mappings = env.store().mappings();
-                   const RepoDiscovery discovery(runner);
-                   const ProposalReviewModel::Standing standing{
-                       config, mappings, PathHelpers::homeDirectory().string(),
-                       [&](const std::string& folder) {
-                           return discovery.repositoriesUnder(folder, config.agent.maxScanDepth);
-                       }};
-                   std::vector<PendingProposal> waiting;
-                   for (const PendingProposal& proposal : env.proposals()) {
-                       if (proposal.status == PendingProposal::Status::pending)
-                           waiting.push_back(proposal);
-                   }
-                   Json list = Json::array();
-                   for (const PendingProposal& proposal : waiting) {
-                       list.push_back(ProposalReviewModel::review(
-                           proposal, GitProposalReview::of(proposal, config, runner), standing));
-                   }
-                   sendJson(response, list);
-               });
+    server.get(
+        "/api/v1/proposals", [&env, &runner](const httplib::Request&, httplib::Response& response,
+                                             const DashboardSessions::Session&) {
+            AppConfig config = env.config();
+            const std::vector<RepositoryMapping> mappings = env.store().mappings();
+            const RepoDiscovery discovery(runner);
+            const ProposalReviewModel::Standing standing{
+                config, mappings, PathHelpers::homeDirectory().string(),
+                [&](const std::string& folder) {
+                    return discovery.repositoriesUnder(folder, config.agent.maxScanDepth);
+                }};
+            std::vector<PendingProposal> waiting;
+            for (const PendingProposal& proposal : env.proposals()) {
+                if (proposal.status == PendingProposal::Status::pending)
+                    waiting.push_back(proposal);
+            }
+            // Each git proposal asks git for the repository's settings: one
+            // child each, so a queue of them is read side by side.
+            std::vector<std::optional<GitProposalReview>> reviews =
+                boundedParallelMap<std::optional<GitProposalReview>>(
+                    waiting.size(), kGitReviewsAtOnce,
+                    [&](size_t i) { return GitProposalReview::of(waiting[i], config, runner); });
+            Json list = Json::array();
+            for (size_t i = 0; i < waiting.size(); ++i) {
+                list.push_back(ProposalReviewModel::review(waiting[i], reviews[i], standing));
+            }
+            sendJson(response, list);
+        });
     // What was decided, newest first, and the agent's calls as the audit log keeps
     // them, narrowed by tool, status or who acted.
     server.get("/api/v1/proposals/history",

@@ -129,6 +129,9 @@ DashboardServer::DashboardServer(const Clock& clock) : clock_(clock) {
         int yes = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
+    // An answer goes out as headers and body in two writes; without this the body
+    // waits for the browser's delayed acknowledgement, 40 ms on every request.
+    server_.set_tcp_nodelay(true);
     server_.set_payload_max_length(kMaxBody);
     server_.set_read_timeout(kIoTimeout);
     server_.set_write_timeout(kIoTimeout);
