@@ -33,6 +33,8 @@ constexpr size_t kHistoryRows = 200;
 constexpr auto kStreamQuiet = std::chrono::seconds(15);
 
 void sendJson(httplib::Response& response, const Json& json);
+// Answers `status` with the reason in the page's usual {"error": ...}.
+void sendError(httplib::Response& response, int status, const std::string& reason);
 
 }  // namespace
 
@@ -46,9 +48,7 @@ void routeEvents(DashboardServer& server, EventFeed& feed) {
                                                   const DashboardSessions::Session&) {
         if (streams->fetch_add(1) >= kMaxStreams) {
             streams->fetch_sub(1);
-            response.status = 503;
-            sendJson(response, Json{{"error", "too many open dashboard pages"}});
-            return;
+            return sendError(response, 503, "too many open dashboard pages");
         }
         uint64_t seen = feed.latest();
         if (request.has_header("Last-Event-ID")) {
@@ -87,6 +87,11 @@ namespace {
 void sendJson(httplib::Response& response, const Json& json) {
     response.set_content(json.dump(-1, ' ', false, Json::error_handler_t::replace),
                          "application/json");
+}
+
+void sendError(httplib::Response& response, int status, const std::string& reason) {
+    response.status = status;
+    sendJson(response, Json{{"error", reason}});
 }
 
 // The embedded file at `path`, or 404.
@@ -224,9 +229,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
         std::string root =
             problem.empty() ? AgentService::allowedRootOf(typed, "/", adding, problem) : "";
         if (!problem.empty()) {
-            response.status = 400;
-            sendJson(response, Json{{"error", problem}});
-            return;
+            return sendError(response, 400, problem);
         }
         env.adoptConfigEdits();
         bool absent = false;
@@ -242,14 +245,10 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
             roots = list;
         });
         if (!adding && absent) {
-            response.status = 400;
-            sendJson(response, Json{{"error", root + " is not one of the allowed roots"}});
-            return;
+            return sendError(response, 400, root + " is not one of the allowed roots");
         }
         if (!saved) {
-            response.status = 500;
-            sendJson(response, Json{{"error", "not saved: " + env.saveProblem()}});
-            return;
+            return sendError(response, 500, "not saved: " + env.saveProblem());
         }
         sendJson(response, Json{{"allowedRoots", roots}});
     });
@@ -261,14 +260,10 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
             Json body = Json::parse(request.body, nullptr, false);
             if (!body.is_object() || !body["key"].is_string() ||
                 body["key"].get<std::string>().empty()) {
-                response.status = 400;
-                sendJson(response, Json{{"error", "type the API key"}});
-                return;
+                return sendError(response, 400, "type the API key");
             }
             if (!env.setAIKey(body["key"].get<std::string>())) {
-                response.status = 500;
-                sendJson(response, Json{{"error", "not stored: " + env.saveProblem()}});
-                return;
+                return sendError(response, 500, "not stored: " + env.saveProblem());
             }
             sendJson(response, Json{{"stored", true}, {"where", env.secretStoreDescription()}});
         });
@@ -299,16 +294,12 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                                            const DashboardSessions::Session&) {
         Json body = Json::parse(request.body, nullptr, false);
         if (!body.is_object() || !body["name"].is_string() || !body["value"].is_string()) {
-            response.status = 400;
-            sendJson(response, Json{{"error", "send {\"name\": KEY, \"value\": TEXT}"}});
-            return;
+            return sendError(response, 400, "send {\"name\": KEY, \"value\": TEXT}");
         }
         ConfigKeys::Parsed parsed =
             ConfigKeys::parse(body["name"].get<std::string>(), body["value"].get<std::string>());
         if (!parsed.error.empty()) {
-            response.status = 400;
-            sendJson(response, Json{{"error", parsed.error}});
-            return;
+            return sendError(response, 400, parsed.error);
         }
         env.adoptConfigEdits();
         Json before;
@@ -317,9 +308,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
             ConfigKeys::apply(config, *parsed.key, parsed.value);
         });
         if (!saved) {
-            response.status = 500;
-            sendJson(response, Json{{"error", "not saved: " + env.saveProblem()}});
-            return;
+            return sendError(response, 500, "not saved: " + env.saveProblem());
         }
         sendJson(response,
                  Json{{"name", parsed.key->name}, {"before", before}, {"after", parsed.value}});
@@ -332,9 +321,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                                       const DashboardSessions::Session&) {
             AppEnvironment::ProposalDecision decision = env.approveProposal(request.matches[1]);
             if (!decision.problem.empty()) {
-                response.status = 409;
-                sendJson(response, Json{{"error", decision.problem}});
-                return;
+                return sendError(response, 409, decision.problem);
             }
             sendJson(response,
                      Json{{"proposalId", decision.proposal->id},
@@ -346,9 +333,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                                      const DashboardSessions::Session&) {
             AppEnvironment::ProposalDecision decision = env.rejectProposal(request.matches[1]);
             if (!decision.problem.empty()) {
-                response.status = 409;
-                sendJson(response, Json{{"error", decision.problem}});
-                return;
+                return sendError(response, 409, decision.problem);
             }
             sendJson(response, ProposalReviewModel::listing(*decision.proposal));
         });
