@@ -233,6 +233,18 @@ test('a setting changed in Settings is in config.json, and a refused one says wh
   await page.waitForFunction((root) => ![...document.querySelectorAll('.roots code')]
     .some((code) => code.textContent === root), {}, home);
   assert.deepEqual(rootsNow(), before);
+
+  // The API key goes in through a password field and never comes back to a page.
+  const key = 'sk-ant-dashboard-test-0000';
+  await page.type('#ai-key', key);
+  await page.click('#ai-key ~ button');
+  await page.waitForFunction(() => /The API key is stored in/.test(document.getElementById('settings-notice').textContent));
+  assert.equal(await page.$eval('#ai-key', (input) => input.value), '', 'the field is emptied');
+  const answers = await page.evaluate(() => Promise.all(['/api/v1/settings', '/api/v1/agent', '/api/v1/today']
+    .map((address) => fetch(address).then((a) => a.text()))));
+  assert.ok(answers.every((text) => !text.includes(key)), 'no answer holds the key');
+  assert.equal(JSON.parse(answers[1]).aiKeyStored, true);
+  assert.ok(!fs.readFileSync(path.join(data, 'config.json'), 'utf8').includes(key), 'nor config.json');
   await page.close();
 });
 

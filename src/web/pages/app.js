@@ -244,8 +244,8 @@ const groups = [['', 'General'], ['reminders', 'Reminders'], ['sync', 'GitHub sy
 
 async function showSettings() {
   const [values, keys] = await Promise.all([api('/api/v1/settings'), api('/api/v1/settings/keys')]);
-  const holder = document.getElementById('settings-groups');
-  holder.replaceChildren();
+  // Built whole before it replaces what is shown, so the screen never shows half of it.
+  const sections = [];
   for (const [prefix, title] of groups) {
     const inGroup = keys.filter((key) =>
       prefix ? key.name.startsWith(`${prefix}.`) : !key.name.includes('.'));
@@ -283,8 +283,9 @@ async function showSettings() {
     }
     if (prefix === 'agent') section.append(await agentPanel());
     if (prefix === 'ai') section.append(await aiKeyForm());
-    holder.append(section);
+    sections.push(section);
   }
+  document.getElementById('settings-groups').replaceChildren(...sections);
 }
 
 // The agent server's facts, and the folders an agent may name.
