@@ -21,6 +21,20 @@
 namespace quorvane {
 namespace {
 
+// The body as markup that shows it as written.
+std::string escapeMarkup(std::string_view text) {
+    std::string escaped;
+    for (char c : text) {
+        switch (c) {
+            case '&': escaped += "&amp;"; break;
+            case '<': escaped += "&lt;"; break;
+            case '>': escaped += "&gt;"; break;
+            default: escaped += c;
+        }
+    }
+    return escaped;
+}
+
 constexpr const char* kService = "org.freedesktop.Notifications";
 constexpr const char* kPath = "/org/freedesktop/Notifications";
 constexpr const char* kInterface = "org.freedesktop.Notifications";
@@ -188,11 +202,15 @@ void DesktopNotifier::post(const Notification& notification) {
             actionKeys.push_back(action.key);
         }
     }
+    // A body the server reads as markup would let a repository's or an agent's
+    // text in it bold, hide or link what it likes: it is shown as the text it is.
+    const std::string body =
+        capabilities(h).bodyMarkup ? escapeMarkup(notification.body) : notification.body;
     int r = sd_bus_message_new_method_call(h.bus, &h.call, kService, kPath, kInterface, "Notify");
     // app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout
     if (r >= 0) {
         r = sd_bus_message_append(h.call, "susss", "Quorvane", replacesID, "",
-                                  notification.title.c_str(), notification.body.c_str());
+                                  notification.title.c_str(), body.c_str());
     }
     // The actions are pairs of the key and the label the button shows.
     if (r >= 0) r = sd_bus_message_open_container(h.call, SD_BUS_TYPE_ARRAY, "s");
@@ -248,7 +266,7 @@ void DesktopNotifier::close(const std::string& key) {
 }
 
 bool DesktopNotifier::canOfferActions(BusHandles& h) {
-    if (!serverListsActions(h)) return false;
+    if (!capabilities(h).actions) return false;
     // A listener whose bus went away is replaced; its thread has ended.
     if (listener_ && !listener_->running()) listener_.reset();
     if (listener_) return true;
@@ -265,26 +283,27 @@ bool DesktopNotifier::canOfferActions(BusHandles& h) {
     return true;
 }
 
-bool DesktopNotifier::serverListsActions(BusHandles& h) {
-    if (serverListsActions_) return *serverListsActions_;
+const DesktopNotifier::Capabilities& DesktopNotifier::capabilities(BusHandles& h) {
+    if (capabilities_) return *capabilities_;
     sd_bus_message* reply = nullptr;
     sd_bus_error error = SD_BUS_ERROR_NULL;
     int r = sd_bus_call_method(h.bus, kService, kPath, kInterface, "GetCapabilities", &error,
                                &reply, "");
-    char** capabilities = nullptr;
-    if (r >= 0) r = sd_bus_message_read_strv(reply, &capabilities);
-    bool actions = false;
-    for (char** capability = capabilities; capability != nullptr && *capability != nullptr;
-         ++capability) {
-        actions = actions || std::string_view(*capability) == "actions";
-        std::free(*capability);
+    char** names = nullptr;
+    if (r >= 0) r = sd_bus_message_read_strv(reply, &names);
+    // A server that cannot say is taken to offer nothing; asking again would not
+    // change it.
+    Capabilities found;
+    for (char** name = names; r >= 0 && name != nullptr && *name != nullptr; ++name) {
+        found.actions = found.actions || std::string_view(*name) == "actions";
+        found.bodyMarkup = found.bodyMarkup || std::string_view(*name) == "body-markup";
     }
-    std::free(capabilities);
+    for (char** name = names; name != nullptr && *name != nullptr; ++name) std::free(*name);
+    std::free(names);
     sd_bus_message_unref(reply);
     sd_bus_error_free(&error);
-    // A server that cannot say is taken to show none; asking again would not change it.
-    serverListsActions_ = r >= 0 && actions;
-    return *serverListsActions_;
+    capabilities_ = found;
+    return *capabilities_;
 }
 
 void DesktopNotifier::actionInvoked(const std::string& sender, uint32_t id,

@@ -63,7 +63,12 @@ private:
     // Whether buttons can be sent and heard: the server lists "actions" (asked once),
     // and the listening connection is up. Called with `mutex_` held.
     bool canOfferActions(BusHandles& h);
-    bool serverListsActions(BusHandles& h);
+    // What the server offers, asked once.
+    struct Capabilities {
+        bool actions = false;
+        bool bodyMarkup = false;
+    };
+    const Capabilities& capabilities(BusHandles& h);
     // From the listening thread: a signal of the server that answered the posts.
     void actionInvoked(const std::string& sender, uint32_t id, const std::string& action);
     void notificationClosed(const std::string& sender, uint32_t id);
@@ -79,7 +84,7 @@ private:
     // The bus name of the server that answered the last post: only its signals
     // speak for the notifications shown.
     std::string server_;
-    std::optional<bool> serverListsActions_;
+    std::optional<Capabilities> capabilities_;
     std::unique_ptr<Listener> listener_;
 
     std::mutex handlerMutex_;

@@ -22,10 +22,11 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::Pair;
 
+// An agent wrote the body: markup in it must reach the screen as text.
 Notification reviewRequest() {
     return {"6F1C2D3E-0000-4000-8000-000000000001",
             "Quorvane \u2014 Agent Review",
-            "Apply set_daily_review_time",
+            "Track <a href=\"https://evil.example\">R&D</a>",
             {{"review", "Review"}}};
 }
 
@@ -137,6 +138,8 @@ TEST(DesktopNotifier, ActionsAreOfferedAndThePressedOneOfItsOwnNotificationsReac
     EXPECT_EQ(received[2].replacesID, 0u);
     EXPECT_THAT(server.closed(), ElementsAre(received[2].id, received[0].id));
     EXPECT_EQ(server.capabilityQueries(), 1u) << "the server is asked once";
+    EXPECT_EQ(received[0].body, "Track &lt;a href=\"https://evil.example\"&gt;R&amp;D&lt;/a&gt;")
+        << "a server that reads markup shows the text as written";
 }
 
 TEST(DesktopNotifier, AServerWithoutButtonsGetsTheNotificationWithoutThem) {
@@ -150,6 +153,7 @@ TEST(DesktopNotifier, AServerWithoutButtonsGetsTheNotificationWithoutThem) {
     EXPECT_TRUE(received[0].actions.empty());
     EXPECT_EQ(received[1].replacesID, received[0].id);
     EXPECT_EQ(received[1].summary, "Quorvane \u2014 Agent Review");
+    EXPECT_EQ(received[1].body, reviewRequest().body) << "a plain server shows the body as it is";
     EXPECT_EQ(server.capabilityQueries(), 1u);
 }
 

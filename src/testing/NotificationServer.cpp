@@ -125,7 +125,8 @@ int NotificationServerHandlers::getCapabilities(sd_bus_message* call, void* user
         ++server->capabilityQueries_;
         actions = server->actions_ == NotificationServer::Actions::offered;
     }
-    return actions ? sd_bus_reply_method_return(call, "as", 3, "body", "actions", "sound")
+    return actions ? sd_bus_reply_method_return(call, "as", 4, "body", "body-markup", "actions",
+                                                "sound")
                    : sd_bus_reply_method_return(call, "as", 2, "body", "sound");
 }
 

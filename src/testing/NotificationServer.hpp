@@ -28,6 +28,8 @@ namespace quorvane::testing {
 // server sends when the person presses a button or dismisses a notification.
 class NotificationServer {
 public:
+    // A server that offers buttons also reads the body as markup, as the common
+    // desktops' servers do; one that does not offers neither.
     enum class Actions { offered, notOffered };
 
     // One Notify call as the server received it.
