@@ -269,4 +269,17 @@ std::optional<std::string> nearestName(std::string_view typed,
     return best;
 }
 
+std::string escapeMarkup(std::string_view text) {
+    std::string escaped;
+    for (char c : text) {
+        switch (c) {
+            case '&': escaped += "&amp;"; break;
+            case '<': escaped += "&lt;"; break;
+            case '>': escaped += "&gt;"; break;
+            default: escaped += c;
+        }
+    }
+    return escaped;
+}
+
 }  // namespace quorvane::Text

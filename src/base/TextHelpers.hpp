@@ -68,6 +68,10 @@ bool parseInt(std::string_view text, long long& value);
 // without case the way git and GitHub compare them.
 std::string asciiLower(std::string_view text);
 
+// The text as the content of an HTML element or a desktop notification's markup
+// that shows it as written: "&", "<" and ">" as entities. Not for an attribute.
+std::string escapeMarkup(std::string_view text);
+
 // How many single-character edits turn `a` into `b`.
 size_t editDistance(std::string_view a, std::string_view b);
 

@@ -17,23 +17,10 @@
 #include <fmt/format.h>
 
 #include "base/Log.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane {
 namespace {
-
-// The body as markup that shows it as written.
-std::string escapeMarkup(std::string_view text) {
-    std::string escaped;
-    for (char c : text) {
-        switch (c) {
-            case '&': escaped += "&amp;"; break;
-            case '<': escaped += "&lt;"; break;
-            case '>': escaped += "&gt;"; break;
-            default: escaped += c;
-        }
-    }
-    return escaped;
-}
 
 constexpr const char* kService = "org.freedesktop.Notifications";
 constexpr const char* kPath = "/org/freedesktop/Notifications";
@@ -205,7 +192,7 @@ void DesktopNotifier::post(const Notification& notification) {
     // A body the server reads as markup would let a repository's or an agent's
     // text in it bold, hide or link what it likes: it is shown as the text it is.
     const std::string body =
-        capabilities(h).bodyMarkup ? escapeMarkup(notification.body) : notification.body;
+        capabilities(h).bodyMarkup ? Text::escapeMarkup(notification.body) : notification.body;
     int r = sd_bus_message_new_method_call(h.bus, &h.call, kService, kPath, kInterface, "Notify");
     // app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout
     if (r >= 0) {

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "base/Log.hpp"
+#include "base/TextHelpers.hpp"
 
 namespace quorvane {
 
@@ -77,20 +78,6 @@ void refuse(httplib::Response& response, int status, const std::string& reason) 
     response.set_content(nlohmann::json{{"error", reason}}.dump(), "application/json");
 }
 
-std::string escapeHtml(std::string_view text) {
-    std::string escaped;
-    for (char c : text) {
-        switch (c) {
-            case '&': escaped += "&amp;"; break;
-            case '<': escaped += "&lt;"; break;
-            case '>': escaped += "&gt;"; break;
-            case '"': escaped += "&quot;"; break;
-            default: escaped += c;
-        }
-    }
-    return escaped;
-}
-
 // A person who opened an address in the browser reads a page, not JSON: what went
 // wrong and the command that lets them in.
 void refuse(const httplib::Request& request, httplib::Response& response, int status,
@@ -108,7 +95,7 @@ void refuse(const httplib::Request& request, httplib::Response& response, int st
                     "<p>Run <code>quorvane open</code> in a terminal: it opens the dashboard "
                     "with a link that logs you in. Over SSH, <code>quorvane dashboard url</code> "
                     "prints one.</p></main></body></html>",
-                    escapeHtml(reason)),
+                    Text::escapeMarkup(reason)),
         "text/html; charset=utf-8");
 }
 
