@@ -15,6 +15,7 @@
 #include "records/JsonCodec.hpp"
 #include "screens/ProposalReviewModel.hpp"
 #include "web/DashboardPages.hpp"
+#include "web/DashboardReply.hpp"
 
 namespace quorvane::Dashboard {
 
@@ -32,9 +33,9 @@ constexpr size_t kHistoryRows = 200;
 // closing a quiet stream.
 constexpr auto kStreamQuiet = std::chrono::seconds(15);
 
-void sendJson(httplib::Response& response, const Json& json);
-// Answers `status` with the reason in the page's usual {"error": ...}.
-void sendError(httplib::Response& response, int status, const std::string& reason);
+using DashboardReply::objectBody;
+using DashboardReply::sendError;
+using DashboardReply::sendJson;
 
 }  // namespace
 
@@ -84,16 +85,6 @@ void routeEvents(DashboardServer& server, EventFeed& feed) {
 
 namespace {
 
-void sendJson(httplib::Response& response, const Json& json) {
-    response.set_content(json.dump(-1, ' ', false, Json::error_handler_t::replace),
-                         "application/json");
-}
-
-void sendError(httplib::Response& response, int status, const std::string& reason) {
-    response.status = status;
-    sendJson(response, Json{{"error", reason}});
-}
-
 // The embedded file at `path`, or 404.
 void sendPage(httplib::Response& response, std::string_view path) {
     for (const DashboardPages::Page& page : DashboardPages::all()) {
@@ -109,13 +100,13 @@ void sendPage(httplib::Response& response, std::string_view path) {
 
 void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
            const ProcessRunner& runner) {
-    // Every screen is the one page, which shows the section its address names.
-    for (const char* screen : {"/", "/today", "/review", "/settings"}) {
-        server.get(screen, [](const httplib::Request&, httplib::Response& response,
-                              const DashboardSessions::Session&) {
-            sendPage(response, "/assets/index.html");
-        });
-    }
+    // Every screen is the one page, which shows the screen its address names; the
+    // panel is the same page drawn compact, for a small window beside the tray.
+    server.get(R"(/(|today|activity|attention|week|calendar|projects|branches|journal|reports|alignment|inventory|backlog|accounts|review|settings|onboarding|panel))",
+               [](const httplib::Request&, httplib::Response& response,
+                  const DashboardSessions::Session&) {
+                   sendPage(response, "/assets/index.html");
+               });
     server.get(R"(/assets/([a-z]+\.(html|css|js|svg)))",
                [](const httplib::Request& request, httplib::Response& response,
                   const DashboardSessions::Session&) { sendPage(response, request.path); });
@@ -215,7 +206,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
     server.post("/api/v1/agent/allowed-roots", [&env](const httplib::Request& request,
                                                       httplib::Response& response,
                                                       const DashboardSessions::Session&) {
-        Json body = Json::parse(request.body, nullptr, false);
+        Json body = objectBody(request);
         const bool shaped = body.is_object() && body["path"].is_string() &&
                             (body["action"] == "add" || body["action"] == "remove");
         const std::string typed = shaped ? body["path"].get<std::string>() : "";
@@ -257,7 +248,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
     server.post(
         "/api/v1/ai-key", [&env](const httplib::Request& request, httplib::Response& response,
                                  const DashboardSessions::Session&) {
-            Json body = Json::parse(request.body, nullptr, false);
+            Json body = objectBody(request);
             if (!body.is_object() || !body["key"].is_string() ||
                 body["key"].get<std::string>().empty()) {
                 return sendError(response, 400, "type the API key");
@@ -292,7 +283,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
     server.post("/api/v1/settings", [&env](const httplib::Request& request,
                                            httplib::Response& response,
                                            const DashboardSessions::Session&) {
-        Json body = Json::parse(request.body, nullptr, false);
+        Json body = objectBody(request);
         if (!body.is_object() || !body["name"].is_string() || !body["value"].is_string()) {
             return sendError(response, 400, "send {\"name\": KEY, \"value\": TEXT}");
         }
