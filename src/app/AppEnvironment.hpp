@@ -215,6 +215,7 @@ public:
     bool isAgentServerRunning() const;
     // The agent socket: agent.socketPath, or "quorvane-agent.sock" in the data folder.
     std::filesystem::path agentSocketPath() const;
+    const std::filesystem::path& dataDir() const { return dataDir_; }
     static std::filesystem::path agentSocketPath(const AppConfig& config,
                                                  const std::filesystem::path& dataDir);
     // How many tools the agent server offers.

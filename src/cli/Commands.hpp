@@ -47,6 +47,8 @@ namespace Commands {
 
 // What the last scan stored, and the stored commits: the views list them.
 int status(CommandContext& context, bool json);
+// The same, as one line of JSON for a status bar.
+int statusBar(CommandContext& context);
 struct CommitsOptions {
     std::optional<std::string> repo;  // id or path; all repositories when absent
     size_t limit = 20;

@@ -1,7 +1,9 @@
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "cli/CommandTable.hpp"
 #include "web/DashboardOpener.hpp"
@@ -55,10 +57,12 @@ int openDashboard(CommandContext& context, const std::string& page) {
 namespace quorvane {
 
 void declareDashboardCommands(CommandTable& table) {
-    const std::string pages = "today, review or settings";
-    auto pageOption = [&](CLI::App* command, std::string& page) {
-        command->add_option("PAGE", page, "The page: " + pages + " (default today)")
-            ->check(CLI::IsMember({"today", "review", "settings"}));
+    std::vector<std::string> pages(std::begin(LoginLink::kPages), std::end(LoginLink::kPages));
+    auto pageOption = [pages](CLI::App* command, std::string& page) {
+        command
+            ->add_option("PAGE", page,
+                         fmt::format("The screen: {} (default today)", fmt::join(pages, ", ")))
+            ->check(CLI::IsMember(pages));
     };
     auto& openPage = table.keep<std::string>("today");
     CLI::App* open = table.add(

@@ -1,10 +1,9 @@
 // quorvane service install|uninstall|status: the daemon as a systemd user service.
-#include <unistd.h>
-
 #include <ostream>
 
 #include <fmt/format.h>
 
+#include "app/LoginService.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
@@ -16,78 +15,16 @@ namespace quorvane::Commands {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr const char* kUnitName = "quorvane.service";
-constexpr const char* kFollowLog = "journalctl --user -u quorvane -f";
-
-fs::path unitPath() {
-    const char* config = std::getenv("XDG_CONFIG_HOME");
-    fs::path base = config != nullptr && config[0] == '/'
-                        ? fs::path(config)
-                        : PathHelpers::homeDirectory() / ".config";
-    return base / "systemd" / "user" / kUnitName;
-}
-
-// One word of a unit's command line: quoted, with what systemd would otherwise
-// expand (specifiers, variables) or split on written literally.
-std::string unitWord(const std::string& text) {
-    std::string out = "\"";
-    for (char c : text) {
-        if (c == '%') {
-            out += "%%";
-        } else if (c == '$') {
-            out += "$$";
-        } else if (c == '\\' || c == '"') {
-            out += '\\';
-            out += c;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
-std::string systemctlPath() {
-    for (const char* path : {"/usr/bin/systemctl", "/bin/systemctl"}) {
-        if (::access(path, X_OK) == 0) return path;
-    }
-    return "/usr/bin/systemctl";
-}
+using LoginService::kFollowLog;
+using LoginService::kUnitName;
+using LoginService::unitPath;
 
 ShellResult systemctl(const CommandContext& context, std::vector<std::string> arguments) {
-    ProcessRequest request;
-    request.executable = systemctlPath();
-    request.arguments = {"--user"};
-    request.arguments.insert(request.arguments.end(), arguments.begin(), arguments.end());
-    request.timeout = 30;
-    return context.runner.run(request);
+    return LoginService::systemctl(context.runner, std::move(arguments));
 }
 
-// Whether the person's service manager answers: without one (no login session,
-// a container) the unit is only written.
 bool userManagerAnswers(const CommandContext& context) {
-    return systemctl(context, {"show-environment"}).succeeded();
-}
-
-// The unit for the daemon started by `command`, after the comment `origin` that
-// says where it came from. The unit a package installs is this one too.
-std::string unitText(const std::string& command, std::string_view origin) {
-    return fmt::format(
-        "{}\n"
-        "[Unit]\n"
-        "Description=Quorvane: the daily record of your Git work\n"
-        "\n"
-        "[Service]\n"
-        "Type=simple\n"
-        "ExecStart={}\n"
-        "Restart=on-failure\n"
-        "RestartSec=5\n"
-        "StandardOutput=journal\n"
-        "StandardError=journal\n"
-        "\n"
-        "[Install]\n"
-        "WantedBy=default.target\n",
-        origin, command);
+    return LoginService::userManagerAnswers(context.runner);
 }
 
 }  // namespace
@@ -101,35 +38,24 @@ int serviceInstall(CommandContext& context, bool explicitDataDir) {
         context.err << "quorvane: cannot tell where this program is installed\n";
         return 1;
     }
-    std::string command = unitWord(executable->string()) + " daemon";
-    // The default data folder follows the person's environment; a chosen one is
-    // written down.
-    if (explicitDataDir) command += " --data-dir " + unitWord(context.dataDir.string());
-    std::string unit = unitText(
-        command,
-        "# Written by 'quorvane service install'; 'quorvane service uninstall' removes it.");
-    fs::path path = unitPath();
-    std::error_code ec;
-    fs::create_directories(path.parent_path(), ec);
-    if (std::optional<std::string> problem = AtomicFile::write(path, unit, 0644)) {
-        context.err << fmt::format("quorvane: cannot write {}: {}\n", path.string(), *problem);
+    LoginService::Installed installed = LoginService::install(
+        context.runner, *executable,
+        explicitDataDir ? std::optional<fs::path>(context.dataDir) : std::nullopt);
+    if (!installed.problem.empty()) {
+        context.err << fmt::format("quorvane: {}\n", installed.problem);
         return 1;
     }
-    context.out << fmt::format("wrote {}\n", path.string());
-    if (!userManagerAnswers(context)) {
+    context.out << fmt::format("wrote {}\n", installed.unit.string());
+    if (!installed.managerAnswered) {
         context.out << fmt::format(
             "No systemd user manager answered, so nothing was started. In a login session, "
             "start it and have it start at every login with:\n  systemctl --user enable --now "
             "{}\n",
             kUnitName);
+    } else if (!installed.enableProblem.empty()) {
+        context.err << fmt::format("quorvane: {}\n", installed.enableProblem);
+        return 1;
     } else {
-        systemctl(context, {"daemon-reload"});
-        ShellResult enabled = systemctl(context, {"enable", "--now", kUnitName});
-        if (!enabled.succeeded()) {
-            context.err << fmt::format("quorvane: systemctl --user enable --now {} failed: {}\n",
-                                       kUnitName, firstLine(enabled.stdErr));
-            return 1;
-        }
         context.out << "enabled and started: it starts at every login from now on\n";
     }
     context.out << fmt::format("Follow its log with: {}\n", kFollowLog);
@@ -180,9 +106,10 @@ int serviceStatus(CommandContext& context) {
 // The unit a package installs for every user, the same as `serviceInstall` writes
 // but for the daemon of `executable`.
 int serviceUnit(std::ostream& out, const std::string& executable) {
-    out << unitText(unitWord(executable) + " daemon",
-                    "# Installed with quorvane for every user. Start it now and at every login "
-                    "with:\n#   systemctl --user enable --now quorvane.service");
+    out << LoginService::unitText(
+        LoginService::unitWord(executable) + " daemon",
+        "# Installed with quorvane for every user. Start it now and at every login "
+        "with:\n#   systemctl --user enable --now quorvane.service");
     return 0;
 }
 

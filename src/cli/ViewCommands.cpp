@@ -24,6 +24,7 @@
 #include "persistence/Store.hpp"
 #include "platform/DesktopNotifier.hpp"
 #include "platform/InterruptWatch.hpp"
+#include "screens/StatusBarViewModel.hpp"
 
 namespace quorvane::Commands {
 
@@ -308,6 +309,17 @@ std::vector<std::string> scanBeforeView(CommandContext& context) {
 // The views: they read the data folder as the last scan left it, without the writer
 // lock, so they work beside a running daemon. Days are local days; `day` absent means
 // today.
+// One line of JSON a status bar reads every few seconds: from the stored state
+// only, never scanning, so it costs a read of the data folder.
+int statusBar(CommandContext& context) {
+    View view(context);
+    if (!view.readable) return 1;
+    context.out << StatusBarViewModel::of(view.store, view.config, view.now)
+                       .dump(-1, ' ', false, Json::error_handler_t::replace)
+                << "\n";
+    return 0;
+}
+
 int today(CommandContext& context, bool json, bool scanFirst) {
     std::vector<std::string> enrolled;
     if (scanFirst) enrolled = scanBeforeView(context);
@@ -577,13 +589,21 @@ namespace quorvane {
 // The views. They read the data folder only, so they answer while the daemon runs.
 void declareViewCommands(CommandTable& table) {
     auto& json = table.keep<bool>();
-    table
-        .add("status",
+    auto& bar = table.keep<bool>();
+    CLI::App* status = table.add(
+        "status",
              "Print what the last scan stored, without scanning\n"
              "Reads the data folder only, so it works while another quorvane process is "
              "writing.",
-             {DataUse::reads, [&](CommandContext& c) { return Commands::status(c, json); }})
-        ->add_flag("--json", json, "Print the stored snapshots as a JSON array");
+             {DataUse::reads, [&](CommandContext& c) {
+                  return bar ? Commands::statusBar(c) : Commands::status(c, json);
+              }});
+    status->add_flag("--json", json, "Print the stored snapshots as a JSON array");
+    status
+        ->add_flag("--bar", bar,
+                   "Print one line of JSON for a status bar (waybar, polybar, i3blocks): what "
+                   "waits to push, to pull, to commit and to review, with a tooltip")
+        ->excludes("--json");
 
     auto& commitOptions = table.keep<Commands::CommitsOptions>();
     CLI::App* commits = table.add(

@@ -102,11 +102,12 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
            const ProcessRunner& runner) {
     // Every screen is the one page, which shows the screen its address names; the
     // panel is the same page drawn compact, for a small window beside the tray.
-    server.get(R"(/(|today|activity|attention|week|calendar|projects|branches|journal|reports|alignment|inventory|backlog|accounts|review|settings|onboarding|panel))",
-               [](const httplib::Request&, httplib::Response& response,
-                  const DashboardSessions::Session&) {
-                   sendPage(response, "/assets/index.html");
-               });
+    std::string screens = "/(";
+    for (std::string_view page : LoginLink::kPages) screens += fmt::format("|{}", page);
+    server.get(screens + ")", [](const httplib::Request&, httplib::Response& response,
+                                 const DashboardSessions::Session&) {
+        sendPage(response, "/assets/index.html");
+    });
     server.get(R"(/assets/([a-z]+\.(html|css|js|svg)))",
                [](const httplib::Request& request, httplib::Response& response,
                   const DashboardSessions::Session&) { sendPage(response, request.path); });
@@ -328,6 +329,8 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
             }
             sendJson(response, ProposalReviewModel::listing(*decision.proposal));
         });
+
+    routeFirstRun(server, env, clock, runner);
 }
 
 }  // namespace quorvane::Dashboard

@@ -18,8 +18,11 @@ namespace LoginLink {
 
 inline constexpr std::chrono::seconds kLifetime{120};
 
-// The pages a link may lead to.
-inline constexpr std::string_view kPages[] = {"today", "review", "settings"};
+// The pages a link may lead to: every screen of the dashboard.
+inline constexpr std::string_view kPages[] = {
+    "today",    "activity", "attention", "week",       "calendar",  "projects",
+    "branches", "journal",  "reports",   "alignment",  "inventory", "backlog",
+    "accounts", "review",   "settings",  "onboarding", "panel"};
 
 // HMAC-SHA256 of `message` under `key`, as lower-case hex.
 std::string sign(std::string_view key, std::string_view message);

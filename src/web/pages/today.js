@@ -33,6 +33,12 @@ export async function show(section, event) {
     button.textContent = 'Scan now';
   }
   const [today, reminders] = await Promise.all([api('/api/v1/today'), api('/api/v1/reminders')]);
+  // The first visit, with nothing tracked, is the welcome, unless the person skipped it.
+  if (!today.lines.length && sessionStorage.getItem('quorvane.onboarding') !== 'skipped'
+      && (await api('/api/v1/onboarding')).needed) {
+    location.replace('/onboarding');
+    return;
+  }
   const pulled = today.pulledInCommits ? ` (and ${today.pulledInCommits} pulled in from others)` : '';
   document.getElementById('today-figures').textContent =
     `${plural(today.activeProjects, 'active project')}, ${plural(today.totalCommits, 'commit')}${pulled}`;
