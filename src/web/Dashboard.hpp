@@ -10,6 +10,10 @@ namespace quorvane::Dashboard {
 void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
            const ProcessRunner& runner);
 
+// Activity, Week and Calendar: the day's timeline, a week and the year of commits.
+void routeDays(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+               const ProcessRunner& runner);
+
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.
 void routeEvents(DashboardServer& server, EventFeed& feed);
