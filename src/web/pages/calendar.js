@@ -73,6 +73,8 @@ export async function show() {
     link.addEventListener('mouseenter', () => choose(day));
     grid.append(link);
   });
-  document.getElementById('calendar-holder').replaceChildren(
-    scrolling(grid, 'The year of commits, a column per week'));
+  const region = scrolling(grid, 'The year of commits, a column per week');
+  document.getElementById('calendar-holder').replaceChildren(region);
+  // On a narrow screen the latest weeks are the ones in view; older ones scroll in.
+  region.scrollLeft = region.scrollWidth;
 }
