@@ -92,6 +92,11 @@ TEST_F(ViewCommandsTest, HistoryReadAtEnrolmentShowsInEveryView) {
                                                 {keyDaysAgo(10), 3},
                                                 {keyDaysAgo(40), 2},
                                                 {keyDaysAgo(85), 1}}));
+    // Today and yesterday make the run of days; the busiest day has the darkest shade.
+    EXPECT_EQ(cells.back()["streak"], 2);
+    EXPECT_EQ(cells[cells.size() - 11]["level"], 4);
+    EXPECT_THAT(quorvane({"heatmap"}).stdOut,
+                HasSubstr("days in a row with work: 2 now, 2 at most"));
 
     ShellResult weekText = quorvane({"week", "--date", keyDaysAgo(10)});
     std::vector<std::string_view> lines = Text::nonEmptyLines(weekText.stdOut);

@@ -74,7 +74,11 @@ std::optional<Date> parseDateKey(std::string_view text) {
                                     std::chrono::month(static_cast<unsigned>(*month)),
                                     std::chrono::day(static_cast<unsigned>(*day))};
     if (!ymd.ok()) return std::nullopt;
-    return fromLocal(*year, *month, *day, 0, 0, 0);
+    // A key is only one when it reads back as itself: the year 0999 would be written
+    // "999", a text that names no day, so a screen could not even link to it.
+    Date midnight = fromLocal(*year, *month, *day, 0, 0, 0);
+    if (dateKey(midnight) != text) return std::nullopt;
+    return midnight;
 }
 
 Date fromLocal(int year, int month, int day, int hour, int minute, int second) {

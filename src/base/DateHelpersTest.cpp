@@ -48,7 +48,9 @@ TEST(DateHelpersTest, ADateKeyReadsAsLocalMidnightAndNothingLooserIsAccepted) {
     EXPECT_EQ(DateHelpers::parseDateKey("2028-02-29"),
               DateHelpers::fromLocal(2028, 2, 29, 0, 0, 0));
     for (const char* bad : {"", "2026-2-01", "2026-02-30", "2026-13-01", "2026/11/21", "21-11-2026",
-                            "2026-11-21T00:00:00Z", " 2026-11-21", "2026-11-2x"}) {
+                            "2026-11-21T00:00:00Z", " 2026-11-21", "2026-11-2x",
+                            // Keys that would be printed back as another text ("999-12-31").
+                            "0999-12-31", "0000-01-01"}) {
         EXPECT_FALSE(DateHelpers::parseDateKey(bad).has_value()) << bad;
     }
 }

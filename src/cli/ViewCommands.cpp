@@ -25,6 +25,7 @@
 #include "platform/DesktopNotifier.hpp"
 #include "platform/InterruptWatch.hpp"
 #include "screens/StatusBarViewModel.hpp"
+#include "screens/DaysViewModels.hpp"
 
 namespace quorvane::Commands {
 
@@ -94,16 +95,6 @@ std::string githubCell(const CommandContext& context, const Store& store, const 
     return Style::paint(context, RepoStanding::word(description.github));
 }
 
-std::string sourceWords(WorkSession::Source source) {
-    switch (source) {
-        case WorkSession::Source::localGit: return "git";
-        case WorkSession::Source::fileActivity: return "file changes";
-        case WorkSession::Source::mixed: return "git and file changes";
-        case WorkSession::Source::manual: return "entered by hand";
-    }
-    return "";
-}
-
 // The clock time alone on the reference day, the date too on any other.
 std::string moment(Date date, Date day) {
     if (DateHelpers::dateKey(date) == DateHelpers::dateKey(day)) return localClockTime(date);
@@ -158,12 +149,8 @@ constexpr std::array<const char*, 7> kWeekdays = {"Mon", "Tue", "Wed", "Thu", "F
 // The heatmap's shades, from an empty day to the busiest.
 constexpr std::array<const char*, 5> kShades = {"·", "░", "▒", "▓", "█"};
 
-// A day's shade relative to the busiest day shown: four equal steps up to the maximum,
-// so the scale follows the user's own rhythm rather than fixed counts.
 const char* shade(int commits, int busiest) {
-    if (commits <= 0 || busiest <= 0) return kShades[0];
-    int level = (commits * 4 + busiest - 1) / busiest;
-    return kShades[static_cast<size_t>(std::clamp(level, 1, 4))];
+    return kShades[static_cast<size_t>(CalendarViewModel::level(commits, busiest))];
 }
 
 // Rows Monday to Sunday, one column per week, the oldest week on the left; the month
@@ -415,7 +402,8 @@ int sessions(CommandContext& context, const SessionsOptions& options) {
         total += session.estimatedSeconds;
         rows.push_back({names(session.repoID), moment(session.startedAt, day),
                         session.isOpen ? "open" : moment(session.endedAt, day),
-                        duration(session.estimatedSeconds), sourceWords(session.source),
+                        duration(session.estimatedSeconds),
+                        std::string(ActivityViewModel::evidenceWords(session.source)),
                         std::string(enumName(session.confidence))});
     }
     context.out << fmt::format("Work sessions on {}\n\n", dayKey);
@@ -434,7 +422,7 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
     if (!view.readable) return 1;
     WeeklySummary summary = Queries::weeklySummary(view.store, view.config, day.value_or(view.now));
     if (json) {
-        context.out << JsonCodec::pretty(toJson(summary));
+        context.out << JsonCodec::pretty(WeekViewModel::toJson(summary));
         return 0;
     }
     printAsOf(context.out, view.config, view.store, view.now);
@@ -489,9 +477,11 @@ int week(CommandContext& context, std::optional<Date> day, bool json) {
 int heatmap(CommandContext& context, int days, bool json) {
     View view(context);
     if (!view.readable) return 1;
-    std::vector<DayBreakdown> cells = Queries::heatmap(view.store, view.config, view.now, days);
+    const CalendarViewModel::Calendar calendar =
+        CalendarViewModel::build(Queries::heatmap(view.store, view.config, view.now, days));
+    const std::vector<DayBreakdown>& cells = calendar.days;
     if (json) {
-        context.out << JsonCodec::pretty(toJson(cells));
+        context.out << JsonCodec::pretty(CalendarViewModel::daysJson(calendar));
         return 0;
     }
     printAsOf(context.out, view.config, view.store, view.now);
@@ -501,18 +491,18 @@ int heatmap(CommandContext& context, int days, bool json) {
     }
     if (cells.empty()) return 0;
     printCalendars(context.out, cells, context.columns);
-    int commits = 0, seconds = 0, activeDays = 0;
-    for (const DayBreakdown& cell : cells) {
-        commits += cell.commitCount;
-        seconds += cell.seconds;
-        if (cell.commitCount > 0 || cell.seconds > 0) ++activeDays;
-    }
-    std::string summary = fmt::format(
-        "{} on {} of the last {} ({} to {})", plural(commits, "commit"), plural(activeDays, "day"),
-        plural(days, "day"), cells.front().dateKey, cells.back().dateKey);
-    if (seconds > 0) summary += fmt::format(", {} of work", duration(seconds));
+    std::string summary =
+        fmt::format("{} on {} of the last {} ({} to {})", plural(calendar.totalCommits, "commit"),
+                    plural(calendar.activeDays, "day"), plural(days, "day"), cells.front().dateKey,
+                    cells.back().dateKey);
+    if (calendar.totalSeconds > 0)
+        summary += fmt::format(", {} of work", duration(calendar.totalSeconds));
     context.out << '\n';
     printWrapped(context.out, summary, context.columns);
+    printWrapped(context.out,
+                 fmt::format("days in a row with work: {} now, {} at most", calendar.currentStreak,
+                             calendar.longestStreak),
+                 context.columns);
     return 0;
 }
 
@@ -676,7 +666,8 @@ void declareViewCommands(CommandTable& table) {
         "Draw a calendar of daily commits, one column per week\n"
         "Rows run Monday to Sunday and the newest week is on the right. The darker the\n"
         "cell, the more commits that day, relative to the busiest day shown; a dot is a\n"
-        "day without commits.",
+        "day without commits. Below: the totals, and the days in a row with work (a\n"
+        "commit or a work session), ending today or, while today is quiet, yesterday.",
         {DataUse::reads, [&](CommandContext& c) { return Commands::heatmap(c, days, json); }});
     heatmap
         ->add_option("--days", days,
@@ -684,7 +675,7 @@ void declareViewCommands(CommandTable& table) {
                                  Commands::kDefaultHeatmapDays, Commands::kMaxHeatmapDays))
         ->type_name("N")
         ->check(CLI::Range(1, Commands::kMaxHeatmapDays));
-    heatmap->add_flag("--json", json, "Print one record per day as a JSON array");
+    heatmap->add_flag("--json", json, "Print one record per day, with streak and shade, as JSON");
 
     auto& pureRecency = table.keep<bool>();
     CLI::App* ranking = table.add(

@@ -13,6 +13,9 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
 // The first run (scan folders, start at login) and the panel's figures.
 void routeFirstRun(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                    const ProcessRunner& runner);
+// Activity, Week and Calendar: the day's timeline, a week and the year of commits.
+void routeDays(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+               const ProcessRunner& runner);
 
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.

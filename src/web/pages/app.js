@@ -23,8 +23,13 @@ async function open(name) {
   section.id = name;
   main.replaceChildren(section);
   for (const link of document.querySelectorAll('nav a')) {
-    if (link.dataset.page === name) link.setAttribute('aria-current', 'page');
-    else link.removeAttribute('aria-current');
+    if (link.dataset.page === name) {
+      link.setAttribute('aria-current', 'page');
+      // On a phone the menu is one row that scrolls: the current screen is in view.
+      link.scrollIntoView({block: 'nearest', inline: 'center'});
+    } else {
+      link.removeAttribute('aria-current');
+    }
   }
   // The panel is the page drawn small, for a window beside the tray: no menu.
   document.body.classList.toggle('compact', name === 'panel');
