@@ -10,6 +10,11 @@ namespace quorvane::Dashboard {
 void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
            const ProcessRunner& runner);
 
+// The screens of how local work stands against GitHub: alignment, inventory,
+// backlog and accounts.
+void routeGitHub(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+                 const ProcessRunner& runner);
+
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.
 void routeEvents(DashboardServer& server, EventFeed& feed);
