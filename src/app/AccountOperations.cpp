@@ -61,6 +61,7 @@ void AppEnvironment::keepAccount(const GitHubAccount& account) {
     store_.upsertAccount(account);
     if (!store_.flush()) noteSaveProblem(store_.flushProblem());
     changeConfig([&](AppConfig& config) { mirrorAccountToConfig(config, account); });
+    events_.publish("accounts", Json{{"id", account.id}}.dump());
 }
 
 std::optional<AppEnvironment::AccountCheck> AppEnvironment::addAccount(
@@ -161,6 +162,7 @@ bool AppEnvironment::removeAccount(const std::string& accountID) {
     changeConfig([&](AppConfig& config) {
         std::erase_if(config.accounts, [&](const GitHubAccount& a) { return a.id == accountID; });
     });
+    events_.publish("accounts", Json{{"id", accountID}}.dump());
     Log::app().info(fmt::format("removed account {}", accountID));
     return true;
 }

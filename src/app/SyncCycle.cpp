@@ -94,11 +94,15 @@ RemoteSyncSummary AppEnvironment::syncNow(bool includeLocalScan) {
         isSyncing_ = true;
         saveProblem_.clear();
     }
+    // However the cycle ends, open screens read again what it may have changed.
     struct SyncEnd {
         AppEnvironment& env;
         ~SyncEnd() {
-            std::lock_guard lock(env.mutex_);
-            env.isSyncing_ = false;
+            {
+                std::lock_guard lock(env.mutex_);
+                env.isSyncing_ = false;
+            }
+            env.events_.publish("sync", Json{{"at", toJson(env.clock_.now())}}.dump());
         }
     } syncEnd{*this};
 

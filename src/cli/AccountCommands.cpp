@@ -15,7 +15,6 @@
 #include "cli/CommandTable.hpp"
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
-#include "platform/HttpTransport.hpp"
 #include "screens/AccountsViewModel.hpp"
 
 namespace quorvane::Commands {
@@ -30,8 +29,7 @@ namespace {
 
 using Status = GitHubAccount::Status;
 
-// A token is one line; anything longer than this is not one.
-constexpr size_t kMaxTokenBytes = 16 * 1024;
+using AccountsViewModel::kMaxTokenBytes;
 
 // The terminal's settings while echo is off, put back by a signal that ends the
 // program there, so a Ctrl-C at the prompt does not leave a terminal that types
@@ -142,13 +140,6 @@ const GitHubAccount* findAccount(const CommandContext& context,
     return nullptr;
 }
 
-Json checkJson(const AppEnvironment::AccountCheck& check) {
-    Json json = Json::object();
-    json["account"] = toJson(check.account);
-    json["problem"] = check.problem.empty() ? Json(nullptr) : Json(check.problem);
-    return json;
-}
-
 // "Work (octocat): connected", or the status and GitHub's reason.
 std::string describeCheck(const CommandContext& context,
                           const AppEnvironment::AccountCheck& check) {
@@ -169,7 +160,7 @@ int finishCheck(const CommandContext& context, AppEnvironment& env,
     int status = check.account.status == Status::connected ? 0 : 1;
     if (!reportFlush(context, env.saveProblem())) status = 1;
     if (json) {
-        context.out << JsonCodec::pretty(checkJson(check));
+        context.out << JsonCodec::pretty(AccountsViewModel::toJson(check));
         return status;
     }
     printWrapped(context.out, describeCheck(context, check), context.columns, verb + " ");
@@ -395,22 +386,8 @@ void declareAccountCommands(CommandTable& table) {
         ->type_name("NAME")
         ->required();
     CLI::Validator httpAddress(
-        [](std::string& text) -> std::string {
-            while (text.size() > 1 && text.back() == '/') text.pop_back();
-            std::optional<std::string> url = parseURL(text);
-            if (!url || !(url->starts_with("https://") || url->starts_with("http://"))) {
-                return fmt::format(
-                    "\"{}\" is not an http or https address, such as "
-                    "https://github.example.com/api/v3",
-                    text);
-            }
-            if (!crossesTheNetworkInClear(*url)) return {};
-            return fmt::format(
-                "\"{}\" would send the token over plain http to another machine, where anyone "
-                "on the way could read it: use the server's https:// address",
-                text);
-        },
-        "", "address");
+        [](std::string& text) { return AccountsViewModel::apiAddressProblem(text); }, "",
+        "address");
     add->add_option("--api-url", options.apiURL,
                     "The REST API of a GitHub Enterprise Server (default: GitHub's own)")
         ->type_name("URL")

@@ -72,13 +72,8 @@ Tone kindTone(RepositoryMapping::Kind kind) {
 int alignment(CommandContext& context, bool json) {
     Reading reading(context);
     if (!reading.readable) return 1;
-    GitAlignmentViewModel::Source source{
-        [&] { return Queries::gitAlignmentGroups(reading.store, reading.config); },
-        [&] { return Queries::gitAlignmentGroupsDerived(reading.store, reading.config); },
-        [&](const std::string& repoID) {
-            return Queries::suggestedCommand(reading.store, reading.config, repoID);
-        }};
-    GitAlignmentViewModel::View view = GitAlignmentViewModel::load(source);
+    GitAlignmentViewModel::View view =
+        GitAlignmentViewModel::load(GitAlignmentViewModel::sourceOf(reading.store, reading.config));
     if (json) {
         context.out << JsonCodec::pretty(GitAlignmentViewModel::toJson(view));
         return 0;
@@ -245,9 +240,7 @@ int backlog(CommandContext& context, bool json) {
     Reading reading(context);
     if (!reading.readable) return 1;
     RepoBacklogViewModel::View view =
-        RepoBacklogViewModel::load(Queries::inventory(reading.store, reading.config,
-                                                      InventoryFilter::all, context.clock.now()),
-                                   Queries::gitAlignmentGroups(reading.store, reading.config));
+        RepoBacklogViewModel::load(reading.store, reading.config, context.clock.now());
     if (json) {
         context.out << JsonCodec::pretty(RepoBacklogViewModel::toJson(view));
         return 0;

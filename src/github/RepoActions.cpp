@@ -59,4 +59,21 @@ LaunchResult RepoActions::openInTerminal(const std::string& folder) const {
     return runner_.startDetached(request);
 }
 
+LaunchResult RepoActions::openInVSCode(const std::string& folder) const {
+    std::optional<std::string> editor =
+        Shell::findInPath(std::string(kVSCode), environment_.searchPath);
+    if (!editor) {
+        return LaunchResult{
+            false, fmt::format("no VS Code to open: {} is not installed, or not on the search path",
+                               kVSCode)};
+    }
+    // The folder is also the working folder, so that a terminal VS Code opens there
+    // starts in the repository.
+    ProcessRequest request;
+    request.executable = *editor;
+    request.arguments = {folder};
+    request.cwd = folder;
+    return runner_.startDetached(request);
+}
+
 }  // namespace quorvane

@@ -8,8 +8,8 @@
 
 namespace quorvane {
 
-// Opens a repository's folder in the user's terminal emulator. The terminal is a
-// program of its own: it is started detached, in the folder, and may outlive us.
+// Opens a repository's folder in the user's terminal emulator or in VS Code. Each is
+// a program of its own: it is started detached, in the folder, and may outlive us.
 class RepoActions {
 public:
     // What decides which terminal runs.
@@ -34,6 +34,12 @@ public:
     // Starts the terminal with `folder` as its working folder and returns as soon as
     // it runs. Failure (no terminal, no folder, no start) comes back as the value.
     LaunchResult openInTerminal(const std::string& folder) const;
+
+    // The command VS Code installs on the search path.
+    static constexpr std::string_view kVSCode = "code";
+    // Starts VS Code on `folder` and returns as soon as it runs. Failure (no VS Code,
+    // no folder, no start) comes back as the value.
+    LaunchResult openInVSCode(const std::string& folder) const;
 
 private:
     const ProcessRunner& runner_;

@@ -63,6 +63,16 @@ TEST(RepoActions, StartsTERMINALOrTheSystemDefaultInTheFolder) {
               "cannot start " + junk + ": Exec format error");
     EXPECT_EQ(RepoActions(shell, {kitty, ""}).openInTerminal(dir / "gone").error,
               "working folder " + (dir / "gone").string() + " does not exist");
+
+    // VS Code is looked for on the search path only, whatever TERMINAL says, and is
+    // given the folder to open.
+    std::string code = executable(second / "code", "#!/bin/sh\n");
+    runner.detachedAnswer = {true, ""};
+    ASSERT_TRUE(RepoActions(runner, {kitty, path}).openInVSCode("/app").started);
+    EXPECT_EQ(runner.requests().back().executable, code);
+    EXPECT_EQ(runner.requests().back().arguments, std::vector<std::string>{"/app"});
+    EXPECT_EQ(RepoActions(runner, {std::nullopt, first.string()}).openInVSCode("/app").error,
+              "no VS Code to open: code is not installed, or not on the search path");
 }
 
 // Reads what one writer puts into a FIFO, until it closes it or 10 s pass.

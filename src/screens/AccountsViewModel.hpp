@@ -1,8 +1,12 @@
 #pragma once
 
+#include <functional>
+#include <mutex>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "app/AppEnvironment.hpp"
 #include "records/GitHubAccount.hpp"
 #include "records/RemoteRepository.hpp"
 #include "records/RepositoryMapping.hpp"
@@ -27,6 +31,42 @@ std::vector<Row> rows(const std::vector<GitHubAccount>& accounts,
 
 std::string_view statusLabel(GitHubAccount::Status status);
 
+// What the rows are counted from, as the data folder holds it.
+struct Reading {
+    std::vector<GitHubAccount> accounts;
+    std::vector<RemoteRepository> remotes;
+    std::vector<RepositoryMapping> mappings;
+};
+
+// What the Accounts screen holds between one request and the next. Every action
+// takes one shape: busy while its operation runs and the rows are read again.
+// One action at a time: while one runs, another is refused, so that the end of
+// the first cannot say "done" while the second still works. Any thread may call.
+class State {
+public:
+    using Reader = std::function<Reading()>;
+
+    void load(const Reader& read);
+    // False, running nothing, while another action runs.
+    bool act(const std::function<void()>& operation, const Reader& read);
+    bool isBusy() const;
+    // {didLoad, isBusy, rows}: `rows` as `accounts list --json` prints them.
+    Json toJson() const;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<Row> rows_;
+    bool didLoad_ = false;
+    bool isBusy_ = false;
+};
+
+// A token is one line; anything longer than this is not one.
+inline constexpr size_t kMaxTokenBytes = 16 * 1024;
+
+// The REST API address of a GitHub Enterprise Server as typed, without trailing
+// slashes; the reason it cannot take a token when it cannot, else empty.
+std::string apiAddressProblem(std::string& address);
+
 inline constexpr std::string_view kTitle = "Accounts";
 inline constexpr std::string_view kSubtitle =
     "Your connected GitHub accounts. Tokens are stored in the Keychain.";
@@ -49,6 +89,9 @@ inline constexpr std::string_view kCancelButton = "Cancel";
 inline constexpr std::string_view kAddSheetButton = "Add";
 
 Json toJson(const Row& row);
+// {account, problem}: the account as a check left it, and GitHub's reason when it is
+// not connected (null when it is).
+Json toJson(const AppEnvironment::AccountCheck& check);
 
 }  // namespace AccountsViewModel
 }  // namespace quorvane

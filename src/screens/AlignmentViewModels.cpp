@@ -113,6 +113,14 @@ View load(const Source& source) {
     return view;
 }
 
+Source sourceOf(const Store& store, const AppConfig& config) {
+    return {[&] { return Queries::gitAlignmentGroups(store, config); },
+            [&] { return Queries::gitAlignmentGroupsDerived(store, config); },
+            [&](const std::string& repoID) {
+                return Queries::suggestedCommand(store, config, repoID);
+            }};
+}
+
 Json toJson(const View& view) {
     Json json = Json::object();
     Json overview(nullptr);
@@ -188,6 +196,69 @@ std::string_view rowBadge(const InventoryRow& row) {
     return row.otherRemote ? kOtherRemoteBadge : kindBadge(row.kind);
 }
 
+InventoryFilter State::filter() const {
+    std::lock_guard lock(mutex_);
+    return filter_;
+}
+
+void State::setFilter(InventoryFilter filter) {
+    std::lock_guard lock(mutex_);
+    if (filter == filter_) return;
+    filter_ = filter;
+    reloadNeeded_ = true;
+}
+
+void State::setSearch(std::string search) {
+    std::lock_guard lock(mutex_);
+    search_ = std::move(search);
+}
+
+InventoryFilter State::load(const Source& source) {
+    InventoryFilter asked;
+    {
+        std::lock_guard lock(mutex_);
+        isLoading_ = true;
+        asked = filter_;
+    }
+    std::vector<InventoryRow> rows = source(asked);
+    std::lock_guard lock(mutex_);
+    rows_ = std::move(rows);
+    isLoading_ = false;
+    didLoad_ = true;
+    reloadNeeded_ = false;
+    return asked;
+}
+
+bool State::reloadNeeded() const {
+    std::lock_guard lock(mutex_);
+    return reloadNeeded_;
+}
+
+std::vector<InventoryRow> State::filtered() const {
+    std::lock_guard lock(mutex_);
+    return GitHubInventoryViewModel::filtered(rows_, search_);
+}
+
+Json State::toJson() const {
+    std::lock_guard lock(mutex_);
+    auto listed = [](const std::vector<InventoryRow>& rows) {
+        Json array = Json::array();
+        for (const InventoryRow& row : rows) array.push_back(quorvane::toJson(row));
+        return array;
+    };
+    Json filters = Json::array();
+    for (const auto& [value, name] : enumCases(InventoryFilter{})) {
+        filters.push_back({{"filter", name}, {"label", filterLabel(value)}});
+    }
+    return {{"filter", enumName(filter_)},
+            {"search", search_},
+            {"didLoad", didLoad_},
+            {"isLoading", isLoading_},
+            {"filters", std::move(filters)},
+            {"rows", listed(rows_)},
+            {"filtered", listed(GitHubInventoryViewModel::filtered(rows_, search_))}};
+}
+
 }  // namespace GitHubInventoryViewModel
 
 namespace RepoBacklogViewModel {
@@ -230,6 +301,11 @@ View load(const std::vector<InventoryRow>& rows, const AlignmentGroups& groups) 
     }
     view.didLoad = true;
     return view;
+}
+
+View load(const Store& store, const AppConfig& config, Date now) {
+    return load(Queries::inventory(store, config, InventoryFilter::all, now),
+                Queries::gitAlignmentGroups(store, config));
 }
 
 Json toJson(const View& view) {

@@ -2,11 +2,13 @@
 
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "app/AlignmentQueries.hpp"
 #include "git/ActivitySummaries.hpp"
 #include "github/ActionSuggestion.hpp"
 #include "github/AlignmentSummaries.hpp"
@@ -67,6 +69,8 @@ struct Source {
 // marked otherRemote in a section of their own after the local-only ones; synced
 // and unknown repositories get no section. The counts come from the same lines.
 View load(const Source& source);
+// The alignment queries over the data folder as `store` and `config` hold it.
+Source sourceOf(const Store& store, const AppConfig& config);
 
 // The statuses that get a section, in the order they are shown.
 const std::vector<SyncState::Status>& sectionOrder();
@@ -122,6 +126,41 @@ inline constexpr std::string_view kOtherRemoteBadge = "Other remote";
 // After the folder of a link whose tracking stopped.
 inline constexpr std::string_view kNotTrackedMark = " (not tracked)";
 
+// What the inventory screen holds between one request and the next: the chosen
+// filter, the search text and the rows the last load read for that filter. The
+// search never reloads: it narrows the loaded rows. Any thread may call it; the
+// rows are read without the lock, so two loads may overlap, and the last to
+// finish wins.
+class State {
+public:
+    using Source = std::function<std::vector<InventoryRow>(InventoryFilter)>;
+
+    InventoryFilter filter() const;
+    // A new filter leaves the rows stale until the next load.
+    void setFilter(InventoryFilter filter);
+    void setSearch(std::string search);
+    // Reads the rows for the filter as it stands when the load begins, and returns
+    // that filter. Its end clears reloadNeeded, even for a filter chosen meanwhile:
+    // whoever chose it loads again.
+    InventoryFilter load(const Source& source);
+    bool reloadNeeded() const;
+    // The rows the search keeps, in order.
+    std::vector<InventoryRow> filtered() const;
+    // {filter, search, didLoad, isLoading, filters: [{filter, label}], rows, filtered}:
+    // `rows` as `inventory --json --filter` prints them, `filtered` as it does with
+    // --search too.
+    Json toJson() const;
+
+private:
+    mutable std::mutex mutex_;
+    InventoryFilter filter_ = InventoryFilter::all;
+    std::string search_;
+    std::vector<InventoryRow> rows_;
+    bool didLoad_ = false;
+    bool isLoading_ = false;
+    bool reloadNeeded_ = false;
+};
+
 inline constexpr std::string_view kTitle = "GitHub Inventory";
 inline constexpr std::string_view kCountSuffix = " repositories (remote + local).";
 inline constexpr std::string_view kSearchPrompt = "Search by name or account";
@@ -156,6 +195,8 @@ struct View {
 // something to align as needing cleanup, other mapped ones as active, the rest as
 // needing cleanup.
 View load(const std::vector<InventoryRow>& rows, const AlignmentGroups& groups);
+// The same over every inventory row and the stored groups of the data folder.
+View load(const Store& store, const AppConfig& config, Date now);
 
 inline constexpr std::string_view kTitle = "Repo Backlog";
 inline constexpr std::string_view kSubtitle =

@@ -146,6 +146,49 @@ TEST(InventoryAndBacklogViewModelTest, SearchNarrowsAndEachRowLandsInExactlyOneG
     EXPECT_EQ(view.active[0].detail, "/code/m");
 }
 
+TEST(InventoryStateTest, AFilterReloadsTheSearchNarrowsWhatWasLoaded) {
+    GitHubInventoryViewModel::State state;
+    std::vector<InventoryFilter> asked;
+    std::vector<InventoryRow> answer = {row("a", Kind::mapped, "Work"),
+                                        row("b", Kind::remoteOnly, "side")};
+    auto source = [&](InventoryFilter filter) {
+        asked.push_back(filter);
+        return answer;
+    };
+    EXPECT_FALSE(state.toJson()["didLoad"]);
+    state.setFilter(InventoryFilter::privateOnly);
+    EXPECT_TRUE(state.reloadNeeded());
+    EXPECT_EQ(state.load(source), InventoryFilter::privateOnly);
+    EXPECT_FALSE(state.reloadNeeded());
+
+    // A search of blanks keeps every row; upper case finds an account in lower
+    // case; neither asks the source again.
+    state.setSearch(" \t ");
+    EXPECT_EQ(state.filtered().size(), 2u);
+    state.setSearch("SIDE");
+    ASSERT_EQ(state.filtered().size(), 1u);
+    EXPECT_EQ(state.filtered()[0].id, "b");
+    EXPECT_EQ(asked.size(), 1u);
+    Json json = state.toJson();
+    EXPECT_EQ(json["rows"].size(), 2u);
+    EXPECT_EQ(json["filtered"], Json::array({toJson(answer[1])}));
+    EXPECT_EQ(json["filter"], "privateOnly");
+    EXPECT_EQ(json["filters"].size(), 8u);
+    EXPECT_EQ(json["filters"][4], (Json{{"filter", "privateOnly"}, {"label", "Private"}}));
+
+    // A filter chosen while a load reads: that load keeps the filter it began with,
+    // and its end clears reloadNeeded all the same.
+    auto changing = [&](InventoryFilter filter) {
+        EXPECT_TRUE(state.toJson()["isLoading"]);
+        state.setFilter(InventoryFilter::archived);
+        return source(filter);
+    };
+    EXPECT_EQ(state.load(changing), InventoryFilter::privateOnly);
+    EXPECT_EQ(state.filter(), InventoryFilter::archived);
+    EXPECT_FALSE(state.reloadNeeded());
+    EXPECT_FALSE(state.toJson()["isLoading"]);
+}
+
 TEST(AccountsViewModelTest, EachAccountCountsItsRepositoriesAndTheLinkedOnes) {
     GitHubAccount work, side;
     work.id = "w";
@@ -169,6 +212,36 @@ TEST(AccountsViewModelTest, EachAccountCountsItsRepositoriesAndTheLinkedOnes) {
     EXPECT_EQ(rows[1].reposCount, 1);
     EXPECT_EQ(rows[1].mappedCount, 0);
     EXPECT_EQ(AccountsViewModel::statusLabel(GitHubAccount::Status::tokenInvalid), "Token Invalid");
+
+    // An action is busy while its operation runs, refuses a second one meanwhile,
+    // reads the rows again at its end, and is not busy after, even when it throws.
+    AccountsViewModel::State state;
+    AccountsViewModel::Reading reading{{work}, {remote("w", "a")}, {linked}};
+    auto read = [&] { return reading; };
+    bool nested = true;
+    EXPECT_TRUE(state.act(
+        [&] {
+            EXPECT_TRUE(state.isBusy());
+            nested = state.act([] {}, read);
+            reading.accounts.push_back(side);
+        },
+        read));
+    EXPECT_FALSE(nested);
+    Json json = state.toJson();
+    EXPECT_EQ(json["isBusy"], false);
+    EXPECT_EQ(json["didLoad"], true);
+    ASSERT_EQ(json["rows"].size(), 2u);
+    EXPECT_EQ(json["rows"][0]["mappedCount"], 1);
+    EXPECT_THROW(state.act([] { throw std::runtime_error("gone"); }, read), std::runtime_error);
+    EXPECT_FALSE(state.isBusy());
+
+    std::string address = "https://github.example.com/api/v3//";
+    EXPECT_EQ(AccountsViewModel::apiAddressProblem(address), "");
+    EXPECT_EQ(address, "https://github.example.com/api/v3");
+    address = "http://github.example.com/api/v3";
+    EXPECT_THAT(AccountsViewModel::apiAddressProblem(address), ::testing::HasSubstr("plain http"));
+    address = "ftp://x";
+    EXPECT_THAT(AccountsViewModel::apiAddressProblem(address), ::testing::HasSubstr("not an http"));
 }
 
 }  // namespace

@@ -332,6 +332,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
 
     routeFirstRun(server, env, clock, runner);
     routeDays(server, env, clock, runner);
+    routeGitHub(server, env, clock, runner);
 }
 
 }  // namespace quorvane::Dashboard

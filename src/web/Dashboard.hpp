@@ -16,6 +16,10 @@ void routeFirstRun(DashboardServer& server, AppEnvironment& env, const Clock& cl
 // Activity, Week and Calendar: the day's timeline, a week and the year of commits.
 void routeDays(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                const ProcessRunner& runner);
+// The screens of how local work stands against GitHub: alignment, inventory,
+// backlog and accounts.
+void routeGitHub(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+                 const ProcessRunner& runner);
 
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.
