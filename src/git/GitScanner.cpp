@@ -458,7 +458,8 @@ std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
     return records;
 }
 
-std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) const {
+std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path,
+                                                       const std::string& defaultBranch) const {
     // Full ref names only: a repository chooses its branch and upstream names, and a
     // short name such as "--output=FILE" would read as an option to the rev-list
     // below, where "refs/..." never can.
@@ -520,6 +521,20 @@ std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) 
             }
         }
         branches.push_back(std::move(info));
+    }
+    if (defaultBranch.empty()) return branches;
+    // One listing answers for every branch. The default branch's full ref name keeps
+    // a name of the repository's choosing from reading as an option; a default
+    // branch that does not exist here makes git fail, and then nothing is merged.
+    const std::string target = std::string(kLocalBranchPrefix) + defaultBranch;
+    ShellResult merged =
+        git(path, {"for-each-ref", "--format=%(refname)", "--merged=" + target, "refs/heads"}, 20);
+    if (!merged.succeeded()) return branches;
+    std::set<std::string, std::less<>> holding;
+    for (std::string_view line : Text::nonEmptyLines(merged.stdOut)) holding.emplace(line);
+    for (LocalBranchInfo& info : branches) {
+        info.merged = info.name != defaultBranch &&
+                      holding.contains(std::string(kLocalBranchPrefix) + info.name);
     }
     return branches;
 }
