@@ -47,6 +47,7 @@ namespace Commands {
 
 // What the last scan stored, and the stored commits: the views list them.
 int status(CommandContext& context, bool json);
+int attention(CommandContext& context, bool json);
 struct CommitsOptions {
     std::optional<std::string> repo;  // id or path; all repositories when absent
     size_t limit = 20;
