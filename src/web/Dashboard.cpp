@@ -328,6 +328,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
             }
             sendJson(response, ProposalReviewModel::listing(*decision.proposal));
         });
+    routeWork(server, env, clock, runner);
 }
 
 }  // namespace quorvane::Dashboard

@@ -10,6 +10,11 @@ namespace quorvane::Dashboard {
 void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
            const ProcessRunner& runner);
 
+// Needs attention, Projects and Branches: the work waiting in the repositories,
+// what is tracked, and the branches the last sync recorded.
+void routeWork(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+               const ProcessRunner& runner);
+
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.
 void routeEvents(DashboardServer& server, EventFeed& feed);
