@@ -522,13 +522,16 @@ std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path,
         }
         branches.push_back(std::move(info));
     }
-    if (defaultBranch.empty()) return branches;
-    // One listing answers for every branch. The default branch's full ref name keeps
-    // a name of the repository's choosing from reading as an option; a default
-    // branch that does not exist here makes git fail, and then nothing is merged.
-    const std::string target = std::string(kLocalBranchPrefix) + defaultBranch;
-    ShellResult merged =
-        git(path, {"for-each-ref", "--format=%(refname)", "--merged=" + target, "refs/heads"}, 20);
+    // Asked by the default branch's commit as listed above, so that no name of the
+    // repository's choosing reaches git's options; a default branch that is not
+    // here holds nothing.
+    auto target = std::find_if(branches.begin(), branches.end(), [&](const LocalBranchInfo& b) {
+        return b.name == defaultBranch && b.lastSha;
+    });
+    if (defaultBranch.empty() || target == branches.end()) return branches;
+    ShellResult merged = git(
+        path, {"for-each-ref", "--format=%(refname)", "--merged=" + *target->lastSha, "refs/heads"},
+        20);
     if (!merged.succeeded()) return branches;
     std::set<std::string, std::less<>> holding;
     for (std::string_view line : Text::nonEmptyLines(merged.stdOut)) holding.emplace(line);
