@@ -187,7 +187,8 @@ TEST_F(TerminalOutputTest, EveryPlainTextCommandAndItsHelpFitEightyColumnsOnAPip
         "repos list, folders list, scan, status, commits, commits --all, today, "
         "today --no-scan, sessions, week, heatmap, heatmap --days 3660, ranking, "
         "insights --period all, reminders, reminders --all, accounts list, alignment, "
-        "inventory, backlog, health, branches, doctor, journal, sync, --help, repos --help, "
+        "inventory, backlog, health, branches, attention, doctor, journal, sync, --help, "
+        "repos --help, attention --help, "
         "repos add --help, repos list --help, repos remove --help, folders --help, scan --help, "
         "sync --help, status --help, commits --help, today --help, sessions --help, "
         "week --help, heatmap --help, ranking --help, insights --help, report --help, "
@@ -216,7 +217,7 @@ TEST_F(TerminalOutputTest, EveryPlainTextCommandAndItsHelpFitEightyColumnsOnAPip
         }
     }
 
-    ASSERT_EQ(outputs.size(), 59u);
+    ASSERT_EQ(outputs.size(), 61u);
 
     // What gave way is still recognisable: paths keep their last folders, subjects
     // their start, and no row went missing.

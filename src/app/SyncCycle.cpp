@@ -263,9 +263,10 @@ AppEnvironment::Alignment AppEnvironment::alignRepository(
             remoteBranches.push_back({branch.name, branch.lastCommitSha, branch.lastCommitDate});
         }
     }
-    store_.replaceBranches(
-        repo.id, BranchIntelligence::branches(repo.id, scanner_.localBranches(repo.localPath),
-                                              remoteBranches, now));
+    store_.replaceBranches(repo.id,
+                           BranchIntelligence::branches(
+                               repo.id, scanner_.localBranches(repo.localPath, repo.defaultBranch),
+                               remoteBranches, now));
 
     std::optional<Date> lastActivity;
     auto later = [&lastActivity](std::optional<Date> date) {

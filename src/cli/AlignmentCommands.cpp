@@ -14,13 +14,11 @@
 #include "cli/CommandTable.hpp"
 #include "cli/Style.hpp"
 #include "screens/AlignmentViewModels.hpp"
+#include "screens/BranchesViewModel.hpp"
 
 namespace quorvane::Commands {
 
 namespace {
-
-// Where a command to copy starts, below its repository's line.
-const std::string kCommandPrompt = "      $ ";
 
 // What every view here reads: the configuration and the store, as they are on disk.
 // `readable` is false, with the reason on stderr, when either could not be read.
@@ -138,7 +136,6 @@ int alignment(CommandContext& context, bool json) {
         for (const V::Entry& entry : section.entries) same->entries.push_back(&entry);
     }
     using TextLayout::Shrink;
-    const size_t prompt = displayWidth(kCommandPrompt);
     for (const Printed& section : printed) {
         context.out << "\n" << Style::paint(context, section.tone, section.title) << "\n";
         // Every repository's line is laid out in one table, so the columns line up
@@ -164,19 +161,7 @@ int alignment(CommandContext& context, bool json) {
             context.out << lines[i] << "\n";
             const std::optional<ActionSuggestion>& suggestion = section.entries[i]->suggestion;
             if (!suggestion) continue;
-            std::vector<std::string> command =
-                TextLayout::wrapCommand(Text::visible(suggestion->command),
-                                        context.columns > prompt ? context.columns - prompt : 0);
-            context.out << kCommandPrompt << command[0] << "\n";
-            // Continuations line up under the command, or further left when a long
-            // word needs the room: the shell does not mind where they start.
-            for (size_t j = 1; j < command.size(); ++j) {
-                size_t width = displayWidth(command[j]);
-                size_t indent = context.columns == 0 || prompt + width <= context.columns
-                                    ? prompt
-                                    : (context.columns > width ? context.columns - width : 0);
-                context.out << std::string(indent, ' ') << command[j] << "\n";
-            }
+            printCommand(context.out, suggestion->command, context.columns);
         }
     }
     // Said once, as `quorvane health` says it, rather than on every line.
@@ -322,42 +307,31 @@ int health(CommandContext& context, const std::optional<std::string>& repo, bool
     return 0;
 }
 
-// A repository's branch rows as the sync merged them: those here first, then
-// those only GitHub has, each part by name.
-std::vector<BranchRecord> branchRows(const Store& store, const std::string& repoID) {
-    std::vector<BranchRecord> rows = store.branches(repoID);
-    std::stable_sort(rows.begin(), rows.end(), [](const BranchRecord& a, const BranchRecord& b) {
-        if (a.isLocal != b.isLocal) return a.isLocal;
-        return a.name < b.name;
-    });
-    return rows;
-}
-
 int branches(CommandContext& context, const std::optional<std::string>& repo, bool json) {
     Reading reading(context);
     if (!reading.readable) return 1;
     std::optional<std::vector<const RepoConfig*>> repos = reposFor(context, reading.config, repo);
     if (!repos) return 1;
+    const Date now = context.clock.now();
     if (json) {
-        Json array = Json::array();
-        for (const RepoConfig* config : *repos) {
-            for (const BranchRecord& branch : branchRows(reading.store, config->id)) {
-                array.push_back(toJson(branch));
-            }
-        }
-        context.out << JsonCodec::pretty(array);
+        context.out << JsonCodec::pretty(
+            BranchesViewModel::toJson(BranchesViewModel::fromStore(reading.store, *repos, now)));
         return 0;
     }
-    printAsOf(context.out, reading.config, reading.store, context.clock.now());
+    printAsOf(context.out, reading.config, reading.store, now);
     bool any = false;
     for (const RepoConfig* config : *repos) {
-        std::vector<BranchRecord> records = branchRows(reading.store, config->id);
-        if (records.empty()) continue;
+        std::vector<BranchesViewModel::Row> rows =
+            BranchesViewModel::fromStore(reading.store, {config}, now);
+        if (rows.empty()) continue;
         any = true;
         context.out << Text::visible(displayNameOf(*config)) << "\n";
         std::vector<std::vector<std::string>> table = {
-            {"  BRANCH", "HERE", "GITHUB", "UPSTREAM", "AHEAD", "BEHIND", "HEAD"}};
-        for (const BranchRecord& b : records) {
+            {"  BRANCH", "HERE", "GITHUB", "UPSTREAM", "AHEAD", "BEHIND", "HEAD", "NOTE"}};
+        for (const BranchesViewModel::Row& row : rows) {
+            const BranchRecord& b = row.record;
+            std::string note = b.merged ? "merged" : "";
+            if (row.stale) note += note.empty() ? "stale" : ", stale";
             table.push_back(
                 {"  " + Text::visible(b.name), b.isLocal ? "yes" : "-", b.isRemote ? "yes" : "-",
                  Text::visible(b.upstreamName.value_or("-")),
@@ -367,17 +341,23 @@ int branches(CommandContext& context, const std::optional<std::string>& repo, bo
                  b.behindCount > 0
                      ? Style::paint(context, Tone::attention, std::to_string(b.behindCount))
                      : std::to_string(b.behindCount),
-                 Style::paint(
-                     context, Tone::dim,
-                     b.lastCommitSha ? Text::visible(b.lastCommitSha->substr(0, 8)) : "-")});
+                 Style::paint(context, Tone::dim,
+                              b.lastCommitSha ? Text::visible(b.lastCommitSha->substr(0, 8)) : "-"),
+                 Style::paint(context, Tone::dim, note)});
         }
         using TextLayout::Shrink;
         printTable(context.out, table,
                    {context.columns,
                     {Shrink::cutEnd, Shrink::never, Shrink::never, Shrink::cutEnd},
                     true});
+        for (const BranchesViewModel::Row& row : rows) {
+            if (!row.suggestion) continue;
+            printWrapped(context.out, row.suggestion->title + ": " + Text::visible(row.record.name),
+                         context.columns, "  ");
+            printCommand(context.out, row.suggestion->command, context.columns);
+        }
     }
-    if (!any) context.out << "No branches recorded yet: they come with a sync (quorvane sync).\n";
+    if (!any) printWrapped(context.out, BranchesViewModel::kEmptyText, context.columns);
     return 0;
 }
 

@@ -102,35 +102,26 @@ bool loadForReading(const CommandContext& context, Store& store) {
     return false;
 }
 
-bool isFolder(const std::string& path) {
-    std::error_code ec;
-    return fs::is_directory(path, ec);
-}
-
-std::string unstorablePathProblem(const std::string& path, std::string_view purpose) {
-    if (Text::isValidUtf8(path)) return "";
-    return fmt::format(
-        "its path is not valid UTF-8, which the data files cannot hold; rename the folder to {}",
-        purpose);
-}
-
 std::string firstLine(std::string_view text) {
     std::vector<std::string_view> lines = Text::nonEmptyLines(text);
     return lines.empty() ? std::string() : std::string(Text::trim(lines.front()));
 }
 
-WorkTree workTreeAt(const CommandContext& context, const std::string& path) {
-    std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
-    if (!isFolder(canonical)) return {"", "no such folder"};
-    ShellResult result =
-        context.runner.run(GitCommand::request(canonical, {"rev-parse", "--show-toplevel"}, 15));
-    std::string top = firstLine(result.stdOut);
-    if (!result.succeeded() || top.empty()) {
-        std::string reason = firstLine(result.stdErr);
-        return {"", reason.empty() ? "not a git working tree"
-                                   : "not a git working tree (" + reason + ")"};
+void printCommand(std::ostream& out, std::string_view command, size_t columns) {
+    const std::string prompt = "      $ ";
+    const size_t indent = prompt.size();
+    std::vector<std::string> pieces =
+        TextLayout::wrapCommand(Text::visible(command), columns > indent ? columns - indent : 0);
+    out << prompt << pieces[0] << "\n";
+    // Continuations line up under the command, or further left when a long word
+    // needs the room: the shell does not mind where they start.
+    for (size_t j = 1; j < pieces.size(); ++j) {
+        size_t width = displayWidth(pieces[j]);
+        size_t at = columns == 0 || indent + width <= columns
+                        ? indent
+                        : (columns > width ? columns - width : 0);
+        out << std::string(at, ' ') << pieces[j] << "\n";
     }
-    return {PathHelpers::canonicalPath(top), ""};
 }
 
 size_t displayWidth(std::string_view text) {

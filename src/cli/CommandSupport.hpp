@@ -85,22 +85,7 @@ std::optional<AppConfig> readConfig(const CommandContext& context);
 // it could be wrong.
 bool loadForReading(const CommandContext& context, Store& store);
 
-bool isFolder(const std::string& path);
-
-// Why a folder at `path` cannot be kept in the data files, ending in what renaming
-// it lets the person do (`purpose`, such as "track it"); empty when it can. A path
-// that is not valid UTF-8 would be stored with U+FFFD in place of its bytes, which
-// names another folder or none.
-std::string unstorablePathProblem(const std::string& path, std::string_view purpose);
-
 std::string firstLine(std::string_view text);
-
-// The top of the working tree holding a path, or why there is none.
-struct WorkTree {
-    std::string top;
-    std::string problem;
-};
-WorkTree workTreeAt(const CommandContext& context, const std::string& path);
 
 // The columns UTF-8 text takes on a terminal; colour escapes take none.
 size_t displayWidth(std::string_view text);
@@ -115,6 +100,11 @@ void printTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
 // line after `prefix` and the others indented as far as the prefix reaches.
 void printWrapped(std::ostream& out, std::string_view text, size_t width,
                   std::string_view prefix = "");
+
+// A command to copy, below the line it belongs to, after "      $ ": broken only
+// between words, each piece but the last ending in a continuation, so that it
+// still pastes as one.
+void printCommand(std::ostream& out, std::string_view command, size_t columns);
 
 // "1 commit", "2 commits", "3 repositories", "4 days".
 std::string plural(int count, std::string_view noun);

@@ -49,6 +49,7 @@ namespace Commands {
 int status(CommandContext& context, bool json);
 // The same, as one line of JSON for a status bar.
 int statusBar(CommandContext& context);
+int attention(CommandContext& context, bool json);
 struct CommitsOptions {
     std::optional<std::string> repo;  // id or path; all repositories when absent
     size_t limit = 20;

@@ -14,6 +14,7 @@
 
 #include "app/AppEnvironment.hpp"
 #include "app/Enrollment.hpp"
+#include "app/TrackingOperations.hpp"
 #include "base/PathHelpers.hpp"
 #include "base/TextHelpers.hpp"
 #include "cli/CommandSupport.hpp"
@@ -28,67 +29,64 @@
 #include "persistence/KeychainStore.hpp"
 #include "persistence/Store.hpp"
 #include "platform/DesktopNotifier.hpp"
+#include "screens/ProjectsViewModel.hpp"
 
 namespace quorvane::Commands {
 
 namespace fs = std::filesystem;
 
+// The paths as the person meant them: a relative one starts in the folder the
+// command was typed in.
+std::vector<std::string> absolutePaths(const CommandContext& context,
+                                       const std::vector<std::string>& paths) {
+    std::vector<std::string> out;
+    for (const std::string& path : paths) out.push_back(absolutePath(context, path));
+    return out;
+}
+
+// The path as the person typed it, for a message about `path` made absolute.
+std::string typedPath(const CommandContext& context, const std::vector<std::string>& typed,
+                      const std::string& path) {
+    for (const std::string& each : typed) {
+        if (absolutePath(context, each) == path) return each;
+    }
+    return path;
+}
+
+// Says on stderr what was refused, under the name the person typed.
+void reportRefused(CommandContext& context, const std::vector<std::string>& typed,
+                   const std::vector<TrackingOperations::Refusal>& refused, std::string_view verb) {
+    for (const TrackingOperations::Refusal& refusal : refused) {
+        context.err << fmt::format("quorvane: cannot {} {}: {}\n", verb,
+                                   Text::visible(typedPath(context, typed, refusal.path)),
+                                   Text::visible(refusal.problem));
+    }
+}
+
 int reposAdd(CommandContext& context, const std::vector<std::string>& paths) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
     // Every path is checked before anything is written, so one bad path adds nothing.
-    std::vector<std::string> tops;
-    bool refused = false;
-    for (const std::string& path : paths) {
-        WorkTree tree = workTreeAt(context, path);
-        // git's answer has invalid bytes already replaced, so the given path tells.
-        if (tree.problem.empty()) {
-            tree.problem = unstorablePathProblem(
-                PathHelpers::canonicalPath(absolutePath(context, path)), "track it");
-        }
-        if (!tree.problem.empty()) {
-            context.err << fmt::format("quorvane: cannot track {}: {}\n", Text::visible(path),
-                                       Text::visible(tree.problem));
-            refused = true;
-            continue;
-        }
-        if (std::find(tops.begin(), tops.end(), tree.top) == tops.end()) tops.push_back(tree.top);
-    }
-    if (refused) {
+    TrackingOperations::WorkTrees trees =
+        TrackingOperations::workTrees(context.runner, absolutePaths(context, paths));
+    if (!trees.refused.empty()) {
+        reportRefused(context, paths, trees.refused, "track");
         context.err << "quorvane: nothing was added\n";
         return 1;
     }
-
-    AppEnvironment& env = writer->env();
-    // Tracking by hand lifts an earlier "stop tracking".
-    bool lifted = env.applyConfigChange([&](AppConfig& config) {
-        std::erase_if(config.ignoredRepoIDs, [&](const std::string& id) {
-            return std::find(tops.begin(), tops.end(), id) != tops.end();
+    TrackingOperations::Tracked tracked =
+        TrackingOperations::track(writer->env(), context.runner, trees.tops, [&](int days) {
+            context.out << fmt::format("reading the last {} days of history...\n", days);
         });
-    });
-    if (!lifted) return reportNotSaved(context, env.saveProblem());
-    RepoDiscovery discovery(context.runner);
-    std::vector<DiscoveredRepo> found;
-    AppConfig current = env.config();
-    for (const std::string& top : tops) {
-        if (findRepo(current, top) != nullptr) {
-            context.out << fmt::format("already tracked: {}\n", Text::visible(top));
-            continue;
-        }
-        found.push_back(discovery.makeRepo(top));
+    if (!tracked.notSaved.empty()) return reportNotSaved(context, tracked.notSaved);
+    for (const std::string& top : tracked.alreadyTracked) {
+        context.out << fmt::format("already tracked: {}\n", Text::visible(top));
     }
-    if (!found.empty() && current.historyDays > 0) {
-        context.out << fmt::format("reading the last {} days of history...\n", current.historyDays);
+    for (const DiscoveredRepo& repo : tracked.added) {
+        context.out << fmt::format("tracking {} ({})\n", Text::visible(repo.name),
+                                   Text::visible(repo.repoID));
     }
-    std::vector<std::string> added = env.addDiscovered(found);
-    for (const DiscoveredRepo& repo : found) {
-        if (std::find(added.begin(), added.end(), repo.repoID) != added.end()) {
-            context.out << fmt::format("tracking {} ({})\n", Text::visible(repo.name),
-                                       Text::visible(repo.repoID));
-        }
-    }
-    if (!env.store().flush()) return reportFlush(context, env.store().flushProblem()) ? 0 : 1;
-    return reportFlush(context, env.saveProblem()) ? 0 : 1;
+    return reportFlush(context, tracked.partlySaved) ? 0 : 1;
 }
 
 int reposList(CommandContext& context, bool json) {
@@ -96,7 +94,10 @@ int reposList(CommandContext& context, bool json) {
     if (!read) return 1;
     const AppConfig& config = *read;
     if (json) {
-        context.out << JsonCodec::pretty(toJson(config.repositories));
+        Store store(context.dataDir, context.clock, Store::Access::readOnly);
+        if (!loadForReading(context, store)) return 1;
+        context.out << JsonCodec::pretty(
+            ProjectsViewModel::repositories(config, store, context.clock.now()));
         return 0;
     }
     if (config.repositories.empty()) {
@@ -127,31 +128,12 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
     const RepoConfig* repo = resolveRepo(context, config, idOrPath);
     if (repo == nullptr) return 1;
     std::string id = repo->id, name = repo->name;
-    bool saved = env.applyConfigChange([&](AppConfig& changed) {
-        std::erase_if(changed.repositories, [&](const RepoConfig& r) { return r.id == id; });
-        // Remembered as ignored, so that a scan of its folder does not enrol it again.
-        if (std::find(changed.ignoredRepoIDs.begin(), changed.ignoredRepoIDs.end(), id) ==
-            changed.ignoredRepoIDs.end()) {
-            changed.ignoredRepoIDs.push_back(id);
-        }
-    });
-    if (!saved) return reportNotSaved(context, env.saveProblem());
-    // What was recorded about it goes too, so no view goes on counting a repository
-    // that is no longer tracked; tracking it again reads its recent history anew.
-    // A link the person confirmed to a GitHub repository is their decision about
-    // that repository as much: it stays, so the repository stays listed with it.
-    std::vector<RepositoryMapping> confirmed;
-    for (const RepositoryMapping& mapping : env.store().mappings()) {
-        if (mapping.localRepoID == id && mapping.confirmedByUser && mapping.remoteRepoID) {
-            confirmed.push_back(mapping);
-        }
-    }
-    env.store().purgeRepo(id);
-    env.store().upsertMappings(confirmed);
-    if (!env.store().flush()) {
-        reportFlush(context, env.store().flushProblem());
+    TrackingOperations::Untracked untracked = TrackingOperations::untrack(env, id);
+    if (!untracked.flushed) {
+        reportFlush(context, untracked.problem);
         return 1;
     }
+    if (!untracked.problem.empty()) return reportNotSaved(context, untracked.problem);
     context.out << fmt::format("stopped tracking {} ({}); its recorded history was removed\n",
                                Text::visible(name), Text::visible(id));
     return 0;
@@ -160,47 +142,18 @@ int reposRemove(CommandContext& context, const std::string& idOrPath) {
 int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    std::vector<std::string> folders;
-    bool refused = false;
-    for (const std::string& path : paths) {
-        std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
-        std::string problem =
-            isFolder(canonical) ? unstorablePathProblem(canonical, "scan it") : "no such folder";
-        if (!problem.empty()) {
-            context.err << fmt::format("quorvane: cannot add {}: {}\n", Text::visible(path),
-                                       problem);
-            refused = true;
-            continue;
-        }
-        folders.push_back(canonical);
-    }
-    if (refused) {
+    TrackingOperations::FolderChange change =
+        TrackingOperations::addScanFolders(writer->env(), absolutePaths(context, paths));
+    if (!change.refused.empty()) {
+        reportRefused(context, paths, change.refused, "add");
         context.err << "quorvane: nothing was added\n";
         return 1;
     }
-    AppEnvironment& env = writer->env();
-    AppConfig config = env.config();
-    std::vector<std::string> added;
-    for (const std::string& folder : folders) {
-        if (std::find(config.scanFolders.begin(), config.scanFolders.end(), folder) !=
-                config.scanFolders.end() ||
-            std::find(added.begin(), added.end(), folder) != added.end()) {
-            context.out << fmt::format("already a scan folder: {}\n", Text::visible(folder));
-            continue;
-        }
-        added.push_back(folder);
+    for (const std::string& folder : change.unchanged) {
+        context.out << fmt::format("already a scan folder: {}\n", Text::visible(folder));
     }
-    if (added.empty()) return 0;
-    bool saved = env.applyConfigChange([&](AppConfig& changed) {
-        for (const std::string& folder : added) {
-            if (std::find(changed.scanFolders.begin(), changed.scanFolders.end(), folder) ==
-                changed.scanFolders.end()) {
-                changed.scanFolders.push_back(folder);
-            }
-        }
-    });
-    if (!saved) return reportNotSaved(context, env.saveProblem());
-    for (const std::string& folder : added) {
+    if (!change.notSaved.empty()) return reportNotSaved(context, change.notSaved);
+    for (const std::string& folder : change.changed) {
         context.out << fmt::format("scan folder added: {}\n", Text::visible(folder));
     }
     return 0;
@@ -209,41 +162,30 @@ int foldersAdd(CommandContext& context, const std::vector<std::string>& paths) {
 int foldersRemove(CommandContext& context, const std::vector<std::string>& paths) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    AppEnvironment& env = writer->env();
-    AppConfig config = env.config();
-    std::vector<std::string> matches;
-    for (const std::string& path : paths) {
-        std::string canonical = PathHelpers::canonicalPath(absolutePath(context, path));
-        // Besides the folder itself: an entry as the list prints it, and one an older
-        // version stored with U+FFFD in place of each byte that was not UTF-8.
-        auto it = std::find_if(
-            config.scanFolders.begin(), config.scanFolders.end(), [&](const std::string& f) {
-                return f == path || f == canonical || Text::visible(f) == path ||
-                       f == Text::repairUtf8(path) || f == Text::repairUtf8(canonical);
-            });
-        if (it == config.scanFolders.end()) {
-            context.err << fmt::format(
-                "quorvane: {} is not a scan folder (see: quorvane folders list)\n",
-                Text::visible(path));
-            context.err << "quorvane: nothing was removed\n";
-            return 1;
-        }
-        matches.push_back(*it);
+    TrackingOperations::FolderChange change =
+        TrackingOperations::removeScanFolders(writer->env(), absolutePaths(context, paths));
+    if (!change.refused.empty()) {
+        context.err << fmt::format(
+            "quorvane: {} is not a scan folder (see: quorvane folders list)\n",
+            Text::visible(typedPath(context, paths, change.refused.front().path)));
+        context.err << "quorvane: nothing was removed\n";
+        return 1;
     }
-    bool saved = env.applyConfigChange([&](AppConfig& changed) {
-        for (const std::string& folder : matches) std::erase(changed.scanFolders, folder);
-    });
-    if (!saved) return reportNotSaved(context, env.saveProblem());
-    for (const std::string& folder : matches) {
+    if (!change.notSaved.empty()) return reportNotSaved(context, change.notSaved);
+    for (const std::string& folder : change.changed) {
         context.out << fmt::format("scan folder removed: {}\n", Text::visible(folder));
     }
     return 0;
 }
 
-int foldersList(CommandContext& context) {
+int foldersList(CommandContext& context, bool json) {
     std::optional<AppConfig> read = readConfig(context);
     if (!read) return 1;
     const AppConfig& config = *read;
+    if (json) {
+        context.out << JsonCodec::pretty(ProjectsViewModel::scanFolders(config));
+        return 0;
+    }
     if (config.scanFolders.empty()) {
         context.out << "No scan folders yet. Add one with: quorvane folders add PATH\n";
         return 0;
@@ -280,7 +222,8 @@ void declareReposCommands(CommandTable& table) {
     table
         .add(repos, "list", "List the tracked repositories",
              {DataUse::reads, [&](CommandContext& c) { return Commands::reposList(c, json); }})
-        ->add_flag("--json", json, "Print the repository configurations as JSON");
+        ->add_flag("--json", json,
+                   "Print the repository configurations as JSON, each with its standing");
     auto& target = table.keep<std::string>();
     table
         .add(repos, "remove",
@@ -312,7 +255,10 @@ void declareReposCommands(CommandTable& table) {
             {DataUse::writes, [&](CommandContext& c) { return Commands::foldersRemove(c, paths); }})
         ->add_option("PATH", paths, "Folders")
         ->required();
-    table.add(folders, "list", "List the scan folders", {DataUse::reads, Commands::foldersList});
+    table
+        .add(folders, "list", "List the scan folders",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::foldersList(c, json); }})
+        ->add_flag("--json", json, "Print the scan folders as a JSON array");
 }
 
 }  // namespace quorvane

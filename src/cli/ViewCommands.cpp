@@ -26,6 +26,7 @@
 #include "platform/InterruptWatch.hpp"
 #include "screens/StatusBarViewModel.hpp"
 #include "screens/DaysViewModels.hpp"
+#include "screens/AttentionViewModel.hpp"
 
 namespace quorvane::Commands {
 
@@ -572,6 +573,40 @@ int insights(CommandContext& context, InsightsPeriod period, bool json) {
     return 0;
 }
 
+// What waits for the person, most urgent first, each with the command that settles
+// it; as the last scan and sync left it, without scanning.
+int attention(CommandContext& context, bool json) {
+    View view(context);
+    if (!view.readable) return 1;
+    namespace Attention = AttentionViewModel;
+    std::vector<Attention::Item> waiting = Attention::fromStore(view.store, view.config, view.now);
+    if (json) {
+        context.out << JsonCodec::pretty(Attention::toJson(waiting));
+        return 0;
+    }
+    printAsOf(context.out, view.config, view.store, view.now);
+    if (waiting.empty()) {
+        printWrapped(context.out, Attention::kEmptyText, context.columns);
+        return 0;
+    }
+    for (const Attention::Item& item : waiting) {
+        Tone tone = item.kind == Attention::Kind::account || item.kind == Attention::Kind::staleWork
+                        ? Tone::problem
+                        : Tone::attention;
+        std::string head =
+            item.name.empty() ? Style::paint(context, tone, item.title)
+                              : fmt::format("{}  {}", Text::visible(item.name),
+                                            Style::paint(context, tone, Text::visible(item.title)));
+        printWrapped(context.out, head, context.columns);
+        if (item.suggestion) {
+            printCommand(context.out, item.suggestion->command, context.columns);
+        } else if (item.link) {
+            context.out << "      see the dashboard's " << *item.link << " screen\n";
+        }
+    }
+    return 0;
+}
+
 }  // namespace quorvane::Commands
 
 namespace quorvane {
@@ -627,6 +662,20 @@ void declareViewCommands(CommandTable& table) {
         {DataUse::reads, [&](CommandContext& c) { return Commands::today(c, json, !noScan); }});
     today->add_flag("--json", json, "Print the day's summary as JSON");
     today->add_flag("--no-scan", noScan, "Only show what is recorded; do not scan first");
+
+    table
+        .add("attention",
+             "Show what waits for you across the repositories, most urgent first\n"
+             "Uncommitted work (first when a scan has seen it left for days), commits not\n"
+             "pushed, branches behind their upstream, GitHub accounts whose token failed or\n"
+             "was never checked, repositories no connected account reaches, and proposals\n"
+             "from a coding agent. Each comes with the command that settles it, as 'quorvane\n"
+             "alignment' gives them; git commands run in the repository's folder.\n"
+             "Reads what the last scan and sync stored; 'quorvane scan' or 'quorvane sync'\n"
+             "brings it up to date. The dashboard's Needs attention screen shows the same.",
+             {DataUse::reads, [&](CommandContext& c) { return Commands::attention(c, json); }})
+        ->add_flag("--json", json,
+                   "Print {items, needsCommitCount, needsPushCount, behindCount, ...} as JSON");
 
     auto& sessionOptions = table.keep<Commands::SessionsOptions>();
     auto& date = table.keep<std::optional<std::string>>();

@@ -458,7 +458,8 @@ std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
     return records;
 }
 
-std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) const {
+std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path,
+                                                       const std::string& defaultBranch) const {
     // Full ref names only: a repository chooses its branch and upstream names, and a
     // short name such as "--output=FILE" would read as an option to the rev-list
     // below, where "refs/..." never can.
@@ -520,6 +521,23 @@ std::vector<LocalBranchInfo> GitScanner::localBranches(const std::string& path) 
             }
         }
         branches.push_back(std::move(info));
+    }
+    // Asked by the default branch's commit as listed above, so that no name of the
+    // repository's choosing reaches git's options; a default branch that is not
+    // here holds nothing.
+    auto target = std::find_if(branches.begin(), branches.end(), [&](const LocalBranchInfo& b) {
+        return b.name == defaultBranch && b.lastSha;
+    });
+    if (defaultBranch.empty() || target == branches.end()) return branches;
+    ShellResult merged = git(
+        path, {"for-each-ref", "--format=%(refname)", "--merged=" + *target->lastSha, "refs/heads"},
+        20);
+    if (!merged.succeeded()) return branches;
+    std::set<std::string, std::less<>> holding;
+    for (std::string_view line : Text::nonEmptyLines(merged.stdOut)) holding.emplace(line);
+    for (LocalBranchInfo& info : branches) {
+        info.merged = info.name != defaultBranch &&
+                      holding.contains(std::string(kLocalBranchPrefix) + info.name);
     }
     return branches;
 }

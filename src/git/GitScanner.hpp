@@ -24,6 +24,9 @@ struct LocalBranchInfo {
     // Commits a push would still have to send: `ahead` with an upstream; without one,
     // those of the branch that no remote-tracking branch holds.
     int unpushed = 0;
+    // Its tip is in the default branch, so deleting it loses no commit; never said
+    // of the default branch itself.
+    bool merged = false;
 
     bool operator==(const LocalBranchInfo&) const = default;
 };
@@ -83,8 +86,9 @@ public:
     std::optional<std::string> porcelainStatus(const std::string& path, bool ignoreUntracked) const;
 
     // The local branches in the order git lists them, with ahead, behind and unpushed
-    // counts.
-    std::vector<LocalBranchInfo> localBranches(const std::string& path) const;
+    // counts, and which of them `defaultBranch` (when given and present) holds.
+    std::vector<LocalBranchInfo> localBranches(const std::string& path,
+                                               const std::string& defaultBranch = "") const;
 
     // The `--since` argument for the local midnight before `now`, in UTC.
     static std::string startOfDayArgument(Date now);

@@ -265,6 +265,19 @@ TEST_F(GitScannerTest, LocalBranchesReportTheirStandingAgainstTheirUpstream) {
                                             {"spike", std::nullopt, 0, 0, spikeSha, spikeDate, 1},
                                             {"topic", std::nullopt, 0, 0, mainSha, mainDate, 2}}));
     EXPECT_TRUE(GitScanner(shell_, clock_).localBranches((dir / "none").string()).empty());
+
+    // Merged means held by the default branch: never the default branch itself, and
+    // nothing when that branch is not here.
+    auto mergedInto = [&](const std::string& defaultBranch) {
+        std::vector<std::string> names;
+        for (const LocalBranchInfo& b :
+             GitScanner(shell_, clock_).localBranches(repo.path(), defaultBranch))
+            if (b.merged) names.push_back(b.name);
+        return names;
+    };
+    EXPECT_EQ(mergedInto("main"), std::vector<std::string>{"topic"});
+    EXPECT_EQ(mergedInto("spike"), std::vector<std::string>{});
+    EXPECT_EQ(mergedInto("trunk"), std::vector<std::string>{});
 }
 
 TEST_F(GitScannerTest, RacilyCleanFilesAreComparedByTheirBytesWithTheRepositorysFiltersOff) {

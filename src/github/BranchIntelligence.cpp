@@ -29,6 +29,7 @@ std::vector<BranchRecord> branches(const std::string& repoID,
         row.aheadCount = branch.ahead;
         row.behindCount = branch.behind;
         row.unpushedCount = branch.unpushed;
+        row.merged = branch.merged;
         row.lastCommitSha = branch.lastSha;
         row.lastCommitDate = branch.lastDate;
         if (twin != nullptr) {

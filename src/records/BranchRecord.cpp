@@ -16,6 +16,7 @@ void fromJson(const Json& json, BranchRecord& out, const std::string& path) {
     out.lastCommitDate = reader.optional<Date>("lastCommitDate");
     out.lastSyncedAt = reader.required<Date>("lastSyncedAt");
     out.unpushedCount = reader.optional<int>("unpushedCount").value_or(0);
+    out.merged = reader.optional<bool>("merged").value_or(false);
 }
 
 Json toJson(const BranchRecord& record) {
@@ -32,6 +33,7 @@ Json toJson(const BranchRecord& record) {
     putIfPresent(json, "lastCommitDate", record.lastCommitDate);
     // Like an absent value, a zero is left out, as files written before it was kept are.
     if (record.unpushedCount != 0) json["unpushedCount"] = record.unpushedCount;
+    if (record.merged) json["merged"] = true;
     return json;
 }
 

@@ -26,6 +26,9 @@ struct BranchRecord {
     // For a local branch, the commits a push would still send (LocalBranchInfo::unpushed);
     // 0 in records written before it was kept.
     int unpushedCount = 0;
+    // For a local branch, its tip is in the repository's default branch
+    // (LocalBranchInfo::merged); false in records written before it was kept.
+    bool merged = false;
 
     // The id this record should carry: "#L" marks a row that exists locally,
     // "#R" one that exists only on GitHub, so the two can never collide.

@@ -333,6 +333,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
     routeFirstRun(server, env, clock, runner);
     routeDays(server, env, clock, runner);
     routeGitHub(server, env, clock, runner);
+    routeWork(server, env, clock, runner);
 }
 
 }  // namespace quorvane::Dashboard

@@ -20,6 +20,10 @@ void routeDays(DashboardServer& server, AppEnvironment& env, const Clock& clock,
 // backlog and accounts.
 void routeGitHub(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                  const ProcessRunner& runner);
+// Needs attention, Projects and Branches: the work waiting in the repositories,
+// what is tracked, and the branches the last sync recorded.
+void routeWork(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+               const ProcessRunner& runner);
 
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.

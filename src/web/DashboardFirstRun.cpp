@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "app/LoginService.hpp"
+#include "app/TrackingOperations.hpp"
 #include "base/PathHelpers.hpp"
 #include "git/RepoDiscovery.hpp"
 #include "screens/OnboardingViewModel.hpp"
@@ -57,18 +58,17 @@ void routeFirstRun(DashboardServer& server, AppEnvironment& env, const Clock& cl
             typed, PathHelpers::homeDirectory().string(), countIn(config, runner));
         if (!choice.problem.empty()) return sendError(response, 400, choice.problem);
         env.adoptConfigEdits();
-        std::vector<std::string> folders;
-        bool saved = env.applyConfigChange([&](AppConfig& changed) {
-            for (const std::string& folder : choice.folders) {
-                if (std::find(changed.scanFolders.begin(), changed.scanFolders.end(), folder) ==
-                    changed.scanFolders.end())
-                    changed.scanFolders.push_back(folder);
-            }
-            folders = changed.scanFolders;
-        });
-        if (!saved) return sendError(response, 500, "not saved: " + env.saveProblem());
+        TrackingOperations::FolderChange added =
+            TrackingOperations::addScanFolders(env, choice.folders);
+        if (!added.refused.empty()) {
+            return sendError(response, 400,
+                             added.refused.front().path + ": " + added.refused.front().problem);
+        }
+        if (!added.notSaved.empty()) {
+            return sendError(response, 500, "not saved: " + added.notSaved);
+        }
         env.requestScan();
-        Json answer{{"scanFolders", folders}, {"scanRequested", true}};
+        Json answer{{"scanFolders", env.config().scanFolders}, {"scanRequested", true}};
         if (body.value("startAtLogin", false)) {
             std::optional<std::filesystem::path> executable = PathHelpers::ownExecutable();
             if (!executable) {
