@@ -328,6 +328,8 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
             }
             sendJson(response, ProposalReviewModel::listing(*decision.proposal));
         });
+
+    routeWriting(server, env, clock, runner);
 }
 
 }  // namespace quorvane::Dashboard

@@ -10,6 +10,11 @@ namespace quorvane::Dashboard {
 void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
            const ProcessRunner& runner);
 
+// The Journal and Reports screens: a day's journal, the reports as files, and the AI
+// summary written in the background while the page follows it.
+void routeWriting(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+                  const ProcessRunner& runner);
+
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.
 void routeEvents(DashboardServer& server, EventFeed& feed);
