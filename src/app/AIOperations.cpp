@@ -1,6 +1,7 @@
 // The AI provider's key: the one secret of the AI summaries, set by the person.
 #include "app/AppEnvironment.hpp"
 #include "persistence/KeychainStore.hpp"
+#include "reports/AISummaryService.hpp"
 
 namespace quorvane {
 
@@ -19,6 +20,10 @@ void AppEnvironment::removeAIKey() {
 bool AppEnvironment::hasAIKey() {
     std::optional<std::string> key = keychain().string(config().ai.keychainRef);
     return key && !key->empty();
+}
+
+std::unique_ptr<AIProvider> AppEnvironment::aiProvider(const HttpTransport& transport) {
+    return AISummaryService::provider(config().ai, keychain(), transport);
 }
 
 std::string AppEnvironment::secretStoreDescription() {

@@ -32,6 +32,8 @@
 #include "platform/MeteredNetwork.hpp"
 #include "platform/Notifier.hpp"
 #include "platform/ProcessRunner.hpp"
+#include "records/DailyJournal.hpp"
+#include "reports/AIProvider.hpp"
 #include "reports/ReminderEngine.hpp"
 
 namespace quorvane {
@@ -169,6 +171,11 @@ public:
     void removeAIKey();
     // Whether a key is stored, for a screen to say so without ever showing it.
     bool hasAIKey();
+    // The provider ai.provider chooses, sending through `transport` (which must
+    // outlive it); nothing when summaries are off or the Anthropic key is missing.
+    std::unique_ptr<AIProvider> aiProvider(const HttpTransport& transport);
+    // What AI providers and other outside requests are sent through.
+    const HttpTransport& transport() const { return transport_; }
     // Which secret store holds the keys, for the person to know where they went.
     std::string secretStoreDescription();
     // Whether GitHub's answer names the login the account knew; an account that knew
@@ -205,6 +212,25 @@ public:
     // children in flight are stopped, no new one starts, and a repository whose
     // reading was cut short keeps what was stored before) and flushes the store.
     void shutdown();
+
+    // ---- The journal ---------------------------------------------------------------
+
+    // A change to one day's journal: each field given replaces that field, and text
+    // that is blank once trimmed clears it, so that it leaves the report too.
+    struct JournalChange {
+        std::string dateKey;
+        std::optional<std::string> notes;
+        std::optional<std::string> blockers;
+        std::optional<std::string> tomorrow;
+    };
+    struct JournalWrite {
+        DailyJournal entry;  // as it now stands
+        bool changed = false;
+        bool saved = false;  // false when the store could not be written
+    };
+    // Applies `change` to the day's entry, stamps and saves it when it changed, and
+    // tells open screens. `saveProblem` says why a change was not saved.
+    JournalWrite writeJournal(const JournalChange& change);
 
     // ---- The agent server ----------------------------------------------------------
 

@@ -19,6 +19,7 @@
 #include "persistence/AtomicFile.hpp"
 #include "persistence/Store.hpp"
 #include "records/DailyJournal.hpp"
+#include "screens/JournalViewModel.hpp"
 
 extern char** environ;
 
@@ -174,7 +175,7 @@ int journal(CommandContext& context, const JournalOptions& options) {
         if (!loadForReading(context, store)) return 1;
         std::optional<DailyJournal> entry = store.journal(dateKey);
         if (options.json) {
-            context.out << JsonCodec::pretty(entry ? toJson(*entry) : Json());
+            context.out << JsonCodec::pretty(JournalViewModel::entryJson(entry));
         } else {
             printEntry(context.out, context.columns, dateKey, entry);
         }
@@ -183,24 +184,27 @@ int journal(CommandContext& context, const JournalOptions& options) {
 
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
-    Store& store = writer->env().store();
-    DailyJournal before = store.journal(dateKey).value_or(DailyJournal{dateKey, {}, {}, {}, {}});
-    DailyJournal entry = withOptions(before, options);
+    AppEnvironment& env = writer->env();
+    AppEnvironment::JournalChange change{dateKey, options.notes, options.blockers,
+                                         options.tomorrow};
     if (options.edit) {
+        DailyJournal entry = withOptions(
+            env.store().journal(dateKey).value_or(DailyJournal{dateKey, {}, {}, {}, {}}), options);
         std::optional<DailyJournal> edited = editInEditor(context, entry);
         if (!edited) return 1;
-        entry = *edited;
+        // Every field is written, so what the editor cleared is cleared.
+        change.notes = edited->manualNotes.value_or("");
+        change.blockers = edited->blockers.value_or("");
+        change.tomorrow = edited->tomorrowNotes.value_or("");
     }
-
-    if (entry == before) {
+    AppEnvironment::JournalWrite written = env.writeJournal(change);
+    if (!written.saved) {
+        context.err << "quorvane: the journal could not be saved: " << env.saveProblem() << "\n";
+        return 1;
+    }
+    if (!written.changed) {
         context.out << fmt::format("The journal for {} is unchanged.\n", dateKey);
         return 0;
-    }
-    entry.updatedAt = context.clock.now();
-    store.upsertJournal(entry);
-    if (!store.flush()) {
-        context.err << "quorvane: the journal could not be saved (see the log for why)\n";
-        return 1;
     }
     context.out << fmt::format("Saved the journal for {}.\n", dateKey);
     return 0;

@@ -50,75 +50,35 @@ std::optional<fs::path> targetFolder(const ReportOptions& options) {
     return ReportExport::defaultBaseDir();
 }
 
+ReportsViewModel::Format fileFormat(ReportOptions::Format format) {
+    switch (format) {
+        case Format::markdown: return ReportsViewModel::Format::markdown;
+        case Format::json: return ReportsViewModel::Format::json;
+        case Format::csv: return ReportsViewModel::Format::csv;
+    }
+    return ReportsViewModel::Format::markdown;
+}
+
+// Prints `file`, or writes it into the folder the options name and prints its path.
+int deliver(CommandContext& context, const ReportOptions& options,
+            const ReportsViewModel::ReportFile& file) {
+    std::optional<fs::path> folder =
+        options.toStandardOutput ? std::nullopt : targetFolder(options);
+    if (!folder) {
+        context.out << file.bytes;
+        return 0;
+    }
+    context.out << ReportExport::saveText(*folder, file.fileName, file.bytes).string() << '\n';
+    return 0;
+}
+
 int daily(CommandContext& context, const ReportOptions& options, const AppConfig& config,
           const Store& store, Date now) {
     Queries::DailyReportInput input =
         Queries::dailyReport(store, config, now, options.day.value_or(now));
-    if (options.toStandardOutput) {
-        switch (options.format) {
-            case Format::markdown:
-                context.out << MarkdownReport::daily(input.report, config.repositories,
-                                                     input.commitsByRepo);
-                break;
-            case Format::json:
-                context.out << JsonCodec::pretty(
-                    ReportExport::dailyJSON(input.report, input.commitsByRepo));
-                break;
-            case Format::csv: context.out << ReportExport::dailyCSV(input.report.summary); break;
-        }
-        return 0;
-    }
-    std::optional<fs::path> folder = targetFolder(options);
-    fs::path written;
-    switch (options.format) {
-        case Format::markdown: {
-            std::string text =
-                MarkdownReport::daily(input.report, config.repositories, input.commitsByRepo);
-            if (!folder) {
-                context.out << text;
-                return 0;
-            }
-            written =
-                ReportExport::saveText(*folder, "daily-" + input.report.dateKey + ".md", text);
-            break;
-        }
-        case Format::json:
-            written = ReportExport::saveDailyJSON(input.report, input.commitsByRepo, folder);
-            break;
-        case Format::csv: written = ReportExport::saveDailyCSV(input.report.summary, folder); break;
-    }
-    context.out << written.string() << '\n';
-    return 0;
-}
-
-// The activity table beside the extended report: the report's day, the 30 days up to
-// it and all time up to it. Today's rows carry the names the other views give them.
-std::string activityTable(const Store& store, const AppConfig& config, Date now, Date day) {
-    bool today = DateHelpers::dateKey(day) == DateHelpers::dateKey(now);
-    Date end = today ? now : Aggregator::dayRange(day).end;
-    std::string dateKey = DateHelpers::dateKey(day);
-    std::vector<ActivityInsights> periods;
-    for (InsightsPeriod period :
-         {InsightsPeriod::today, InsightsPeriod::month, InsightsPeriod::allTime}) {
-        ActivityInsights row = Queries::insights(store, config, end, period);
-        if (!today) {
-            row.label = period == InsightsPeriod::today   ? dateKey
-                        : period == InsightsPeriod::month ? "30 days to " + dateKey
-                                                          : "All time to " + dateKey;
-        }
-        periods.push_back(std::move(row));
-    }
-    return ReportsViewModel::insightsMarkdown(periods);
-}
-
-// The provider's name as the person chose it in ai.provider.
-const char* providerName(AIPrefs::Provider provider) {
-    switch (provider) {
-        case AIPrefs::Provider::anthropic: return "Anthropic";
-        case AIPrefs::Provider::ollama: return "Ollama";
-        case AIPrefs::Provider::disabled: return "no provider";
-    }
-    return "the provider";
+    return deliver(
+        context, options,
+        ReportsViewModel::dailyFile(input, config.repositories, fileFormat(options.format)));
 }
 
 // A line on a terminal's stderr while a slow call runs, wiped when it ends however it
@@ -149,14 +109,12 @@ std::optional<std::string> aiSummary(CommandContext& context, const AppConfig& c
         AISummaryService::provider(config.ai, keychain, transport);
     if (!provider) {
         context.err << AISummaryService::kFailureMessage << "\n"
-                    << (config.ai.provider == AIPrefs::Provider::disabled
-                            ? "No AI provider is chosen: quorvane config set ai.provider "
-                              "anthropic (or ollama).\n"
-                            : "No Anthropic API key is stored: quorvane config set-secret ai.\n");
+                    << ReportsViewModel::noProviderReason(config.ai.provider) << "\n";
         return std::nullopt;
     }
     try {
-        WaitingLine waiting(context, fmt::format("asking {}…", providerName(config.ai.provider)));
+        WaitingLine waiting(
+            context, fmt::format("asking {}…", ReportsViewModel::providerName(config.ai.provider)));
         return Queries::generateAISummary(store, config, report, *provider);
     } catch (const QuorvaneError& error) {
         context.err << AISummaryService::kFailureMessage << "\n"
@@ -169,49 +127,30 @@ int extendedDaily(CommandContext& context, const ReportOptions& options, const A
                   const Store& store, Date now) {
     Date day = options.day.value_or(now);
     V2DailyReport report = Queries::v2DailyReport(store, config, now, day);
-    if (options.ai) report.aiSummary = aiSummary(context, config, store, report.base);
-    std::string text = V2Report::daily(report) + activityTable(store, config, now, day);
+    std::optional<std::string> summary;
+    if (options.ai) summary = aiSummary(context, config, store, report.base);
+    ReportsViewModel::ReportFile file = ReportsViewModel::extendedDailyFile(
+        report, ReportsViewModel::activityPeriods(store, config, now, day), summary);
     if (options.toStandardOutput || !options.outDir) {
-        context.out << text;
+        context.out << file.bytes;
         return 0;
     }
-    fs::path written = ReportExport::saveText(
-        *options.outDir, "daily-" + report.base.dateKey + "-extended.md", text);
-    context.out << written.string() << '\n';
+    context.out << ReportExport::saveText(*options.outDir, file.fileName, file.bytes).string()
+                << '\n';
     return 0;
 }
 
 int weekly(CommandContext& context, const ReportOptions& options, const AppConfig& config,
            const Store& store, Date now) {
     WeeklySummary summary = Queries::weeklySummary(store, config, options.day.value_or(now));
-    if (options.toStandardOutput && options.format != Format::csv) {
-        context.out << (options.format == Format::json ? JsonCodec::pretty(toJson(summary))
-                                                       : MarkdownReport::weekly(summary));
-        return 0;
+    std::optional<ReportsViewModel::ReportFile> file =
+        ReportsViewModel::weeklyFile(summary, fileFormat(options.format));
+    if (!file) {
+        // The command line refuses this pairing before anything is read.
+        context.err << "quorvane: a weekly report is written as md or json\n";
+        return 1;
     }
-    std::optional<fs::path> folder = targetFolder(options);
-    fs::path written;
-    switch (options.format) {
-        case Format::markdown: {
-            std::string text = MarkdownReport::weekly(summary);
-            if (!folder) {
-                context.out << text;
-                return 0;
-            }
-            written = ReportExport::saveText(*folder, "weekly-" + summary.weekKey + ".md", text);
-            break;
-        }
-        case Format::json:
-            written = ReportExport::saveText(*folder, "weekly-" + summary.weekKey + ".json",
-                                             JsonCodec::pretty(toJson(summary)));
-            break;
-        case Format::csv:
-            // The command line refuses this pairing before anything is read.
-            context.err << "quorvane: a weekly report is written as md or json\n";
-            return 1;
-    }
-    context.out << written.string() << '\n';
-    return 0;
+    return deliver(context, options, *file);
 }
 
 }  // namespace

@@ -393,6 +393,14 @@ std::optional<DailyJournal> Store::journal(const std::string& dateKey) const {
     return it->second;
 }
 
+std::vector<DailyJournal> Store::journals() const {
+    std::lock_guard lock(mutex_);
+    std::vector<DailyJournal> entries;
+    entries.reserve(journals_.items.size());
+    for (const auto& [dateKey, entry] : journals_.items) entries.push_back(entry);
+    return entries;
+}
+
 void Store::upsertJournal(const DailyJournal& entry) {
     std::lock_guard lock(mutex_);
     journals_.items.insert_or_assign(entry.dateKey, entry);

@@ -98,6 +98,8 @@ public:
 
     // The journal, one entry per day.
     std::optional<DailyJournal> journal(const std::string& dateKey) const;
+    // Every day's entry, oldest day first.
+    std::vector<DailyJournal> journals() const;
     void upsertJournal(const DailyJournal& entry);
 
     // Reminders, newest first.

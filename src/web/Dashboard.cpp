@@ -334,6 +334,7 @@ void route(DashboardServer& server, AppEnvironment& env, const Clock& clock,
     routeDays(server, env, clock, runner);
     routeGitHub(server, env, clock, runner);
     routeWork(server, env, clock, runner);
+    routeWriting(server, env, clock, runner);
 }
 
 }  // namespace quorvane::Dashboard

@@ -24,6 +24,10 @@ void routeGitHub(DashboardServer& server, AppEnvironment& env, const Clock& cloc
 // what is tracked, and the branches the last sync recorded.
 void routeWork(DashboardServer& server, AppEnvironment& env, const Clock& clock,
                const ProcessRunner& runner);
+// The Journal and Reports screens: a day's journal, the reports as files, and the AI
+// summary written in the background while the page follows it.
+void routeWriting(DashboardServer& server, AppEnvironment& env, const Clock& clock,
+                  const ProcessRunner& runner);
 
 // Streams `feed`'s events to open pages on /api/v1/events as server-sent events,
 // until the server stops.
