@@ -29,9 +29,9 @@ constexpr int kMaxStreams = 4;
 constexpr size_t kGitReviewsAtOnce = 8;
 // The rows a history or audit list shows; older ones stay in the data folder.
 constexpr size_t kHistoryRows = 200;
-// A comment line this often finds a page that went away, and keeps proxies from
-// closing a quiet stream.
-constexpr auto kStreamQuiet = std::chrono::seconds(15);
+// A comment line this often finds a page that went away, so its place is free again
+// within seconds, and keeps proxies from closing a quiet stream.
+constexpr auto kStreamQuiet = std::chrono::seconds(5);
 
 using DashboardReply::objectBody;
 using DashboardReply::sendError;

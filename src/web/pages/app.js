@@ -56,11 +56,15 @@ async function open(name) {
 }
 
 // The service tells an open page what changed; the screen reads again what it shows.
+// One stream per page, and none for a screen that follows nothing: the service
+// serves a few at once. It is closed as the page goes, so its place is free at once.
 function follow(screen, section) {
+  if (!screen.follows?.length) return;
   const events = new EventSource('/api/v1/events');
-  for (const kind of screen.follows ?? []) {
+  for (const kind of screen.follows) {
     events.addEventListener(kind, () => screen.show(section, kind).catch(() => {}));
   }
+  addEventListener('pagehide', () => events.close());
 }
 
 api('/api/v1/settings').then((values) => applyTheme(values.theme)).catch(() => {});

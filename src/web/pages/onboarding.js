@@ -45,6 +45,10 @@ export const html = `
     <p id="onboarding-notice" role="status" aria-live="polite"></p>
   </form>`;
 
+// The scan that tracks the chosen folders' repositories ends with this event.
+export const follows = ['scan'];
+let started = false;
+
 export function setup() {
   document.getElementById('onboarding-add').addEventListener('click', addTyped);
   document.getElementById('onboarding-other').addEventListener('keydown', (event) => {
@@ -78,7 +82,11 @@ function choice(path, shown, repositories) {
   return item;
 }
 
-export async function show() {
+export async function show(section, event) {
+  if (event === 'scan') {
+    if (started) location.assign('/today');
+    return;
+  }
   const state = await api('/api/v1/onboarding');
   const list = document.getElementById('onboarding-folders');
   list.replaceChildren(...state.suggestions.map((each) =>
@@ -114,22 +122,17 @@ async function start(event) {
     return;
   }
   button.disabled = true;
-  // The scan that tracks the folders' repositories ends with an event: listen first.
-  const events = new EventSource('/api/v1/events');
-  const scanned = new Promise((resolve) => events.addEventListener('scan', resolve, {once: true}));
   try {
     const answer = await change('/api/v1/onboarding', {folders,
       startAtLogin: document.getElementById('onboarding-service').checked});
+    // The scan asked for after saving is the one that tracks them.
+    started = true;
     notice.textContent = 'Looking for repositories in your folders…';
     if (answer.startAtLoginProblem) {
       notice.textContent += ` Quorvane could not be set to start at login: ${answer.startAtLoginProblem}.`
         + ' Run quorvane service install later.';
     }
-    await scanned;
-    events.close();
-    location.assign('/today');
   } catch (error) {
-    events.close();
     button.disabled = false;
     notice.textContent = `Nothing was saved: ${error.message}`;
   }
