@@ -47,6 +47,11 @@ test('the first visit offers the usual folders and ends on Today with their repo
     ['~/work', '1 repository', true]]);
   await look(page, 'onboarding', '#onboarding-folders li');
 
+  // GitHub is optional: the form adds an account as Accounts does, and says why not.
+  await page.click('#onboarding-github-connect');
+  await page.waitForFunction(() => document.getElementById('onboarding-github-notice').textContent
+    === 'Not connected: type the token');
+
   // A folder that is not there refuses the whole choice, and saves nothing.
   await page.type('#onboarding-other', '~/nowhere');
   await page.click('#onboarding-add');

@@ -26,8 +26,18 @@ export const html = `
       <legend>GitHub (optional)</legend>
       <p class="quiet">With a GitHub account connected, Quorvane says how each repository
         stands against GitHub. You can connect one now or later.</p>
-      <p><a href="/accounts" target="_blank" rel="noopener">Connect a GitHub account in
-        Accounts</a></p>
+      <div class="connect">
+        <label for="onboarding-github-name">Display name</label>
+        <input id="onboarding-github-name" placeholder="Personal" autocomplete="off">
+        <label for="onboarding-github-token">Personal Access Token</label>
+        <input id="onboarding-github-token" type="password" autocomplete="off"
+          aria-describedby="onboarding-github-note">
+        <button type="button" id="onboarding-github-connect">Connect</button>
+      </div>
+      <p id="onboarding-github-note" class="quiet">A read-only fine-grained token is enough. It is
+        stored in your secret store, never in a file Quorvane writes. More ways (gh, GitHub
+        Enterprise) are in <a href="/accounts">Accounts</a>.</p>
+      <p id="onboarding-github-notice" role="status" aria-live="polite"></p>
     </fieldset>
     <fieldset>
       <legend>At login</legend>
@@ -58,6 +68,7 @@ export function setup() {
     }
   });
   document.getElementById('onboarding-form').addEventListener('submit', start);
+  document.getElementById('onboarding-github-connect').addEventListener('click', connect);
   document.getElementById('onboarding-skip').addEventListener('click', () => {
     sessionStorage.setItem('quorvane.onboarding', 'skipped');
   });
@@ -136,4 +147,26 @@ async function start(event) {
     button.disabled = false;
     notice.textContent = `Nothing was saved: ${error.message}`;
   }
+}
+
+// The account is added as Accounts adds it: the token goes to the secret store, and
+// the field is emptied whatever the answer.
+async function connect() {
+  const notice = document.getElementById('onboarding-github-notice');
+  const token = document.getElementById('onboarding-github-token');
+  const button = document.getElementById('onboarding-github-connect');
+  button.disabled = true;
+  notice.textContent = 'Checking the token with GitHub…';
+  try {
+    const answer = await change('/api/v1/accounts/add', {
+      displayName: document.getElementById('onboarding-github-name').value || 'GitHub',
+      token: token.value});
+    const {account, problem} = answer.outcome;
+    notice.textContent = problem ? `The account is kept, but GitHub said: ${problem}`
+      : `Connected as ${account.username || account.displayName}.`;
+  } catch (error) {
+    notice.textContent = `Not connected: ${error.message}`;
+  }
+  token.value = '';
+  button.disabled = false;
 }
