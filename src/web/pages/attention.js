@@ -1,6 +1,6 @@
 // Needs attention: what waits for the person across the repositories, most urgent
 // first, each with the command that settles it or the screen that does.
-import {api, change, element} from './common.js';
+import {api, element, scanButton, scanEnded} from './common.js';
 
 export const html = `
   <div class="title-row">
@@ -18,26 +18,11 @@ const tones = {staleWork: 'problem', uncommitted: 'attention', unpushed: 'attent
   behind: 'attention', account: 'problem', accountMissing: 'problem', proposals: 'attention'};
 
 export function setup() {
-  document.getElementById('attention-scan').addEventListener('click', async (event) => {
-    const button = event.currentTarget;
-    button.disabled = true;
-    button.textContent = 'Scanning…';
-    try {
-      await change('/api/v1/scan');
-    } catch (error) {
-      button.disabled = false;
-      button.textContent = 'Scan now';
-      document.getElementById('attention-figures').textContent = `Cannot scan: ${error.message}`;
-    }
-  });
+  scanButton(document.getElementById('attention-scan'), document.getElementById('attention-figures'));
 }
 
 export async function show(section, event) {
-  if (event === 'scan') {
-    const button = document.getElementById('attention-scan');
-    button.disabled = false;
-    button.textContent = 'Scan now';
-  }
+  if (event === 'scan') scanEnded(document.getElementById('attention-scan'));
   const attention = await api('/api/v1/attention');
   document.getElementById('attention-figures').textContent =
     `To commit: ${attention.needsCommitCount} · to push: ${attention.needsPushCount}`

@@ -103,3 +103,23 @@ export function dayKey(date) {
 export function param(name, fallback) {
   return new URLSearchParams(location.search).get(name) ?? fallback;
 }
+
+// A "Scan now" button: it asks the service for a scan and waits, disabled, until the
+// page hears the scan end (`scanEnded`); a refusal is said where `notice` shows it.
+export function scanButton(button, notice) {
+  button.addEventListener('click', async () => {
+    button.disabled = true;
+    button.textContent = 'Scanning…';
+    try {
+      await change('/api/v1/scan');
+    } catch (error) {
+      scanEnded(button);
+      notice.textContent = `Cannot scan: ${error.message}`;
+    }
+  });
+}
+
+export function scanEnded(button) {
+  button.disabled = false;
+  button.textContent = 'Scan now';
+}

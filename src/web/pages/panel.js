@@ -1,6 +1,6 @@
 // The panel: what waits, small enough for a window beside the tray or a status bar's
 // pop-up, with the way into the dashboard.
-import {api, change, element, plural} from './common.js';
+import {api, element, plural, scanButton, scanEnded} from './common.js';
 
 export const html = `
   <h1 id="panel-title" class="panel-title">Quorvane</h1>
@@ -16,14 +16,11 @@ export const html = `
 export const follows = ['scan', 'reminder', 'proposal'];
 
 export function setup() {
-  document.getElementById('panel-scan').addEventListener('click', async (event) => {
-    event.target.disabled = true;
-    await change('/api/v1/scan').catch(() => { event.target.disabled = false; });
-  });
+  scanButton(document.getElementById('panel-scan'), document.getElementById('panel-today'));
 }
 
 export async function show(section, event) {
-  if (event === 'scan') document.getElementById('panel-scan').disabled = false;
+  if (event === 'scan') scanEnded(document.getElementById('panel-scan'));
   const [bar, today] = await Promise.all([api('/api/v1/panel'), api('/api/v1/today')]);
   const shown = document.getElementById('panel-bar');
   shown.textContent = bar.text;

@@ -1,5 +1,5 @@
 // Today: the day's figures, each repository with work or waiting, and the reminders.
-import {api, cell, change, duration, element, plural, words} from './common.js';
+import {api, cell, duration, element, plural, scanButton, scanEnded, words} from './common.js';
 
 export const html = `
   <div class="title-row">
@@ -23,15 +23,11 @@ export const html = `
 export const follows = ['scan', 'reminder'];
 
 export function setup() {
-  document.getElementById('scan-now').addEventListener('click', scanNow);
+  scanButton(document.getElementById('scan-now'), document.getElementById('today-figures'));
 }
 
 export async function show(section, event) {
-  if (event === 'scan') {
-    const button = document.getElementById('scan-now');
-    button.disabled = false;
-    button.textContent = 'Scan now';
-  }
+  if (event === 'scan') scanEnded(document.getElementById('scan-now'));
   const [today, reminders] = await Promise.all([api('/api/v1/today'), api('/api/v1/reminders')]);
   // The first visit, with nothing tracked, is the welcome, unless the person skipped it.
   if (!today.lines.length && sessionStorage.getItem('quorvane.onboarding') !== 'skipped'
@@ -60,17 +56,4 @@ export async function show(section, event) {
   const list = document.getElementById('today-reminders');
   list.replaceChildren(...reminders.map((reminder) => element('li', reminder.message)));
   document.getElementById('today-no-reminders').hidden = reminders.length > 0;
-}
-
-async function scanNow() {
-  const button = document.getElementById('scan-now');
-  button.disabled = true;
-  button.textContent = 'Scanning…';
-  try {
-    await change('/api/v1/scan');
-  } catch (error) {
-    button.disabled = false;
-    button.textContent = 'Scan now';
-    document.getElementById('today-figures').textContent = `Cannot scan: ${error.message}`;
-  }
 }
