@@ -19,6 +19,7 @@ function repository(folder) {
 
 before(async () => {
   ctx = await startDashboard({
+    emptyDataFolder: true,
     prepare(c) {
       // Two usual folders with repositories, one empty, and nothing tracked.
       for (const name of ['api', 'web']) repository(path.join(c.home, 'code', name));

@@ -112,8 +112,11 @@ export function makeFixture(home) {
 }
 
 // A daemon on a home folder of its own, and a browser. `prepare(ctx)` runs before
-// the daemon starts, with `ctx.q` ready; by default it tracks the fixture.
-export async function startDashboard({ prepare = (ctx) => ctx.trackFixture() } = {}) {
+// the daemon starts, with `ctx.q` ready; by default it tracks the fixture. With
+// `emptyDataFolder` the daemon starts on a data folder that does not exist yet, as
+// on a first run, and serves on the first free port from the default one.
+export async function startDashboard({ prepare = (ctx) => ctx.trackFixture(),
+  emptyDataFolder = false } = {}) {
   const home = fs.mkdtempSync(path.join(os.tmpdir(), 'quorvane-browser-'));
   const data = path.join(home, 'data');
   // No desktop: `quorvane open` prints the address instead of starting a browser.
@@ -133,7 +136,8 @@ export async function startDashboard({ prepare = (ctx) => ctx.trackFixture() } =
   };
   await prepare(ctx);
   // A port of its own, so that parallel runs rarely meet; a taken one moves on.
-  ctx.q('config', 'set', 'dashboard.port', String(20000 + (process.pid % 20000)));
+  if (!emptyDataFolder) ctx.q('config', 'set', 'dashboard.port', String(20000 + (process.pid % 20000)));
+  assert.equal(fs.existsSync(data), !emptyDataFolder, 'the data folder is as asked');
   ctx.daemon = spawn(quorvane, ['--data-dir', data, 'daemon'], { env, stdio: 'ignore' });
   const address = path.join(data, 'dashboard.json');
   const deadline = Date.now() + kStartLimit;
