@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "base/PathHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
@@ -80,7 +81,7 @@ std::string unitText(const std::string& command, std::string_view origin) {
 }
 
 Installed install(const ProcessRunner& runner, const fs::path& executable,
-                  const std::optional<fs::path>& dataDir) {
+                  const std::optional<fs::path>& dataDir, bool startNow) {
     Installed installed;
     std::string command = unitWord(executable.string()) + " daemon";
     // The default data folder follows the person's environment; a chosen one is
@@ -99,14 +100,43 @@ Installed install(const ProcessRunner& runner, const fs::path& executable,
     installed.managerAnswered = userManagerAnswers(runner);
     if (installed.managerAnswered) {
         systemctl(runner, {"daemon-reload"});
-        ShellResult enabled = systemctl(runner, {"enable", "--now", kUnitName});
+        std::vector<std::string> enable = {"enable", kUnitName};
+        if (startNow) enable.insert(enable.begin() + 1, "--now");
+        ShellResult enabled = systemctl(runner, enable);
         if (!enabled.succeeded()) {
             std::string said = enabled.stdErr.substr(0, enabled.stdErr.find('\n'));
             installed.enableProblem =
-                fmt::format("systemctl --user enable --now {} failed: {}", kUnitName, said);
+                fmt::format("systemctl --user {} failed: {}", fmt::join(enable, " "), said);
         }
     }
     return installed;
+}
+
+UnitProgram programForUnit(const fs::path& self, std::string_view searchPath) {
+    std::error_code ec;
+    std::optional<fs::path> found;
+    size_t start = 0;
+    while (start <= searchPath.size()) {
+        size_t end = std::min(searchPath.find(':', start), searchPath.size());
+        fs::path folder(searchPath.substr(start, end - start));
+        start = end + 1;
+        if (folder.empty() || folder.is_relative()) continue;
+        if (fs::equivalent(folder, self.parent_path(), ec)) return {self, ""};
+        fs::path candidate = folder / "quorvane";
+        if (!found && fs::is_regular_file(candidate, ec) &&
+            ::access(candidate.c_str(), X_OK) == 0) {
+            found = candidate;
+        }
+    }
+    if (found) {
+        return {*found, fmt::format("this program ({}) is not the installed one; the unit "
+                                    "runs the quorvane your PATH finds",
+                                    self.string())};
+    }
+    return {self, fmt::format("{} is not in a folder on your PATH: the unit runs it from "
+                              "there, so moving or rebuilding it stops the service "
+                              "(scripts/quickstart.sh installs it into ~/.local/bin)",
+                              self.string())};
 }
 
 bool isInstalled() {

@@ -28,9 +28,10 @@ struct Installed {
 };
 
 // Writes the unit running `executable`'s daemon, with `dataDir` in it when given,
-// and enables and starts it when the service manager answers.
+// and enables it when the service manager answers: started at once too unless
+// `startNow` is false (another daemon holds the data folder).
 Installed install(const ProcessRunner& runner, const std::filesystem::path& executable,
-                  const std::optional<std::filesystem::path>& dataDir);
+                  const std::optional<std::filesystem::path>& dataDir, bool startNow = true);
 
 // Whether the unit is written; says nothing of whether it runs.
 bool isInstalled();
@@ -40,6 +41,17 @@ bool isInstalled();
 std::string unitText(const std::string& command, std::string_view origin);
 // One word of a unit's command line, quoted so systemd reads it literally.
 std::string unitWord(const std::string& text);
+
+// The program a unit should run: `self` when its folder is on `searchPath` (it is
+// installed), else the `quorvane` that `searchPath` finds first, else `self`. A
+// unit that runs a program out of a build folder breaks when that folder is
+// cleaned or rebuilt, so the installed program is preferred and `note` says why
+// another was chosen.
+struct UnitProgram {
+    std::filesystem::path path;
+    std::string note;  // empty when `self` is the installed program
+};
+UnitProgram programForUnit(const std::filesystem::path& self, std::string_view searchPath);
 
 ShellResult systemctl(const ProcessRunner& runner, std::vector<std::string> arguments);
 bool userManagerAnswers(const ProcessRunner& runner);

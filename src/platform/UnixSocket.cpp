@@ -137,8 +137,8 @@ Connected connect(const std::filesystem::path& path) {
     }
     int status;
     do {
-        status = ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&*address),
-                           sizeof(*address));
+        status =
+            ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof(*address));
     } while (status != 0 && errno == EINTR);
     if (status != 0) {
         result.error = errno;
@@ -148,14 +148,30 @@ Connected connect(const std::filesystem::path& path) {
     return result;
 }
 
-std::optional<uid_t> peerUid(int fd) {
+namespace {
+
+std::optional<ucred> peerCredentials(int fd) {
     ucred credentials{};
     socklen_t size = sizeof(credentials);
     if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0 ||
         size != sizeof(credentials)) {
         return std::nullopt;
     }
-    return credentials.uid;
+    return credentials;
+}
+
+}  // namespace
+
+std::optional<uid_t> peerUid(int fd) {
+    std::optional<ucred> credentials = peerCredentials(fd);
+    if (!credentials) return std::nullopt;
+    return credentials->uid;
+}
+
+std::optional<pid_t> peerPid(int fd) {
+    std::optional<ucred> credentials = peerCredentials(fd);
+    if (!credentials || credentials->pid <= 0) return std::nullopt;
+    return credentials->pid;
 }
 
 Fd accept(int listeningFd) {

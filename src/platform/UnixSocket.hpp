@@ -41,6 +41,8 @@ Connected connect(const std::filesystem::path& path);
 
 // The user id of the process at the other end.
 std::optional<uid_t> peerUid(int fd);
+// The process at the other end of a connected socket, as the kernel saw it connect.
+std::optional<pid_t> peerPid(int fd);
 
 // Accepts one waiting connection; nothing when none is waiting.
 Fd accept(int listeningFd);

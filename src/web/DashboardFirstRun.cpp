@@ -1,5 +1,6 @@
 // The first run and the panel: choosing the folders to scan, starting at login, and
 // the few figures a tray's panel or a status bar shows.
+#include <cstdlib>
 #include <filesystem>
 
 #include "app/LoginService.hpp"
@@ -78,8 +79,15 @@ void routeFirstRun(DashboardServer& server, AppEnvironment& env, const Clock& cl
                 // one is written into the unit.
                 std::optional<std::filesystem::path> dataDir;
                 if (env.dataDir() != PathHelpers::appSupportDir()) dataDir = env.dataDir();
+                const char* searchPath = std::getenv("PATH");
+                // This daemon already holds the data folder: the unit is enabled
+                // for the next login, not started beside it.
                 LoginService::Installed installed =
-                    LoginService::install(runner, *executable, dataDir);
+                    LoginService::install(runner,
+                                          LoginService::programForUnit(
+                                              *executable, searchPath != nullptr ? searchPath : "")
+                                              .path,
+                                          dataDir, false);
                 answer["unit"] = installed.unit.string();
                 answer["managerAnswered"] = installed.managerAnswered;
                 if (!installed.ok())
