@@ -2,19 +2,28 @@
 # Installs every Debian package that building, testing and packaging Quorvane
 # needs: zsh, fish and groff check the completions and the manual page the build
 # writes, and CPack finds the package's libraries with file and dpkg-shlibdeps.
+# With the argument "programs", only what building and running the programs needs.
 # Safe to run again: when everything is installed already it changes nothing.
 set -euo pipefail
 
+# What building and running the programs needs (scripts/quickstart.sh asks for
+# only these, with "programs"): the compiler and the libraries, git, which the
+# program runs, and the certificates its HTTPS requests are checked against.
 packages=(
-  build-essential g++ cmake ninja-build pkg-config git
+  build-essential g++ cmake ninja-build pkg-config git ca-certificates
   nlohmann-json3-dev libcli11-dev libfmt-dev
   libcurl4-openssl-dev libsecret-1-dev libsystemd-dev uuid-dev libicu-dev
-  libcpp-httplib-dev libssl-dev
-  libgtest-dev libgmock-dev libbenchmark-dev tzdata util-linux
-  dbus-daemon gnome-keyring libsecret-tools
-  nodejs npm systemd chromium
-  zsh fish groff-base file dpkg-dev
+  libcpp-httplib-dev libssl-dev tzdata
 )
+# What the tests and the package need besides.
+if [ "${1:-}" != programs ]; then
+  packages+=(
+    libgtest-dev libgmock-dev libbenchmark-dev util-linux
+    dbus-daemon gnome-keyring libsecret-tools
+    nodejs npm systemd chromium
+    zsh fish groff-base file dpkg-dev
+  )
+fi
 
 # Names that installed packages provide: a Node.js from another archive (such as
 # NodeSource's nodejs) provides npm itself and conflicts with Debian's npm, so
@@ -40,6 +49,11 @@ fi
 
 sudo_cmd=()
 if [ "$(id -u)" -ne 0 ]; then
+  if ! command -v sudo >/dev/null; then
+    echo "setup: these Debian packages are missing: ${missing[*]}" >&2
+    echo "setup: install them as root (apt-get install ...), or install sudo, then run this again" >&2
+    exit 1
+  fi
   sudo_cmd=(sudo)
 fi
 echo "setup: installing ${missing[*]}"
