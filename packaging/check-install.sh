@@ -64,4 +64,9 @@ if [ -x "$prefix/bin/quorvane" ]; then
   [ "${version##* }" = "$logged" ] ||
     fault "the changelog's newest entry is '$logged', the program says '$version'"
 fi
+# dpkg and apt read who made the newest entry, and when, from its trailer line.
+trailer=$(zcat "$prefix/share/doc/quorvane/changelog.gz" 2>/dev/null | grep -m 1 '^ -- ') || true
+if [ -n "$trailer" ] && ! grep -Eq '^ -- [^<]*[^ <] <[^>@]+@[^>]+>  [A-Z][a-z]{2}, ' <<<"$trailer"; then
+  fault "the changelog's newest entry does not name its maintainer and date: '$trailer'"
+fi
 [ "$faults" -eq 0 ]
