@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs every Debian package that building, testing and packaging Quorvane
 # needs: zsh, fish and groff check the completions and the manual page the build
-# writes, and CPack finds the package's libraries with file and dpkg-shlibdeps.
+# writes, desktop-file-utils and appstream validate the desktop entries and the
+# software-centre metadata an install lays out, CPack finds the package's
+# libraries with file and dpkg-shlibdeps, and lintian checks the package.
 # With the argument "programs", only what building and running the programs needs.
 # Safe to run again: when everything is installed already it changes nothing.
 set -euo pipefail
@@ -22,6 +24,7 @@ if [ "${1:-}" != programs ]; then
     dbus-daemon gnome-keyring libsecret-tools
     nodejs npm systemd chromium
     zsh fish groff-base file dpkg-dev
+    desktop-file-utils appstream lintian
   )
 fi
 
