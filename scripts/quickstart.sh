@@ -90,7 +90,7 @@ took "$started"
 step "Installing into $prefix"
 install_log="$(mktemp)"
 trap 'rm -f "$configure_log" "$install_log"' EXIT
-if ! "${sudo_cmd[@]}" cmake --install "$root/build-release" --prefix "$prefix" --strip \
+if ! "${sudo_cmd[@]}" cmake --install "$root/build-release" --prefix "$prefix" \
   >"$install_log" 2>&1; then
   cat "$install_log" >&2
   echo "quickstart: installing into $prefix failed" >&2
