@@ -11,6 +11,6 @@ bash scripts/setup.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset release >/dev/null
 # Only what the package holds: neither the tests nor the benchmarks.
-cmake --build --preset release -j "$jobs" --target quorvane quorvane-mcp quorvane_reference
+cmake --build --preset release -j "$jobs" --target quorvane quorvane-mcp quorvane-tray quorvane_reference
 rm -f build-release/quorvane_*.deb
 (cd build-release && cpack -G DEB)
