@@ -14,7 +14,7 @@ bash scripts/setup.sh
 jobs=$(nproc 2>/dev/null || echo 2)
 cmake --preset release >/dev/null
 # Only what the package holds: neither the tests nor the benchmarks.
-cmake --build --preset release -j "$jobs" --target quorvane quorvane-mcp quorvane_reference
+cmake --build --preset release -j "$jobs" --target quorvane quorvane-mcp quorvane-tray quorvane_reference
 
 installed=$(mktemp -d)
 trap 'rm -rf "$installed"' EXIT

@@ -160,6 +160,8 @@ std::vector<std::string> AppEnvironment::newlyDetectedRepoIDs() const {
 }
 
 void AppEnvironment::noteFileActivity(const std::string& path, Date at) {
+    // Paused means the person's editing is not being followed at all.
+    if (paused_) return;
     std::string watched = FileWatcher::standardizedPath(path);
     std::lock_guard lock(mutex_);
     // The watcher names a repository by its standardised folder; a configured path
@@ -607,10 +609,15 @@ void AppEnvironment::startPeriodicScanning() {
                      int minutes = std::clamp(config().scanIntervalMinutes, 1, 366 * 24 * 60);
                      return roundStart + std::chrono::minutes(minutes);
                  },
-                 .run = [this] { scanNow(); }});
+                 .run =
+                     [this] {
+                         bool requested = scanRequested_.exchange(false);
+                         if (!paused_ || requested) scanNow();
+                     }});
 }
 
 void AppEnvironment::requestScan() {
+    scanRequested_ = true;
     timers_.runSoon(Scheduler::TaskID::scan);
 }
 

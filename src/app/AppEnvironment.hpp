@@ -74,8 +74,15 @@ public:
     // shutdown has begun. True when this call scanned.
     bool scanNow();
 
-    // Asks the periodic task for a scan now rather than at the end of its interval.
+    // Asks the periodic task for a scan now rather than at the end of its interval,
+    // paused or not: the person asked for it.
     void requestScan();
+
+    // While paused the periodic scan passes its rounds and file changes are not
+    // noted; an explicit scan still runs. Kept in memory only, so a new service
+    // starts unpaused.
+    void setPaused(bool paused) { paused_ = paused; }
+    bool isPaused() const { return paused_; }
 
     // A scan cycle that reports the repository ids it newly enrolled, in
     // configuration order; empty when a scan was already running.
@@ -379,6 +386,9 @@ private:
 
     // Set once by shutdown; nothing starts after it.
     std::atomic<bool> stopping_ = false;
+    std::atomic<bool> paused_ = false;
+    // A scan asked for by requestScan, which runs even while paused.
+    std::atomic<bool> scanRequested_ = false;
 
     // The periodic scan, the periodic sync and the end-of-day review, on one thread.
     Scheduler timers_;

@@ -294,6 +294,14 @@ TEST(AppEnvironmentTest, TheWatcherFollowsTheTrackedRepositoriesOfTheRunningServ
     env.bootstrap();
     ASSERT_TRUE(env.isWatching());
 
+    // While paused, editing is not followed: no session comes of it.
+    env.setPaused(true);
+    env.noteFileActivity(app.path().string(), clock.now());
+    clock.advance(1s);
+    env.scanNow();
+    EXPECT_FALSE(env.store().openSession(appID).has_value());
+    env.setPaused(false);
+
     app.write("main.c", "v3");
     EXPECT_TRUE(testing::eventually(20s, [&] {
         clock.advance(1s);

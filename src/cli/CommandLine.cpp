@@ -291,7 +291,7 @@ int runWords(std::vector<std::string> words, std::ostream& out, std::ostream& er
     // The commands that change the data folder: while the daemon runs they are sent
     // to it, and they are all it runs for others.
     if (how.service != nullptr) {
-        if (row->use != DataUse::writes) {
+        if (row->use != DataUse::writes && !row->daemonAnswers) {
             err << "quorvane: the daemon runs only commands that change the data folder\n";
             return 2;
         }

@@ -32,6 +32,9 @@ struct CommandRow {
     std::function<bool(CommandContext&, ControlProtocol::Request&)> beforeSending{};
     // An unsafe or unreadable data folder is reported by the command, not refused.
     bool diagnoses = false;
+    // A view the daemon also runs for a client on its control socket, beside the
+    // commands that change the data folder: the tray reads the bar through it.
+    bool daemonAnswers = false;
 };
 
 // Every command of the program, each declared once by its family with its help, its

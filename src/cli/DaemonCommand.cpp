@@ -14,6 +14,7 @@
 #include "cli/CommandSupport.hpp"
 #include "cli/CommandTable.hpp"
 #include "cli/ControlServer.hpp"
+#include "persistence/PauseMarker.hpp"
 #include "platform/DesktopNotifier.hpp"
 #include "web/Dashboard.hpp"
 #include "web/DashboardAddress.hpp"
@@ -99,6 +100,42 @@ void openAgentReview(const CommandContext& context) {
 
 }  // namespace
 
+// Pausing is the running daemon's state: without one there is nothing to pause,
+// and a change of heart must not wait for its next start.
+int setPaused(CommandContext& context, bool paused) {
+    if (context.service == nullptr) {
+        context.err << fmt::format(
+            "quorvane: the daemon is not running, so there is nothing to {}; start it with "
+            "'quorvane daemon'\n",
+            paused ? "pause" : "resume");
+        return 1;
+    }
+    AppEnvironment& env = *context.service;
+    const bool was = env.isPaused();
+    env.setPaused(paused);
+    if (paused) {
+        if (std::string problem = PauseMarker::publish(context.dataDir); !problem.empty()) {
+            // The daemon is paused all the same; only the views cannot tell.
+            context.err << fmt::format(
+                "quorvane: status cannot show the pause: cannot write {}: {}\n",
+                PauseMarker::kFileName, problem);
+        }
+    } else {
+        PauseMarker::withdraw(context.dataDir);
+    }
+    Log::app().info(paused ? "watching paused" : "watching resumed");
+    if (paused) {
+        context.out << (was ? "Watching was already paused.\n" : "Watching paused.\n")
+                    << "No periodic scans and no file changes are followed until 'quorvane "
+                       "resume' or the daemon restarts; 'quorvane scan' still scans.\n";
+    } else {
+        context.out << (was ? "Watching resumed: periodic scans and file changes are followed "
+                              "again.\n"
+                            : "Watching was not paused.\n");
+    }
+    return 0;
+}
+
 // Runs in the foreground as the data folder's writer until SIGTERM or SIGINT.
 int daemon(CommandContext& context) {
     // Before any thread exists, so that every thread started below inherits the mask.
@@ -107,6 +144,8 @@ int daemon(CommandContext& context) {
 
     std::optional<DataFolderLock> writer = takeWriterLock(context);
     if (!writer) return 1;
+    // A pause belongs to the daemon that took it.
+    PauseMarker::withdraw(context.dataDir);
 
     context.err << fmt::format(
         "quorvane daemon: pid {}, data folder {}\n"
@@ -178,6 +217,7 @@ int daemon(CommandContext& context) {
     dashboard.stop();
     DashboardAddress::withdraw(context.dataDir);
     control.stop();
+    PauseMarker::withdraw(context.dataDir);
     if (!failure.empty()) {
         context.err << fmt::format("quorvane: the daemon could not start: {}\n", failure);
         return 1;
@@ -203,6 +243,14 @@ void declareDaemonCommand(CommandTable& table) {
               "SIGTERM or SIGINT (Ctrl-C) stops it after saving everything; SIGUSR1 asks for\n"
               "a scan now.",
               {DataUse::reads, Commands::daemon});
+    table.add("pause",
+              "Pause the running daemon's watching\n"
+              "No periodic scans and no file changes are followed until 'quorvane resume' or\n"
+              "the daemon restarts; 'quorvane scan' and 'quorvane sync' still run, and\n"
+              "'quorvane status' says it is paused. Exits 1 when no daemon runs.",
+              {DataUse::writes, [](CommandContext& c) { return Commands::setPaused(c, true); }});
+    table.add("resume", "Resume the daemon's watching after 'quorvane pause'",
+              {DataUse::writes, [](CommandContext& c) { return Commands::setPaused(c, false); }});
 }
 
 }  // namespace quorvane

@@ -27,6 +27,7 @@
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
 #include "persistence/KeychainStore.hpp"
+#include "persistence/PauseMarker.hpp"
 #include "persistence/Store.hpp"
 #include "platform/DesktopNotifier.hpp"
 
@@ -161,6 +162,9 @@ int status(CommandContext& context, bool json) {
         return 0;
     }
     printAsOf(context.out, config, store, context.clock.now());
+    if (PauseMarker::isPaused(context.dataDir)) {
+        context.out << "watching paused: no periodic scans until 'quorvane resume'\n";
+    }
     if (active.empty()) {
         context.out << kNothingTracked;
         return 0;

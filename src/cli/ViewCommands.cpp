@@ -21,12 +21,13 @@
 #include "cli/ControlClient.hpp"
 #include "cli/Style.hpp"
 #include "persistence/DataFolderLock.hpp"
+#include "persistence/PauseMarker.hpp"
 #include "persistence/Store.hpp"
 #include "platform/DesktopNotifier.hpp"
 #include "platform/InterruptWatch.hpp"
-#include "screens/StatusBarViewModel.hpp"
-#include "screens/DaysViewModels.hpp"
 #include "screens/AttentionViewModel.hpp"
+#include "screens/DaysViewModels.hpp"
+#include "screens/StatusBarViewModel.hpp"
 
 namespace quorvane::Commands {
 
@@ -302,7 +303,8 @@ std::vector<std::string> scanBeforeView(CommandContext& context) {
 int statusBar(CommandContext& context) {
     View view(context);
     if (!view.readable) return 1;
-    context.out << StatusBarViewModel::of(view.store, view.config, view.now)
+    context.out << StatusBarViewModel::of(view.store, view.config, view.now,
+                                          PauseMarker::isPaused(context.dataDir))
                        .dump(-1, ' ', false, Json::error_handler_t::replace)
                 << "\n";
     return 0;
@@ -615,14 +617,17 @@ namespace quorvane {
 void declareViewCommands(CommandTable& table) {
     auto& json = table.keep<bool>();
     auto& bar = table.keep<bool>();
-    CLI::App* status = table.add(
-        "status",
-             "Print what the last scan stored, without scanning\n"
-             "Reads the data folder only, so it works while another quorvane process is "
-             "writing.",
-             {DataUse::reads, [&](CommandContext& c) {
-                  return bar ? Commands::statusBar(c) : Commands::status(c, json);
-              }});
+    CLI::App* status =
+        table.add("status",
+                  "Print what the last scan stored, without scanning\n"
+                  "Reads the data folder only, so it works while another quorvane process is "
+                  "writing.",
+                  {.use = DataUse::reads,
+                   .run =
+                       [&](CommandContext& c) {
+                           return bar ? Commands::statusBar(c) : Commands::status(c, json);
+                       },
+                   .daemonAnswers = true});
     status->add_flag("--json", json, "Print the stored snapshots as a JSON array");
     status
         ->add_flag("--bar", bar,

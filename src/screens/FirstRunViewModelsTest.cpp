@@ -85,6 +85,12 @@ TEST(StatusBarViewModel, CountsWhatWaitsAndSaysItInAFewCharactersAndATooltip) {
     StatusBarViewModel::Bar none = StatusBarViewModel::bar(calm, 0);
     EXPECT_EQ(StatusBarViewModel::text(none), "✓") << "zeros are left out, all of them";
     EXPECT_EQ(StatusBarViewModel::toJson(none)["class"], "clear");
+    none.paused = true;
+    EXPECT_EQ(StatusBarViewModel::text(none), "⏸ ✓");
+    EXPECT_EQ(StatusBarViewModel::tooltip(none),
+              "Quorvane (watching paused): nothing waits for you");
+    EXPECT_EQ(StatusBarViewModel::toJson(none)["paused"], true);
+    EXPECT_EQ(json["paused"], false);
     // A name is shown on one line, whatever it holds.
     TodaySummary hostile;
     hostile.lines = {line("x\ny", {RepoStatus::needsPush})};

@@ -56,7 +56,8 @@ std::string text(const Bar& bar) {
     add("↓", bar.toPull);
     add("±", bar.uncommitted);
     add("?", bar.proposals);
-    return out.empty() ? "✓" : out;
+    if (out.empty()) out = "✓";
+    return bar.paused ? "⏸ " + out : out;
 }
 
 std::string tooltip(const Bar& bar) {
@@ -73,8 +74,9 @@ std::string tooltip(const Bar& bar) {
     if (bar.proposals > 0)
         lines.push_back(fmt::format("{} {} waiting for your review", bar.proposals,
                                     bar.proposals == 1 ? "proposal" : "proposals"));
-    if (lines.empty()) return "Quorvane: nothing waits for you";
-    std::string out = "Quorvane";
+    const std::string head = bar.paused ? "Quorvane (watching paused)" : "Quorvane";
+    if (lines.empty()) return head + ": nothing waits for you";
+    std::string out = head;
     for (const std::string& line : lines) out += "\n" + line;
     return out;
 }
@@ -90,12 +92,15 @@ Json toJson(const Bar& bar) {
                 {"toPush", bar.toPush},
                 {"toPull", bar.toPull},
                 {"uncommitted", bar.uncommitted},
-                {"proposals", bar.proposals}};
+                {"proposals", bar.proposals},
+                {"paused", bar.paused}};
 }
 
-Json of(const Store& store, const AppConfig& config, Date now) {
+Json of(const Store& store, const AppConfig& config, Date now, bool paused) {
     const int waiting = static_cast<int>(store.proposals(PendingProposal::Status::pending).size());
-    return toJson(bar(Queries::todaySummary(store, config, now), waiting));
+    Bar shown = bar(Queries::todaySummary(store, config, now), waiting);
+    shown.paused = paused;
+    return toJson(shown);
 }
 
 }  // namespace quorvane::StatusBarViewModel

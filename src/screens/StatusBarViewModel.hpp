@@ -19,6 +19,7 @@ struct Bar {
     int toPull = 0;       // repositories behind their upstream
     int uncommitted = 0;  // repositories with changed files
     int proposals = 0;    // agents' proposals waiting for the person
+    bool paused = false;  // the daemon's watching is paused
     std::vector<std::string> pushNames, pullNames, uncommittedNames;
     bool operator==(const Bar&) const = default;
 };
@@ -27,7 +28,8 @@ struct Bar {
 // the proposals waiting.
 Bar bar(const TodaySummary& today, int proposalsWaiting);
 
-// "↑2 ↓1 ±3 ?1", leaving out what is zero; "✓" when nothing waits.
+// "↑2 ↓1 ±3 ?1", leaving out what is zero; "✓" when nothing waits; after "⏸ "
+// while the daemon is paused.
 std::string text(const Bar& bar);
 // One line per kind that waits, naming the repositories.
 std::string tooltip(const Bar& bar);
@@ -35,7 +37,7 @@ std::string tooltip(const Bar& bar);
 Json toJson(const Bar& bar);
 
 // The bar as 'status --bar' prints it and the panel reads it: from today's work and
-// the proposals waiting in `store`.
-Json of(const Store& store, const AppConfig& config, Date now);
+// the proposals waiting in `store`, and whether the daemon is paused.
+Json of(const Store& store, const AppConfig& config, Date now, bool paused);
 
 }  // namespace quorvane::StatusBarViewModel

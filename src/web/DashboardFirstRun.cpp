@@ -99,7 +99,8 @@ void routeFirstRun(DashboardServer& server, AppEnvironment& env, const Clock& cl
     });
     server.get("/api/v1/panel", [&env, &clock](const httplib::Request&, httplib::Response& response,
                                                const DashboardSessions::Session&) {
-        sendJson(response, StatusBarViewModel::of(env.store(), env.config(), clock.now()));
+        sendJson(response,
+                 StatusBarViewModel::of(env.store(), env.config(), clock.now(), env.isPaused()));
     });
 }
 
