@@ -301,14 +301,6 @@ TEST_F(AgentSocketTest, AReminderIsShownWithButtonsThatOpenItsPageAndSnoozeItFor
                 HasSubstr("(snoozed until "));
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
-
-    // Kept across a restart: the scan at start raises nothing new, and nothing shows
-    // the snoozed reminder before its hour is up.
-    auto again = startDaemon("again.log");
-    EXPECT_EQ(reminders()[0]["snoozedUntil"], toJson(until));
-    EXPECT_EQ(server.notifications().size(), 1u);
-    again->signal(SIGTERM);
-    EXPECT_EQ(again->waitForExit(60s), 0) << again->output();
 }
 
 // The propose, approve, apply loop with the person's commands, beside the

@@ -21,20 +21,6 @@ ReminderEvent reminder(const std::string& id, Kind kind, Date raised) {
                          .snoozedUntil = std::nullopt};
 }
 
-TEST(ReminderNoticesTest, AReminderIsShownWithOpenAndSnoozeLeadingToItsPage) {
-    Date raised = *DateHelpers::parseISO("2026-11-21T15:00:00Z");
-    Notification shown = ReminderNotices::notice(reminder("r1", Kind::needsPush, raised));
-    EXPECT_EQ(shown.key, "r1");
-    EXPECT_EQ(shown.title, "Quorvane \u2014 Push pending");
-    EXPECT_EQ(shown.body, "api: 1 unpushed commit. Push them.");
-    EXPECT_EQ(shown.actions,
-              (std::vector<NotificationAction>{{"open", "Open"}, {"snooze", "Snooze 1 h"}}));
-    EXPECT_EQ(ReminderNotices::pageOf(Kind::staleDirty), "attention");
-    EXPECT_EQ(ReminderNotices::pageOf(Kind::tokenIssue), "attention");
-    EXPECT_EQ(ReminderNotices::pageOf(Kind::endDayReview), "today");
-    EXPECT_EQ(ReminderNotices::pageOf(Kind::remoteOnly), "today");
-}
-
 // Snoozed at 23:30 local time, a reminder stays down past midnight and comes back at
 // 00:30, once; one resolved while it was down never comes back.
 TEST(ReminderNoticesTest, ASnoozeAcrossMidnightEndsAnHourLaterAndSkipsResolvedReminders) {
