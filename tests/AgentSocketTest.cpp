@@ -87,6 +87,44 @@ protected:
         return daemon;
     }
 
+    // A desktop without a desktop environment: xdg-open hands the address to
+    // $BROWSER, which writes it down, and finds no browser of the machine's own.
+    struct CapturedBrowser {
+        explicit CapturedBrowser(const std::filesystem::path& dir)
+            : script(dir / "browser"),
+              display("DISPLAY", ":99"),
+              wayland("WAYLAND_DISPLAY", std::nullopt),
+              browser("BROWSER", script.string()),
+              desktop("XDG_CURRENT_DESKTOP", std::nullopt),
+              dataDirs("XDG_DATA_DIRS", (dir / "none").string()),
+              configDirs("XDG_CONFIG_DIRS", (dir / "none").string()) {
+            testing::writeFile(script, "#!/bin/sh\nprintf '%s' \"$1\" > \"$0.opened\"\n");
+            std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+        }
+
+        // Waits for the browser to be given an address, then follows it: it must log
+        // in once, on the daemon's dashboard. Where it leads, or "" on any failure.
+        // The address itself is a login and is never printed.
+        std::string loginTarget(const std::filesystem::path& dataDir) {
+            const std::filesystem::path opened = script.string() + ".opened";
+            if (!testing::eventually(30s, [&] { return fileText(opened).size() > 0; })) return "";
+            const std::string address = fileText(opened);
+            std::filesystem::remove(opened);
+            std::optional<int> port = DashboardAddress::find(dataDir).port;
+            if (!port) return "";
+            const std::string origin = "http://127.0.0.1:" + std::to_string(*port) + "/";
+            if (address.rfind(origin + "login?", 0) != 0) return "";
+            CurlTransport http;
+            HttpResponse login = http.get({address, {}, 10, nullptr});
+            if (login.status != 303) return "";
+            EXPECT_EQ(http.get({address, {}, 10, nullptr}).status / 100, 4) << "it is spent";
+            return login.header("Location").value_or("");
+        }
+
+        std::filesystem::path script;
+        testing::ScopedEnvironment display, wayland, browser, desktop, dataDirs, configDirs;
+    };
+
     testing::TempDir dir_;
 };
 
@@ -176,15 +214,7 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
 TEST_F(AgentSocketTest, AProposalIsShownWithAButtonThatOpensAgentReviewUntilItIsDecided) {
     testing::NotificationServer server;
     ASSERT_EQ(server.problem(), "");
-    // A desktop without a desktop environment: xdg-open hands the address to
-    // $BROWSER, which writes it down, and finds no browser of the machine's own.
-    const std::filesystem::path browser = dir_ / "browser";
-    testing::writeFile(browser, "#!/bin/sh\nprintf '%s' \"$1\" > \"$0.opened\"\n");
-    std::filesystem::permissions(browser, std::filesystem::perms::owner_all);
-    testing::ScopedEnvironment display("DISPLAY", ":99"), wayland("WAYLAND_DISPLAY", std::nullopt),
-        browserVariable("BROWSER", browser.string()), desktop("XDG_CURRENT_DESKTOP", std::nullopt),
-        dataDirs("XDG_DATA_DIRS", (dir_ / "none").string()),
-        configDirs("XDG_CONFIG_DIRS", (dir_ / "none").string());
+    CapturedBrowser browser(dir_.path());
     auto daemon = startDaemon("daemon.log");
     LineClient agent(agentSocket());
     ASSERT_TRUE(agent.connected());
@@ -201,21 +231,7 @@ TEST_F(AgentSocketTest, AProposalIsShownWithAButtonThatOpensAgentReviewUntilItIs
     EXPECT_THAT(shown[0].actions, ElementsAre("review", "Review"));
 
     ASSERT_TRUE(server.invokeAction(shown[0].id, "review"));
-    const std::filesystem::path opened = dir_ / "browser.opened";
-    ASSERT_TRUE(testing::eventually(30s, [&] { return fileText(opened).size() > 0; }))
-        << daemon->output();
-    // What the browser was given logs in once, on the daemon's dashboard, and leads
-    // to Agent Review. The address itself is a login and is never printed.
-    const std::string address = fileText(opened);
-    std::optional<int> port = DashboardAddress::find(dataDir()).port;
-    ASSERT_TRUE(port.has_value());
-    const std::string origin = "http://127.0.0.1:" + std::to_string(*port) + "/";
-    ASSERT_EQ(address.rfind(origin + "login?", 0), 0u);
-    CurlTransport http;
-    HttpResponse login = http.get({address, {}, 10, nullptr});
-    EXPECT_EQ(login.status, 303);
-    EXPECT_EQ(login.header("Location"), "/review");
-    EXPECT_EQ(http.get({address, {}, 10, nullptr}).status / 100, 4) << "it is spent";
+    EXPECT_EQ(browser.loginTarget(dataDir()), "/review") << daemon->output();
 
     // Several proposals of one call are one notification, taken down once the last
     // of them is decided, wherever that is.
@@ -239,6 +255,50 @@ TEST_F(AgentSocketTest, AProposalIsShownWithAButtonThatOpensAgentReviewUntilItIs
     const std::string last = two["result"]["proposalIds"][1].get<std::string>();
     ASSERT_EQ(testing::runQuorvane(dataDir(), {"proposals", "reject", last}).exitCode, 0);
     EXPECT_THAT(server.closed(), ElementsAre(shown[0].id, shown[1].id));
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
+}
+
+TEST_F(AgentSocketTest, AReminderIsShownWithButtonsThatOpenItsPageAndSnoozeItForAnHour) {
+    testing::NotificationServer server;
+    ASSERT_EQ(server.problem(), "");
+    CapturedBrowser browser(dir_.path());
+    testing::TestRepo origin(dir_ / "origin.git", testing::TestRepo::Kind::bare);
+    testing::TestRepo seed = testing::TestRepo::cloneOf(origin, dir_ / "seed");
+    seed.commitFile("a.txt", "a", "first");
+    seed.git({"push", "-q", "origin", "main"});
+    testing::TestRepo work = testing::TestRepo::cloneOf(origin, dir_ / "api");
+    work.commitFile("b.txt", "b", "not pushed yet");
+    writeConfig(
+        [&](AppConfig& config) { config.repositories = {testing::repoAt(work.path().string())}; });
+    auto daemon = startDaemon("daemon.log");
+    std::vector<testing::NotificationServer::Notification> shown = server.waitFor(1, 30s);
+    ASSERT_EQ(shown.size(), 1u) << daemon->output();
+    EXPECT_EQ(shown[0].summary, "Quorvane \u2014 Push pending");
+    EXPECT_THAT(shown[0].actions, ElementsAre("open", "Open", "snooze", "Snooze 1 h"));
+    auto reminders = [&] {
+        return Json::parse(testing::runQuorvane(dataDir(), {"reminders", "--json"}).stdOut);
+    };
+    ASSERT_EQ(reminders().size(), 1u);
+
+    // A button the daemon never offered, and a notification it never sent, do
+    // nothing; the buttons are heard in order, so once the page has opened they
+    // have been passed over.
+    ASSERT_TRUE(server.invokeAction(shown[0].id, "review-all"));
+    ASSERT_TRUE(server.invokeAction(shown[0].id + 100, "snooze"));
+    ASSERT_TRUE(server.invokeAction(shown[0].id, "open"));
+    EXPECT_EQ(browser.loginTarget(dataDir()), "/attention") << daemon->output();
+    EXPECT_FALSE(reminders()[0].contains("snoozedUntil"));
+    EXPECT_TRUE(server.closed().empty());
+
+    ASSERT_TRUE(server.invokeAction(shown[0].id, "snooze"));
+    ASSERT_TRUE(testing::eventually(30s, [&] { return reminders()[0].contains("snoozedUntil"); }))
+        << daemon->output();
+    Date until = *DateHelpers::parseISO(reminders()[0]["snoozedUntil"].get<std::string>());
+    EXPECT_GT(until, SystemClock().now() + 55min);
+    EXPECT_THAT(server.closed(), ElementsAre(shown[0].id));
+    EXPECT_THAT(testing::runQuorvane(dataDir(), {"reminders"}).stdOut,
+                HasSubstr("(snoozed until "));
     daemon->signal(SIGTERM);
     EXPECT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
 }

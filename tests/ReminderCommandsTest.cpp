@@ -23,7 +23,7 @@ ReminderEvent reminder(const std::string& id, const std::string& message, Date a
     return event;
 }
 
-TEST(ReminderCommandsTest, ListsNewestFirstAndDismissesByAnUnambiguousId) {
+TEST(ReminderCommandsTest, ListsNewestFirstAndDismissesOrSnoozesByAnUnambiguousId) {
     testing::TempDir dir;
     SystemClock clock;
     Date now = clock.now();
@@ -56,8 +56,24 @@ TEST(ReminderCommandsTest, ListsNewestFirstAndDismissesByAnUnambiguousId) {
     ShellResult all = quorvane({"reminders", "--all"});
     EXPECT_THAT(all.stdOut, HasSubstr("RESOLVED"));
     EXPECT_THAT(all.stdOut, HasSubstr("AAAA1111"));
-    // A resolved reminder is not dismissed twice.
+    // A resolved reminder is not dismissed twice, nor snoozed.
     EXPECT_EQ(quorvane({"reminders", "dismiss", "AAAA1111-0000"}).exitCode, 1);
+    EXPECT_EQ(quorvane({"reminders", "snooze", "AAAA1111-0000"}).exitCode, 1);
+
+    ShellResult badLength = quorvane({"reminders", "snooze", "AAAA2", "--for", "1d"});
+    EXPECT_EQ(badLength.exitCode, 1);
+    EXPECT_THAT(badLength.stdErr, HasSubstr("--for takes hours and minutes"));
+    EXPECT_FALSE(
+        JsonCodec::parse(quorvane({"reminders", "--json"}).stdOut)[0].contains("snoozedUntil"));
+    ShellResult snoozed = quorvane({"reminders", "snooze", "AAAA2", "--for", "1h30m"});
+    ASSERT_EQ(snoozed.exitCode, 0) << snoozed.stdErr;
+    EXPECT_THAT(snoozed.stdOut, HasSubstr(": web: 2 unpushed commits"));
+    Json listed = JsonCodec::parse(quorvane({"reminders", "--json"}).stdOut);
+    ASSERT_EQ(listed.size(), 1u) << "a snoozed reminder stays open";
+    Date until = *DateHelpers::parseISO(listed[0]["snoozedUntil"].get<std::string>());
+    EXPECT_GE(until, now + std::chrono::minutes(90));
+    EXPECT_LE(until, SystemClock().now() + std::chrono::minutes(90));
+    EXPECT_THAT(quorvane({"reminders"}).stdOut, HasSubstr("(snoozed until "));
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include "persistence/AtomicFile.hpp"
 #include "persistence/KeychainStore.hpp"
 #include "reports/ReminderEngine.hpp"
+#include "reports/ReminderNotices.hpp"
 
 namespace quorvane {
 
@@ -118,6 +119,7 @@ void AppEnvironment::bootstrap() {
     startPeriodicScanning();
     startPeriodicSync();
     startDailyReviewScheduling();
+    startSnoozeWatch();
     // The scan above has run, so this sync reads GitHub only. It runs beside the
     // service; shutdown ends its requests.
     if (config().sync.syncOnStart && hasSyncableAccount()) {
@@ -628,7 +630,7 @@ void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
     events_.publish("reminder", Json{{"count", events.size()}}.dump());
     if (notifier_ == nullptr) return;
     for (const ReminderEvent& event : events) {
-        notifier_->post(Notification{event.id, std::string(title(event.kind)), event.message, {}});
+        notifier_->post(ReminderNotices::notice(event));
     }
 }
 
@@ -636,6 +638,59 @@ void AppEnvironment::postAll(const std::vector<ReminderEvent>& events) {
 void AppEnvironment::closeAll(const std::vector<std::string>& reminderIDs) {
     if (notifier_ == nullptr) return;
     for (const std::string& id : reminderIDs) notifier_->close(id);
+}
+
+void AppEnvironment::refreshOpenReminders() {
+    std::vector<ReminderEvent> open = store_.reminders(true);
+    std::lock_guard lock(mutex_);
+    unresolvedReminders_ = std::move(open);
+}
+
+AppEnvironment::Snoozed AppEnvironment::snoozeReminder(const std::string& id,
+                                                       std::chrono::minutes length) {
+    const Date until = clock_.now() + length;
+    Snoozed result;
+    result.reminder = store_.changeOpenReminder(id, [&](ReminderEvent& event) {
+        event.snoozedUntil = until;
+        return true;
+    });
+    if (!result.reminder) return result;
+    // Stored before it leaves the screen, so a failed save loses no reminder.
+    if (!store_.flush()) result.saveProblem = store_.flushProblem();
+    if (notifier_ != nullptr) notifier_->close(id);
+    refreshOpenReminders();
+    // The watch reads the new time at once; outside the service nothing is armed.
+    timers_.runSoon(Scheduler::TaskID::snoozed);
+    return result;
+}
+
+void AppEnvironment::bringBackSnoozed() {
+    const Date now = clock_.now();
+    std::vector<ReminderEvent> back;
+    for (const std::string& id : ReminderNotices::dueBack(now, store_.reminders(true))) {
+        // Checked again in the store's step: a snooze set meanwhile is kept.
+        std::optional<ReminderEvent> event = store_.changeOpenReminder(id, [&](ReminderEvent& e) {
+            if (ReminderNotices::isSnoozed(e, now) || !e.snoozedUntil) return false;
+            e.snoozedUntil.reset();
+            return true;
+        });
+        if (event) back.push_back(*event);
+    }
+    if (!back.empty() && !store_.flush()) noteSaveProblem(store_.flushProblem());
+    // Always: the watch's next time is read from this copy, which must not keep one
+    // that a pass resolved meanwhile.
+    refreshOpenReminders();
+    if (notifier_ == nullptr) return;
+    for (const ReminderEvent& event : back) notifier_->post(ReminderNotices::notice(event));
+}
+
+void AppEnvironment::startSnoozeWatch() {
+    if (stopping_) return;
+    timers_.arm(
+        Scheduler::TaskID::snoozed,
+        {.name = "snoozed reminders",
+         .due = [this](Date, Date) { return ReminderNotices::nextBack(unresolvedReminders()); },
+         .run = [this] { bringBackSnoozed(); }});
 }
 
 void AppEnvironment::startDailyReviewScheduling() {

@@ -133,10 +133,27 @@ public:
     // time is taken at once, not after the review already waited for.
     void startDailyReviewScheduling();
 
+    // Arms the task that brings snoozed reminders back when their snooze runs out,
+    // at once for those that ran out while no service was running.
+    void startSnoozeWatch();
+
     // Raises the end-of-day reminder, replacing an open one, when it is switched on.
     void fireDayReviewIfEnabled();
 
     std::vector<ReminderEvent> unresolvedReminders() const;
+
+    // Puts the open reminder `id` off for `length`: its notification is taken down,
+    // the snooze is stored in the reminder so it outlasts a restart, and the
+    // long-running service shows it again when the snooze runs out, if it is still
+    // open. `reminder` is nothing when no open reminder has that id.
+    struct Snoozed {
+        std::optional<ReminderEvent> reminder;
+        std::string saveProblem;  // empty when the snooze was saved
+    };
+    Snoozed snoozeReminder(const std::string& id, std::chrono::minutes length);
+
+    // Shows again each open reminder whose snooze has run out, and keeps it shown.
+    void bringBackSnoozed();
 
     // The store holds the accounts; config.json mirrors them and may be ahead after a
     // store file was set aside. Accounts only the mirror has go back into the store,
@@ -311,6 +328,8 @@ private:
     void storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits);
     void postAll(const std::vector<ReminderEvent>& events);
     void closeAll(const std::vector<std::string>& reminderIDs);
+    // Takes the store's open reminders as the service's copy.
+    void refreshOpenReminders();
     // Applies `change` to the running configuration and saves it; a hand edit made
     // meanwhile is taken in first and `change` applied to it, so it is never
     // reverted. Returns the reason it was not saved, if it was not.

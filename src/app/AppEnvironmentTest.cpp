@@ -433,6 +433,71 @@ TEST(AppEnvironmentTest, TheEndOfDayReviewCountsTodaysWorkAndKeepsOneOpen) {
     EXPECT_EQ(notifier.shown.size(), 2u);
 }
 
+// The running service brings a snoozed reminder back when its hour is up, after a
+// restart too, with its buttons; one resolved while it was down stays down.
+TEST(AppEnvironmentTest, ASnoozedReminderComesBackWhenItsTimeIsUpEvenAfterARestart) {
+    testing::TempDir dir;
+    testing::FakeClock clock(*DateHelpers::parseISO("2026-11-21T23:30:00Z"));
+    FakeProcessRunner runner;
+    struct Recorder final : Notifier {
+        void post(const Notification& notification) override {
+            std::lock_guard lock(mutex);
+            shown.push_back(notification);
+        }
+        void close(const std::string& key) override {
+            std::lock_guard lock(mutex);
+            closed.push_back(key);
+        }
+        std::vector<Notification> shownSoFar() {
+            std::lock_guard lock(mutex);
+            return shown;
+        }
+        std::mutex mutex;
+        std::vector<Notification> shown;
+        std::vector<std::string> closed;
+    };
+    auto reminder = [&](const std::string& id, ReminderEvent::Kind kind) {
+        return ReminderEvent{.id = id,
+                             .repoID = "/code/api",
+                             .kind = kind,
+                             .message = id + " waits",
+                             .triggeredAt = clock.now(),
+                             .resolvedAt = std::nullopt,
+                             .snoozedUntil = std::nullopt};
+    };
+    {
+        Recorder first;
+        AppEnvironment env(dir.path(), clock, runner, &first);
+        env.load();
+        // Of kinds only a sync settles, so the scans of the service leave them open.
+        env.store().upsertReminders({reminder("pull", ReminderEvent::Kind::needsPull),
+                                     reminder("token", ReminderEvent::Kind::tokenIssue)});
+        env.bootstrap();
+        EXPECT_EQ(env.snoozeReminder("pull", 60min).saveProblem, "");
+        EXPECT_TRUE(env.snoozeReminder("token", 30min).reminder.has_value());
+        EXPECT_FALSE(env.snoozeReminder("none", 30min).reminder.has_value());
+        EXPECT_THAT(first.closed, ElementsAre("pull", "token"));
+        env.store().resolveReminders({"token"});
+        ASSERT_TRUE(env.store().flush());
+        env.shutdown();
+    }
+    Recorder second;
+    AppEnvironment env(dir.path(), clock, runner, &second);
+    env.bootstrap();
+    clock.advance(59min);  // past the resolved one's end, past midnight
+    EXPECT_TRUE(env.unresolvedReminders()[0].snoozedUntil.has_value());
+    clock.advance(1min);
+    ASSERT_TRUE(testing::eventually(5s, [&] { return !second.shownSoFar().empty(); }));
+    std::vector<Notification> shown = second.shownSoFar();
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].key, "pull");
+    EXPECT_EQ(shown[0].actions.size(), 2u);
+    std::vector<ReminderEvent> open = env.unresolvedReminders();
+    ASSERT_EQ(open.size(), 1u);
+    EXPECT_FALSE(open[0].snoozedUntil.has_value()) << "back for good";
+    env.shutdown();
+}
+
 // What `quorvane config set` does: one key's value checked, then applied.
 std::function<void(AppConfig&)> setting(const std::string& key, const std::string& value) {
     ConfigKeys::Parsed parsed = ConfigKeys::parse(key, value);

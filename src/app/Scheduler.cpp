@@ -100,7 +100,7 @@ std::optional<Date> Scheduler::step() {
             }
         }
     }
-    for (TaskID id : {TaskID::scan, TaskID::sync, TaskID::review}) {
+    for (TaskID id : {TaskID::scan, TaskID::sync, TaskID::review, TaskID::snoozed}) {
         std::function<void()> run;
         std::string name;
         {

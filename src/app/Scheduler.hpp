@@ -18,7 +18,7 @@ namespace quorvane {
 // and costs that round only, never the thread.
 class Scheduler {
 public:
-    enum class TaskID { scan, sync, review };
+    enum class TaskID { scan, sync, review, snoozed };
 
     // When a task that started its round at `roundStart` is next due, now that it is
     // `now`; nothing while its settings give it no time. A round starts when the task

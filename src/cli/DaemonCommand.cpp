@@ -2,7 +2,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <exception>
+#include <mutex>
 #include <ostream>
 #include <thread>
 
@@ -16,6 +18,7 @@
 #include "cli/ControlServer.hpp"
 #include "persistence/PauseMarker.hpp"
 #include "platform/DesktopNotifier.hpp"
+#include "reports/ReminderNotices.hpp"
 #include "web/Dashboard.hpp"
 #include "web/DashboardAddress.hpp"
 #include "web/DashboardKey.hpp"
@@ -74,29 +77,92 @@ void startDashboard(DashboardServer& server, AppEnvironment& env, const Clock& c
                        server.address());
 }
 
-// The person pressed "Review" on a notification of waiting proposals: Agent Review
-// opens in their browser as `quorvane open review` opens it. Runs on the notifier's
-// thread; a failure can only be logged, without the address, which is a login.
-void openAgentReview(const CommandContext& context) {
+// Opens the dashboard's `page` in the person's browser, logged in, as `quorvane open
+// PAGE` does, for a notification's button. Runs on the notifier's thread; a failure
+// can only be logged, without the address, which is a login. `what` names the page
+// in the log.
+void openDashboardPage(const CommandContext& context, const std::string& page,
+                       const std::string& what) {
     DashboardOpener::LoginAddress login =
-        DashboardOpener::loginAddress(context.dataDir, context.clock.now(), "review");
+        DashboardOpener::loginAddress(context.dataDir, context.clock.now(), page);
     if (login.address.empty()) {
-        Log::app().error("cannot open Agent Review: " + login.problem);
+        Log::app().error(fmt::format("cannot open {}: {}", what, login.problem));
         return;
     }
     DashboardOpener::Opened opened = DashboardOpener::openInBrowser(context.runner, login.address);
     switch (opened.outcome) {
         case DashboardOpener::Outcome::opened: return;
         case DashboardOpener::Outcome::noDesktop:
-            Log::app().error(
-                "cannot open Agent Review: no desktop session or no xdg-open; 'quorvane open "
-                "review' opens it");
+            Log::app().error(fmt::format(
+                "cannot open {}: no desktop session or no xdg-open; 'quorvane open {}' opens it",
+                what, page));
             return;
         case DashboardOpener::Outcome::failed:
-            Log::app().error("cannot open Agent Review: cannot start xdg-open: " + opened.problem);
+            Log::app().error(
+                fmt::format("cannot open {}: cannot start xdg-open: {}", what, opened.problem));
             return;
     }
 }
+
+// Answers the buttons of the daemon's notifications. The notifier hears them on its
+// own thread and may outlive the service they act on: the service is attached once
+// it exists and detached before it goes, the detach waiting for an answer under way.
+class NotificationActions {
+public:
+    explicit NotificationActions(const CommandContext& context) : context_(context) {}
+
+    // A guard that keeps `env` attached for its own lifetime.
+    class Attached {
+    public:
+        Attached(NotificationActions& actions, AppEnvironment& env) : actions_(actions) {
+            std::lock_guard lock(actions_.mutex_);
+            actions_.env_ = &env;
+        }
+        ~Attached() {
+            std::lock_guard lock(actions_.mutex_);
+            actions_.env_ = nullptr;
+        }
+        Attached(const Attached&) = delete;
+        Attached& operator=(const Attached&) = delete;
+
+    private:
+        NotificationActions& actions_;
+    };
+
+    // `key` names the notification, a reminder's id or a proposal's; a button this
+    // daemon never offered, or one pressed on a notification of something no longer
+    // open, does nothing.
+    void answer(const std::string& key, const std::string& action) {
+        std::lock_guard lock(mutex_);
+        if (env_ == nullptr) return;
+        if (action == ProposalNotices::kReviewAction) {
+            openDashboardPage(context_, "review", "Agent Review");
+            return;
+        }
+        if (action != ReminderNotices::kOpenAction && action != ReminderNotices::kSnoozeAction) {
+            return;
+        }
+        std::vector<ReminderEvent> open = env_->unresolvedReminders();
+        auto reminder = std::find_if(open.begin(), open.end(),
+                                     [&](const ReminderEvent& event) { return event.id == key; });
+        if (reminder == open.end()) return;
+        if (action == ReminderNotices::kSnoozeAction) {
+            AppEnvironment::Snoozed snoozed =
+                env_->snoozeReminder(key, ReminderNotices::kSnoozeLength);
+            if (!snoozed.saveProblem.empty()) {
+                Log::app().error("the snoozed reminder could not be saved: " + snoozed.saveProblem);
+            }
+            return;
+        }
+        openDashboardPage(context_, std::string(ReminderNotices::pageOf(reminder->kind)),
+                          "the reminder's page");
+    }
+
+private:
+    const CommandContext& context_;
+    std::mutex mutex_;
+    AppEnvironment* env_ = nullptr;
+};
 
 }  // namespace
 
@@ -153,12 +219,16 @@ int daemon(CommandContext& context) {
         ::getpid(), context.dataDir.string());
     context.err.flush();
 
+    // Declared first, so it outlives the notifier, whose destructor waits for a call
+    // in progress; the service is attached after it exists and detached before it goes.
+    NotificationActions actions(context);
     DesktopNotifier notifier;
-    // The context outlives the notifier, whose destructor waits for a call in progress.
-    notifier.setActionHandler([&context](const std::string&, const std::string& action) {
-        if (action == ProposalNotices::kReviewAction) openAgentReview(context);
+    notifier.setActionHandler([&actions](const std::string& key, const std::string& action) {
+        actions.answer(key, action);
     });
     AppEnvironment env(context.dataDir, context.clock, context.runner, &notifier);
+    std::optional<NotificationActions::Attached> attached;
+    attached.emplace(actions, env);
     // Commands that change the data folder come here while the daemon holds it, and
     // run on the state it owns.
     ControlServer control(
@@ -211,6 +281,8 @@ int daemon(CommandContext& context) {
     // New commands are refused first; a running one is cut short with the scan it
     // waits on, and finishes before the socket goes.
     control.beginStop();
+    // No button acts on a service that is stopping.
+    attached.reset();
     env.shutdown();
     starter.join();
     // After the starter, which may still have been starting it.

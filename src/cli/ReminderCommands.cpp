@@ -13,6 +13,7 @@
 #include "cli/Style.hpp"
 #include "persistence/Store.hpp"
 #include "records/ReminderEvent.hpp"
+#include "reports/ReminderNotices.hpp"
 
 namespace quorvane::Commands {
 
@@ -31,6 +32,7 @@ int reminders(CommandContext& context, bool all, bool json) {
         context.out << (all ? "No reminders yet.\n" : "No open reminders.\n");
         return 0;
     }
+    const Date now = context.clock.now();
     std::vector<std::vector<std::string>> rows = {{"ID", "RAISED", "KIND", "MESSAGE"}};
     if (all) rows[0].push_back("RESOLVED");
     for (const ReminderEvent& event : events) {
@@ -40,6 +42,10 @@ int reminders(CommandContext& context, bool all, bool json) {
              Style::paint(context, event.resolvedAt ? Tone::dim : Style::toneOf(event.kind),
                           enumName(event.kind)),
              Text::visible(event.message)});
+        if (ReminderNotices::isSnoozed(event, now)) {
+            rows.back().back() +=
+                " (" + ReminderNotices::snoozedText(*event.snoozedUntil, now) + ")";
+        }
         if (all) {
             rows.back().push_back(event.resolvedAt ? DateHelpers::dateKey(*event.resolvedAt) + " " +
                                                          localClockTime(*event.resolvedAt)
@@ -56,35 +62,72 @@ int reminders(CommandContext& context, bool all, bool json) {
     return 0;
 }
 
+namespace {
+
+// The open reminder with this full id, or with this unique id prefix of at least 4
+// characters; nothing, with the reason on stderr, otherwise.
+std::optional<ReminderEvent> openReminderNamed(const CommandContext& context, const Store& store,
+                                               const std::string& id) {
+    std::vector<ReminderEvent> matches;
+    for (const ReminderEvent& event : store.reminders(true)) {
+        if (event.id == id) return event;
+        if (id.size() >= 4 && event.id.starts_with(id)) matches.push_back(event);
+    }
+    if (matches.size() == 1) return matches[0];
+    context.err << fmt::format(
+        fmt::runtime(matches.empty()
+                         ? "quorvane: no open reminder has the id {} (see: quorvane reminders)\n"
+                         : "quorvane: {} matches several open reminders; give more of the id\n"),
+        Text::visible(id));
+    return std::nullopt;
+}
+
+}  // namespace
+
 // Resolves the open reminder with this id, or with this unique id prefix.
 int dismissReminder(CommandContext& context, const std::string& id) {
     std::optional<WriterAccess> writer = WriterAccess::open(context);
     if (!writer) return 1;
     Store& store = writer->env().store();
-    // The full id, or a prefix that only one open reminder has.
-    std::vector<ReminderEvent> matches;
-    for (const ReminderEvent& event : store.reminders(true)) {
-        if (event.id == id) {
-            matches = {event};
-            break;
-        }
-        if (id.size() >= 4 && event.id.starts_with(id)) matches.push_back(event);
-    }
-    if (matches.size() != 1) {
-        context.err << fmt::format(
-            fmt::runtime(
-                matches.empty()
-                    ? "quorvane: no open reminder has the id {} (see: quorvane reminders)\n"
-                    : "quorvane: {} matches several open reminders; give more of the id\n"),
-            id);
-        return 1;
-    }
-    store.resolveReminders({matches[0].id});
+    std::optional<ReminderEvent> match = openReminderNamed(context, store, id);
+    if (!match) return 1;
+    store.resolveReminders({match->id});
     if (!store.flush()) {
         context.err << "quorvane: the reminder could not be saved as dismissed (see the log)\n";
         return 1;
     }
-    context.out << fmt::format("dismissed: {}\n", Text::visible(matches[0].message));
+    context.out << fmt::format("dismissed: {}\n", Text::visible(match->message));
+    return 0;
+}
+
+// Puts the open reminder with this id, or unique id prefix, off for `length`, as its
+// notification's snooze button does.
+int snoozeReminder(CommandContext& context, const std::string& id, const std::string& length) {
+    std::optional<std::chrono::minutes> minutes = ReminderNotices::parseLength(length);
+    if (!minutes) {
+        context.err << fmt::format(
+            "quorvane: --for takes hours and minutes such as 1h, 30m or 1h30m, from 1m to 168h, "
+            "not '{}'\n",
+            Text::visible(length));
+        return 1;
+    }
+    std::optional<WriterAccess> writer = WriterAccess::open(context);
+    if (!writer) return 1;
+    AppEnvironment& env = writer->env();
+    std::optional<ReminderEvent> match = openReminderNamed(context, env.store(), id);
+    if (!match) return 1;
+    AppEnvironment::Snoozed snoozed = env.snoozeReminder(match->id, *minutes);
+    if (!snoozed.reminder) {
+        // Resolved by a scan between the lookup and the snooze.
+        context.err << fmt::format("quorvane: the reminder {} is no longer open\n",
+                                   shortID(match->id));
+        return 1;
+    }
+    if (!reportFlush(context, snoozed.saveProblem)) return 1;
+    context.out << fmt::format(
+        "{}: {}\n",
+        ReminderNotices::snoozedText(*snoozed.reminder->snoozedUntil, context.clock.now()),
+        Text::visible(snoozed.reminder->message));
     return 0;
 }
 
@@ -114,6 +157,18 @@ void declareReminderCommands(CommandTable& table) {
              {DataUse::writes, [&](CommandContext& c) { return Commands::dismissReminder(c, id); }})
         ->add_option("ID", id, "Reminder id (as listed)")
         ->required();
+    auto& snoozeID = table.keep<std::string>();
+    auto& length = table.keep<std::string>("1h");
+    CLI::App* snooze = table.add(
+        reminders, "snooze",
+        "Put an open reminder off: its notification goes, and comes back when the time is up\n"
+        "if the reminder is still open. The daemon keeps the snooze across restarts; its\n"
+        "notification's \"Snooze 1 h\" button does the same.",
+        {DataUse::writes,
+         [&](CommandContext& c) { return Commands::snoozeReminder(c, snoozeID, length); }});
+    snooze->add_option("ID", snoozeID, "Reminder id (as listed)")->required();
+    snooze->add_option("--for", length, "How long, in hours and minutes: 1h, 30m, 1h30m")
+        ->capture_default_str();
 }
 
 }  // namespace quorvane

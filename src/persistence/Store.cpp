@@ -446,6 +446,16 @@ void Store::resolveReminders(const std::vector<std::string>& ids) {
     }
 }
 
+std::optional<ReminderEvent> Store::changeOpenReminder(
+    const std::string& id, const std::function<bool(ReminderEvent&)>& change) {
+    std::lock_guard lock(mutex_);
+    auto it = std::find_if(reminders_.items.begin(), reminders_.items.end(),
+                           [&](const ReminderEvent& e) { return e.id == id && !e.resolvedAt; });
+    if (it == reminders_.items.end() || !change(*it)) return std::nullopt;
+    reminders_.dirty = true;
+    return *it;
+}
+
 void Store::pruneResolvedReminders(int olderThanDays) {
     std::lock_guard lock(mutex_);
     Date cutoff = clock_.now() - kDay * olderThanDays;

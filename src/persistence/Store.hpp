@@ -106,6 +106,11 @@ public:
     std::vector<ReminderEvent> reminders(bool unresolvedOnly) const;
     void upsertReminders(const std::vector<ReminderEvent>& events);
     void resolveReminders(const std::vector<std::string>& ids);
+    // Applies `change` to the open reminder `id` in one step, so no pass that resolves
+    // it meanwhile is undone; `change` says whether it changed anything. The reminder
+    // as changed, or nothing when no open reminder has that id or nothing changed.
+    std::optional<ReminderEvent> changeOpenReminder(
+        const std::string& id, const std::function<bool(ReminderEvent&)>& change);
     void pruneResolvedReminders(int olderThanDays);
 
     // Accounts, sorted by display name then id.

@@ -30,6 +30,7 @@ void fromJson(const Json& json, ReminderEvent& out, const std::string& path) {
     out.message = reader.required<std::string>("message");
     out.triggeredAt = reader.required<Date>("triggeredAt");
     out.resolvedAt = reader.optional<Date>("resolvedAt");
+    out.snoozedUntil = reader.optional<Date>("snoozedUntil");
 }
 
 Json toJson(const ReminderEvent& event) {
@@ -39,6 +40,7 @@ Json toJson(const ReminderEvent& event) {
               {"triggeredAt", toJson(event.triggeredAt)}};
     putIfPresent(json, "repoID", event.repoID);
     putIfPresent(json, "resolvedAt", event.resolvedAt);
+    putIfPresent(json, "snoozedUntil", event.snoozedUntil);
     return json;
 }
 

@@ -35,6 +35,10 @@ struct ReminderEvent {
     std::string message;
     Date triggeredAt{};
     std::optional<Date> resolvedAt;  // absent while the reminder is open
+    // Set when the person put the reminder off: its notification stays down until
+    // then, and comes back if the reminder is still open. Absent in files written
+    // before reminders could be put off.
+    std::optional<Date> snoozedUntil;
 
     // Two reminders are the same reminder when these are equal: "<kind>#<repoID>",
     // with nothing after the "#" when there is no repository.

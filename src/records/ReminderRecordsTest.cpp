@@ -25,12 +25,14 @@ TEST(ReminderRecords, ReminderEventSurvivesAFileAndKeysByKindAndRepository) {
     open.triggeredAt = kNow;
     EXPECT_EQ(open.reconcileKey(), "staleDirty#/home/dev/code/app");
     EXPECT_FALSE(toJson(open).contains("resolvedAt"));
+    EXPECT_FALSE(toJson(open).contains("snoozedUntil"));
     EXPECT_EQ(throughFile(open), open);
 
     ReminderEvent resolved = open;
     resolved.repoID.reset();
     resolved.kind = ReminderEvent::Kind::remoteOnly;
     resolved.resolvedAt = kNow + std::chrono::hours(1);
+    resolved.snoozedUntil = kNow + std::chrono::minutes(30);
     EXPECT_EQ(resolved.reconcileKey(), "remoteOnly#");
     EXPECT_FALSE(toJson(resolved).contains("repoID"));
     EXPECT_EQ(throughFile(resolved), resolved);

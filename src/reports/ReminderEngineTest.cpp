@@ -38,7 +38,8 @@ ReminderEvent open(const std::string& id, Kind kind, std::optional<std::string> 
                          .kind = kind,
                          .message = "as raised",
                          .triggeredAt = kNow - hours(5),
-                         .resolvedAt = std::nullopt};
+                         .resolvedAt = std::nullopt,
+                         .snoozedUntil = std::nullopt};
 }
 
 WorkSession worked(const std::string& repoID, Date endedAt, int estimatedSeconds) {
