@@ -137,7 +137,7 @@ esac
 step "Choosing the folders to scan"
 if [ ${#folders[@]} -eq 0 ]; then
   # A second run keeps the folders chosen the first time.
-  already=$("$quorvane" folders list --json | tr -d '[]"' | tr ',' ' ')
+  already=$("$quorvane" folders list --json | grep -o '"[^"]*"' | tr -d '"' | paste -sd ' ')
   if [ -n "${already// /}" ]; then
     echo "    scan folders already chosen: $already"
   else
