@@ -218,8 +218,15 @@ void ControlServer::serve(Fd socket) {
     }
     out.flush();
     err.flush();
-    Log::app().info(fmt::format("ran '{}' for a client: exit {}{}", commandName(request), status,
-                                lost ? " (the client left before the end)" : ""));
+    // The tray asks for the status every half minute: those reads would bury the
+    // commands that changed something, so they are logged only at debug level.
+    std::string ran = fmt::format("ran '{}' for a client: exit {}{}", commandName(request), status,
+                                  lost ? " (the client left before the end)" : "");
+    if (commandName(request) == "status" && status == 0) {
+        Log::app().debug(ran);
+    } else {
+        Log::app().info(ran);
+    }
     if (!lost) {
         UnixSocket::sendAll(
             socket.get(),
