@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -64,6 +66,38 @@ PrivateSessionBus::~PrivateSessionBus() {
         int status = 0;
         ::waitpid(pid_, &status, 0);
     }
+}
+
+void serveOnBus(const std::string& address, const char* path, const char* name,
+                const sd_bus_vtable* vtable, void* userdata, const std::atomic<bool>& stopping,
+                std::promise<std::string>& ready, std::string_view what,
+                const std::function<void(sd_bus*)>& between) {
+    sd_bus* bus = nullptr;
+    sd_bus_slot* slot = nullptr;
+    int r = sd_bus_new(&bus);
+    if (r >= 0) r = sd_bus_set_address(bus, address.c_str());
+    if (r >= 0) r = sd_bus_set_bus_client(bus, 1);
+    if (r >= 0) r = sd_bus_start(bus);
+    if (r >= 0) r = sd_bus_add_object_vtable(bus, &slot, path, name, vtable, userdata);
+    if (r >= 0) r = sd_bus_request_name(bus, name, 0);
+    if (r < 0) {
+        ready.set_value("cannot serve " + std::string(what) + ": " + std::strerror(-r));
+        sd_bus_slot_unref(slot);
+        sd_bus_flush_close_unref(bus);
+        return;
+    }
+    ready.set_value("");
+    while (!stopping) {
+        r = sd_bus_process(bus, nullptr);
+        if (r < 0) break;
+        if (r > 0) continue;
+        // Short waits, so whoever stops the loop never waits long for it to see that.
+        r = sd_bus_wait(bus, 50'000);
+        if (r < 0 && r != -EINTR) break;
+        if (between) between(bus);
+    }
+    sd_bus_slot_unref(slot);
+    sd_bus_flush_close_unref(bus);
 }
 
 }  // namespace quorvane::testing

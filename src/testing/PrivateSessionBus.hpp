@@ -1,8 +1,13 @@
 #pragma once
 
 #include <sys/types.h>
+#include <systemd/sd-bus.h>
 
+#include <atomic>
+#include <functional>
+#include <future>
 #include <string>
+#include <string_view>
 
 #include "testing/ScopedEnvironment.hpp"
 #include "testing/TempDir.hpp"
@@ -32,5 +37,15 @@ private:
     std::string problem_;
     pid_t pid_ = -1;
 };
+
+// A stand-in's service loop, run on its own thread with a connection of its own to
+// the bus at `address`: serves `vtable` at `path` under the well-known `name`, taken
+// before `ready` is told "" (so a client calling afterwards finds it) or why it
+// could not be, then answers calls until `stopping`, running `between` after each
+// wait.
+void serveOnBus(const std::string& address, const char* path, const char* name,
+                const sd_bus_vtable* vtable, void* userdata, const std::atomic<bool>& stopping,
+                std::promise<std::string>& ready, std::string_view what,
+                const std::function<void(sd_bus*)>& between = {});
 
 }  // namespace quorvane::testing

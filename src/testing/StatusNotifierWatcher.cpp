@@ -156,31 +156,7 @@ std::string StatusNotifierWatcher::restart() {
 }
 
 void StatusNotifierWatcher::serve(std::promise<std::string>* ready) {
-    sd_bus* bus = nullptr;
-    sd_bus_slot* slot = nullptr;
-    int r = sd_bus_new(&bus);
-    if (r >= 0) r = sd_bus_set_address(bus, bus_.address().c_str());
-    if (r >= 0) r = sd_bus_set_bus_client(bus, 1);
-    if (r >= 0) r = sd_bus_start(bus);
-    if (r >= 0) r = sd_bus_add_object_vtable(bus, &slot, kPath, kName, kVtable, this);
-    if (r >= 0) r = sd_bus_request_name(bus, kName, 0);
-    if (r < 0) {
-        ready->set_value(std::string("cannot serve the tray watcher: ") + std::strerror(-r));
-        sd_bus_slot_unref(slot);
-        sd_bus_flush_close_unref(bus);
-        return;
-    }
-    ready->set_value("");
-    while (!stopping_) {
-        r = sd_bus_process(bus, nullptr);
-        if (r < 0) break;
-        if (r > 0) continue;
-        // Short waits, so stop() never waits long for the thread to see it.
-        r = sd_bus_wait(bus, 50'000);
-        if (r < 0 && r != -EINTR) break;
-    }
-    sd_bus_slot_unref(slot);
-    sd_bus_flush_close_unref(bus);
+    serveOnBus(bus_.address(), kPath, kName, kVtable, this, stopping_, *ready, "the tray watcher");
 }
 
 std::vector<std::string> StatusNotifierWatcher::registrations() const {
