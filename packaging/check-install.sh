@@ -19,12 +19,13 @@ apps=$prefix/share/applications
 icons=$prefix/share/icons/hicolor/scalable/apps
 metainfo=$prefix/share/metainfo/com.qvn.quorvane.metainfo.xml
 autostart=$prefix/etc/xdg/autostart/quorvane-tray.desktop
-for file in bin/quorvane bin/quorvane-mcp \
+for file in bin/quorvane bin/quorvane-mcp bin/quorvane-tray \
   share/applications/quorvane.desktop share/applications/quorvane-tray.desktop \
   share/icons/hicolor/scalable/apps/quorvane.svg \
   share/icons/hicolor/scalable/apps/quorvane-attention.svg \
   share/metainfo/com.qvn.quorvane.metainfo.xml etc/xdg/autostart/quorvane-tray.desktop \
   lib/systemd/user/quorvane.service share/man/man1/quorvane.1.gz \
+  share/man/man1/quorvane-mcp.1.gz share/man/man1/quorvane-tray.1.gz \
   share/bash-completion/completions/quorvane share/zsh/vendor-completions/_quorvane \
   share/fish/vendor_completions.d/quorvane.fish \
   share/doc/quorvane/copyright share/doc/quorvane/changelog.gz; do

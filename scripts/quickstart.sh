@@ -62,6 +62,8 @@ fi
 bindir="$prefix/bin"
 
 step() { printf '\n==> %s\n' "$*"; }
+# A step that fails says so, rather than ending the run without a word.
+trap 'echo "quickstart: stopped: the command on line $LINENO of scripts/quickstart.sh failed (exit $?)" >&2' ERR
 took() { printf '    (%d s)\n' "$((SECONDS - $1))"; }
 
 step "Installing the Debian packages that building and running Quorvane needs"
@@ -137,7 +139,7 @@ esac
 step "Choosing the folders to scan"
 if [ ${#folders[@]} -eq 0 ]; then
   # A second run keeps the folders chosen the first time.
-  already=$("$quorvane" folders list --json | grep -o '"[^"]*"' | tr -d '"' | paste -sd ' ')
+  already=$("$quorvane" folders list --json | { grep -o '"[^"]*"' || true; } | tr -d '"' | paste -sd ' ')
   if [ -n "${already// /}" ]; then
     echo "    scan folders already chosen: $already"
   else
@@ -157,9 +159,9 @@ if [ ${#folders[@]} -eq 0 ]; then
     done
     if [ -t 0 ]; then
       if [ ${#found[@]} -gt 0 ]; then
-        read -r -p "Track the repositories under these folders? Press Enter, or type other folders: " answer
+        read -r -p "Track the repositories under these folders? Press Enter, or type other folders: " answer || answer=""
       else
-        read -r -p "Which folders hold your Git repositories? (separate them with spaces; Enter for none): " answer
+        read -r -p "Which folders hold your Git repositories? (separate them with spaces; Enter for none): " answer || answer=""
       fi
       if [ -n "$answer" ]; then
         read -r -a typed <<<"$answer"
@@ -197,6 +199,13 @@ step "Today"
 # The first look tracks every repository found under the scan folders and reads
 # its recent history; then it scans and shows the day.
 "$quorvane" today
+
+# In a desktop session the tray shows at once rather than from the next login.
+if [ -n "${DBUS_SESSION_BUS_ADDRESS:-}" ] && [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] &&
+  [ -x "$bindir/quorvane-tray" ] && ! pgrep -x -u "$(id -u)" quorvane-tray >/dev/null 2>&1; then
+  setsid "$bindir/quorvane-tray" >/dev/null 2>&1 </dev/null &
+  echo "    started the tray icon"
+fi
 
 if [ "$open" -eq 1 ]; then
   step "The dashboard"
