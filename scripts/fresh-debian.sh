@@ -4,7 +4,7 @@
 # as its root user, with a code folder holding one repository and nobody at the
 # terminal. Then checks, from a new login shell, that `quorvane today` works, the
 # daemon answers and `quorvane-mcp --version` works; that a second run changes
-# nothing; and that a build error in a copy of the checkout is shown in full.
+# nothing; and that a build error in its copy of the checkout is shown in full.
 # Needs root (debootstrap, mount, chroot) and Debian's mirror; prints each stage's
 # duration.
 set -euo pipefail
@@ -88,16 +88,19 @@ stage "second run" run_quickstart
 check grep_quiet "0 files installed" "$work/quickstart.log"
 check grep_quiet "already running" "$work/quickstart.log"
 
-# A copy of the checkout, with its build folder, so that only the broken file
-# is compiled again.
-cp -a "$system/root/quorvane" "$system/root/broken"
-sed -i '1i #error a build error put here on purpose' "$system/root/broken/src/cli/main.cpp"
+# A build error put into this system's copy of the checkout: only that file is
+# compiled again, and its message must reach the person.
+main_cpp="$system/root/quorvane/src/cli/main.cpp"
+cp "$main_cpp" "$work/main.cpp"
+sed -i '1i #error a build error put here on purpose' "$main_cpp"
 broken_build() {
-  if inside "cd /root/broken && $command" >"$work/broken.log" 2>&1; then
-    echo "the broken copy built" >&2
+  local status=0
+  inside "cd /root/quorvane && $command" >"$work/broken.log" 2>&1 || status=$?
+  cp "$work/main.cpp" "$main_cpp"
+  if [ "$status" -eq 0 ]; then
+    echo "the broken checkout built" >&2
     return 1
   fi
-  return 0
 }
 stage "a broken build" broken_build
 check grep_quiet "a build error put here on purpose" "$work/broken.log"
