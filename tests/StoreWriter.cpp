@@ -52,7 +52,8 @@ void writeGeneration(Store& store, long gen, Date now) {
         commit.message = mark(gen);
         commit.authorName = "Writer";
         commit.authorEmail = "writer@example.invalid";
-        commit.committedAt = now;
+        // One fixed month, so the same files are rewritten whatever day the test runs.
+        commit.committedAt = *DateHelpers::parseISO("2026-11-21T12:00:00Z");
         commits.push_back(commit);
     }
     store.upsertCommits(commits);

@@ -91,11 +91,14 @@ DailyReportInput dailyReport(const Store& store, const AppConfig& config, Date n
     input.report = Aggregator::dailyReport(day, daySummary, store.journal(dateKey), standings,
                                            store.branches(std::nullopt));
     input.report.scanRecorded = Aggregator::scanRecorded(dayRecords);
-    // The store's order, newest first; grouping keeps it within each repository.
+    // Newest first, as the store lists commits; grouping keeps it within each repository.
+    Aggregator::DateRange range = Aggregator::dayRange(day);
+    std::vector<CommitRecord> dayCommits = store.commitsBetween(range.start, range.end);
+    std::stable_sort(
+        dayCommits.begin(), dayCommits.end(),
+        [](const CommitRecord& a, const CommitRecord& b) { return a.committedAt > b.committedAt; });
     input.commitsByRepo =
-        Aggregator::countedCommits(store.commits(std::nullopt), Aggregator::dayRange(day),
-                                   identity(store, config))
-            .byRepo;
+        Aggregator::countedCommits(dayCommits, range, identity(store, config)).byRepo;
     return input;
 }
 

@@ -91,6 +91,10 @@ std::optional<AppConfig> readConfig(const CommandContext& context) {
 
 bool loadForReading(const CommandContext& context, Store& store) {
     store.load();
+    return reportUnreadable(context, store);
+}
+
+bool reportUnreadable(const CommandContext& context, const Store& store) {
     std::vector<Store::UnreadableFile> unreadable = store.unreadableFiles();
     for (const Store::UnreadableFile& file : unreadable) {
         context.err << fmt::format("quorvane: cannot read {} in the data folder: {}\n", file.name,

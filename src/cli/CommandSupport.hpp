@@ -84,6 +84,8 @@ std::optional<AppConfig> readConfig(const CommandContext& context);
 // be read and why on stderr, when one could not: what the view would show without
 // it could be wrong.
 bool loadForReading(const CommandContext& context, Store& store);
+// The same check after a question: a month's commit file is read only when asked for.
+bool reportUnreadable(const CommandContext& context, const Store& store);
 
 std::string firstLine(std::string_view text);
 

@@ -79,9 +79,20 @@ int doctor(CommandContext& context) {
     rows.push_back({"config.json", configState, ""});
 
     std::vector<std::string> quarantined;
-    for (const auto& entry : fs::directory_iterator(context.dataDir, ec)) {
-        std::string name = entry.path().filename().string();
-        if (name.find(".corrupt-") != std::string::npos) quarantined.push_back(Text::visible(name));
+    auto setAside = [&](const fs::path& folder, const std::string& prefix) {
+        for (const auto& entry : fs::directory_iterator(folder, ec)) {
+            std::string name = entry.path().filename().string();
+            if (name.find(".corrupt-") != std::string::npos) {
+                quarantined.push_back(Text::visible(prefix + name));
+            }
+        }
+    };
+    setAside(context.dataDir, "");
+    // A commit file is set aside beside the others of its month.
+    for (const auto& month : fs::directory_iterator(context.dataDir / "commits", ec)) {
+        if (month.is_directory(ec) && !month.is_symlink(ec)) {
+            setAside(month.path(), "commits/" + month.path().filename().string() + "/");
+        }
     }
     std::sort(quarantined.begin(), quarantined.end());
     rows.push_back({"set aside",

@@ -195,6 +195,7 @@ int commits(CommandContext& context, const CommitsOptions& options) {
     Store store(context.dataDir, context.clock, Store::Access::readOnly);
     if (!loadForReading(context, store)) return 1;
     std::vector<CommitRecord> found = store.commits(repoID, std::nullopt);
+    if (!reportUnreadable(context, store)) return 1;
     if (!options.allAuthors) {
         const Identity identity = Queries::identity(store, config);
         std::erase_if(found, [&](const CommitRecord& commit) { return !identity.counts(commit); });

@@ -9,45 +9,11 @@
 #include "base/Log.hpp"
 #include "base/PathHelpers.hpp"
 #include "persistence/AtomicFile.hpp"
+#include "persistence/JsonArray.hpp"
 
 namespace quorvane {
 
 namespace {
-
-// The pretty-printed array of `records`, built one record at a time so a large
-// collection never exists twice in memory as a JSON tree.
-// One record as an element of a pretty-printed array: its lines indented by two.
-template <class Record>
-std::string arrayElement(const Record& record) {
-    std::string text = toJson(record).dump(2, ' ', false, Json::error_handler_t::replace);
-    std::string out;
-    out.reserve(text.size() + text.size() / 8);
-    for (char c : text) {
-        out += c;
-        if (c == '\n') out += "  ";
-    }
-    return out;
-}
-
-// `append` adds one element's text to the output.
-template <class Range, class Append>
-std::string encodeArray(const Range& records, Append append) {
-    std::string out;
-    bool first = true;
-    for (const auto& record : records) {
-        out += first ? "[\n  " : ",\n  ";
-        first = false;
-        append(record, out);
-    }
-    out += first ? "[]\n" : "\n]\n";
-    return out;
-}
-
-template <class Range>
-std::string encodeArray(const Range& records) {
-    return encodeArray(records,
-                       [](const auto& record, std::string& out) { out += arrayElement(record); });
-}
 
 template <class Record>
 std::vector<Record> valuesOf(const std::map<std::string, Record>& items) {
@@ -75,19 +41,19 @@ bool eraseWhere(std::map<std::string, Record>& items, Drop drop) {
 
 const std::vector<std::string>& Store::loadOrder() {
     static const std::vector<std::string> order = {
-        "repos.json",     "commits.json",     "sessions.json",        "day_activity.json",
-        "journals.json",  "reminders.json",   "accounts.json",        "remote_repos.json",
-        "mappings.json",  "branches.json",    "sync_states.json",     "health.json",
-        "proposals.json", "agent_audit.json", "project_metadata.json"};
+        "repos.json",       "sessions.json",        "day_activity.json", "journals.json",
+        "reminders.json",   "accounts.json",        "remote_repos.json", "mappings.json",
+        "branches.json",    "sync_states.json",     "health.json",       "proposals.json",
+        "agent_audit.json", "project_metadata.json"};
     return order;
 }
 
 const std::vector<std::string>& Store::flushOrder() {
     static const std::vector<std::string> order = {
-        "journals.json",     "sessions.json",    "repos.json",           "commits.json",
-        "day_activity.json", "reminders.json",   "accounts.json",        "remote_repos.json",
-        "mappings.json",     "branches.json",    "sync_states.json",     "health.json",
-        "proposals.json",    "agent_audit.json", "project_metadata.json"};
+        "journals.json",    "sessions.json",        "repos.json",        "day_activity.json",
+        "reminders.json",   "accounts.json",        "remote_repos.json", "mappings.json",
+        "branches.json",    "sync_states.json",     "health.json",       "proposals.json",
+        "agent_audit.json", "project_metadata.json"};
     return order;
 }
 
@@ -105,7 +71,7 @@ Store::Slot Store::keyedSlot(Keyed<Record>& collection,
                     });
                     collection.items = std::move(items);
                 },
-                [&collection] { return encodeArray(collection.items | std::views::values); },
+                [&collection] { return JsonArray::encode(collection.items | std::views::values); },
                 [&collection] { collection.items.clear(); }, &collection.dirty, false};
 }
 
@@ -120,17 +86,21 @@ Store::Slot Store::listedSlot(Listed<Record>& collection) {
                     });
                     collection.items = std::move(records);
                 },
-                [&collection] { return encodeArray(collection.items); },
+                [&collection] { return JsonArray::encode(collection.items); },
                 [&collection] { collection.items.clear(); }, &collection.dirty, false};
 }
 
 Store::Store(std::filesystem::path dir, const Clock& clock, Access access)
-    : dir_(std::move(dir)), clock_(clock), access_(access) {
+    : dir_(std::move(dir)),
+      clock_(clock),
+      access_(access),
+      commits_(dir_, clock, access == Access::readOnly,
+               [this](const std::string& name, const std::string& problem) {
+                   unreadable_.push_back({name, problem});
+               }) {
     if (access_ == Access::readWrite) PathHelpers::ensurePrivateDirectory(dir_);
     slots_.emplace("repos.json", keyedSlot<RepoSnapshot>(
                                      snapshots_, [](const RepoSnapshot& s) { return s.repoID; }));
-    slots_.emplace("commits.json",
-                   keyedSlot<CommitRecord>(commits_, [](const CommitRecord& c) { return c.id(); }));
     slots_.emplace("sessions.json", listedSlot(sessions_));
     slots_.emplace(
         "day_activity.json",
@@ -184,6 +154,7 @@ void Store::load() {
     std::lock_guard lock(mutex_);
     unreadable_.clear();
     for (const std::string& name : loadOrder()) readFile(name);
+    commits_.load();
     trimAudit();
     loaded_ = true;
 }
@@ -262,6 +233,7 @@ bool Store::flush() {
     lastFlushProblem_.clear();
     for (const std::string& name : flushOrder()) {
         if (*slots_.at(name).dirty && !writeFile(name)) allWritten = false;
+        if (name == "repos.json" && !commits_.flush(lastFlushProblem_)) allWritten = false;
     }
     return allWritten;
 }
@@ -303,26 +275,21 @@ void Store::replaceSnapshot(const RepoSnapshot& snapshot) {
 std::vector<CommitRecord> Store::commits(const std::optional<std::string>& repoID,
                                          std::optional<size_t> limit) const {
     std::lock_guard lock(mutex_);
-    std::vector<CommitRecord> result = valuesWhere(
-        commits_.items, [&](const CommitRecord& c) { return !repoID || c.repoID == *repoID; });
-    std::stable_sort(
-        result.begin(), result.end(),
-        [](const CommitRecord& a, const CommitRecord& b) { return a.committedAt > b.committedAt; });
-    if (limit && result.size() > *limit) result.resize(*limit);
+    std::vector<CommitRecord> result = commits_.newestFirst(repoID, limit);
+    commits_.trim();
     return result;
 }
 
 std::vector<CommitRecord> Store::commitsBetween(Date from, Date to) const {
     std::lock_guard lock(mutex_);
-    return valuesWhere(commits_.items, [&](const CommitRecord& c) {
-        return c.committedAt >= from && c.committedAt <= to;
-    });
+    std::vector<CommitRecord> result = commits_.between(from, to);
+    commits_.trim();
+    return result;
 }
 
 void Store::upsertCommits(const std::vector<CommitRecord>& commits) {
     std::lock_guard lock(mutex_);
-    for (const CommitRecord& commit : commits) commits_.items.insert_or_assign(commit.id(), commit);
-    if (!commits.empty()) commits_.dirty = true;
+    commits_.upsert(commits);
 }
 
 // Sessions
@@ -703,17 +670,18 @@ std::string Store::encodeAuditLog() {
     std::vector<EncodedAuditEntry> kept;
     kept.reserve(audit_.items.size());
     size_t next = 0;
-    std::string out = encodeArray(audit_.items, [&](const AuditLogEntry& entry, std::string& into) {
-        size_t at = next;
-        while (at < auditText_.size() && auditText_[at].entry != entry) ++at;
-        if (at < auditText_.size()) {
-            next = at + 1;
-            kept.push_back(std::move(auditText_[at]));
-        } else {
-            kept.push_back({entry, arrayElement(entry)});
-        }
-        into += kept.back().text;
-    });
+    std::string out =
+        JsonArray::encode(audit_.items, [&](const AuditLogEntry& entry, std::string& into) {
+            size_t at = next;
+            while (at < auditText_.size() && auditText_[at].entry != entry) ++at;
+            if (at < auditText_.size()) {
+                next = at + 1;
+                kept.push_back(std::move(auditText_[at]));
+            } else {
+                kept.push_back({entry, JsonArray::element(entry)});
+            }
+            into += kept.back().text;
+        });
     auditText_ = std::move(kept);
     return out;
 }
@@ -744,9 +712,7 @@ void Store::purgeRepo(const std::string& repoID) {
     if (snapshots_.items.erase(repoID) > 0) snapshots_.dirty = true;
     if (health_.items.erase(repoID) > 0) health_.dirty = true;
     if (syncStates_.items.erase(repoID) > 0) syncStates_.dirty = true;
-    if (eraseWhere(commits_.items, [&](const CommitRecord& c) { return c.repoID == repoID; })) {
-        commits_.dirty = true;
-    }
+    commits_.purge(repoID);
     if (std::erase_if(sessions_.items, [&](const WorkSession& s) { return s.repoID == repoID; }) >
         0) {
         sessions_.dirty = true;

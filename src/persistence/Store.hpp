@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "persistence/CommitFiles.hpp"
 #include "platform/Clock.hpp"
 #include "records/AuditLogEntry.hpp"
 #include "records/BranchRecord.hpp"
@@ -27,9 +28,10 @@
 
 namespace quorvane {
 
-// The program's database: one JSON file per collection in the data folder, all
-// held in memory and written back by `flush`. Every call is serialised on the
-// store's own lock and queries return copies, so callers see each call as atomic.
+// The program's database: one JSON file per collection in the data folder, held
+// in memory and written back by `flush`; the commits, by far the largest, are kept
+// in a file per repository and month and read as questions need them (CommitFiles). Every call is
+// serialised on the store's own lock and queries return copies, so callers see each call as atomic.
 class Store {
 public:
     enum class Access {
@@ -48,9 +50,10 @@ public:
     // Creates `dir` if needed; reads nothing until `load`.
     Store(std::filesystem::path dir, const Clock& clock, Access access = Access::readWrite);
 
-    // Reads every file. A missing file is an empty collection; one that cannot be
-    // read or decoded is moved aside to "<name>.corrupt-<seconds>" and logged (in
-    // read-only access it stays where it is, and `unreadableFiles` tells the reader)
+    // Reads every file but the commit files, which are only listed (a single
+    // "commits.json" of an earlier release is split into them). A missing file is an empty
+    // collection; one that cannot be read or decoded is moved aside to "<name>.corrupt-<seconds>"
+    // and logged (in read-only access it stays where it is, and `unreadableFiles` tells the reader)
     // and its collection starts empty. A file that could not be moved aside is
     // never written by this store. Then trims the audit log to 90 days and 5000
     // entries.
@@ -61,6 +64,7 @@ public:
         std::string name;
         std::string problem;
     };
+    // A commit file counts once a question has needed its month.
     std::vector<UnreadableFile> unreadableFiles() const;
 
     // Writes every collection that changed since its file was last written. A
@@ -78,7 +82,9 @@ public:
     void replaceSnapshot(const RepoSnapshot& snapshot);
 
     // Commits. `commits` gives the repository's (all when no id), newest first,
-    // cut to `limit`; `commitsBetween` those authored from `from` to `to`, inclusive.
+    // cut to `limit`; `commitsBetween` those authored from `from` to `to`, inclusive,
+    // by repository and sha. Ask for a window when a window is what is needed: only
+    // its months are read.
     std::vector<CommitRecord> commits(const std::optional<std::string>& repoID,
                                       std::optional<size_t> limit = std::nullopt) const;
     std::vector<CommitRecord> commitsBetween(Date from, Date to) const;
@@ -173,7 +179,8 @@ public:
     static constexpr size_t kMaxAuditEntries = 5000;
     static constexpr int kAuditRetentionDays = 90;
 
-    // The files in the order they are read, and in the order they are written.
+    // The files in the order they are read, and in the order they are written; the
+    // commit files are written after "repos.json".
     static const std::vector<std::string>& loadOrder();
     static const std::vector<std::string>& flushOrder();
 
@@ -220,11 +227,11 @@ private:
     Access access_;
     mutable std::mutex mutex_;
     bool loaded_ = false;
-    std::vector<UnreadableFile> unreadable_;  // from the last load
+    mutable std::vector<UnreadableFile> unreadable_;  // from the last load, and commit files since
     std::string lastFlushProblem_;
 
     Keyed<RepoSnapshot> snapshots_;
-    Keyed<CommitRecord> commits_;
+    mutable CommitFiles commits_;
     Listed<WorkSession> sessions_;
     Keyed<DayActivity> dayActivities_;
     Keyed<DailyJournal> journals_;

@@ -15,9 +15,13 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAreArray;
 using namespace std::chrono_literals;
 
 const Date kNow = *DateHelpers::parseISO("2026-11-21T12:00:00Z");
+// Where the commits of "/r" in November go; the name must never change between
+// releases, or a repository's history would be split over two files.
+const std::string kCommitFile = "commits/2026-11/r-07d65407b49cb8e4.json";
 
 ino_t inode(const std::filesystem::path& path) {
     struct stat info {};
@@ -146,12 +150,17 @@ TEST_F(StoreTest, EveryCollectionSurvivesAFlushAndALoad) {
     Store& first = loaded();
     fillEverything(first);
     first.flush();
-    for (const std::string& name : Store::loadOrder()) {
+    std::vector<std::string> names = Store::loadOrder();
+    names.push_back(kCommitFile);
+    for (const std::string& name : names) {
         EXPECT_TRUE(std::filesystem::exists(dir_ / name)) << name;
         struct stat info {};
         ::stat((dir_ / name).c_str(), &info);
         EXPECT_EQ(info.st_mode & 0777, 0600u) << name;
     }
+    struct stat month {};
+    ::stat((dir_ / "commits" / "2026-11").c_str(), &month);
+    EXPECT_EQ(month.st_mode & 0777, 0700u);
 
     auto everything = [](Store& store) {
         return std::tuple(store.snapshots(), store.commits(std::nullopt),
@@ -170,47 +179,53 @@ TEST_F(StoreTest, AFlushBeforeLoadIsRefusedAndTouchesNothing) {
     Store& writer = loaded();
     fillEverything(writer);
     writer.flush();
-    std::string before = testing::readFile(dir_ / "commits.json");
+    std::string before = testing::readFile(dir_ / kCommitFile);
 
     testing::LogCapture log;
     Store& early = fresh();
     EXPECT_TRUE(early.snapshots().empty());
+    early.upsertCommits({commit("/r", "abc2", kNow)});
     early.flush();
-    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), before);
+    EXPECT_EQ(testing::readFile(dir_ / kCommitFile), before);
     ASSERT_EQ(log.lines().size(), 1u);
     EXPECT_EQ(log.lines()[0].category, "store");
     EXPECT_EQ(log.lines()[0].message,
               "flush() before load() — refusing to overwrite existing data with empty collections");
 }
 
-TEST_F(StoreTest, ATruncatedFileIsQuarantinedWhileTheOtherFourteenLoad) {
+TEST_F(StoreTest, ATruncatedCommitFileIsQuarantinedWhenItsMonthIsRead) {
     Store& writer = loaded();
     fillEverything(writer);
     writer.flush();
-    std::string text = testing::readFile(dir_ / "commits.json");
-    testing::writeFile(dir_ / "commits.json", text.substr(0, text.size() / 2));
+    std::string text = testing::readFile(dir_ / kCommitFile);
+    std::string half = text.substr(0, text.size() / 2);
+    testing::writeFile(dir_ / kCommitFile, half);
+    const std::filesystem::path quarantined = dir_ / (kCommitFile + ".corrupt-1795262400");
 
     testing::LogCapture log;
     // A reader beside the writer reports the file but never moves it.
     Store reader(dir_.path(), clock_, Store::Access::readOnly);
     reader.load();
     EXPECT_TRUE(reader.commits(std::nullopt).empty());
-    EXPECT_FALSE(std::filesystem::exists(dir_ / "commits.json.corrupt-1795262400"));
+    ASSERT_EQ(reader.unreadableFiles().size(), 1u);
+    EXPECT_EQ(reader.unreadableFiles()[0].name, kCommitFile);
+    EXPECT_EQ(testing::readFile(dir_ / kCommitFile), half);
+    EXPECT_FALSE(std::filesystem::exists(quarantined));
 
     Store& store = loaded();
-    std::filesystem::path quarantined = dir_ / "commits.json.corrupt-1795262400";
-    EXPECT_EQ(testing::readFile(quarantined), text.substr(0, text.size() / 2));
-    EXPECT_TRUE(store.commits(std::nullopt).empty());
+    EXPECT_TRUE(store.commitsBetween(kNow - 24h, kNow).empty());
+    EXPECT_EQ(testing::readFile(quarantined), half);
+    EXPECT_EQ(store.unreadableFiles().size(), 1u);
     EXPECT_EQ(store.snapshots().size(), 1u);
     EXPECT_EQ(store.sessions(std::nullopt, std::nullopt).size(), 1u);
-    EXPECT_EQ(store.auditEntries().size(), 1u);
-    EXPECT_TRUE(store.metadata("/r").has_value());
     ASSERT_FALSE(log.lines().empty());
-    EXPECT_THAT(log.lines().back().message, HasSubstr("commits.json unreadable — quarantined: "));
+    EXPECT_THAT(log.lines().back().message, HasSubstr(kCommitFile + " unreadable — quarantined: "));
 
-    store.flush();  // a new, empty file takes the name; the damaged one is kept
-    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), "[]\n");
-    EXPECT_TRUE(std::filesystem::exists(quarantined));
+    // A new commit of that month makes a new file; the damaged one is kept.
+    store.upsertCommits({commit("/r", "abc2", kNow)});
+    ASSERT_TRUE(store.flush());
+    EXPECT_EQ(loaded().commits("/r").size(), 1u);
+    EXPECT_EQ(testing::readFile(quarantined), half);
 }
 
 TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
@@ -220,8 +235,8 @@ TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
     const std::string reminders = testing::readFile(dir_ / "reminders.json");
     // A folder, a FIFO (whose open must not wait for a writer) and a number beyond
     // any double each stand where a data file should be.
-    std::filesystem::remove(dir_ / "commits.json");
-    testing::writeFile(dir_ / "commits.json" / "inside", "kept");
+    std::filesystem::remove(dir_ / "journals.json");
+    testing::writeFile(dir_ / "journals.json" / "inside", "kept");
     std::filesystem::remove(dir_ / "sessions.json");
     ASSERT_EQ(::mkfifo((dir_ / "sessions.json").c_str(), 0600), 0);
     const std::string huge = R"([{"repoID": "/r", "dateKey": "2026-11-21", "commitCount": 1e400}])";
@@ -230,20 +245,20 @@ TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
     testing::LogCapture log;
     Store& store = loaded();
     const std::string suffix = ".corrupt-1795262400";
-    EXPECT_EQ(testing::readFile(dir_ / ("commits.json" + suffix) / "inside"), "kept");
+    EXPECT_EQ(testing::readFile(dir_ / ("journals.json" + suffix) / "inside"), "kept");
     EXPECT_TRUE(std::filesystem::is_fifo(dir_ / ("sessions.json" + suffix)));
     EXPECT_EQ(testing::readFile(dir_ / ("day_activity.json" + suffix)), huge);
     std::vector<std::string> messages;
     for (const auto& line : log.lines()) messages.push_back(line.message);
     EXPECT_THAT(messages, ::testing::IsSupersetOf({
-                              HasSubstr("commits.json unreadable — quarantined: "),
+                              HasSubstr("journals.json unreadable — quarantined: "),
                               HasSubstr("sessions.json unreadable — quarantined: "),
                               HasSubstr("day_activity.json unreadable — quarantined: "),
                           }));
     EXPECT_EQ(store.reminders(false).size(), 1u);  // the others still load
 
     ASSERT_TRUE(store.flush());
-    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), "[]\n");
+    EXPECT_EQ(testing::readFile(dir_ / "journals.json"), "[]\n");
     EXPECT_EQ(testing::readFile(dir_ / "reminders.json"), reminders);
 
     // Permission bits do not stop root, so only another user sees this one.
@@ -257,21 +272,21 @@ TEST_F(StoreTest, FilesThatExistButCannotBeReadAreSetAsideNeverReplaced) {
 }
 
 TEST_F(StoreTest, AFileThatCouldNotBeSetAsideIsNeverWritten) {
-    testing::writeFile(dir_ / "commits.json", "[{");
+    testing::writeFile(dir_ / kCommitFile, "[{");
     // Every name a quarantine could take this second is taken already.
-    testing::writeFile(dir_ / "commits.json.corrupt-1795262400", "");
+    testing::writeFile(dir_ / (kCommitFile + ".corrupt-1795262400"), "");
     for (int n = 1; n < 1000; ++n) {
-        testing::writeFile(dir_ / ("commits.json.corrupt-1795262400-" + std::to_string(n)), "");
+        testing::writeFile(dir_ / (kCommitFile + ".corrupt-1795262400-" + std::to_string(n)), "");
     }
     testing::LogCapture log;
     Store& store = loaded();
+    store.upsertCommits({commit("/r", "abc1", kNow)});
     ASSERT_FALSE(log.lines().empty());
     EXPECT_THAT(log.lines().back().message,
-                HasSubstr("commits.json unreadable and could not be set aside"));
-    store.upsertCommits({commit("/r", "abc1", kNow)});
+                HasSubstr(kCommitFile + " unreadable and could not be set aside"));
     EXPECT_FALSE(store.flush());
-    EXPECT_THAT(store.flushProblem(), HasSubstr("commits.json was not written"));
-    EXPECT_EQ(testing::readFile(dir_ / "commits.json"), "[{");
+    EXPECT_THAT(store.flushProblem(), HasSubstr(kCommitFile + " was not written"));
+    EXPECT_EQ(testing::readFile(dir_ / kCommitFile), "[{");
     EXPECT_TRUE(std::filesystem::exists(dir_ / "sessions.json"));  // the rest is written
 }
 
@@ -279,13 +294,19 @@ TEST_F(StoreTest, FlushWritesOnlyWhatChangedAndRetriesAFailedWrite) {
     Store& store = loaded();
     fillEverything(store);
     store.flush();
+    const std::string october = "commits/2026-10/r-07d65407b49cb8e4.json";
+    store.upsertCommits({commit("/r", "old", kNow - 40 * 24h)});
+    store.flush();
+    std::vector<std::string> names = Store::flushOrder();
+    names.insert(names.end(), {kCommitFile, october});
     std::map<std::string, ino_t> before;
-    for (const std::string& name : Store::flushOrder()) before[name] = inode(dir_ / name);
+    for (const std::string& name : names) before[name] = inode(dir_ / name);
 
+    // A new commit rewrites its repository's month, and nothing of another month.
     store.upsertCommits({commit("/r", "abc2", kNow)});
     store.flush();
-    for (const std::string& name : Store::flushOrder()) {
-        if (name == "commits.json") {
+    for (const std::string& name : names) {
+        if (name == kCommitFile) {
             EXPECT_NE(inode(dir_ / name), before[name]);
         } else {
             EXPECT_EQ(inode(dir_ / name), before[name]) << name << " was rewritten";
@@ -294,15 +315,90 @@ TEST_F(StoreTest, FlushWritesOnlyWhatChangedAndRetriesAFailedWrite) {
 
     // A folder in the file's place makes the rename fail; the next flush tries again.
     store.upsertCommits({commit("/r", "abc3", kNow)});
-    std::filesystem::remove(dir_ / "commits.json");
-    std::filesystem::create_directories(dir_ / "commits.json" / "blocker");
+    std::filesystem::remove(dir_ / kCommitFile);
+    std::filesystem::create_directories(dir_ / kCommitFile / "blocker");
     testing::LogCapture log;
     store.flush();
     ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_THAT(log.lines()[0].message, HasSubstr("write commits.json failed: "));
-    std::filesystem::remove_all(dir_ / "commits.json");
+    EXPECT_THAT(log.lines()[0].message, HasSubstr("write " + kCommitFile + " failed: "));
+    std::filesystem::remove_all(dir_ / kCommitFile);
     store.flush();
-    EXPECT_EQ(loaded().commits(std::nullopt).size(), 3u);
+    EXPECT_EQ(loaded().commits(std::nullopt).size(), 4u);
+
+    // Forgetting the repository leaves no file of it behind.
+    store.purgeRepo("/r");
+    ASSERT_TRUE(store.flush());
+    EXPECT_FALSE(std::filesystem::exists(dir_ / kCommitFile));
+    EXPECT_FALSE(std::filesystem::exists(dir_ / october));
+    EXPECT_TRUE(loaded().commits(std::nullopt).empty());
+}
+
+// The single file an earlier release kept every commit in, as it wrote it.
+void writeSingleFile(const std::filesystem::path& path, const std::vector<CommitRecord>& commits) {
+    Json records = Json::array();
+    for (const CommitRecord& c : commits) records.push_back(toJson(c));
+    testing::writeFile(path, records.dump(2) + "\n");
+}
+
+TEST_F(StoreTest, ASingleCommitsFileIsSplitByTheWriterAndNothingIsLost) {
+    std::vector<CommitRecord> history = {commit("/r", "a1", kNow - 2h),
+                                         commit("/r", "a0", kNow - 40 * 24h),
+                                         commit("/home/me/My Project!", "b1", kNow - 1h),
+                                         commit("/home/me/My Project!", "b0", kNow - 400 * 24h)};
+    writeSingleFile(dir_ / "commits.json", history);
+    const std::string single = testing::readFile(dir_ / "commits.json");
+
+    // A reader takes it as it is and writes nothing.
+    Store reader(dir_.path(), clock_, Store::Access::readOnly);
+    reader.load();
+    EXPECT_THAT(reader.commits(std::nullopt), UnorderedElementsAreArray(history));
+    EXPECT_EQ(reader.commitsBetween(kNow - 3h, kNow).size(), 2u);
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "commits"));
+
+    // A split that stopped half-way: November's file of "/r" was written and changed
+    // since, and October's folder cannot be made. The single file stays.
+    history[0].message = "amended";
+    writeSingleFile(dir_ / kCommitFile, {history[0]});
+    testing::writeFile(dir_ / "commits" / "2026-10", "in the way");
+    {
+        testing::LogCapture log;
+        Store& halfWay = loaded();
+        EXPECT_THAT(halfWay.commits(std::nullopt), UnorderedElementsAreArray(history));
+        ASSERT_FALSE(log.lines().empty());
+        EXPECT_THAT(log.lines().back().message, HasSubstr("commits.json kept until"));
+        EXPECT_EQ(testing::readFile(dir_ / "commits.json"), single);
+    }
+    std::filesystem::remove(dir_ / "commits" / "2026-10");
+    loaded();
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "commits.json"));
+    EXPECT_TRUE(
+        std::filesystem::exists(dir_ / "commits/2025-10/My_Project_-3238669995f2b111.json"));
+    EXPECT_THAT(loaded().commits(std::nullopt), UnorderedElementsAreArray(history));
+
+    // A damaged single file is set aside whole, never split.
+    const std::string half = single.substr(0, single.size() / 2);
+    testing::writeFile(dir_ / "commits.json", half);
+    Store& again = loaded();
+    EXPECT_EQ(testing::readFile(dir_ / "commits.json.corrupt-1795262400"), half);
+    ASSERT_EQ(again.unreadableFiles().size(), 1u);
+    EXPECT_EQ(again.unreadableFiles()[0].name, "commits.json");
+    EXPECT_THAT(again.commits(std::nullopt), UnorderedElementsAreArray(history));
+}
+
+TEST_F(StoreTest, AQuestionReadsOnlyTheMonthsItCovers) {
+    Store& writer = loaded();
+    writer.upsertCommits({commit("/r", "new", kNow - 1h), commit("/r", "mid", kNow - 40 * 24h),
+                          commit("/a", "a", kNow - 2h)});
+    writer.flush();
+    // A damaged file of an old month goes unnoticed until a question reaches it.
+    testing::writeFile(dir_ / "commits/2025-01/r-07d65407b49cb8e4.json", "[{");
+    Store reader(dir_.path(), clock_, Store::Access::readOnly);
+    reader.load();
+    EXPECT_EQ(reader.commitsBetween(kNow - 24h, kNow).size(), 2u);
+    EXPECT_EQ(reader.commits("/r", 2).size(), 2u);  // November and October suffice
+    EXPECT_TRUE(reader.unreadableFiles().empty());
+    EXPECT_EQ(reader.commits("/r").size(), 2u);
+    EXPECT_EQ(reader.unreadableFiles().size(), 1u);
 }
 
 TEST_F(StoreTest, TheAuditLogKeepsNinetyDaysAndFiveThousandEntries) {

@@ -468,10 +468,15 @@ std::string dailyMarkdown(const Store& store, const AppConfig& config, Date day,
         Aggregator::dailyReport(day, summaryOn(store, config, day, now), store.journal(dateKey),
                                 standings, store.branches(std::nullopt));
     report.scanRecorded = Aggregator::scanRecorded(dayRecords);
+    // Newest first, as the store lists commits; grouping keeps it within each repository.
+    Aggregator::DateRange range = Aggregator::dayRange(day);
+    std::vector<CommitRecord> dayCommits = store.commitsBetween(range.start, range.end);
+    std::stable_sort(
+        dayCommits.begin(), dayCommits.end(),
+        [](const CommitRecord& a, const CommitRecord& b) { return a.committedAt > b.committedAt; });
     return MarkdownReport::daily(
         report, config.repositories,
-        Aggregator::countedCommits(store.commits(std::nullopt), Aggregator::dayRange(day),
-                                   Identity::of(config, store.snapshots()))
+        Aggregator::countedCommits(dayCommits, range, Identity::of(config, store.snapshots()))
             .byRepo);
 }
 
