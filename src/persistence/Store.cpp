@@ -1,8 +1,10 @@
 #include "persistence/Store.hpp"
 
 #include <algorithm>
+#include <memory>
 #include <ranges>
 #include <set>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -57,10 +59,46 @@ const std::vector<std::string>& Store::flushOrder() {
     return order;
 }
 
+// A collection's file is rewritten whole when one of its records changes, and a
+// scan changes a handful of the thousands of sessions and days. Each record's text
+// is kept with the record it was made from and made again only when that changed.
+template <class Record>
+class StoredRecordTexts {
+public:
+    void remember(std::string key, const Record& record) {
+        texts_.insert_or_assign(std::move(key), Entry{record, JsonArray::element(record)});
+    }
+
+    template <class Range, class KeyOf>
+    std::string encode(const Range& records, KeyOf keyOf) {
+        std::unordered_map<std::string, Entry> next;
+        next.reserve(texts_.size());
+        std::string out = JsonArray::encode(records, [&](const Record& record, std::string& into) {
+            std::string key = keyOf(record);
+            auto it = texts_.find(key);
+            Entry entry = it != texts_.end() && it->second.record == record
+                              ? std::move(it->second)
+                              : Entry{record, JsonArray::element(record)};
+            into += entry.text;
+            next.insert_or_assign(std::move(key), std::move(entry));
+        });
+        texts_ = std::move(next);
+        return out;
+    }
+
+private:
+    struct Entry {
+        Record record;
+        std::string text;
+    };
+    std::unordered_map<std::string, Entry> texts_;
+};
+
 template <class Record>
 Store::Slot Store::keyedSlot(Keyed<Record>& collection,
                              std::function<std::string(const Record&)> key) {
-    return Slot{[&collection, key](std::string_view text) {
+    auto texts = std::make_shared<StoredRecordTexts<Record>>();
+    return Slot{[&collection, key, texts](std::string_view text) {
                     std::map<std::string, Record> items;
                     JsonCodec::forEachArrayElement(text, [&](const Json& element, size_t index) {
                         Record record{};
@@ -70,14 +108,20 @@ Store::Slot Store::keyedSlot(Keyed<Record>& collection,
                         items.insert_or_assign(std::move(recordKey), std::move(record));
                     });
                     collection.items = std::move(items);
+                    for (const auto& [recordKey, record] : collection.items) {
+                        texts->remember(recordKey, record);
+                    }
                 },
-                [&collection] { return JsonArray::encode(collection.items | std::views::values); },
+                [&collection, key, texts] {
+                    return texts->encode(collection.items | std::views::values, key);
+                },
                 [&collection] { collection.items.clear(); }, &collection.dirty, false};
 }
 
 template <class Record>
 Store::Slot Store::listedSlot(Listed<Record>& collection) {
-    return Slot{[&collection](std::string_view text) {
+    auto texts = std::make_shared<StoredRecordTexts<Record>>();
+    return Slot{[&collection, texts](std::string_view text) {
                     std::vector<Record> records;
                     JsonCodec::forEachArrayElement(text, [&](const Json& element, size_t index) {
                         Record record{};
@@ -85,8 +129,13 @@ Store::Slot Store::listedSlot(Listed<Record>& collection) {
                         records.push_back(std::move(record));
                     });
                     collection.items = std::move(records);
+                    for (const Record& record : collection.items)
+                        texts->remember(record.id, record);
                 },
-                [&collection] { return JsonArray::encode(collection.items); },
+                [&collection, texts] {
+                    return texts->encode(collection.items,
+                                         [](const Record& record) { return record.id; });
+                },
                 [&collection] { collection.items.clear(); }, &collection.dirty, false};
 }
 

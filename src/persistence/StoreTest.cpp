@@ -173,6 +173,18 @@ TEST_F(StoreTest, EveryCollectionSurvivesAFlushAndALoad) {
     };
     EXPECT_EQ(everything(loaded()), everything(first));
     EXPECT_EQ(first.commits(std::nullopt).size(), 1u);
+
+    // A record changed after a load is written as it now stands, not as it was read.
+    Store& second = loaded();
+    WorkSession session = second.sessions("/r", std::nullopt).front();
+    session.estimatedSeconds = 4321;
+    second.upsertSessions({session});
+    DayActivity day = second.dayActivities("2026-11-21").front();
+    day.commitCount = 7;
+    second.setDayActivity(day);
+    ASSERT_TRUE(second.flush());
+    EXPECT_EQ(everything(loaded()), everything(second));
+    EXPECT_EQ(loaded().sessions("/r", std::nullopt).front().estimatedSeconds, 4321);
 }
 
 TEST_F(StoreTest, AFlushBeforeLoadIsRefusedAndTouchesNothing) {
