@@ -43,8 +43,9 @@ protected:
 
     // Nothing but the secret store's own file, and no output, ever holds a token.
     void expectTokensOnlyInTheSecretStore() {
-        for (const auto& entry : std::filesystem::directory_iterator(data_)) {
-            if (entry.path().filename() == "secrets.json") continue;
+        // Commit files sit in month folders below.
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(data_)) {
+            if (!entry.is_regular_file() || entry.path().filename() == "secrets.json") continue;
             std::string text = testing::readFile(entry.path());
             for (const char* token : {kToken, kOtherToken}) {
                 EXPECT_THAT(text, Not(HasSubstr(token))) << entry.path();
@@ -202,7 +203,8 @@ TEST_F(AccountsCommandTest, TheGhLoginIsImportedOnceAndItsTokenNeverCopied) {
 
     // Removing a gh account leaves gh's token alone: there is none of its own.
     EXPECT_EQ(run({"accounts", "remove", "octocat"}).exitCode, 0);
-    for (const auto& entry : std::filesystem::directory_iterator(data_)) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(data_)) {
+        if (!entry.is_regular_file()) continue;
         EXPECT_THAT(testing::readFile(entry.path()), Not(HasSubstr(kToken))) << entry.path();
     }
     EXPECT_THAT(outputs_, Not(HasSubstr(kToken)));
