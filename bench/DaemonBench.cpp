@@ -61,9 +61,9 @@ Usage usageOf(pid_t pid) {
     if (values.size() > 13) {
         usage.cpuSeconds = (std::stod(values[11]) + std::stod(values[12])) / ticks;
     }
-    std::string status = readText(fmt::format("/proc/{}/status", pid));
-    usage.peakKiB = statusField(status, "VmHWM");
-    usage.currentKiB = statusField(status, "VmRSS");
+    std::string own = readText(fmt::format("/proc/{}/status", pid));
+    usage.peakKiB = statusField(own, "VmHWM");
+    usage.currentKiB = statusField(own, "VmRSS");
     for (const auto& task :
          std::filesystem::directory_iterator(fmt::format("/proc/{}/task", pid))) {
         std::string status = readText((task.path() / "status").string());
