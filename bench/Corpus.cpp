@@ -4,10 +4,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <mutex>
 #include <stdexcept>
 
 #include <fmt/format.h>
 
+#include "base/BoundedParallel.hpp"
 #include "base/DateHelpers.hpp"
 #include "git/GitCommand.hpp"
 #include "platform/Clock.hpp"
@@ -61,9 +63,16 @@ void buildHistory(const testing::TestRepo& repo, int commits, int files, int tod
     repo.git({"reset", "-q", "--hard", "main"});
 }
 
+// Where the bare repository that stands for repository `name`'s server lives: in
+// a hidden folder of the corpus, which discovery passes by as a person's would.
+std::filesystem::path originOf(const std::filesystem::path& root, const std::string& name) {
+    return root / ".origins" / (name + ".git");
+}
+
 // The state of repository i: clean, dirty in one way or another, ahead of or
-// behind an upstream, detached, or without commits.
-void shapeState(const testing::TestRepo& repo, int i, int commits) {
+// behind a real remote it was fetched from, detached, or without commits.
+void shapeState(const testing::TestRepo& repo, const std::filesystem::path& origin, int i,
+                int commits) {
     switch (i % 8) {
         case 0: break;
         case 1:
@@ -77,13 +86,17 @@ void shapeState(const testing::TestRepo& repo, int i, int commits) {
             break;
         case 3:
         case 4: {
-            // An upstream some commits behind (case 3) or ahead (case 4) of HEAD.
+            // The server holds some commits fewer (case 3: ahead of it) or the
+            // same commits while the checkout is set back (case 4: behind it).
             int distance = std::min(commits - 1, 3);
-            repo.git({"remote", "add", "origin", "/nonexistent/origin.git"});
             std::string target = fmt::format("HEAD~{}", distance);
-            repo.git({"update-ref", "refs/remotes/origin/main", i % 8 == 3 ? target : "HEAD"});
-            if (i % 8 == 4) repo.git({"reset", "-q", "--hard", target});
+            testing::TestRepo server(origin, testing::TestRepo::Kind::bare);
+            repo.git({"remote", "add", "origin", server.path().string()});
+            repo.git({"push", "-q", "origin",
+                      (i % 8 == 3 ? target : std::string("HEAD")) + ":refs/heads/main"});
+            repo.git({"fetch", "-q", "origin"});
             repo.git({"branch", "-q", "--set-upstream-to=origin/main", "main"});
+            if (i % 8 == 4) repo.git({"reset", "-q", "--hard", target});
             break;
         }
         case 5: repo.git({"checkout", "-q", "--detach", "HEAD~1"}); break;
@@ -97,20 +110,45 @@ void shapeState(const testing::TestRepo& repo, int i, int commits) {
 Corpus buildCorpus(const std::filesystem::path& root, int count, int spanDays) {
     static constexpr int kCommits[] = {2, 10, 40, 150, 600};
     static constexpr int kFiles[] = {5, 40, 200, 1000};
+    static constexpr int kLongHistory = 10'000;
+    // Eight at a time: each repository is a few short git children, so the
+    // machine's cores stay busy without the corpus swamping them.
+    static constexpr size_t kParallelBuilds = 8;
     Corpus corpus;
     corpus.root = root;
     for (int i = 0; i < count; ++i) {
-        testing::TestRepo repo(root / fmt::format("repo{:03}", i));
-        corpus.paths.push_back(repo.path().string());
-        if (i % 25 == 24) continue;  // a few repositories without any commit
-        int commits = kCommits[i % 5];
-        int files = kFiles[(i / 5) % 4];
-        int today = i % 3 == 0 ? std::min(commits, 1 + i % 7) : 0;
-        buildHistory(repo, commits, files, today, spanDays);
-        shapeState(repo, i, commits);
-        corpus.commits += commits;
-        corpus.files += files;
-        if ((i + 1) % 20 == 0) std::cerr << fmt::format("built {}/{} repositories\n", i + 1, count);
+        corpus.paths.push_back((root / fmt::format("repo{:03}", i)).string());
+    }
+    std::mutex progressMutex;
+    int built = 0;
+    int every = std::max(20, count / 20);
+    struct Size {
+        long commits = 0;
+        long files = 0;
+    };
+    std::vector<Size> sizes = boundedParallelMap<Size>(
+        static_cast<size_t>(count), kParallelBuilds, [&](size_t index) -> Size {
+            int i = static_cast<int>(index);
+            testing::TestRepo repo(corpus.paths[index]);
+            Size size;
+            if (i % 25 != 24) {  // a few repositories without any commit
+                // One in a hundred has the long history of a project years old.
+                int commits = i % 100 == 42 ? kLongHistory : kCommits[i % 5];
+                int files = kFiles[(i / 5) % 4];
+                int today = i % 3 == 0 ? std::min(commits, 1 + i % 7) : 0;
+                buildHistory(repo, commits, files, today, spanDays);
+                shapeState(repo, originOf(root, repo.path().filename().string()), i, commits);
+                size = {commits, files};
+            }
+            std::lock_guard lock(progressMutex);
+            if (++built % every == 0 || built == count) {
+                std::cerr << fmt::format("built {}/{} repositories\n", built, count);
+            }
+            return size;
+        });
+    for (const Size& size : sizes) {
+        corpus.commits += size.commits;
+        corpus.files += size.files;
     }
     return corpus;
 }

@@ -15,8 +15,10 @@ struct Corpus {
     long files = 0;
 };
 
-// `count` repositories under `root`: 2 to 600 commits over 5 to 1000 files, some
-// dated today, in states from clean to detached, and a few without any commit.
+// `count` repositories under `root`, built eight at a time: 2 to 600 commits over
+// 5 to 1000 files, one in a hundred with 10,000 commits, some dated today, in states
+// from clean to detached, and a few without any commit. A quarter are ahead of or
+// behind a bare repository under `root`/.origins that they fetched from and track.
 // The older commits are one a day back from the day before yesterday, or, with a
 // `spanDays`, spread evenly over that many days back from yesterday. Progress goes
 // to standard error.

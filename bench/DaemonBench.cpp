@@ -1,11 +1,13 @@
 // Runs `quorvane daemon` over the benchmark corpus and prints what it costs while
-// nothing happens, then while one file in one repository changes every second:
-// CPU seconds, wake-ups (context switches of all its threads) and peak memory.
+// nothing happens, minute by minute, then while one file in one repository changes
+// every second: CPU seconds, wake-ups (context switches of all its threads) and
+// resident memory, peak and current.
 //
 //   quorvane_bench_daemon [--repos N] [--idle SECONDS] [--touch SECONDS]
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -33,6 +35,7 @@ struct Usage {
     double cpuSeconds = 0;     // user plus system time of all its threads
     long contextSwitches = 0;  // voluntary and involuntary, all threads
     long peakKiB = 0;          // VmHWM: the highest resident set size
+    long currentKiB = 0;       // VmRSS: the resident set size now
 };
 
 std::string readText(const std::string& path) {
@@ -58,7 +61,9 @@ Usage usageOf(pid_t pid) {
     if (values.size() > 13) {
         usage.cpuSeconds = (std::stod(values[11]) + std::stod(values[12])) / ticks;
     }
-    usage.peakKiB = statusField(readText(fmt::format("/proc/{}/status", pid)), "VmHWM");
+    std::string own = readText(fmt::format("/proc/{}/status", pid));
+    usage.peakKiB = statusField(own, "VmHWM");
+    usage.currentKiB = statusField(own, "VmRSS");
     for (const auto& task :
          std::filesystem::directory_iterator(fmt::format("/proc/{}/task", pid))) {
         std::string status = readText((task.path() / "status").string());
@@ -69,10 +74,11 @@ Usage usageOf(pid_t pid) {
 }
 
 void report(const std::string& phase, int seconds, const Usage& before, const Usage& after) {
-    std::cout << fmt::format("{:<34} {:3} s  cpu {:7.3f} s  wake-ups {:6}  peak {:7.1f} MiB\n",
-                             phase, seconds, after.cpuSeconds - before.cpuSeconds,
-                             after.contextSwitches - before.contextSwitches,
-                             static_cast<double>(after.peakKiB) / 1024.0);
+    std::cout << fmt::format(
+        "{:<34} {:3} s  cpu {:7.3f} s  wake-ups {:6}  peak {:7.1f} MiB  now {:7.1f} MiB\n", phase,
+        seconds, after.cpuSeconds - before.cpuSeconds,
+        after.contextSwitches - before.contextSwitches, static_cast<double>(after.peakKiB) / 1024.0,
+        static_cast<double>(after.currentKiB) / 1024.0);
 }
 
 int runQuorvane(const std::filesystem::path& dataDir, std::vector<std::string> arguments) {
@@ -113,10 +119,12 @@ int main(int argc, char** argv) {
 
     testing::BackgroundProcess daemon(QUORVANE_BINARY, {"daemon", "--data-dir", dataDir.string()},
                                       root / "daemon.log");
-    // Ready once it says so: the first scan is saved and the watches are set.
+    // Ready once it says so: the first scan is saved and the watches are set. A
+    // thousand repositories take their first scan and a watch on every folder.
     auto started = SteadyClock::now();
-    bool ready = testing::eventually(
-        300s, [&] { return daemon.output().find("ready;") != std::string::npos; });
+    bool ready = testing::eventually(std::chrono::seconds(300 + repos), [&] {
+        return daemon.output().find("ready;") != std::string::npos;
+    });
     if (!ready) {
         std::cerr << "the daemon did not get ready:\n" << daemon.output();
         return 1;
@@ -127,10 +135,23 @@ int main(int argc, char** argv) {
     std::cout << fmt::format("daemon ready after {:.1f} s (first scan saved, watches set)\n",
                              startSeconds);
 
+    // A minute at a time, so a cost that comes with the periodic scan shows in
+    // each minute it falls in, and memory that creeps shows as it creeps.
     Usage idleStart = usageOf(daemon.pid());
-    std::this_thread::sleep_for(std::chrono::seconds(idle));
-    Usage idleEnd = usageOf(daemon.pid());
+    Usage minuteStart = idleStart;
+    for (int done = 0, minute = 1; done < idle; ++minute) {
+        int length = std::min(60, idle - done);
+        std::this_thread::sleep_for(std::chrono::seconds(length));
+        done += length;
+        Usage minuteEnd = usageOf(daemon.pid());
+        if (idle > 60)
+            report(fmt::format("idle, minute {}", minute), length, minuteStart, minuteEnd);
+        minuteStart = minuteEnd;
+    }
+    Usage idleEnd = minuteStart;
     report("idle, no activity", idle, idleStart, idleEnd);
+    std::cout << fmt::format("idle cpu per minute: {:.3f} s\n",
+                             (idleEnd.cpuSeconds - idleStart.cpuSeconds) * 60.0 / idle);
 
     std::filesystem::path touched = std::filesystem::path(corpus.paths.front()) / "touched.txt";
     for (int s = 0; s < touch; ++s) {

@@ -3,7 +3,10 @@
 // against the scan cycle of `quorvane scan` (the same code, in this process):
 // steady (nothing changed since the previous scan), cold (a data folder that has
 // never scanned them), and the literal command list the scanner reads with when it
-// has nothing to go on. Prints medians, children per repository and the ratios.
+// has nothing to go on. Then times enrolment as a person's first scan makes it (a
+// fresh data folder whose scan folder holds the corpus, 90 days of history read)
+// against `git log --since=90.days` in every repository, 8 at a time. Prints
+// medians, children per repository and the ratios.
 //
 //   quorvane_bench_scan [--repos N] [--rounds R]
 #include <algorithm>
@@ -25,6 +28,7 @@
 #include "base/DateHelpers.hpp"
 #include "bench/Corpus.hpp"
 #include "git/GitCommand.hpp"
+#include "git/GitParsing.hpp"
 #include "git/GitScanner.hpp"
 #include "platform/Shell.hpp"
 #include "testing/TempDir.hpp"
@@ -34,6 +38,9 @@ namespace {
 
 using namespace quorvane;
 using SteadyClock = std::chrono::steady_clock;
+
+// How far back enrolment reads, as a fresh configuration has it.
+constexpr int kEnrolDays = 90;
 
 // Counts the children started through it.
 class CountingRunner final : public ProcessRunner {
@@ -124,6 +131,22 @@ std::unique_ptr<AppEnvironment> trackingEnvironment(const std::filesystem::path&
     return env;
 }
 
+// A fresh data folder whose scan folder is `root`, enrolling new repositories with
+// `historyDays` of their history.
+std::unique_ptr<AppEnvironment> enrollingEnvironment(const std::filesystem::path& dir,
+                                                     const std::filesystem::path& root,
+                                                     int historyDays, const Clock& clock,
+                                                     const ProcessRunner& runner) {
+    auto env = std::make_unique<AppEnvironment>(dir, clock, runner);
+    env->load();
+    env->applyConfigChange([&](AppConfig& config) {
+        config.scanFolders = {root.string()};
+        config.autoTrackNewRepos = true;
+        config.historyDays = historyDays;
+    });
+    return env;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -141,7 +164,8 @@ int main(int argc, char** argv) {
 
     testing::TempDir root("quorvane-bench");
     auto buildStart = SteadyClock::now();
-    bench::Corpus corpus = bench::buildCorpus(root.path(), repos);
+    // History over twice the enrolment window, so enrolment reads part of it.
+    bench::Corpus corpus = bench::buildCorpus(root.path(), repos, 2 * kEnrolDays);
     double buildSeconds = std::chrono::duration<double>(SteadyClock::now() - buildStart).count();
 
     CountingRunner runner;
@@ -163,8 +187,16 @@ int main(int argc, char** argv) {
     scanCycle(runner, *steadyEnv);          // the scan that the steady ones follow
     measure(runner, paths.size(), status);  // and a warm page cache for everyone
 
-    std::vector<Measurement> statusRuns, steadyRuns, coldRuns, literalRuns;
-    std::vector<double> steadyRatios, coldRatios, literalRatios;
+    auto history = [&](size_t i) {
+        runner.run(GitCommand::request(
+            paths[i],
+            {"log", "-z", fmt::format("--since={}.days", kEnrolDays), GitParsing::kHistoryFormat},
+            60));
+    };
+
+    std::vector<Measurement> statusRuns, steadyRuns, coldRuns, literalRuns, logRuns, enrolRuns;
+    std::vector<double> steadyRatios, coldRatios, literalRatios, enrolRatios;
+    size_t enrolled = 0, enrolledCommits = 0;
     int mostForClean = 0, cleanCount = 0;
     for (int r = 0; r < rounds; ++r) {
         statusRuns.push_back(measure(runner, paths.size(), status));
@@ -182,6 +214,18 @@ int main(int argc, char** argv) {
         steadyRatios.push_back(steadyRuns.back().seconds / statusRuns.back().seconds);
         coldRatios.push_back(coldRuns.back().seconds / statusRuns.back().seconds);
         literalRatios.push_back(literalRuns.back().seconds / statusRuns.back().seconds);
+
+        logRuns.push_back(measure(runner, paths.size(), history));
+        auto enrolEnv = enrollingEnvironment(data / fmt::format("enrol{}", r), root.path(),
+                                             kEnrolDays, clock, runner);
+        runner.reset();
+        auto enrolStart = SteadyClock::now();
+        enrolEnv->autoEnrollNewRepos();
+        enrolRuns.push_back({std::chrono::duration<double>(SteadyClock::now() - enrolStart).count(),
+                             runner.started()});
+        enrolRatios.push_back(enrolRuns.back().seconds / logRuns.back().seconds);
+        enrolled = enrolEnv->config().repositories.size();
+        enrolledCommits = enrolEnv->store().commits(std::nullopt).size();
         std::cerr << fmt::format("round {}/{} done\n", r + 1, rounds);
     }
     Measurement plain = median(statusRuns), steady = median(steadyRuns), cold = median(coldRuns),
@@ -199,6 +243,8 @@ int main(int argc, char** argv) {
     row("quorvane scan, cold", cold);
     row("literal command list", slow);
     row("git status --porcelain", plain);
+    row(fmt::format("enrolment, {} days of history", kEnrolDays), median(enrolRuns));
+    row(fmt::format("git log --since={}.days", kEnrolDays), median(logRuns));
     std::cout << fmt::format(
         "  cold scan, most children for one clean repository: {} ({} of them)\n", mostForClean,
         cleanCount / rounds);
@@ -207,5 +253,8 @@ int main(int argc, char** argv) {
     std::cout << fmt::format("  ratio cold / git status           {:.2f}\n", medianOf(coldRatios));
     std::cout << fmt::format("  ratio literal / git status        {:.2f}\n",
                              medianOf(literalRatios));
+    std::cout << fmt::format("  enrolment tracked {} repositories, stored {} commits\n", enrolled,
+                             enrolledCommits);
+    std::cout << fmt::format("  ratio enrolment / git log         {:.2f}\n", medianOf(enrolRatios));
     return 0;
 }

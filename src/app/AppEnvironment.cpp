@@ -381,6 +381,7 @@ void AppEnvironment::autoEnrollNewRepos() {
 std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<DiscoveredRepo>& found) {
     Date now = clock_.now();
     std::vector<RepoConfig> candidates;
+    std::vector<bool> fetched;  // whether each candidate has remote-tracking branches
     int historyDays;
     {
         std::lock_guard lock(mutex_);
@@ -395,6 +396,7 @@ std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<Discove
         for (const DiscoveredRepo& repo : found) {
             if (!known.insert(repo.repoID).second) continue;
             candidates.push_back(enrollmentConfig(repo, now));
+            fetched.push_back(repo.hasRemoteBranches);
         }
         historyDays = config_.historyDays;
     }
@@ -409,7 +411,7 @@ std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<Discove
                 if (stopping_) return std::nullopt;
                 if (historyDays <= 0) return std::vector<CommitRecord>{};
                 std::vector<CommitRecord> commits =
-                    scanner_.historyCommits(candidates[i].localPath, since);
+                    scanner_.historyCommits(candidates[i].localPath, since, fetched[i]);
                 if (stopping_) return std::nullopt;
                 return commits;
             });
@@ -436,16 +438,23 @@ std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<Discove
         return {};
     }
     startWatcher();
+    // The days that have a record, read once: asked per repository and day, the
+    // store walks every record each time, which grows with the square of the
+    // repositories enrolled together.
+    std::set<std::pair<std::string, std::string>> recorded;
+    for (const DayActivity& day : store_.dayActivities("0000-01-01", "9999-12-31")) {
+        recorded.emplace(day.repoID, day.dateKey);
+    }
     for (size_t i = 0; i < candidates.size(); ++i) {
         if (histories[i] && std::find(ids.begin(), ids.end(), candidates[i].id) != ids.end()) {
-            storeHistory(candidates[i], *histories[i]);
+            storeHistory(candidates[i], *histories[i], recorded);
         }
     }
     return ids;
 }
 
-void AppEnvironment::storeHistory(const RepoConfig& repo,
-                                  const std::vector<CommitRecord>& commits) {
+void AppEnvironment::storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits,
+                                  const std::set<std::pair<std::string, std::string>>& recorded) {
     if (commits.empty()) return;
     store_.upsertCommits(commits);
 
@@ -465,10 +474,8 @@ void AppEnvironment::storeHistory(const RepoConfig& repo,
         }
     }
     for (auto& [key, day] : byDay) {
-        std::vector<DayActivity> existing = store_.dayActivities(key);
-        bool known = std::any_of(existing.begin(), existing.end(),
-                                 [&](const DayActivity& d) { return d.repoID == repo.id; });
-        if (known) continue;  // a day the scans saw themselves is worth more
+        // A day the scans saw themselves is worth more.
+        if (recorded.contains({repo.id, key})) continue;
         std::sort(day.branchesTouched.begin(), day.branchesTouched.end());
         store_.setDayActivity(day);
     }

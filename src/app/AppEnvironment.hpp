@@ -324,8 +324,10 @@ private:
     void saveScanMemos();
 
     // Records the history `commits` of a newly tracked repository: the commits and
-    // one day record per day that has none yet.
-    void storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits);
+    // one day record per day that has none yet, `recorded` holding the repository
+    // and day of every record there was.
+    void storeHistory(const RepoConfig& repo, const std::vector<CommitRecord>& commits,
+                      const std::set<std::pair<std::string, std::string>>& recorded);
     void postAll(const std::vector<ReminderEvent>& events);
     void closeAll(const std::vector<std::string>& reminderIDs);
     // Takes the store's open reminders as the service's copy.

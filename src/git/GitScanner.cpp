@@ -435,7 +435,8 @@ std::vector<CommitRecord> GitScanner::todaysCommits(const std::string& path,
 }
 
 std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
-                                                     const std::string& sinceArg) const {
+                                                     const std::string& sinceArg,
+                                                     bool hasRemoteBranches) const {
     std::string repoID = PathHelpers::canonicalPath(path);
     ShellResult log = git(
         path,
@@ -444,6 +445,10 @@ std::vector<CommitRecord> GitScanner::historyCommits(const std::string& path,
     if (!log.succeeded()) return {};
     std::vector<CommitRecord> records = GitParsing::historyCommits(log.stdOut, repoID);
     if (records.empty()) return records;
+    if (!hasRemoteBranches) {
+        for (CommitRecord& record : records) record.isLocalOnly = true;
+        return records;
+    }
     // One listing marks every commit that no remote-tracking branch holds, where a
     // question per commit would cost a child each.
     ShellResult unpushed =

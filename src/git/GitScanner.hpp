@@ -76,9 +76,11 @@ public:
                                             bool detached) const;
 
     // Every commit on a local branch since `sinceArg`, newest first, each with the
-    // branch it was first reached from; no remote containment is checked.
-    std::vector<CommitRecord> historyCommits(const std::string& path,
-                                             const std::string& sinceArg) const;
+    // branch it was first reached from and marked local when no remote-tracking
+    // branch holds it. `hasRemoteBranches` false says there is none to check against,
+    // which saves a child: every commit is then local.
+    std::vector<CommitRecord> historyCommits(const std::string& path, const std::string& sinceArg,
+                                             bool hasRemoteBranches = true) const;
 
     // `git status --porcelain=v1` of the work tree, with the filter drivers of the
     // repository's own configuration switched off; nothing when git could not

@@ -152,6 +152,16 @@ TEST_F(GitScannerTest, LogCommitsMarksWhatNoRemoteBranchContains) {
             EXPECT_EQ(commit.branch, "topic");
         }
     }
+
+    // Never fetched: everything is local, known without asking the remotes.
+    TestRepo lone(dir / "lone");
+    lone.commitFile("a.txt", "a", "alone");
+    FakeProcessRunner counted([this](const ProcessRequest& r) { return shell_.run(r); });
+    history =
+        GitScanner(counted, clock_).historyCommits(lone.path(), "2000-01-01T00:00:00Z", false);
+    ASSERT_EQ(history.size(), 1u);
+    EXPECT_TRUE(history[0].isLocalOnly);
+    EXPECT_EQ(counted.requests().size(), 1u);
 }
 
 TEST_F(GitScannerTest, NoNameOrSubjectCanForgeAnotherFieldInAnyLogFormat) {

@@ -66,10 +66,52 @@ DiscoveredRepo RepoDiscovery::makeRepo(const std::string& path) const {
     repo.repoID = PathHelpers::canonicalPath(path);
     repo.localPath = repo.repoID;
     repo.name = std::filesystem::path(repo.repoID).filename().string();
-    repo.currentBranch = gitLine(path, {"branch", "--show-current"}).value_or("");
+    // One listing of the branches answers what HEAD is on, what origin's HEAD names
+    // and whether anything was ever fetched: enrolling a thousand repositories
+    // costs a child per question per repository otherwise.
+    std::optional<ShellResult> refs;
+    if (cancellation_ == nullptr || !cancellation_->isCancelled()) {
+        refs = runner_.run(
+            GitCommand::request(path,
+                                {"for-each-ref", "--format=%(HEAD) %(refname) %(symref)",
+                                 "refs/heads/", "refs/remotes/"},
+                                15, cancellation_));
+    }
+    bool listed = refs && refs->succeeded();
+    bool onListedBranch = false;
+    std::string originHead;
+    repo.hasRemoteBranches = !listed;
+    if (listed) {
+        for (std::string_view line : Text::nonEmptyLines(refs->stdOut)) {
+            if (line.size() < 3) continue;
+            std::string_view rest = line.substr(2);
+            std::string_view refname = rest.substr(0, rest.find(' '));
+            std::string_view symref =
+                refname.size() < rest.size() ? rest.substr(refname.size() + 1) : std::string_view();
+            if (refname.starts_with("refs/heads/") && line[0] == '*') {
+                onListedBranch = true;
+                repo.currentBranch = refname.substr(11);
+            } else if (refname.starts_with("refs/remotes/")) {
+                repo.hasRemoteBranches = true;
+                if (refname == "refs/remotes/origin/HEAD") originHead = symref;
+            }
+        }
+    }
+    // HEAD on no listed branch: detached, or on a branch without a commit yet,
+    // which only git can name; or the listing failed.
+    if (!onListedBranch)
+        repo.currentBranch = gitLine(path, {"branch", "--show-current"}).value_or("");
     repo.remoteURL = gitLine(path, {"remote", "get-url", "origin"});
     if (repo.remoteURL) repo.remoteURL = RemoteURL::withoutCredentials(*repo.remoteURL);
-    repo.defaultBranch = detectDefaultBranch(path, repo.currentBranch);
+    // What origin's HEAD names, less the remote's own name, as detectDefaultBranch
+    // reads it.
+    size_t slash = originHead.find('/', std::string_view("refs/remotes/").size());
+    if (originHead.starts_with("refs/remotes/") && slash != std::string::npos &&
+        slash + 1 < originHead.size()) {
+        repo.defaultBranch = originHead.substr(slash + 1);
+    } else {
+        repo.defaultBranch = repo.currentBranch.empty() ? "main" : repo.currentBranch;
+    }
     return repo;
 }
 

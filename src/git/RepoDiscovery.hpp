@@ -23,6 +23,10 @@ struct DiscoveredRepo {
     std::optional<std::string> remoteURL;
     std::string currentBranch;
     std::string defaultBranch;
+    // Whether any remote-tracking branch was there when it was read. Without one,
+    // every commit on its branches is local work, and its history needs no check
+    // against the remotes.
+    bool hasRemoteBranches = true;
 
     bool operator==(const DiscoveredRepo&) const = default;
 };
@@ -58,7 +62,8 @@ public:
     std::optional<size_t> repositoriesUnder(const std::string& folder, int maxDepth) const;
 
     // The record for the repository at `path`: current branch, origin URL and the
-    // remote's default branch (else the current branch, else "main").
+    // remote's default branch (else the current branch, else "main"). Two git
+    // children when HEAD is on a branch with a commit, three otherwise.
     DiscoveredRepo makeRepo(const std::string& path) const;
 
     std::string detectDefaultBranch(const std::string& path, const std::string& fallback) const;

@@ -70,8 +70,12 @@ TEST_F(RepoDiscoveryTest, SortsByNameAndReadsBranchesFromGit) {
     // A linked worktree has a ".git" file rather than a folder.
     origin.git({"worktree", "add", "-q", "-b", "feature", at("x/delta")});
 
-    std::vector<DiscoveredRepo> repos = RepoDiscovery(shell_).discover({at("x")}, 1, {});
+    // Real git, each child counted: enrolling a thousand repositories pays for each.
+    testing::FakeProcessRunner counted([this](const ProcessRequest& r) { return shell_.run(r); });
+    std::vector<DiscoveredRepo> repos = RepoDiscovery(counted).discover({at("x")}, 1, {});
     ASSERT_EQ(repos.size(), 5u);
+    // Two children where HEAD is on a branch with a commit, a third otherwise.
+    EXPECT_EQ(counted.requests().size(), 3u + 3u + 2u + 3u + 2u);
     auto fields = [](const DiscoveredRepo& r) {
         return std::vector<std::string>{r.name, r.currentBranch, r.defaultBranch,
                                         r.remoteURL.value_or("-")};
@@ -81,6 +85,9 @@ TEST_F(RepoDiscoveryTest, SortsByNameAndReadsBranchesFromGit) {
     EXPECT_THAT(fields(repos[2]), ElementsAre("delta", "feature", "feature", "-"));
     EXPECT_THAT(fields(repos[3]), ElementsAre("Émile", "main", "main", "-"));
     EXPECT_THAT(fields(repos[4]), ElementsAre("gamma", "topic", "main", at("origin")));
+    EXPECT_TRUE(repos[4].hasRemoteBranches);
+    EXPECT_FALSE(repos[0].hasRemoteBranches || repos[1].hasRemoteBranches ||
+                 repos[2].hasRemoteBranches || repos[3].hasRemoteBranches);
 }
 
 TEST_F(RepoDiscoveryTest, AKnownRepositoryCostsNoChildProcess) {
