@@ -13,6 +13,7 @@
 #include "base/BoundedParallel.hpp"
 #include "base/Log.hpp"
 #include "base/PathHelpers.hpp"
+#include "base/Uuid.hpp"
 #include "git/Aggregator.hpp"
 #include "git/WorkSessionEngine.hpp"
 #include "persistence/AtomicFile.hpp"
@@ -176,7 +177,12 @@ void AppEnvironment::noteFileActivity(const std::string& path, Date at) {
     }
 }
 
-bool AppEnvironment::scanNow() {
+AppEnvironment::ScanCount AppEnvironment::lastScanCount() const {
+    std::lock_guard lock(mutex_);
+    return lastScanCount_;
+}
+
+bool AppEnvironment::scanNow(ScanScope scope) {
     {
         std::lock_guard lock(mutex_);
         if (isScanning_ || stopping_) return false;
@@ -212,6 +218,44 @@ bool AppEnvironment::scanNow() {
         memos = scanMemos_;
     }
 
+    // Which repositories to read. The watcher's report is taken, and each git state
+    // summed up, before any reading starts: a change made while one runs is left
+    // for the next scan to see.
+    bool service;
+    {
+        std::lock_guard lock(mutex_);
+        service = didBootstrap_;
+    }
+    std::vector<bool> readIt(active.size(), true);
+    std::vector<ScanPlanner::Repo> planned(active.size());
+    std::map<std::string, RepoScan> keptReadings;
+    if (service) {
+        FileWatcher::Report report = watcher_.takeReport();
+        for (size_t i = 0; i < active.size(); ++i) {
+            planned[i].id = active[i].id;
+            planned[i].path = FileWatcher::standardizedPath(active[i].localPath);
+            planned[i].ignoreUntracked = active[i].ignoreUntracked;
+            auto memo = memos.find(active[i].id);
+            if (memo != memos.end()) {
+                planned[i].fingerprint = memo->second.quietFingerprint(active[i].localPath);
+            }
+        }
+        ScanPlanner::Watch watch{report.running, std::move(report.watched),
+                                 std::move(report.changed), std::move(report.unvouched),
+                                 report.lostEvents};
+        std::lock_guard lock(mutex_);
+        readIt = planner_.plan(now, scope == ScanScope::everything, watch, planned);
+        for (size_t i = 0; i < active.size(); ++i) {
+            if (readIt[i]) continue;
+            auto last = lastReadings_.find(active[i].id);
+            if (last == lastReadings_.end()) {
+                readIt[i] = true;
+            } else {
+                keptReadings.emplace(active[i].id, last->second);
+            }
+        }
+    }
+
     // The git work, eight repositories at a time; nothing is applied until all are read.
     std::string since = DateHelpers::isoString(startOfDay);
     // A shutdown stops the children in flight and starts no others. A repository
@@ -219,6 +263,13 @@ bool AppEnvironment::scanNow() {
     std::vector<std::optional<RepoScan>> results = boundedParallelMap<std::optional<RepoScan>>(
         active.size(), kMaxParallelScans, [&](size_t i) -> std::optional<RepoScan> {
             if (stopping_) return std::nullopt;
+            if (!readIt[i]) {
+                // As a reading now would give it: a new snapshot, taken now.
+                RepoScan reading = keptReadings.at(active[i].id);
+                reading.snapshot.id = newUUID();
+                reading.snapshot.capturedAt = now;
+                return reading;
+            }
             const ScanMemo* memo = nullptr;
             auto found = memos.find(active[i].id);
             if (found != memos.end()) memo = &found->second;
@@ -244,6 +295,26 @@ bool AppEnvironment::scanNow() {
             scanMemos_ = std::move(kept);
             scanMemosChanged_ = true;
         }
+        lastScanCount_ = {};
+        std::map<std::string, RepoScan> readings;
+        for (size_t i = 0; i < active.size(); ++i) {
+            if (results[i]) ++(readIt[i] ? lastScanCount_.read : lastScanCount_.kept);
+            if (!service) continue;
+            // A reading cut short leaves nothing to keep: the next scan reads it.
+            if (!results[i]) {
+                planner_.forget(active[i].id);
+                continue;
+            }
+            if (readIt[i]) {
+                if (results[i]->memo) {
+                    planner_.noteRead(planned[i]);
+                } else {
+                    planner_.forget(active[i].id);
+                }
+            }
+            readings.emplace(active[i].id, *results[i]);
+        }
+        lastReadings_ = std::move(readings);
     }
 
     // Applied in configuration order. A repository that could not be read is still
@@ -330,10 +401,10 @@ bool AppEnvironment::scanNow() {
     return true;
 }
 
-std::vector<std::string> AppEnvironment::rescanNowOnMain() {
+std::vector<std::string> AppEnvironment::rescanNowOnMain(ScanScope scope) {
     std::vector<std::string> before = idsOf(config());
     if (isScanning()) return {};
-    scanNow();
+    scanNow(scope);
     std::vector<std::string> added;
     for (const std::string& id : idsOf(config())) {
         if (std::find(before.begin(), before.end(), id) == before.end()) added.push_back(id);
@@ -341,7 +412,7 @@ std::vector<std::string> AppEnvironment::rescanNowOnMain() {
     return added;
 }
 
-std::vector<std::string> AppEnvironment::rescanWhenFree() {
+std::vector<std::string> AppEnvironment::rescanWhenFree(ScanScope scope) {
     for (;;) {
         {
             std::unique_lock lock(mutex_);
@@ -350,7 +421,7 @@ std::vector<std::string> AppEnvironment::rescanWhenFree() {
         }
         std::vector<std::string> before = idsOf(config());
         // Another scan may start in between; it is waited for in turn.
-        if (!scanNow()) continue;
+        if (!scanNow(scope)) continue;
         std::vector<std::string> added;
         for (const std::string& id : idsOf(config())) {
             if (std::find(before.begin(), before.end(), id) == before.end()) added.push_back(id);
@@ -620,8 +691,11 @@ void AppEnvironment::startPeriodicScanning() {
                  },
                  .run =
                      [this] {
+                         // Asked for by the person, it reads everything.
                          bool requested = scanRequested_.exchange(false);
-                         if (!paused_ || requested) scanNow();
+                         if (!paused_ || requested) {
+                             scanNow(requested ? ScanScope::everything : ScanScope::changed);
+                         }
                      }});
 }
 

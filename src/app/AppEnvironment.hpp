@@ -16,6 +16,7 @@
 #include "agent/AgentEnvAccess.hpp"
 #include "agent/AgentService.hpp"
 #include "app/ProposalNotices.hpp"
+#include "app/ScanPlanner.hpp"
 #include "app/Scheduler.hpp"
 #include "base/EventFeed.hpp"
 #include "git/FileWatcher.hpp"
@@ -70,9 +71,23 @@ public:
     // syncOnStart asks for one.
     void bootstrap();
 
+    // Which repositories a scan reads: all of them, or, in the long-running service,
+    // those whose reading could have changed (ScanPlanner decides); the others keep
+    // their last reading and go through the rest of the cycle as if read again.
+    // Outside the service no watcher follows the repositories, so both read all.
+    enum class ScanScope { everything, changed };
+
     // One scan cycle; returns at once, doing nothing, while another runs or once
     // shutdown has begun. True when this call scanned.
-    bool scanNow();
+    bool scanNow(ScanScope scope = ScanScope::everything);
+
+    // How many tracked repositories the last scan read with git, and how many kept
+    // their last reading.
+    struct ScanCount {
+        size_t read = 0;
+        size_t kept = 0;
+    };
+    ScanCount lastScanCount() const;
 
     // Asks the periodic task for a scan now rather than at the end of its interval,
     // paused or not: the person asked for it.
@@ -86,12 +101,12 @@ public:
 
     // A scan cycle that reports the repository ids it newly enrolled, in
     // configuration order; empty when a scan was already running.
-    std::vector<std::string> rescanNowOnMain();
+    std::vector<std::string> rescanNowOnMain(ScanScope scope = ScanScope::everything);
 
     // Like rescanNowOnMain, but a scan already running is waited for and then one
     // more is made, so what it reports is read after the call began. Empty once
     // shutdown has begun.
-    std::vector<std::string> rescanWhenFree();
+    std::vector<std::string> rescanWhenFree(ScanScope scope = ScanScope::everything);
 
     // Enrols what discovery finds under the scan folders that is neither tracked
     // nor ignored.
@@ -402,6 +417,11 @@ private:
     std::set<std::string> newlyDetected_;
     std::string saveProblem_;
     std::map<std::string, ScanMemo> scanMemos_;  // by repository id
+    // The long-running service's last reading of each repository, which a scan that
+    // need not read it again keeps; and what decides that.
+    std::map<std::string, RepoScan> lastReadings_;
+    ScanPlanner planner_;
+    ScanCount lastScanCount_;
     bool scanMemosChanged_ = false;
     bool scanCacheBlocked_ = false;  // unreadable and still in place: never written over
 

@@ -73,15 +73,22 @@ void printStates(const CommandContext& context, const std::vector<const RepoConf
 
 }  // namespace
 
-int scan(CommandContext& context, bool json) {
+int scan(CommandContext& context, bool json, bool changedOnly) {
     DesktopNotifier notifier;
     std::optional<WriterAccess> writer = WriterAccess::open(context, &notifier);
     if (!writer) return 1;
     AppEnvironment& env = writer->env();
+    // Only the daemon's watcher knows what changed; without it a quiet repository
+    // cannot be told from one changed behind our back, so all are read.
+    if (changedOnly && !writer->inDaemon()) {
+        context.err << "no daemon is watching the repositories: reading every one\n";
+    }
+    using Scope = AppEnvironment::ScanScope;
+    Scope scope = changedOnly ? Scope::changed : Scope::everything;
     if (context.progress) context.err << "scanning..." << std::flush;
     // Inside the daemon a scan may be running already: this one comes after it.
     std::vector<std::string> enrolled =
-        writer->inDaemon() ? env.rescanWhenFree() : env.rescanNowOnMain();
+        writer->inDaemon() ? env.rescanWhenFree(scope) : env.rescanNowOnMain(scope);
     if (context.progress) context.err << "\r\033[K" << std::flush;
     // What was read is still shown; the exit status says it was not kept.
     const int status = reportFlush(context, env.saveProblem()) ? 0 : 1;
@@ -242,16 +249,22 @@ namespace quorvane {
 
 void declareScanCommands(CommandTable& table) {
     auto& json = table.keep<bool>();
-    table
-        .add("scan",
-             "Read every tracked repository now and print its state\n"
-             "One line per repository, in the order they were added: branch, uncommitted\n"
-             "changes, standing against the upstream branch, and today's commits. Up to 8\n"
-             "repositories are read at once, with read-only git commands that take no locks.\n"
-             "New repositories under the scan folders are tracked first and named; their\n"
-             "recent history is read as 'repos add' does (see 'quorvane repos add --help').",
-             {DataUse::writes, [&](CommandContext& c) { return Commands::scan(c, json); }})
-        ->add_flag("--json", json, "Print the snapshots as a JSON array");
+    auto& changedOnly = table.keep<bool>();
+    CLI::App* scan = table.add(
+        "scan",
+        "Read every tracked repository now and print its state\n"
+        "One line per repository, in the order they were added: branch, uncommitted\n"
+        "changes, standing against the upstream branch, and today's commits. Up to 8\n"
+        "repositories are read at once, with read-only git commands that take no locks.\n"
+        "New repositories under the scan folders are tracked first and named; their\n"
+        "recent history is read as 'repos add' does (see 'quorvane repos add --help').\n"
+        "With --changed, a running daemon reads only the repositories whose files or git\n"
+        "state changed since it last read them, as its periodic scan does; the others\n"
+        "keep that reading. Without a daemon nothing watches them, so all are read.",
+        {DataUse::writes, [&](CommandContext& c) { return Commands::scan(c, json, changedOnly); }});
+    scan->add_flag("--json", json, "Print the snapshots as a JSON array");
+    scan->add_flag("--changed", changedOnly,
+                   "Read only the repositories the daemon saw change; all without a daemon");
 
     auto& scanFirst = table.keep<bool>();
     CLI::App* sync = table.add(

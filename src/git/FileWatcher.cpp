@@ -150,6 +150,11 @@ void FileWatcher::start(const std::vector<std::string>& paths, ActivityCallback 
         stopping_ = false;
         watchedPaths_ = std::move(sorted);
         onActivity_ = std::move(onActivity);
+        changed_.clear();
+        unvouched_.clear();
+        // Whatever changed while nothing watched is unknown.
+        lostEvents_ = true;
+        noteGaps(source_->takeGaps());
     }
     try {
         thread_ = std::thread([this] { run(); });
@@ -180,6 +185,38 @@ void FileWatcher::stop() {
     watchedPaths_.clear();
     onActivity_ = nullptr;
     debouncer_.clear();
+    drainDone_ = drainAsked_;
+    drained_.notify_all();
+}
+
+void FileWatcher::noteGaps(const WatchGaps& gaps) {
+    if (gaps.lostEvents) lostEvents_ = true;
+    for (const std::string& folder : gaps.unwatched) {
+        std::string standard = standardizedPath(folder);
+        std::optional<std::string> repo = matchRepoID(standard, watchedPaths_);
+        if (!repo) continue;
+        // A git folder is not the work tree: what in it matters to a scan is looked
+        // at by the scan itself.
+        if (standard != *repo && std::filesystem::path(standard).filename() == ".git") continue;
+        unvouched_.insert(*repo);
+    }
+}
+
+FileWatcher::Report FileWatcher::takeReport() {
+    std::unique_lock lock(mutex_);
+    if (running_ && !stopping_) {
+        unsigned long long ticket = ++drainAsked_;
+        source_->interrupt();
+        drained_.wait(lock, [&] { return drainDone_ >= ticket || !running_ || stopping_; });
+    }
+    Report report;
+    report.running = running_ && !stopping_;
+    if (!report.running) return report;
+    report.watched = watchedPaths_;
+    report.changed = std::exchange(changed_, {});
+    report.unvouched = unvouched_;
+    report.lostEvents = std::exchange(lostEvents_, false);
+    return report;
 }
 
 void FileWatcher::run() {
@@ -197,11 +234,15 @@ void FileWatcher::run() {
             lock.lock();
             if (stopping_) return;
         }
+        // A report asked for before this wait began is answered by what it reads.
+        unsigned long long asked = drainAsked_;
         std::optional<std::chrono::milliseconds> timeout;
         if (std::optional<MonotonicClock::TimePoint> next = debouncer_.nextDeadline()) {
             // Rounded up, so the thread never wakes just short of a deadline and spins.
             timeout = std::chrono::ceil<std::chrono::milliseconds>(*next - steady_.now());
         }
+        // Its wake-up may have been spent on the previous wait: look without waiting.
+        if (asked != drainDone_) timeout = std::chrono::milliseconds(0);
         lock.unlock();
         std::vector<FileChange> changed = source_->wait(timeout);
         lock.lock();
@@ -209,7 +250,11 @@ void FileWatcher::run() {
         MonotonicClock::TimePoint at = steady_.now();
         for (const std::string& repo : touchedRepos(changed, watchedPaths_)) {
             debouncer_.note(repo, at);
+            changed_.insert(repo);
         }
+        noteGaps(source_->takeGaps());
+        drainDone_ = asked;
+        drained_.notify_all();
     }
 }
 

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -81,6 +83,25 @@ public:
 
     bool isRunning() const;
 
+    // What the watcher can say about the repositories since the last report: which
+    // saw a change in their work tree (at once, not after the quiet period), and
+    // which it cannot vouch for. Paths as watchOrder gives them.
+    struct Report {
+        bool running = false;
+        std::vector<std::string> watched;
+        std::set<std::string> changed;
+        // A folder below them is unwatched: a generated one, or one the system
+        // refused a watch. Kept until the watcher starts again.
+        std::set<std::string> unvouched;
+        // Changes may have gone unseen anywhere: the system dropped events, or the
+        // watcher (re)started, so what changed while it was stopped is unknown.
+        bool lostEvents = false;
+    };
+
+    // Takes the report and starts the next one. Every change made before the call
+    // is in it: the watcher thread first reads all the system has queued.
+    Report takeReport();
+
     // Whether a changed path lies in a generated folder whose changes mean nothing:
     // a plain substring test for "/.git/", "/node_modules/", "/.build/", "/dist/".
     static bool isIgnored(std::string_view path);
@@ -112,6 +133,8 @@ private:
     static std::string_view belowRepository(std::string_view path, std::string_view repo);
 
     void run();
+    // Notes the source's gaps against the watched repositories; under mutex_.
+    void noteGaps(const WatchGaps& gaps);
 
     const Clock& clock_;
     const MonotonicClock& steady_;
@@ -127,6 +150,13 @@ private:
     std::vector<std::string> watchedPaths_;
     ActivityCallback onActivity_;
     ActivityDebouncer debouncer_{kDebounceInterval};
+    std::set<std::string> changed_;
+    std::set<std::string> unvouched_;
+    bool lostEvents_ = false;
+    // A report waits until the thread has read every event queued before it asked.
+    std::condition_variable drained_;
+    unsigned long long drainAsked_ = 0;
+    unsigned long long drainDone_ = 0;
 };
 
 }  // namespace quorvane

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include <fmt/format.h>
 
@@ -82,6 +83,55 @@ std::string ScanMemo::refsFingerprintOf(const std::string& commonDir) {
         mixTree(hash, dir, name);
     }
     return fmt::format("{:016x}", hash);
+}
+
+std::optional<std::string> ScanMemo::quietFingerprint(const std::string& path) const {
+    if (configFiles.empty() || commonDir.empty()) return std::nullopt;
+    fs::path tree(PathHelpers::expandTilde(path));
+    std::error_code error;
+    // A submodule's checkout moves by its own HEAD, in a folder no one watches here.
+    if (fs::exists(tree / ".gitmodules", error)) return std::nullopt;
+    // The git folder of this work tree: ".git" itself, or the one a linked work
+    // tree's ".git" file names; HEAD and the index live there, the refs in commonDir.
+    fs::path gitDir = tree / ".git";
+    struct stat info {};
+    if (::lstat(gitDir.c_str(), &info) != 0) return std::nullopt;
+    std::string pointer;
+    if (S_ISREG(info.st_mode)) {
+        if (info.st_size > 4096) return std::nullopt;
+        std::ifstream file(gitDir);
+        std::getline(file, pointer);
+        constexpr std::string_view kPrefix = "gitdir: ";
+        if (!pointer.starts_with(kPrefix)) return std::nullopt;
+        fs::path named(pointer.substr(kPrefix.size()));
+        gitDir = named.is_absolute() ? named : tree / named;
+    } else if (!S_ISDIR(info.st_mode)) {
+        return std::nullopt;
+    }
+    fs::path common(commonDir);
+    std::vector<std::string> files = {(tree / ".git").string(),
+                                      (gitDir / "HEAD").string(),
+                                      (gitDir / "index").string(),
+                                      (gitDir / "FETCH_HEAD").string(),
+                                      (gitDir / "info" / "sparse-checkout").string(),
+                                      (common / "info" / "exclude").string(),
+                                      (common / "info" / "attributes").string()};
+    const char* xdg = std::getenv("XDG_CONFIG_HOME");
+    fs::path base =
+        xdg != nullptr && xdg[0] == '/' ? fs::path(xdg) : PathHelpers::homeDirectory() / ".config";
+    files.push_back((base / "git" / "ignore").string());
+    files.push_back((base / "git" / "attributes").string());
+    for (const FileStamp& config : configFiles) files.push_back(config.path);
+
+    unsigned long long hash = 14695981039346656037ULL;
+    mix(hash, pointer);
+    for (const FileStamp& file : stamp(files)) mix(hash, fmt::format("{}", toJson(file).dump()));
+    // A configuration file changed since it was read: the memo's reading is stale
+    // even if the file is not changed again, so this never matches a later one.
+    std::vector<std::string> configPaths;
+    for (const FileStamp& config : configFiles) configPaths.push_back(config.path);
+    if (stamp(configPaths) != configFiles) mix(hash, "stale configuration");
+    return fmt::format("{:016x}:{}", hash, refsFingerprintOf(commonDir));
 }
 
 std::vector<std::string> ScanMemo::userConfigFiles() {

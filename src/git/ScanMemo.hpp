@@ -59,6 +59,16 @@ struct ScanMemo {
     // any file.
     static std::string refsFingerprintOf(const std::string& commonDir);
 
+    // A fingerprint of what a reading of the work tree at `path` depends on outside
+    // its own files: the configuration files it was read from, HEAD, the index,
+    // FETCH_HEAD, the refs (as refsFingerprintOf), the repository's own exclude and
+    // attribute files and the user's. While it is unchanged and no file of the work
+    // tree changed, reading again gives what the reading that kept this memo gave.
+    // Nothing when this memo cannot vouch for that: its configuration is not to be
+    // reused, or the repository has submodules, whose state lives elsewhere. Reads
+    // one small file at most (a linked work tree's ".git") and stats the rest.
+    std::optional<std::string> quietFingerprint(const std::string& path) const;
+
     // The user's and the system's configuration files, which apply to every
     // repository whether or not they said anything the scan asked for.
     static std::vector<std::string> userConfigFiles();

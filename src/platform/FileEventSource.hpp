@@ -16,6 +16,14 @@ struct FileChange {
     bool isFolder = false;
 };
 
+// What a source could not follow: folders left unwatched, whether `skip` left them
+// out or the system refused a watch, and whether the system dropped events. A
+// change there goes unreported, so whoever relies on the silence must look itself.
+struct WatchGaps {
+    std::vector<std::string> unwatched;
+    bool lostEvents = false;
+};
+
 // Says whether a folder, and everything below it, is left unwatched.
 using FolderFilter = std::function<bool(const std::string& folder)>;
 
@@ -40,6 +48,10 @@ public:
 
     // Ends watching and releases everything open() took; open() may follow again.
     virtual void close() = 0;
+
+    // The gaps found since the last call (open() included), then forgotten. Called
+    // on the thread that calls wait(), or before it runs.
+    virtual WatchGaps takeGaps() { return {}; }
 };
 
 }  // namespace quorvane

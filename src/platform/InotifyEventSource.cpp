@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "base/Log.hpp"
 
@@ -47,6 +48,7 @@ bool InotifyEventSource::open(const std::vector<std::string>& roots, FolderFilte
     }
     skip_ = std::move(skip);
     outOfWatchesLogged_ = false;
+    gaps_ = {};
     for (const std::string& root : roots) watchTree(root);
     return true;
 }
@@ -58,6 +60,10 @@ void InotifyEventSource::close() {
     skip_ = nullptr;
 }
 
+WatchGaps InotifyEventSource::takeGaps() {
+    return std::exchange(gaps_, {});
+}
+
 void InotifyEventSource::interrupt() {
     if (!wake_.valid()) return;
     uint64_t one = 1;
@@ -65,8 +71,7 @@ void InotifyEventSource::interrupt() {
     [[maybe_unused]] ssize_t written = ::write(wake_.get(), &one, sizeof one);
 }
 
-std::vector<FileChange> InotifyEventSource::wait(
-    std::optional<std::chrono::milliseconds> timeout) {
+std::vector<FileChange> InotifyEventSource::wait(std::optional<std::chrono::milliseconds> timeout) {
     std::vector<FileChange> changed;
     if (!inotify_.valid()) return changed;
     int milliseconds = -1;
@@ -96,7 +101,10 @@ void InotifyEventSource::readEvents(std::vector<FileChange>& changed) {
             offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
             // After an overflow the kernel no longer knows which paths changed, so
             // there is nothing to name; the next change will be seen again.
-            if ((event->mask & IN_Q_OVERFLOW) != 0) continue;
+            if ((event->mask & IN_Q_OVERFLOW) != 0) {
+                gaps_.lostEvents = true;
+                continue;
+            }
             auto folder = folders_.find(event->wd);
             if (folder == folders_.end()) continue;
             if ((event->mask & IN_IGNORED) != 0) {
@@ -121,10 +129,14 @@ void InotifyEventSource::watchTree(const std::string& root) {
     while (!pending.empty()) {
         std::string folder = std::move(pending.back());
         pending.pop_back();
-        if (skip_ && skip_(folder)) continue;
         // The watch comes before the listing, so a sub-folder made meanwhile is
         // either listed here or reported by the new watch.
-        if (!addWatch(folder)) continue;
+        if ((skip_ && skip_(folder)) || !addWatch(folder)) {
+            // A root that is gone is no gap: there is nothing to miss in it.
+            std::error_code ec;
+            if (fs::is_directory(folder, ec)) gaps_.unwatched.push_back(folder);
+            continue;
+        }
         std::error_code ec;
         for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
             std::error_code typeError;

@@ -25,6 +25,7 @@ public:
     std::vector<FileChange> wait(std::optional<std::chrono::milliseconds> timeout) override;
     void interrupt() override;
     void close() override;
+    WatchGaps takeGaps() override;
 
     // How many folders are watched now.
     size_t watchCount() const { return folders_.size(); }
@@ -43,6 +44,7 @@ private:
     FolderFilter skip_;
     std::unordered_map<int, std::string> folders_;  // watch descriptor to folder path
     bool outOfWatchesLogged_ = false;
+    WatchGaps gaps_;
 };
 
 }  // namespace quorvane
