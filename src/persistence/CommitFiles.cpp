@@ -293,7 +293,13 @@ std::vector<CommitRecord> CommitFiles::between(Date from, Date to) {
 void CommitFiles::upsert(const std::vector<CommitRecord>& commits) {
     for (const CommitRecord& commit : commits) {
         File& file = ensure(fileFor(commit));
-        file.items.insert_or_assign(commit.id(), commit);
+        // Every scan hands back the day's commits; only a new or changed one makes
+        // its file worth writing again.
+        auto [at, added] = file.items.try_emplace(commit.id(), commit);
+        if (!added) {
+            if (at->second == commit) continue;
+            at->second = commit;
+        }
         if (!readOnly_) file.dirty = true;
     }
 }

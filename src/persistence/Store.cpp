@@ -315,7 +315,11 @@ std::vector<RepoSnapshot> Store::snapshots() const {
 
 void Store::replaceSnapshot(const RepoSnapshot& snapshot) {
     std::lock_guard lock(mutex_);
-    snapshots_.items.insert_or_assign(snapshot.repoID, snapshot);
+    auto [at, added] = snapshots_.items.try_emplace(snapshot.repoID, snapshot);
+    if (!added) {
+        if (at->second == snapshot) return;
+        at->second = snapshot;
+    }
     snapshots_.dirty = true;
 }
 
@@ -372,12 +376,13 @@ void Store::upsertSessions(const std::vector<WorkSession>& sessions) {
         auto it = std::find_if(sessions_.items.begin(), sessions_.items.end(),
                                [&](const WorkSession& s) { return s.id == session.id; });
         if (it != sessions_.items.end()) {
+            if (*it == session) continue;
             *it = session;
         } else {
             sessions_.items.push_back(session);
         }
+        sessions_.dirty = true;
     }
-    if (!sessions.empty()) sessions_.dirty = true;
 }
 
 // Day activity
@@ -396,7 +401,12 @@ std::vector<DayActivity> Store::dayActivities(const std::string& fromKey,
 
 void Store::setDayActivity(const DayActivity& activity) {
     std::lock_guard lock(mutex_);
-    dayActivities_.items.insert_or_assign(activity.key(), activity);
+    // A scan sets every repository's day again, mostly to what it already was.
+    auto [at, added] = dayActivities_.items.try_emplace(activity.key(), activity);
+    if (!added) {
+        if (at->second == activity) return;
+        at->second = activity;
+    }
     dayActivities_.dirty = true;
 }
 
