@@ -1,9 +1,10 @@
 // Runs `quorvane daemon` over the benchmark corpus and prints what it costs while
 // nothing happens, minute by minute, then while one file in one repository changes
 // every second: CPU seconds, wake-ups (context switches of all its threads) and
-// resident memory, peak and current.
+// resident memory, peak and current. The daemon scans every `--interval` minutes
+// (1 by default, so that each idle minute holds a periodic scan).
 //
-//   quorvane_bench_daemon [--repos N] [--idle SECONDS] [--touch SECONDS]
+//   quorvane_bench_daemon [--repos N] [--idle SECONDS] [--touch SECONDS] [--interval MINUTES]
 #include <signal.h>
 #include <unistd.h>
 
@@ -96,16 +97,17 @@ int runQuorvane(const std::filesystem::path& dataDir, std::vector<std::string> a
 }  // namespace
 
 int main(int argc, char** argv) {
-    int repos = 100, idle = 60, touch = 60;
+    int repos = 100, idle = 60, touch = 60, interval = 1;
     for (int i = 1; i + 1 < argc; i += 2) {
         std::string flag = argv[i];
         if (flag == "--repos") repos = std::atoi(argv[i + 1]);
         if (flag == "--idle") idle = std::atoi(argv[i + 1]);
         if (flag == "--touch") touch = std::atoi(argv[i + 1]);
+        if (flag == "--interval") interval = std::atoi(argv[i + 1]);
     }
-    if (repos < 1 || idle < 1 || touch < 1) {
-        std::cerr
-            << "usage: quorvane_bench_daemon [--repos N] [--idle SECONDS] [--touch SECONDS]\n";
+    if (repos < 1 || idle < 1 || touch < 1 || interval < 1) {
+        std::cerr << "usage: quorvane_bench_daemon [--repos N] [--idle SECONDS] [--touch SECONDS] "
+                     "[--interval MINUTES]\n";
         return 2;
     }
     bench::useBenchIdentity();
@@ -116,6 +118,12 @@ int main(int argc, char** argv) {
     std::vector<std::string> add = {"repos", "add"};
     add.insert(add.end(), corpus.paths.begin(), corpus.paths.end());
     if (runQuorvane(dataDir, add) != 0) return 1;
+    // The periodic scan is what an idle daemon spends on: by default one falls in
+    // every idle minute measured.
+    if (runQuorvane(dataDir, {"config", "set", "scanIntervalMinutes", std::to_string(interval)}) !=
+        0) {
+        return 1;
+    }
 
     testing::BackgroundProcess daemon(QUORVANE_BINARY, {"daemon", "--data-dir", dataDir.string()},
                                       root / "daemon.log");
