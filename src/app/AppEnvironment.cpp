@@ -240,11 +240,8 @@ bool AppEnvironment::scanNow(ScanScope scope) {
                 planned[i].fingerprint = memo->second.quietFingerprint(active[i].localPath);
             }
         }
-        ScanPlanner::Watch watch{report.running, std::move(report.watched),
-                                 std::move(report.changed), std::move(report.unvouched),
-                                 report.lostEvents};
         std::lock_guard lock(mutex_);
-        readIt = planner_.plan(now, scope == ScanScope::everything, watch, planned);
+        readIt = planner_.plan(now, scope == ScanScope::everything, report, planned);
         for (size_t i = 0; i < active.size(); ++i) {
             if (readIt[i]) continue;
             auto last = lastReadings_.find(active[i].id);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/DateHelpers.hpp"
+#include "git/FileWatcher.hpp"
 
 namespace quorvane {
 
@@ -22,13 +23,7 @@ public:
     static constexpr std::chrono::hours kFullReadInterval{1};
 
     // What the watcher says; paths as FileWatcher::standardizedPath gives them.
-    struct Watch {
-        bool running = false;
-        std::vector<std::string> watched;
-        std::set<std::string> changed;
-        std::set<std::string> unvouched;
-        bool lostEvents = false;
-    };
+    using Watch = FileWatcher::Report;
 
     struct Repo {
         std::string id;

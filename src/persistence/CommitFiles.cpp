@@ -81,6 +81,17 @@ void syncFolder(const fs::path& folder) {
     ::close(fd);
 }
 
+// An array of commit records into `into`, by key; a later record with the same key
+// replaces an earlier one. Throws DecodeError.
+void decodeCommits(const std::string& bytes, std::map<std::string, CommitRecord>& into) {
+    JsonCodec::forEachArrayElement(bytes, [&](const Json& element, size_t index) {
+        CommitRecord record{};
+        fromJson(element, record, "[" + std::to_string(index) + "]");
+        std::string key = record.id();
+        into.insert_or_assign(std::move(key), std::move(record));
+    });
+}
+
 }  // namespace
 
 CommitFiles::CommitFiles(fs::path dataDir, const Clock& clock, bool readOnly, Report report)
@@ -142,13 +153,7 @@ void CommitFiles::read(const std::string& name, File& file) {
     std::string problem = result.error;
     if (result.bytes) {
         try {
-            JsonCodec::forEachArrayElement(*result.bytes, [&](const Json& element, size_t index) {
-                CommitRecord record{};
-                fromJson(element, record, "[" + std::to_string(index) + "]");
-                // A later record with the same key replaces an earlier one.
-                std::string key = record.id();
-                file.items.insert_or_assign(std::move(key), std::move(record));
-            });
+            decodeCommits(*result.bytes, file.items);
             return;
         } catch (const DecodeError& error) {
             problem = error.what();
@@ -182,12 +187,7 @@ void CommitFiles::adoptSingleFile() {
     std::string problem = result.error;
     if (result.bytes) {
         try {
-            JsonCodec::forEachArrayElement(*result.bytes, [&](const Json& element, size_t index) {
-                CommitRecord record{};
-                fromJson(element, record, "[" + std::to_string(index) + "]");
-                std::string key = record.id();
-                records.insert_or_assign(std::move(key), std::move(record));
-            });
+            decodeCommits(*result.bytes, records);
             problem.clear();
         } catch (const DecodeError& error) {
             problem = error.what();
