@@ -61,7 +61,7 @@ std::string RepoDiscovery::detectDefaultBranch(const std::string& path,
     return fallback.empty() ? "main" : fallback;
 }
 
-DiscoveredRepo RepoDiscovery::makeRepo(const std::string& path) const {
+DiscoveredRepo RepoDiscovery::makeRepo(const std::string& path, RemoteURLRead remoteURL) const {
     DiscoveredRepo repo;
     repo.repoID = PathHelpers::canonicalPath(path);
     repo.localPath = repo.repoID;
@@ -101,8 +101,10 @@ DiscoveredRepo RepoDiscovery::makeRepo(const std::string& path) const {
     // which only git can name; or the listing failed.
     if (!onListedBranch)
         repo.currentBranch = gitLine(path, {"branch", "--show-current"}).value_or("");
-    repo.remoteURL = gitLine(path, {"remote", "get-url", "origin"});
-    if (repo.remoteURL) repo.remoteURL = RemoteURL::withoutCredentials(*repo.remoteURL);
+    if (remoteURL == RemoteURLRead::now) {
+        repo.remoteURL = gitLine(path, {"remote", "get-url", "origin"});
+        if (repo.remoteURL) repo.remoteURL = RemoteURL::withoutCredentials(*repo.remoteURL);
+    }
     // What origin's HEAD names, less the remote's own name, as detectDefaultBranch
     // reads it.
     size_t slash = originHead.find('/', std::string_view("refs/remotes/").size());
@@ -144,7 +146,8 @@ std::vector<DiscoveredRepo> RepoDiscovery::discover(
     // so it runs like a scan, a few at a time.
     std::vector<DiscoveredRepo> repos =
         boundedParallelMap<DiscoveredRepo>(found.size(), kMaxParallelReads, [&](size_t i) {
-            return knownRepoIDs.contains(found[i]) ? knownRepo(found[i]) : makeRepo(found[i]);
+            return knownRepoIDs.contains(found[i]) ? knownRepo(found[i])
+                                                   : makeRepo(found[i], RemoteURLRead::byFirstScan);
         });
     // Stable, so equal names keep the order in which they were found.
     std::stable_sort(

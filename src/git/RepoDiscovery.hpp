@@ -61,10 +61,17 @@ public:
     // same walk but without reading any of them; nothing when it is no folder.
     std::optional<size_t> repositoriesUnder(const std::string& folder, int maxDepth) const;
 
-    // The record for the repository at `path`: current branch, origin URL and the
-    // remote's default branch (else the current branch, else "main"). Two git
-    // children when HEAD is on a branch with a commit, three otherwise.
-    DiscoveredRepo makeRepo(const std::string& path) const;
+    // Whether `makeRepo` asks git for origin's URL. `discover` does not: the scan that
+    // follows enrolment reads every repository's configuration anyway and records the
+    // URL from it, and a child fewer per repository is a third of enrolling a thousand.
+    enum class RemoteURLRead { now, byFirstScan };
+
+    // The record for the repository at `path`: current branch, origin URL (unless
+    // left to the first scan) and the remote's default branch (else the current
+    // branch, else "main"). One git child for the branches, one for the URL, and one
+    // more when HEAD is on no branch with a commit.
+    DiscoveredRepo makeRepo(const std::string& path,
+                            RemoteURLRead remoteURL = RemoteURLRead::now) const;
 
     std::string detectDefaultBranch(const std::string& path, const std::string& fallback) const;
 

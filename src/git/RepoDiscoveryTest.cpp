@@ -74,8 +74,9 @@ TEST_F(RepoDiscoveryTest, SortsByNameAndReadsBranchesFromGit) {
     testing::FakeProcessRunner counted([this](const ProcessRequest& r) { return shell_.run(r); });
     std::vector<DiscoveredRepo> repos = RepoDiscovery(counted).discover({at("x")}, 1, {});
     ASSERT_EQ(repos.size(), 5u);
-    // Two children where HEAD is on a branch with a commit, a third otherwise.
-    EXPECT_EQ(counted.requests().size(), 3u + 3u + 2u + 3u + 2u);
+    // One child where HEAD is on a branch with a commit, a second otherwise; origin's
+    // URL is left to the first scan.
+    EXPECT_EQ(counted.requests().size(), 2u + 2u + 1u + 2u + 1u);
     auto fields = [](const DiscoveredRepo& r) {
         return std::vector<std::string>{r.name, r.currentBranch, r.defaultBranch,
                                         r.remoteURL.value_or("-")};
@@ -84,7 +85,9 @@ TEST_F(RepoDiscoveryTest, SortsByNameAndReadsBranchesFromGit) {
     EXPECT_THAT(fields(repos[1]), ElementsAre("Beta", "trunk", "trunk", "-"));
     EXPECT_THAT(fields(repos[2]), ElementsAre("delta", "feature", "feature", "-"));
     EXPECT_THAT(fields(repos[3]), ElementsAre("Émile", "main", "main", "-"));
-    EXPECT_THAT(fields(repos[4]), ElementsAre("gamma", "topic", "main", at("origin")));
+    EXPECT_THAT(fields(repos[4]), ElementsAre("gamma", "topic", "main", "-"));
+    // Tracking one repository by hand reads its URL at once.
+    EXPECT_EQ(RepoDiscovery(shell_).makeRepo(at("x/gamma")).remoteURL, at("origin"));
     EXPECT_TRUE(repos[4].hasRemoteBranches);
     EXPECT_FALSE(repos[0].hasRemoteBranches || repos[1].hasRemoteBranches ||
                  repos[2].hasRemoteBranches || repos[3].hasRemoteBranches);
@@ -102,7 +105,7 @@ TEST_F(RepoDiscoveryTest, AKnownRepositoryCostsNoChildProcess) {
         ElementsAre(
             DiscoveredRepo{at("k/fresh"), "fresh", at("k/fresh"), std::nullopt, "", "main"},
             DiscoveredRepo{at("k/tracked"), "tracked", at("k/tracked"), std::nullopt, "", "main"}));
-    ASSERT_EQ(runner.requests().size(), 3u);
+    ASSERT_EQ(runner.requests().size(), 2u);  // the branches, then HEAD's own
     for (const ProcessRequest& request : runner.requests()) EXPECT_EQ(request.cwd, at("k/fresh"));
 }
 
