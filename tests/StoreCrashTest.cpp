@@ -21,7 +21,7 @@ namespace {
 long generationOf(const std::string& name, const Json& records) {
     static const std::map<std::string, std::string> kStamp = {
         {"repos.json", "commitsToday"},        {"commits", "message"},
-        {"sessions.json", "estimatedSeconds"}, {"day_activity.json", "commitCount"},
+        {"sessions.json", "estimatedSeconds"}, {"day_activity", "commitCount"},
         {"journals.json", "manualNotes"},      {"reminders.json", "message"},
         {"accounts.json", "displayName"},      {"remote_repos.json", "description"},
         {"mappings.json", "accountID"},        {"branches.json", "aheadCount"},
@@ -38,10 +38,12 @@ std::map<std::string, long> generations(const std::filesystem::path& dir) {
     std::map<std::string, long> result;
     std::vector<std::string> names = Store::loadOrder();
     std::error_code ec;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir / "commits", ec)) {
-        std::string name = entry.path().filename().string();
-        if (name.ends_with(".json") && !name.starts_with(".")) {
-            names.push_back(std::filesystem::relative(entry.path(), dir).string());
+    for (const char* folder : {"commits", "day_activity"}) {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(dir / folder, ec)) {
+            std::string name = entry.path().filename().string();
+            if (name.ends_with(".json") && !name.starts_with(".")) {
+                names.push_back(std::filesystem::relative(entry.path(), dir).string());
+            }
         }
     }
     for (const std::string& name : names) {

@@ -13,8 +13,10 @@
 #include "cli/Style.hpp"
 #include "git/GitCommand.hpp"
 #include "persistence/AtomicFile.hpp"
+#include "persistence/CommitFiles.hpp"
 #include "persistence/ConfigService.hpp"
 #include "persistence/DataFolderLock.hpp"
+#include "persistence/DayFiles.hpp"
 #include "persistence/KeychainStore.hpp"
 
 namespace quorvane::Commands {
@@ -88,10 +90,13 @@ int doctor(CommandContext& context) {
         }
     };
     setAside(context.dataDir, "");
-    // A commit file is set aside beside the others of its month.
-    for (const auto& month : fs::directory_iterator(context.dataDir / "commits", ec)) {
-        if (month.is_directory(ec) && !month.is_symlink(ec)) {
-            setAside(month.path(), "commits/" + month.path().filename().string() + "/");
+    // A commit or day file is set aside beside the others of its month.
+    for (const char* folder : {CommitFileKind::kFolder, DayFileKind::kFolder}) {
+        for (const auto& month : fs::directory_iterator(context.dataDir / folder, ec)) {
+            if (month.is_directory(ec) && !month.is_symlink(ec)) {
+                setAside(month.path(),
+                         fmt::format("{}/{}/", folder, month.path().filename().string()));
+            }
         }
     }
     std::sort(quarantined.begin(), quarantined.end());

@@ -4,6 +4,7 @@
 #include <memory>
 #include <ranges>
 #include <set>
+#include <span>
 #include <unordered_map>
 
 #include <fmt/format.h>
@@ -43,19 +44,19 @@ bool eraseWhere(std::map<std::string, Record>& items, Drop drop) {
 
 const std::vector<std::string>& Store::loadOrder() {
     static const std::vector<std::string> order = {
-        "repos.json",       "sessions.json",        "day_activity.json", "journals.json",
-        "reminders.json",   "accounts.json",        "remote_repos.json", "mappings.json",
-        "branches.json",    "sync_states.json",     "health.json",       "proposals.json",
-        "agent_audit.json", "project_metadata.json"};
+        "repos.json",           "sessions.json",     "journals.json",  "reminders.json",
+        "accounts.json",        "remote_repos.json", "mappings.json",  "branches.json",
+        "sync_states.json",     "health.json",       "proposals.json", "agent_audit.json",
+        "project_metadata.json"};
     return order;
 }
 
 const std::vector<std::string>& Store::flushOrder() {
     static const std::vector<std::string> order = {
-        "journals.json",    "sessions.json",        "repos.json",        "day_activity.json",
-        "reminders.json",   "accounts.json",        "remote_repos.json", "mappings.json",
-        "branches.json",    "sync_states.json",     "health.json",       "proposals.json",
-        "agent_audit.json", "project_metadata.json"};
+        "journals.json",        "sessions.json",     "repos.json",     "reminders.json",
+        "accounts.json",        "remote_repos.json", "mappings.json",  "branches.json",
+        "sync_states.json",     "health.json",       "proposals.json", "agent_audit.json",
+        "project_metadata.json"};
     return order;
 }
 
@@ -146,14 +147,15 @@ Store::Store(std::filesystem::path dir, const Clock& clock, Access access)
       commits_(dir_, clock, access == Access::readOnly,
                [this](const std::string& name, const std::string& problem) {
                    unreadable_.push_back({name, problem});
-               }) {
+               }),
+      days_(dir_, clock, access == Access::readOnly,
+            [this](const std::string& name, const std::string& problem) {
+                unreadable_.push_back({name, problem});
+            }) {
     if (access_ == Access::readWrite) PathHelpers::ensurePrivateDirectory(dir_);
     slots_.emplace("repos.json", keyedSlot<RepoSnapshot>(
                                      snapshots_, [](const RepoSnapshot& s) { return s.repoID; }));
     slots_.emplace("sessions.json", listedSlot(sessions_));
-    slots_.emplace(
-        "day_activity.json",
-        keyedSlot<DayActivity>(dayActivities_, [](const DayActivity& d) { return d.key(); }));
     slots_.emplace("journals.json", keyedSlot<DailyJournal>(journals_, [](const DailyJournal& j) {
                        return j.dateKey;
                    }));
@@ -204,6 +206,7 @@ void Store::load() {
     unreadable_.clear();
     for (const std::string& name : loadOrder()) readFile(name);
     commits_.load();
+    days_.load();
     trimAudit();
     loaded_ = true;
 }
@@ -282,7 +285,10 @@ bool Store::flush() {
     lastFlushProblem_.clear();
     for (const std::string& name : flushOrder()) {
         if (*slots_.at(name).dirty && !writeFile(name)) allWritten = false;
-        if (name == "repos.json" && !commits_.flush(lastFlushProblem_)) allWritten = false;
+        if (name == "repos.json") {
+            if (!commits_.flush(lastFlushProblem_)) allWritten = false;
+            if (!days_.flush(lastFlushProblem_)) allWritten = false;
+        }
     }
     return allWritten;
 }
@@ -394,20 +400,16 @@ std::vector<DayActivity> Store::dayActivities(const std::string& dateKey) const 
 std::vector<DayActivity> Store::dayActivities(const std::string& fromKey,
                                               const std::string& toKey) const {
     std::lock_guard lock(mutex_);
-    return valuesWhere(dayActivities_.items, [&](const DayActivity& d) {
-        return d.dateKey >= fromKey && d.dateKey <= toKey;
-    });
+    std::vector<DayActivity> result = days_.between(fromKey, toKey);
+    days_.trim();
+    return result;
 }
 
 void Store::setDayActivity(const DayActivity& activity) {
     std::lock_guard lock(mutex_);
-    // A scan sets every repository's day again, mostly to what it already was.
-    auto [at, added] = dayActivities_.items.try_emplace(activity.key(), activity);
-    if (!added) {
-        if (at->second == activity) return;
-        at->second = activity;
-    }
-    dayActivities_.dirty = true;
+    // A scan sets every repository's day again, mostly to what it already was: the
+    // files change only where it did not.
+    days_.upsert(std::span<const DayActivity>(&activity, 1));
 }
 
 // Journal
@@ -776,10 +778,7 @@ void Store::purgeRepo(const std::string& repoID) {
         0) {
         sessions_.dirty = true;
     }
-    if (eraseWhere(dayActivities_.items,
-                   [&](const DayActivity& d) { return d.repoID == repoID; })) {
-        dayActivities_.dirty = true;
-    }
+    days_.purge(repoID);
     if (eraseWhere(branches_.items, [&](const BranchRecord& b) { return b.repoID == repoID; })) {
         branches_.dirty = true;
     }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "persistence/CommitFiles.hpp"
+#include "persistence/DayFiles.hpp"
 #include "platform/Clock.hpp"
 #include "records/AuditLogEntry.hpp"
 #include "records/BranchRecord.hpp"
@@ -29,9 +30,10 @@
 namespace quorvane {
 
 // The program's database: one JSON file per collection in the data folder, held
-// in memory and written back by `flush`; the commits, by far the largest, are kept
-// in a file per repository and month and read as questions need them (CommitFiles). Every call is
-// serialised on the store's own lock and queries return copies, so callers see each call as atomic.
+// in memory and written back by `flush`; the commits and the day records, which grow
+// with the history, are kept in a file per repository and month and read as
+// questions need them (CommitFiles, DayFiles). Every call is serialised on the
+// store's own lock and queries return copies, so callers see each call as atomic.
 class Store {
 public:
     enum class Access {
@@ -180,7 +182,7 @@ public:
     static constexpr int kAuditRetentionDays = 90;
 
     // The files in the order they are read, and in the order they are written; the
-    // commit files are written after "repos.json".
+    // commit files, then the day files, are written after "repos.json".
     static const std::vector<std::string>& loadOrder();
     static const std::vector<std::string>& flushOrder();
 
@@ -232,8 +234,8 @@ private:
 
     Keyed<RepoSnapshot> snapshots_;
     mutable CommitFiles commits_;
+    mutable DayFiles days_;
     Listed<WorkSession> sessions_;
-    Keyed<DayActivity> dayActivities_;
     Keyed<DailyJournal> journals_;
     Listed<ReminderEvent> reminders_;
     Keyed<GitHubAccount> accounts_;

@@ -22,6 +22,7 @@ const Date kNow = *DateHelpers::parseISO("2026-11-21T12:00:00Z");
 // Where the commits of "/r" in November go; the name must never change between
 // releases, or a repository's history would be split over two files.
 const std::string kCommitFile = "commits/2026-11/r-07d65407b49cb8e4.json";
+const std::string kDayFile = "day_activity/2026-11/r-07d65407b49cb8e4.json";
 
 ino_t inode(const std::filesystem::path& path) {
     struct stat info {};
@@ -310,7 +311,7 @@ TEST_F(StoreTest, FlushWritesOnlyWhatChangedAndRetriesAFailedWrite) {
     store.upsertCommits({commit("/r", "old", kNow - 40 * 24h)});
     store.flush();
     std::vector<std::string> names = Store::flushOrder();
-    names.insert(names.end(), {kCommitFile, october});
+    names.insert(names.end(), {kCommitFile, october, kDayFile});
     std::map<std::string, ino_t> before;
     for (const std::string& name : names) before[name] = inode(dir_ / name);
 
@@ -358,9 +359,10 @@ TEST_F(StoreTest, FlushWritesOnlyWhatChangedAndRetriesAFailedWrite) {
 }
 
 // The single file an earlier release kept every commit in, as it wrote it.
-void writeSingleFile(const std::filesystem::path& path, const std::vector<CommitRecord>& commits) {
+template <class Record>
+void writeSingleFile(const std::filesystem::path& path, const std::vector<Record>& all) {
     Json records = Json::array();
-    for (const CommitRecord& c : commits) records.push_back(toJson(c));
+    for (const Record& record : all) records.push_back(toJson(record));
     testing::writeFile(path, records.dump(2) + "\n");
 }
 
@@ -382,7 +384,7 @@ TEST_F(StoreTest, ASingleCommitsFileIsSplitByTheWriterAndNothingIsLost) {
     // A split that stopped half-way: November's file of "/r" was written and changed
     // since, and October's folder cannot be made. The single file stays.
     history[0].message = "amended";
-    writeSingleFile(dir_ / kCommitFile, {history[0]});
+    writeSingleFile(dir_ / kCommitFile, std::vector{history[0]});
     testing::writeFile(dir_ / "commits" / "2026-10", "in the way");
     {
         testing::LogCapture log;
@@ -407,6 +409,33 @@ TEST_F(StoreTest, ASingleCommitsFileIsSplitByTheWriterAndNothingIsLost) {
     ASSERT_EQ(again.unreadableFiles().size(), 1u);
     EXPECT_EQ(again.unreadableFiles()[0].name, "commits.json");
     EXPECT_THAT(again.commits(std::nullopt), UnorderedElementsAreArray(history));
+}
+
+TEST_F(StoreTest, TheSingleDayFileIsSplitByMonthAndRepository) {
+    std::vector<DayActivity> days(3);
+    days[0].repoID = days[1].repoID = "/r";
+    days[2].repoID = "/a";
+    days[0].dateKey = days[2].dateKey = "2026-11-20";
+    days[1].dateKey = "2026-10-02";
+    for (DayActivity& day : days) day.commitCount = 2;
+    writeSingleFile(dir_ / "day_activity.json", days);
+
+    Store reader(dir_.path(), clock_, Store::Access::readOnly);
+    reader.load();
+    EXPECT_EQ(reader.dayActivities("2026-11-20").size(), 2u);
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "day_activity"));
+
+    Store& writer = loaded();
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "day_activity.json"));
+    EXPECT_TRUE(std::filesystem::exists(dir_ / "day_activity/2026-10/r-07d65407b49cb8e4.json"));
+    EXPECT_TRUE(std::filesystem::exists(dir_ / kDayFile));
+    // By repository, then day, whichever months they came from.
+    std::vector<DayActivity> all = writer.dayActivities("0000-00-00", "9999-99-99");
+    ASSERT_EQ(all.size(), 3u);
+    EXPECT_EQ(all[0], days[2]);
+    EXPECT_EQ(all[1], days[1]);
+    EXPECT_EQ(all[2], days[0]);
+    EXPECT_EQ(loaded().dayActivities("2026-10-01", "2026-10-31"), std::vector{days[1]});
 }
 
 TEST_F(StoreTest, AQuestionReadsOnlyTheMonthsItCovers) {
