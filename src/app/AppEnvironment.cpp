@@ -1,5 +1,7 @@
 #include "app/AppEnvironment.hpp"
 
+#include <time.h>
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -115,8 +117,11 @@ void AppEnvironment::bootstrap() {
             agentFollower_ = std::jthread([this](std::stop_token stop) { agentFollowLoop(stop); });
         }
     }
-    scanNow();
+    // Watching starts first, so the first scan, which reads everything, also takes
+    // the watcher's first report: what changes after it is reported, and the next
+    // periodic scan need not read everything again to cover the watcher's start.
     startWatcher();
+    scanNow();
     startPeriodicScanning();
     startPeriodicSync();
     startDailyReviewScheduling();
@@ -255,6 +260,9 @@ bool AppEnvironment::scanNow(ScanScope scope) {
 
     // The git work, eight repositories at a time; nothing is applied until all are read.
     std::string since = DateHelpers::isoString(startOfDay);
+    // For a repository read without a fingerprint to go on (its first reading), the
+    // one its new memo gives, when nothing it covers changed during the reading.
+    std::vector<std::optional<std::string>> settled(active.size());
     // A shutdown stops the children in flight and starts no others. A repository
     // whose reading it may have cut short is left out, so it keeps its previous state.
     std::vector<std::optional<RepoScan>> results = boundedParallelMap<std::optional<RepoScan>>(
@@ -270,9 +278,16 @@ bool AppEnvironment::scanNow(ScanScope scope) {
             const ScanMemo* memo = nullptr;
             auto found = memos.find(active[i].id);
             if (found != memos.end()) memo = &found->second;
+            struct timespec started {};
+            ::clock_gettime(CLOCK_REALTIME, &started);
             RepoScan result =
                 scanner_.read(active[i].localPath, active[i].ignoreUntracked, since, memo);
             if (stopping_) return std::nullopt;
+            if (service && !planned[i].fingerprint && result.memo) {
+                settled[i] = result.memo->settledFingerprint(
+                    active[i].localPath,
+                    static_cast<long long>(started.tv_sec) * 1'000'000'000LL + started.tv_nsec);
+            }
             return result;
         });
 
@@ -304,6 +319,7 @@ bool AppEnvironment::scanNow(ScanScope scope) {
             }
             if (readIt[i]) {
                 if (results[i]->memo) {
+                    if (!planned[i].fingerprint) planned[i].fingerprint = settled[i];
                     planner_.noteRead(planned[i]);
                 } else {
                     planner_.forget(active[i].id);

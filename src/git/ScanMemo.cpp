@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -29,18 +31,26 @@ void mix(unsigned long long& hash, std::string_view text) {
     }
 }
 
-void mixEntry(unsigned long long& hash, const std::string& name, const struct stat& info) {
-    mix(hash, fmt::format("{}\n{}:{}:{}:{}:{}\n", name, info.st_ino, info.st_size,
-                          nanoseconds(info.st_mtim), nanoseconds(info.st_ctim), info.st_mode));
+// The latest change of what a fingerprint took in, when the caller asks for it.
+void noteChange(long long* newest, long long modifiedNs, long long changedNs) {
+    if (newest != nullptr) *newest = std::max({*newest, modifiedNs, changedNs});
 }
 
-void mixTree(unsigned long long& hash, const fs::path& dir, const std::string& name) {
+void mixEntry(unsigned long long& hash, const std::string& name, const struct stat& info,
+              long long* newest) {
+    mix(hash, fmt::format("{}\n{}:{}:{}:{}:{}\n", name, info.st_ino, info.st_size,
+                          nanoseconds(info.st_mtim), nanoseconds(info.st_ctim), info.st_mode));
+    noteChange(newest, nanoseconds(info.st_mtim), nanoseconds(info.st_ctim));
+}
+
+void mixTree(unsigned long long& hash, const fs::path& dir, const std::string& name,
+             long long* newest = nullptr) {
     struct stat info {};
     if (::lstat((dir / name).c_str(), &info) != 0) {
         mix(hash, name + "\nabsent\n");
         return;
     }
-    mixEntry(hash, name, info);
+    mixEntry(hash, name, info, newest);
     if (!S_ISDIR(info.st_mode)) return;
     std::error_code error;
     // A folder's own times change when an entry is added, removed or renamed, but
@@ -50,7 +60,7 @@ void mixTree(unsigned long long& hash, const fs::path& dir, const std::string& n
         children.push_back(entry.path().filename().string());
     }
     std::sort(children.begin(), children.end());
-    for (const std::string& child : children) mixTree(hash, dir, name + "/" + child);
+    for (const std::string& child : children) mixTree(hash, dir, name + "/" + child, newest);
 }
 
 }  // namespace
@@ -75,17 +85,33 @@ std::vector<ScanMemo::FileStamp> ScanMemo::stamp(const std::vector<std::string>&
     return stamps;
 }
 
-std::string ScanMemo::refsFingerprintOf(const std::string& commonDir) {
+std::string ScanMemo::refsFingerprintOf(const std::string& commonDir, long long* newest) {
     unsigned long long hash = 14695981039346656037ULL;
     fs::path dir(commonDir);
     for (const char* name :
          {"refs/heads", "refs/remotes", "refs/replace", "packed-refs", "shallow", "info/grafts"}) {
-        mixTree(hash, dir, name);
+        mixTree(hash, dir, name, newest);
     }
     return fmt::format("{:016x}", hash);
 }
 
 std::optional<std::string> ScanMemo::quietFingerprint(const std::string& path) const {
+    return fingerprint(path, nullptr);
+}
+
+std::optional<std::string> ScanMemo::settledFingerprint(const std::string& path,
+                                                        long long readStartedNs) const {
+    long long newest = 0;
+    std::optional<std::string> result = fingerprint(path, &newest);
+    // File times come from a clock coarser than the one that timed the start: the
+    // margin keeps a change made just after it from passing for older.
+    if (newest >= readStartedNs - std::chrono::nanoseconds(kTimestampSlack).count()) {
+        return std::nullopt;
+    }
+    return result;
+}
+
+std::optional<std::string> ScanMemo::fingerprint(const std::string& path, long long* newest) const {
     if (configFiles.empty() || commonDir.empty()) return std::nullopt;
     fs::path tree(PathHelpers::expandTilde(path));
     std::error_code error;
@@ -125,13 +151,16 @@ std::optional<std::string> ScanMemo::quietFingerprint(const std::string& path) c
 
     unsigned long long hash = 14695981039346656037ULL;
     mix(hash, pointer);
-    for (const FileStamp& file : stamp(files)) mix(hash, fmt::format("{}", toJson(file).dump()));
+    for (const FileStamp& file : stamp(files)) {
+        mix(hash, fmt::format("{}", toJson(file).dump()));
+        noteChange(newest, file.modifiedNs, file.changedNs);
+    }
     // A configuration file changed since it was read: the memo's reading is stale
     // even if the file is not changed again, so this never matches a later one.
     std::vector<std::string> configPaths;
     for (const FileStamp& config : configFiles) configPaths.push_back(config.path);
     if (stamp(configPaths) != configFiles) mix(hash, "stale configuration");
-    return fmt::format("{:016x}:{}", hash, refsFingerprintOf(commonDir));
+    return fmt::format("{:016x}:{}", hash, refsFingerprintOf(commonDir, newest));
 }
 
 std::vector<std::string> ScanMemo::userConfigFiles() {

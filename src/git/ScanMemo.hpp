@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -57,7 +58,8 @@ struct ScanMemo {
     // commits the branches hold and which a remote holds: refs/heads, refs/remotes,
     // refs/replace, packed-refs, shallow and info/grafts. Read without following links or opening
     // any file.
-    static std::string refsFingerprintOf(const std::string& commonDir);
+    // With `newest`, raises it to the latest time any of them was changed.
+    static std::string refsFingerprintOf(const std::string& commonDir, long long* newest = nullptr);
 
     // A fingerprint of what a reading of the work tree at `path` depends on outside
     // its own files: the configuration files it was read from, HEAD, the index,
@@ -69,9 +71,23 @@ struct ScanMemo {
     // one small file at most (a linked work tree's ".git") and stats the rest.
     std::optional<std::string> quietFingerprint(const std::string& path) const;
 
+    // The fingerprint of a memo a reading has just made, which no fingerprint taken
+    // before it could cover (the repository's first reading): given only when every
+    // file and ref it covers was last changed before the reading started
+    // (`readStartedNs`, on the system's real-time clock), so that the reading saw
+    // them as they are now; otherwise the next scan reads the repository again.
+    std::optional<std::string> settledFingerprint(const std::string& path,
+                                                  long long readStartedNs) const;
+    // How much older than the reading a change must be to count as settled: file
+    // times come from the kernel's coarse clock, a tick or so behind.
+    static constexpr std::chrono::milliseconds kTimestampSlack{100};
+
     // The user's and the system's configuration files, which apply to every
     // repository whether or not they said anything the scan asked for.
     static std::vector<std::string> userConfigFiles();
+
+private:
+    std::optional<std::string> fingerprint(const std::string& path, long long* newest) const;
 };
 
 void fromJson(const Json& json, ScanMemo& out, const std::string& path);
