@@ -236,15 +236,21 @@ bool AppEnvironment::scanNow(ScanScope scope) {
     std::map<std::string, RepoScan> keptReadings;
     if (service) {
         FileWatcher::Report report = watcher_.takeReport();
-        for (size_t i = 0; i < active.size(); ++i) {
-            planned[i].id = active[i].id;
-            planned[i].path = FileWatcher::standardizedPath(active[i].localPath);
-            planned[i].ignoreUntracked = active[i].ignoreUntracked;
-            auto memo = memos.find(active[i].id);
-            if (memo != memos.end()) {
-                planned[i].fingerprint = memo->second.quietFingerprint(active[i].localPath);
-            }
-        }
+        // Some thirty stats a repository, on several threads: on a quiet day this is
+        // the whole of a periodic scan's work.
+        const ScanMemo::StampCache shared = ScanMemo::sharedStamps();
+        planned =
+            boundedParallelMap<ScanPlanner::Repo>(active.size(), kMaxParallelScans, [&](size_t i) {
+                ScanPlanner::Repo repo;
+                repo.id = active[i].id;
+                repo.path = FileWatcher::standardizedPath(active[i].localPath);
+                repo.ignoreUntracked = active[i].ignoreUntracked;
+                auto memo = memos.find(active[i].id);
+                if (memo != memos.end()) {
+                    repo.fingerprint = memo->second.quietFingerprint(active[i].localPath, &shared);
+                }
+                return repo;
+            });
         std::lock_guard lock(mutex_);
         readIt = planner_.plan(now, scope == ScanScope::everything, report, planned);
         for (size_t i = 0; i < active.size(); ++i) {

@@ -173,6 +173,12 @@ TEST_F(PeriodicScanTest, KeepsOnlyWhatAFullReadWouldGiveAndReadsNothingUnchanged
         EXPECT_EQ(children.count("quiet"), 0u) << step.name;
     }
 
+    // The person's own git configuration is every repository's: a new address there
+    // has each of them read again.
+    testing::writeFile(std::filesystem::path(getenv("HOME")) / ".gitconfig",
+                       "[user]\n\temail = elsewhere@example.invalid\n");
+    EXPECT_GT(expectPeriodicScanAsFull(*env, "identity").count("quiet"), 0u);
+
     // While no daemon runs nothing watches: the next one's first scan reads
     // everything, and its periodic scans go on from there.
     env->shutdown();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -51,8 +52,15 @@ struct ScanMemo {
 
     bool operator==(const ScanMemo&) const = default;
 
-    // The state of each file now.
+    // The state of a file, or of each file, now.
+    static FileStamp stamp(const std::string& path);
     static std::vector<FileStamp> stamp(const std::vector<std::string>& paths);
+
+    // Files stamped once for a pass over many repositories, by path.
+    using StampCache = std::map<std::string, FileStamp>;
+    // The user's and the system's files every repository's reading depends on
+    // alike, stamped now: a pass over many repositories takes a few milliseconds.
+    static StampCache sharedStamps();
 
     // A fingerprint of the refs and files under `commonDir` that decide which
     // commits the branches hold and which a remote holds: refs/heads, refs/remotes,
@@ -69,7 +77,9 @@ struct ScanMemo {
     // Nothing when this memo cannot vouch for that: its configuration is not to be
     // reused, or the repository has submodules, whose state lives elsewhere. Reads
     // one small file at most (a linked work tree's ".git") and stats the rest.
-    std::optional<std::string> quietFingerprint(const std::string& path) const;
+    // A file `shared` holds is taken from it rather than stamped again.
+    std::optional<std::string> quietFingerprint(const std::string& path,
+                                                const StampCache* shared = nullptr) const;
 
     // The fingerprint of a memo a reading has just made, which no fingerprint taken
     // before it could cover (the repository's first reading): given only when every
@@ -87,7 +97,10 @@ struct ScanMemo {
     static std::vector<std::string> userConfigFiles();
 
 private:
-    std::optional<std::string> fingerprint(const std::string& path, long long* newest) const;
+    // The user's own ignore and attribute files for git.
+    static std::vector<std::string> userIgnoreFiles();
+    std::optional<std::string> fingerprint(const std::string& path, long long* newest,
+                                           const StampCache* shared) const;
 };
 
 void fromJson(const Json& json, ScanMemo& out, const std::string& path);
