@@ -462,6 +462,8 @@ void AppEnvironment::autoEnrollNewRepos() {
         discovery_.discover(current.scanFolders, current.agent.maxScanDepth, known);
     // Found during a shutdown: the next start finds them again.
     if (stopping_) return;
+    // What was already tracked is the most of it on every scan but the first.
+    std::erase_if(found, [&](const DiscoveredRepo& repo) { return known.contains(repo.repoID); });
     std::vector<std::string> added = addDiscovered(found);
     if (added.empty()) return;
     std::lock_guard lock(mutex_);
@@ -469,6 +471,7 @@ void AppEnvironment::autoEnrollNewRepos() {
 }
 
 std::vector<std::string> AppEnvironment::addDiscovered(const std::vector<DiscoveredRepo>& found) {
+    if (found.empty()) return {};
     Date now = clock_.now();
     std::vector<RepoConfig> candidates;
     std::vector<bool> fetched;  // whether each candidate has remote-tracking branches

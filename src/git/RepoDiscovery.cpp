@@ -144,11 +144,20 @@ std::vector<DiscoveredRepo> RepoDiscovery::discover(
     }
     // The walk is cheap and sequential; reading the new repositories is what costs,
     // so it runs like a scan, a few at a time.
-    std::vector<DiscoveredRepo> repos =
-        boundedParallelMap<DiscoveredRepo>(found.size(), kMaxParallelReads, [&](size_t i) {
-            return knownRepoIDs.contains(found[i]) ? knownRepo(found[i])
-                                                   : makeRepo(found[i], RemoteURLRead::byFirstScan);
-        });
+    // Only the new ones are read: on every scan but the first, that is none.
+    std::vector<DiscoveredRepo> repos(found.size());
+    std::vector<size_t> unknown;
+    for (size_t i = 0; i < found.size(); ++i) {
+        if (knownRepoIDs.contains(found[i])) {
+            repos[i] = knownRepo(found[i]);
+        } else {
+            unknown.push_back(i);
+        }
+    }
+    std::vector<DiscoveredRepo> read = boundedParallelMap<DiscoveredRepo>(
+        unknown.size(), kMaxParallelReads,
+        [&](size_t i) { return makeRepo(found[unknown[i]], RemoteURLRead::byFirstScan); });
+    for (size_t i = 0; i < unknown.size(); ++i) repos[unknown[i]] = std::move(read[i]);
     // Stable, so equal names keep the order in which they were found.
     std::stable_sort(
         repos.begin(), repos.end(),
@@ -172,7 +181,9 @@ void RepoDiscovery::walk(const fs::path& path, int depth, int maxDepth, std::set
     std::error_code ec;
     // A ".git" file counts as much as a folder: linked worktrees and submodules have one.
     if (fs::exists(path / ".git", ec)) {
-        std::string id = PathHelpers::canonicalPath(path.string());
+        // Already where its links lead: the walk starts from a resolved folder and
+        // never follows a link.
+        std::string id = path.string();
         // Checked before anything is read, so a repository reached twice costs its
         // git commands once.
         if (!seen.insert(id).second || refuseUnstorable(id)) return;
@@ -185,12 +196,11 @@ void RepoDiscovery::walk(const fs::path& path, int depth, int maxDepth, std::set
         // The name alone prunes hidden and skipped folders before any query on them.
         std::string name = it->path().filename().string();
         if (isSkippedName(name)) continue;
-        fs::path child = path / name;
+        // The entry's type comes with the listing where the file system gives it,
+        // so the thousands of folders a walk passes cost no query each.
         std::error_code childError;
-        if (!fs::is_directory(child, childError)) continue;
-        fs::file_status own = fs::symlink_status(child, childError);
-        if (!childError && fs::is_symlink(own)) continue;
-        walk(child, depth + 1, maxDepth, seen, found);
+        if (it->is_symlink(childError) || !it->is_directory(childError)) continue;
+        walk(path / name, depth + 1, maxDepth, seen, found);
     }
 }
 
