@@ -271,16 +271,22 @@ bool AppEnvironment::scanNow(ScanScope scope) {
     std::vector<std::optional<std::string>> settled(active.size());
     // A shutdown stops the children in flight and starts no others. A repository
     // whose reading it may have cut short is left out, so it keeps its previous state.
-    std::vector<std::optional<RepoScan>> results = boundedParallelMap<std::optional<RepoScan>>(
-        active.size(), kMaxParallelScans, [&](size_t i) -> std::optional<RepoScan> {
+    std::vector<std::optional<RepoScan>> results(active.size());
+    std::vector<size_t> toRead;
+    for (size_t i = 0; i < active.size(); ++i) {
+        if (readIt[i]) {
+            toRead.push_back(i);
+        } else if (!stopping_) {
+            // As a reading now would give it: a new snapshot, taken now.
+            RepoScan& reading = results[i].emplace(std::move(keptReadings.at(active[i].id)));
+            reading.snapshot.id = newUUID();
+            reading.snapshot.capturedAt = now;
+        }
+    }
+    std::vector<std::optional<RepoScan>> read = boundedParallelMap<std::optional<RepoScan>>(
+        toRead.size(), kMaxParallelScans, [&](size_t k) -> std::optional<RepoScan> {
+            size_t i = toRead[k];
             if (stopping_) return std::nullopt;
-            if (!readIt[i]) {
-                // As a reading now would give it: a new snapshot, taken now.
-                RepoScan reading = keptReadings.at(active[i].id);
-                reading.snapshot.id = newUUID();
-                reading.snapshot.capturedAt = now;
-                return reading;
-            }
             const ScanMemo* memo = nullptr;
             auto found = memos.find(active[i].id);
             if (found != memos.end()) memo = &found->second;
@@ -296,6 +302,7 @@ bool AppEnvironment::scanNow(ScanScope scope) {
             }
             return result;
         });
+    for (size_t k = 0; k < toRead.size(); ++k) results[toRead[k]] = std::move(read[k]);
 
     {
         std::lock_guard lock(mutex_);
