@@ -38,17 +38,10 @@ std::vector<CommitRecord> CommitFiles::newestFirst(const std::optional<std::stri
 
 std::vector<CommitRecord> CommitFiles::between(Date from, Date to) {
     if (to < from) return {};
-    std::vector<const std::pair<const std::string, CommitRecord>*> found;
-    forEachIn(MonthFileNames::monthOf(from), MonthFileNames::monthOf(to), [&](const auto& entry) {
-        Date at = entry.second.committedAt;
-        if (at >= from && at <= to) found.push_back(&entry);
-    });
-    std::sort(found.begin(), found.end(),
-              [](const auto* a, const auto* b) { return a->first < b->first; });
-    std::vector<CommitRecord> result;
-    result.reserve(found.size());
-    for (const auto* entry : found) result.push_back(entry->second);
-    return result;
+    return keptInKeyOrder(MonthFileNames::monthOf(from), MonthFileNames::monthOf(to),
+                          [&](const CommitRecord& commit) {
+                              return commit.committedAt >= from && commit.committedAt <= to;
+                          });
 }
 
 }  // namespace quorvane

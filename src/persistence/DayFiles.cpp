@@ -1,7 +1,5 @@
 #include "persistence/DayFiles.hpp"
 
-#include <algorithm>
-
 namespace quorvane {
 
 std::vector<DayActivity> DayFiles::between(const std::string& fromKey, const std::string& toKey) {
@@ -11,17 +9,9 @@ std::vector<DayActivity> DayFiles::between(const std::string& fromKey, const std
     std::string first =
         MonthFileNames::isMonth(fromKey.substr(0, 7)) ? fromKey.substr(0, 7) : "0000-00";
     std::string last = toKey.substr(0, 7);
-    std::vector<const std::pair<const std::string, DayActivity>*> found;
-    forEachIn(first, last, [&](const auto& entry) {
-        const std::string& day = entry.second.dateKey;
-        if (day >= fromKey && day <= toKey) found.push_back(&entry);
+    return keptInKeyOrder(first, last, [&](const DayActivity& day) {
+        return day.dateKey >= fromKey && day.dateKey <= toKey;
     });
-    std::sort(found.begin(), found.end(),
-              [](const auto* a, const auto* b) { return a->first < b->first; });
-    std::vector<DayActivity> result;
-    result.reserve(found.size());
-    for (const auto* entry : found) result.push_back(entry->second);
-    return result;
 }
 
 }  // namespace quorvane

@@ -191,6 +191,23 @@ protected:
         }
     }
 
+    // The records of the months `first` to `last` that `keep` accepts, in key order:
+    // a kind's key starts with its repository.
+    template <class Keep>
+    std::vector<Record> keptInKeyOrder(const std::string& first, const std::string& last,
+                                       Keep keep) {
+        std::vector<const std::pair<const std::string, Record>*> found;
+        forEachIn(first, last, [&](const auto& entry) {
+            if (keep(entry.second)) found.push_back(&entry);
+        });
+        std::sort(found.begin(), found.end(),
+                  [](const auto* a, const auto* b) { return a->first < b->first; });
+        std::vector<Record> result;
+        result.reserve(found.size());
+        for (const auto* entry : found) result.push_back(entry->second);
+        return result;
+    }
+
     std::map<std::string, File> files_;  // by path in the folder, so by month
 
 private:
