@@ -228,21 +228,23 @@ void MCPSocketServer::serve(int socket) {
 }
 
 bool MCPSocketServer::handleLine(std::string_view line, int socket) {
+    return write(socket, replyTo(line, agentService_));
+}
+
+MCPJSON MCPSocketServer::replyTo(std::string_view line, ToolDispatcher& dispatcher) {
     std::optional<MCPJSON> request = MCPJSON::parse(line);
     if (!request || !request->isObject()) {
-        return write(socket, errorEnvelope("invalid_params", "parse error", std::nullopt));
+        return errorEnvelope("invalid_params", "parse error", std::nullopt);
     }
     const MCPJSON* tool = request->member("tool");
     const std::string* toolName = tool ? std::get_if<std::string>(&tool->value()) : nullptr;
-    if (toolName == nullptr) {
-        return write(socket, errorEnvelope("invalid_params", "missing `tool`", std::nullopt));
-    }
+    if (toolName == nullptr) return errorEnvelope("invalid_params", "missing `tool`", std::nullopt);
     const MCPJSON* args = request->member("args");
     const std::string argsJSON = args ? args->jsonString() : "{}";
 
     AgentResult result;  // a refusal with neither code nor hint, if the tool throws
     try {
-        result = agentService_.handle(*toolName, argsJSON);
+        result = dispatcher.handle(*toolName, argsJSON);
     } catch (const std::exception&) {
         // Tools answer with a result, never an exception; the connection and the
         // daemon outlive one that breaks that rule. What it said stays out of the
@@ -252,14 +254,13 @@ bool MCPSocketServer::handleLine(std::string_view line, int socket) {
     if (result.ok) {
         // A tool's result that does not parse is still a success, with nothing in it.
         std::optional<MCPJSON> value = MCPJSON::parse(result.json);
-        return write(socket,
-                     MCPJSON(MCPJSON::Object{
-                         {"ok", MCPJSON(true)},
-                         {"result", value ? std::move(*value) : MCPJSON(MCPJSON::Object{})}}));
+        return MCPJSON(MCPJSON::Object{
+            {"ok", MCPJSON(true)},
+            {"result", value ? std::move(*value) : MCPJSON(MCPJSON::Object{})}});
     }
     // A result has no message of its own: the hint stands in both places.
-    return write(socket, errorEnvelope(result.errorCode.value_or("error"),
-                                       result.hint.value_or("tool failed"), result.hint));
+    return errorEnvelope(result.errorCode.value_or("error"), result.hint.value_or("tool failed"),
+                         result.hint);
 }
 
 bool MCPSocketServer::write(int socket, const MCPJSON& value) {

@@ -66,6 +66,10 @@ public:
     void stop();
 
     bool running() const { return running_; }
+
+    // The reply to one request line (without its LF): the dispatcher's result, or
+    // why the line was refused before reaching it.
+    static MCPJSON replyTo(std::string_view line, ToolDispatcher& dispatcher);
     const std::filesystem::path& socketPath() const { return socketPath_; }
 
 private:
