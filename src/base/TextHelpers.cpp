@@ -260,6 +260,11 @@ std::optional<std::string> nearestName(std::string_view typed,
     size_t bestDistance = 3;
     for (const std::string& name : names) {
         if (!typed.empty() && name.starts_with(typed)) return name;
+        // Lengths that far apart are at least that many edits apart: skipping them
+        // keeps a name of any length from costing its length times each name's.
+        const size_t apart = typed.size() > name.size() ? typed.size() - name.size()
+                                                        : name.size() - typed.size();
+        if (apart >= bestDistance) continue;
         size_t distance = editDistance(typed, name);
         if (distance < bestDistance) {
             bestDistance = distance;
