@@ -4,7 +4,8 @@
 # writes, desktop-file-utils and appstream validate the desktop entries and the
 # software-centre metadata an install lays out, CPack finds the package's
 # libraries with file and dpkg-shlibdeps, and lintian checks the package.
-# With the argument "programs", only what building and running the programs needs.
+# With the argument "programs", only what building and running the programs needs;
+# with "fuzz", that and what builds the fuzz targets.
 # Safe to run again: when everything is installed already it changes nothing.
 set -euo pipefail
 
@@ -17,16 +18,21 @@ packages=(
   libcurl4-openssl-dev libsecret-1-dev libsystemd-dev uuid-dev libicu-dev
   libcpp-httplib-dev libssl-dev tzdata
 )
-# What the tests and the package need besides.
-if [ "${1:-}" != programs ]; then
-  packages+=(
-    libgtest-dev libgmock-dev libbenchmark-dev util-linux
-    dbus-daemon gnome-keyring libsecret-tools
-    nodejs npm systemd chromium
-    zsh fish groff-base file dpkg-dev
-    desktop-file-utils appstream lintian
-  )
-fi
+case "${1:-}" in
+  programs) ;;
+  # The fuzz targets' build (bench/fuzz.sh): clang with libFuzzer and its sanitizers.
+  fuzz) packages+=(clang-16 libclang-rt-16-dev) ;;
+  # What the tests and the package need besides.
+  *)
+    packages+=(
+      libgtest-dev libgmock-dev libbenchmark-dev util-linux
+      dbus-daemon gnome-keyring libsecret-tools
+      nodejs npm systemd chromium
+      zsh fish groff-base file dpkg-dev
+      desktop-file-utils appstream lintian
+    )
+    ;;
+esac
 
 # Names that installed packages provide: a Node.js from another archive (such as
 # NodeSource's nodejs) provides npm itself and conflicts with Debian's npm, so
