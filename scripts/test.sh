@@ -25,7 +25,12 @@ fi
 
 stage "build: asan" bash -c "cmake --preset asan ${launcher[*]} >/dev/null &&
   cmake --build --preset asan -j $jobs"
-stage "tests under AddressSanitizer and UndefinedBehaviorSanitizer" ctest --preset asan -j "$jobs"
+stage "tests under AddressSanitizer and UndefinedBehaviorSanitizer" ctest --preset asan -j "$jobs" \
+  -E '^FuzzReplay\.'
+# Every fuzz target's seeds and saved crash inputs, once each, under the same
+# sanitizers (bench/fuzz.sh is what fuzzes).
+stage "fuzz seeds and regressions replayed" ctest --preset asan -j "$jobs" -R '^FuzzReplay\.' \
+  --no-tests=error
 
 # Only the concurrency tests are built and run: ThreadSanitizer finds races, and
 # the rest of the suite runs on one thread.
