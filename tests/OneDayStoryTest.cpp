@@ -177,16 +177,11 @@ TEST_F(OneDayStoryTest, EveryViewCountsThePersonsOwnCommitsOnceAndAgrees) {
     EXPECT_EQ(authors({"commits", "--all", "--all-authors"}),
               (std::set<std::string>{"Quorvane Tester", "Ann", "Bo"}));
 
-    // The agent and the evening review read the same day in the same data folder.
+    // The agent reads the same day in the same data folder.
     {
         SystemClock clock;
         Shell shell;
-        struct Recorder final : Notifier {
-            void post(const Notification& shownNow) override { shown.push_back(shownNow.body); }
-            void close(const std::string&) override {}
-            std::vector<std::string> shown;
-        } notifier;
-        AppEnvironment env(data(), clock, shell, &notifier);
+        AppEnvironment env(data(), clock, shell);
         env.load();
         auto tool = [&](const std::string& name) {
             AgentResult answer = env.agentService().handle(name, "{}");
@@ -216,10 +211,6 @@ TEST_F(OneDayStoryTest, EveryViewCountsThePersonsOwnCommitsOnceAndAgrees) {
             prompted.insert(prompted.end(), repo.commits.begin(), repo.commits.end());
         EXPECT_THAT(prompted, UnorderedElementsAre("Parse the flags", "Wire the flags in",
                                                    "Sketch the export", "Try a faster probe"));
-        env.fireDayReviewIfEnabled();
-        EXPECT_THAT(notifier.shown,
-                    Contains("End of day: you worked on 2 projects. Review and note it in the "
-                             "journal."));
     }
 
     // Asked for, the whole repositories' commits count again, in every view alike.
