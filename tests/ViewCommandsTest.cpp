@@ -92,9 +92,8 @@ TEST_F(ViewCommandsTest, HistoryReadAtEnrolmentShowsInEveryView) {
                                                 {keyDaysAgo(10), 3},
                                                 {keyDaysAgo(40), 2},
                                                 {keyDaysAgo(85), 1}}));
-    // Today and yesterday make the run of days; the busiest day has the darkest shade.
-    EXPECT_EQ(cells.back()["streak"], 2);
-    EXPECT_EQ(cells[cells.size() - 11]["level"], 4);
+    // Today and yesterday make the run of days; how streaks and shades are counted
+    // is CalendarViewModelTest's.
     EXPECT_THAT(quorvane({"heatmap"}).stdOut,
                 HasSubstr("days in a row with work: 2 now, 2 at most"));
 
@@ -229,6 +228,7 @@ TEST_F(ViewCommandsTest, EveryViewSaysHowOldWhatItShowsIsOnceAMinuteHasPassed) {
     EXPECT_THAT(quorvane({"today"}).stdOut, Not(HasSubstr("as of")));
 }
 
+// That the other views read beside a writer is WriterLockTest's.
 TEST_F(ViewCommandsTest, TodayScansAFreshFolderButEveryViewOnlyReadsBesideAWriter) {
     TestRepo other(dir_ / "code" / "other");
     other.commitFile("a.txt", "a", "other's first");
@@ -249,11 +249,6 @@ TEST_F(ViewCommandsTest, TodayScansAFreshFolderButEveryViewOnlyReadsBesideAWrite
     ASSERT_TRUE(held.lock.has_value());
     Json read = Json::parse(testing::runQuorvane(fresh, {"today", "--json"}).stdOut);
     EXPECT_EQ(read["totalCommits"], 1);
-    for (const char* view : {"sessions", "week", "heatmap", "ranking", "insights"}) {
-        ShellResult result = testing::runQuorvane(fresh, {view});
-        EXPECT_EQ(result.exitCode, 0) << view << ": " << result.stdErr;
-        EXPECT_FALSE(result.stdOut.empty()) << view;
-    }
     held.lock.reset();
     Json scanned = Json::parse(testing::runQuorvane(fresh, {"today", "--json"}).stdOut);
     EXPECT_EQ(scanned["totalCommits"], 2);
