@@ -195,7 +195,8 @@ TEST_F(TerminalOutputTest, EveryPlainTextCommandAndItsHelpFitEightyColumnsOnAPip
         "doctor --help, journal --help, reminders --help, alignment --help, inventory --help, "
         "backlog --help, health --help, branches --help, daemon --help, accounts --help, "
         "accounts add --help, accounts import-gh --help, accounts list --help, "
-        "accounts check --help, accounts remove --help, service --help, service install --help";
+        "accounts check --help, accounts remove --help, service --help, service install --help, "
+        "config --help, config list --help, config get --help, config set --help";
     std::map<std::string, std::string> outputs;
     for (size_t from = 0; from < commands.size();) {
         size_t end = std::min(commands.find(", ", from), commands.size());
@@ -217,7 +218,7 @@ TEST_F(TerminalOutputTest, EveryPlainTextCommandAndItsHelpFitEightyColumnsOnAPip
         }
     }
 
-    ASSERT_EQ(outputs.size(), 61u);
+    ASSERT_EQ(outputs.size(), 65u);
 
     // What gave way is still recognisable: paths keep their last folders, subjects
     // their start, and no row went missing.
