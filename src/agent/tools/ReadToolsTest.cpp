@@ -481,20 +481,15 @@ TEST_F(ReadToolsTest, ReportsRenderTheStoreAndExportWritesThemPrivately) {
     snapshot.repoID = "/work/app";
     snapshot.branch = "main";
     store().replaceSnapshot(snapshot);
-    RepoSnapshot untouched;  // nobody worked in lib today, but its remote moved on
-    untouched.repoID = "/work/lib";
-    untouched.branch = "main";
-    untouched.behind = 2;
-    store().replaceSnapshot(untouched);
     store().upsertCommits({commit});
 
+    // What a report holds is MarkdownReportTest's; here, that each tool renders the
+    // store for the day or week asked.
     const std::string daily = result(call("generate_daily_report"))["markdown"];
     EXPECT_TRUE(daily.starts_with("# Daily Report — 2026-11-25\n")) << daily;
     EXPECT_NE(daily.find("  - `1234567` fix the parser\n"), std::string::npos) << daily;
-    EXPECT_NE(daily.find("## Pending\n\n- [ ] Push lib (2 behind)\n"), std::string::npos) << daily;
     const std::string yesterday =
         result(call("generate_daily_report", {{"date", "2026-11-24"}}))["markdown"];
-    EXPECT_NE(yesterday.find("_No project activity recorded today._"), std::string::npos);
     EXPECT_NE(yesterday.find("no scan recorded on that day"), std::string::npos) << yesterday;
     const std::string weekly = result(call("generate_weekly_report"))["markdown"];
     EXPECT_TRUE(weekly.starts_with("# Weekly Report — 2026-11-23\n")) << weekly;
