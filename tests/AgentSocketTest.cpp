@@ -168,22 +168,19 @@ TEST_F(AgentSocketTest, TheDaemonsSocketAnswersRawLinesAndEveryRefusal) {
     EXPECT_EQ(state["permissionLevel"], "readOnly");
     EXPECT_EQ(state["socketPath"], agentSocket().string());
 
-    // A socket path of 103 bytes binds; one of 104 is refused with the reason.
+    // The daemon follows the setting to a new path, and says why one too long to bind
+    // is refused; where the limit lies is MCPSocketServerTest's.
     const std::filesystem::path shortDir = "/tmp/qv-agent-" + std::to_string(::getpid());
     std::filesystem::create_directories(shortDir);
-    auto pathOf = [&](size_t bytes) {
-        std::string path = (shortDir / "s").string();
-        return path + std::string(bytes - path.size(), 'k');
-    };
-    const std::string longest = pathOf(103), tooLong = pathOf(104);
+    const std::string moved = (shortDir / "agent.sock").string(),
+                      tooLong = (shortDir / std::string(120, 'k')).string();
     ASSERT_EQ(
-        testing::runQuorvane(dataDir(), {"config", "set", "agent.socketPath", longest}).exitCode,
-        0);
-    EXPECT_TRUE(testing::eventually(30s, [&] { return LineClient(longest).connected(); }));
+        testing::runQuorvane(dataDir(), {"config", "set", "agent.socketPath", moved}).exitCode, 0);
+    EXPECT_TRUE(testing::eventually(30s, [&] { return LineClient(moved).connected(); }));
     EXPECT_FALSE(std::filesystem::exists(agentSocket())) << "the old socket is gone";
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->waitForExit(60s), 0) << daemon->output();
-    EXPECT_FALSE(std::filesystem::exists(longest));
+    EXPECT_FALSE(std::filesystem::exists(moved));
 
     writeConfig([&](AppConfig& config) { config.agent.socketPath = tooLong; });
     auto second = startDaemon("second.log");
