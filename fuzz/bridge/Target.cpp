@@ -29,17 +29,21 @@ private:
 }  // namespace quorvane::fuzz
 
 // The client's lines, then an ASCII record separator, then the daemon's replies.
+// A session of a few messages is what an agent sends; more lines per input would
+// only repeat the same paths at a fraction of the speed (a tool list is some
+// 36 KB to build and check).
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace quorvane;
+    constexpr int kMaxLines = 8;
     fuzz::Input input(data, size);
     fuzz::Input client(input.field('\x1e'));
     fuzz::ScriptedDaemon daemon(input.rest());
     MCPBridge bridge(daemon, "0.1.0");
-    while (!client.empty()) {
+    for (int line = 0; line < kMaxLines && !client.empty(); ++line) {
         const std::optional<std::string> reply = bridge.handleLine(client.field());
         if (!reply) continue;
         if (reply->find('\n') != std::string::npos) std::abort();
-        if (nlohmann::json::parse(*reply, nullptr, false).is_discarded()) std::abort();
+        if (!nlohmann::json::accept(*reply)) std::abort();
     }
     return 0;
 }
